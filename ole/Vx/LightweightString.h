@@ -1,0 +1,546 @@
+// LightweightString.h - the string type: shared, reference-counted, copied on write.
+#pragma once
+
+#include <Vx/VxExport.h>
+#include <Vx/VxFwd.h>
+#include <Vx/VxMemory.h>
+#include <Vx/VxPtr.h>
+#include <cstddef>
+#include <cstring>
+#include <cwchar>
+#include <functional>
+#include <iosfwd>
+#include <ostream>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+#if defined(__cpp_impl_three_way_comparison) && __cplusplus >= 202002L
+#include <compare>
+#endif
+
+namespace Vx {
+namespace StringDetail {
+
+/// A type that takes no part in template deduction.
+template <class T> struct Same {
+    using type = T;
+};
+template <class Ch> using Chars = const typename Same<Ch>::type*;
+
+[[noreturn]] inline void throwTooLong()
+{
+    throw std::length_error("LightweightString: the text has more characters than it can count");
+}
+
+inline unsigned int lengthOf(const char* text) noexcept
+{
+    return text != nullptr ? static_cast<unsigned int>(std::strlen(text)) : 0;
+}
+inline unsigned int lengthOf(const wchar_t* text) noexcept
+{
+    return text != nullptr ? static_cast<unsigned int>(std::wcslen(text)) : 0;
+}
+
+/// Copies \p count characters as strncpy and wcsncpy do: from the first 0 on, zeros.
+inline void copyUpToZero(char* to, const char* from, unsigned int count) noexcept
+{
+    const std::size_t kept = strnlen(from, count);
+    std::memmove(to, from, kept);
+    std::memset(to + kept, 0, count - kept);
+}
+inline void copyUpToZero(wchar_t* to, const wchar_t* from, unsigned int count) noexcept
+{
+    const std::size_t kept = wcsnlen(from, count);
+    std::wmemmove(to, from, kept);
+    std::wmemset(to + kept, 0, count - kept);
+}
+
+/// Negative, 0 or positive: characters as unsigned numbers first, then the length.
+inline int compare(const char* a, unsigned int aLength, const char* b,
+                   unsigned int bLength) noexcept
+{
+    const int order = std::memcmp(a, b, aLength < bLength ? aLength : bLength);
+    return order != 0 ? order : (aLength > bLength) - (aLength < bLength);
+}
+inline int compare(const wchar_t* a, unsigned int aLength, const wchar_t* b,
+                   unsigned int bLength) noexcept
+{
+    const unsigned int common = aLength < bLength ? aLength : bLength;
+    for (unsigned int i = 0; i < common; ++i)
+        if (a[i] != b[i])
+            return static_cast<unsigned int>(a[i]) < static_cast<unsigned int>(b[i]) ? -1 : 1;
+    return (aLength > bLength) - (aLength < bLength);
+}
+
+} // namespace StringDetail
+} // namespace Vx
+
+/// Text: `char` for ASCII and UTF-8, `wchar_t` for UTF-32, one code point each.
+///
+///     LightweightString<char> name("clip");   // one block
+///     LightweightString<char> copy(name);     // the same block, counted twice
+///     copy += ".mov";                         // copied here, name stays "clip"
+///
+/// Shape: one handle of 16 bytes to a block that holds the header, the characters and
+///   a terminating 0. An empty string has no block and costs no allocation. Lengths
+///   and capacities count characters in 32 bits; capacity includes the terminator's
+///   slot, so length() < capacity() whenever there is a block.
+/// Growth: a new block has the smallest power of two of slots that is greater than
+///   the length, except where createImpl() is asked for an exact one.
+/// Embedded zeros: constructors and comparisons take them as characters.
+///   Deliberate: appending copies as strncpy does, so behind the first 0 of what is
+///   appended everything becomes 0, while the length grows by the full count.
+/// Errors: memory exhaustion leaves by the platform's exception, a text of 2^31
+///   characters or more by std::length_error; the string then keeps its old value.
+/// Threads: strings that share a block may be used from different threads at once; a
+///   writer that is not the sole owner copies first. One string object is a plain
+///   value: share it for reading, guard it for writing.
+template <class Ch> class VX_API LightweightString {
+public:
+    /// The header of a block; the characters follow it in the same block.
+    struct Impl {
+        /// Gives the block back to the platform allocator.
+        struct DtorTraits {
+            static void destroy(Impl* impl) noexcept { OS()->memoryAllocator()->deallocate(impl); }
+        };
+
+        Ch* data;              ///< the first character, right behind the header
+        unsigned int length;   ///< characters, terminator not counted
+        unsigned int capacity; ///< character slots, terminator's slot included
+        unsigned int refCount; ///< strings that share the block; atomic
+    };
+
+    using value_type = Ch;
+    using size_type = unsigned int;
+    using difference_type = std::ptrdiff_t;
+    using reference = const Ch&;
+    using const_reference = const Ch&;
+    using iterator = const Ch*;
+    using const_iterator = const Ch*;
+    using View = std::basic_string_view<Ch>;
+
+    /// The empty string.
+    LightweightString() noexcept = default;
+
+    /// Copies a zero-terminated text; null reads as empty.
+    LightweightString(const Ch* text) { assignNew(text, checkedLength(text)); }
+
+    /// Copies \p count characters, zeros included; null reads as empty.
+    LightweightString(const Ch* chars, unsigned int count)
+    {
+        assignNew(chars, chars != nullptr ? count : 0);
+    }
+
+    /// Copies the characters of \p view, zeros included.
+    explicit LightweightString(View view) { assignNew(view.data(), checkedLength(view)); }
+
+    /// Shares the block; never allocates.
+    LightweightString(const LightweightString&) noexcept = default;
+    LightweightString(LightweightString&&) noexcept = default;
+    LightweightString& operator=(const LightweightString&) noexcept = default;
+    LightweightString& operator=(LightweightString&&) noexcept = default;
+    LightweightString& operator=(const Ch* text) { return *this = LightweightString(text); }
+
+    /// Lets go of the block; the last sharer frees it.
+    ~LightweightString() {}
+
+    // Reading.
+
+    unsigned int length() const noexcept { return impl_ ? impl_->length : 0; }
+    unsigned int size() const noexcept { return length(); }
+    bool empty() const noexcept { return length() == 0; }
+
+    /// Character slots of the block, the terminator's included; 0 without a block.
+    unsigned int capacity() const noexcept { return impl_ ? impl_->capacity : 0; }
+
+    /// The strings that share the block at this moment; 0 without a block.
+    unsigned int useCount() const noexcept { return impl_.useCount(); }
+
+    /// The characters and a terminating 0; never null. Valid until the string is
+    /// changed or destroyed.
+    const Ch* c_str() const noexcept { return impl_ ? impl_->data : noText(); }
+    const Ch* data() const noexcept { return c_str(); }
+
+    /// The character at \p index, which is at most length(): there stands the
+    /// terminator.
+    const Ch& operator[](unsigned int index) const noexcept { return c_str()[index]; }
+    const Ch& front() const noexcept { return c_str()[0]; }
+    const Ch& back() const noexcept { return c_str()[length() - 1]; }
+
+    const Ch* begin() const noexcept { return c_str(); }
+    const Ch* end() const noexcept { return c_str() + length(); }
+
+    /// The same characters, not copied; valid as long as c_str() is.
+    operator View() const noexcept { return View(c_str(), length()); }
+
+    // Writing.
+
+    /// Gives a string under construction a fresh block for \p length characters,
+    /// which the caller then writes through mutableChars(); \p powerOfTwo chooses the
+    /// capacity rule, length + 1 otherwise. Length 0 leaves no block.
+    ///
+    /// Deliberate: the previous handle is dropped, not released, because a string
+    /// under construction has none. Call it on an empty string only. After an
+    /// exception the string is empty.
+    void createImpl(unsigned int length, bool powerOfTwo);
+
+    /// Makes the string exactly \p length characters long, for the caller to
+    /// overwrite. In place, with the first \p length characters kept, when the block
+    /// is not shared and has room; otherwise in a new block with unspecified
+    /// characters. Length 0 releases the block.
+    LightweightString& resizeFor(unsigned int length);
+
+    /// Appends \p count characters from \p chars, as strncpy copies: a 0 among them
+    /// and all behind it become 0, the length grows by \p count all the same. In
+    /// place, without allocating, when the block is not shared and has room. \p chars
+    /// may point into this string; it is not null unless \p count is 0.
+    LightweightString& append(const Ch* chars, unsigned int count);
+
+    /// Makes the string empty; releases the block.
+    LightweightString& clear() noexcept
+    {
+        impl_.reset();
+        return *this;
+    }
+
+    /// The characters for writing in place. Takes a private copy first when the block
+    /// is shared. The caller leaves length() and the terminator as they are. An empty
+    /// string has no character to write: its pointer is for reading only.
+    Ch* mutableChars()
+    {
+        if (impl_ && !soleOwner())
+            *this = LightweightString(impl_->data, impl_->length);
+        return impl_ ? impl_->data : const_cast<Ch*>(noText());
+    }
+
+private:
+    using Handle = Vx::Ptr<Impl, typename Impl::DtorTraits, Vx::InternalRefCountTraits>;
+
+    static const Ch* noText() noexcept
+    {
+        static constexpr Ch kNone[1] = {};
+        return kNone;
+    }
+
+    static unsigned int checkedLength(View view)
+    {
+        if (view.size() > 0xFFFFFFFFu)
+            Vx::StringDetail::throwTooLong();
+        return static_cast<unsigned int>(view.size());
+    }
+    static unsigned int checkedLength(const Ch* text)
+    {
+        return text != nullptr ? checkedLength(View(text)) : 0;
+    }
+
+    /// Slots for \p length characters and a terminator under one of the two rules.
+    static unsigned int capacityFor(unsigned int length, bool powerOfTwo)
+    {
+        // From 2^31 characters on, the next power of two has no 32-bit number.
+        if (length >= (powerOfTwo ? 0x80000000u : 0xFFFFFFFFu))
+            Vx::StringDetail::throwTooLong();
+        if (!powerOfTwo || length == 0)
+            return length + 1;
+        return 1u << (32 - __builtin_clz(length));
+    }
+
+    /// A block of its own, not yet counted, terminated, its characters unwritten.
+    static Impl* newImpl(unsigned int length, bool powerOfTwo)
+    {
+        const unsigned int capacity = capacityFor(length, powerOfTwo);
+        void* block =
+            OS()->memoryAllocator()->allocate(sizeof(Impl) + sizeof(Ch) * std::size_t(capacity));
+        Impl* impl = static_cast<Impl*>(block);
+        impl->data = reinterpret_cast<Ch*>(impl + 1);
+        impl->length = length;
+        impl->capacity = capacity;
+        impl->refCount = 0;
+        impl->data[length] = 0;
+        return impl;
+    }
+
+    void assignNew(const Ch* chars, unsigned int count)
+    {
+        if (count == 0)
+            return;
+        impl_ = Handle(newImpl(count, true));
+        std::memcpy(impl_->data, chars, sizeof(Ch) * std::size_t(count));
+    }
+
+    /// Only a sole owner writes in place. Acquires what former sharers did before they
+    /// let go.
+    bool soleOwner() const noexcept { return impl_.useCount() == 1; }
+
+    Handle impl_;
+};
+
+template <class Ch> void LightweightString<Ch>::createImpl(unsigned int length, bool powerOfTwo)
+{
+    new (&impl_) Handle();
+    if (length != 0)
+        impl_ = Handle(newImpl(length, powerOfTwo));
+}
+
+template <class Ch> LightweightString<Ch>& LightweightString<Ch>::resizeFor(unsigned int length)
+{
+    if (length == 0)
+        return clear();
+    if (impl_ && length < impl_->capacity && soleOwner()) {
+        impl_->data[length] = 0;
+        impl_->length = length;
+        return *this;
+    }
+    impl_ = Handle(newImpl(length, true));
+    return *this;
+}
+
+template <class Ch>
+LightweightString<Ch>& LightweightString<Ch>::append(const Ch* chars, unsigned int count)
+{
+    if (count == 0)
+        return *this;
+    if (!impl_) {
+        impl_ = Handle(newImpl(count, true));
+        Vx::StringDetail::copyUpToZero(impl_->data, chars, count);
+        return *this;
+    }
+    const unsigned int oldLength = impl_->length;
+    if (count > 0xFFFFFFFFu - oldLength)
+        Vx::StringDetail::throwTooLong();
+    const unsigned int newLength = oldLength + count;
+    if (newLength < impl_->capacity && soleOwner()) {
+        Vx::StringDetail::copyUpToZero(impl_->data + oldLength, chars, count);
+        impl_->data[newLength] = 0;
+        impl_->length = newLength;
+        return *this;
+    }
+    Handle grown(newImpl(newLength, true));
+    std::memcpy(grown->data, impl_->data, sizeof(Ch) * std::size_t(oldLength));
+    if (chars != nullptr)
+        Vx::StringDetail::copyUpToZero(grown->data + oldLength, chars, count);
+    else
+        std::memset(grown->data + oldLength, 0, sizeof(Ch) * std::size_t(count));
+    impl_ = std::move(grown);
+    return *this;
+}
+
+// Compiled into the library; other modules may inline them or call them there.
+extern template void LightweightString<char>::createImpl(unsigned int, bool);
+extern template void LightweightString<wchar_t>::createImpl(unsigned int, bool);
+extern template LightweightString<char>& LightweightString<char>::resizeFor(unsigned int);
+extern template LightweightString<wchar_t>& LightweightString<wchar_t>::resizeFor(unsigned int);
+extern template LightweightString<char>& LightweightString<char>::append(const char*, unsigned int);
+extern template LightweightString<char>::~LightweightString();
+extern template LightweightString<wchar_t>::~LightweightString();
+
+static_assert(sizeof(LightweightString<char>) == 16 && sizeof(LightweightString<wchar_t>) == 16,
+              "a string is one handle, and the handle is part of the binary interface");
+static_assert(sizeof(LightweightString<char>::Impl) == 24 &&
+                  offsetof(LightweightString<char>::Impl, length) == 8 &&
+                  offsetof(LightweightString<char>::Impl, capacity) == 12 &&
+                  offsetof(LightweightString<char>::Impl, refCount) == 16,
+              "the header of a block is part of the binary interface");
+
+// Appending. Every form appends as LightweightString::append does.
+
+template <class Ch>
+LightweightString<Ch>& operator+=(LightweightString<Ch>& to, const LightweightString<Ch>& text)
+{
+    return to.append(text.c_str(), text.length());
+}
+
+/// Null appends nothing.
+template <class Ch>
+LightweightString<Ch>& operator+=(LightweightString<Ch>& to, Vx::StringDetail::Chars<Ch> text)
+{
+    return to.append(text, Vx::StringDetail::lengthOf(text));
+}
+
+/// Appends one character. Deliberate: the character 0 appends nothing, so that a
+/// separator of 0 joins texts without one.
+template <class Ch> LightweightString<Ch>& operator+=(LightweightString<Ch>& to, Ch character)
+{
+    return character != 0 ? to.append(&character, 1) : to;
+}
+
+/// Appends \p text, decoded as UTF-8 up to its first 0.
+VX_API LightweightString<wchar_t>& operator+=(LightweightString<wchar_t>& to,
+                                              const LightweightString<char>& text);
+
+/// Appends the UTF-8 form of \p text.
+VX_API LightweightString<char>& operator+=(LightweightString<char>& to,
+                                           const LightweightString<wchar_t>& text);
+
+// Concatenation: one allocation at most.
+
+/// Never shares the block of \p right; a null \p left reads as empty.
+VX_API LightweightString<char> operator+(const char* left, const LightweightString<char>& right);
+
+/// Never shares the block of \p right. Deliberate: unlike the narrow form, \p left
+/// must not be null.
+VX_API LightweightString<wchar_t> operator+(const wchar_t* left,
+                                            const LightweightString<wchar_t>& right);
+
+template <class Ch>
+LightweightString<Ch> operator+(LightweightString<Ch> left, const LightweightString<Ch>& right)
+{
+    left += right;
+    return left;
+}
+template <class Ch>
+LightweightString<Ch> operator+(LightweightString<Ch> left, Vx::StringDetail::Chars<Ch> right)
+{
+    left += right;
+    return left;
+}
+template <class Ch> LightweightString<Ch> operator+(LightweightString<Ch> left, Ch right)
+{
+    left += right;
+    return left;
+}
+
+// Comparison: characters as unsigned numbers, then the length; embedded zeros count. A
+// null pointer is the empty text.
+
+namespace Vx {
+namespace StringDetail {
+
+template <class Ch>
+bool equal(const LightweightString<Ch>& a, const Ch* b, unsigned int bLength) noexcept
+{
+    return a.length() == bLength &&
+           (a.c_str() == b || std::memcmp(a.c_str(), b, sizeof(Ch) * std::size_t(bLength)) == 0);
+}
+template <class Ch>
+int order(const LightweightString<Ch>& a, const Ch* b, unsigned int bLength) noexcept
+{
+    return a.c_str() == b && a.length() == bLength ? 0 : compare(a.c_str(), a.length(), b, bLength);
+}
+
+} // namespace StringDetail
+} // namespace Vx
+
+template <class Ch>
+bool operator==(const LightweightString<Ch>& a, const LightweightString<Ch>& b) noexcept
+{
+    return Vx::StringDetail::equal(a, b.c_str(), b.length());
+}
+template <class Ch>
+bool operator==(const LightweightString<Ch>& a, Vx::StringDetail::Chars<Ch> b) noexcept
+{
+    return b != nullptr ? Vx::StringDetail::equal(a, b, Vx::StringDetail::lengthOf(b)) : a.empty();
+}
+template <class Ch>
+bool operator==(Vx::StringDetail::Chars<Ch> a, const LightweightString<Ch>& b) noexcept
+{
+    return b == a;
+}
+template <class Ch>
+bool operator!=(const LightweightString<Ch>& a, const LightweightString<Ch>& b) noexcept
+{
+    return !(a == b);
+}
+template <class Ch>
+bool operator!=(const LightweightString<Ch>& a, Vx::StringDetail::Chars<Ch> b) noexcept
+{
+    return !(a == b);
+}
+template <class Ch>
+bool operator!=(Vx::StringDetail::Chars<Ch> a, const LightweightString<Ch>& b) noexcept
+{
+    return !(b == a);
+}
+template <class Ch>
+bool operator<(const LightweightString<Ch>& a, const LightweightString<Ch>& b) noexcept
+{
+    return Vx::StringDetail::order(a, b.c_str(), b.length()) < 0;
+}
+template <class Ch>
+bool operator<(const LightweightString<Ch>& a, Vx::StringDetail::Chars<Ch> b) noexcept
+{
+    return b != nullptr && Vx::StringDetail::order(a, b, Vx::StringDetail::lengthOf(b)) < 0;
+}
+template <class Ch>
+bool operator<(Vx::StringDetail::Chars<Ch> a, const LightweightString<Ch>& b) noexcept
+{
+    return a != nullptr ? Vx::StringDetail::order(b, a, Vx::StringDetail::lengthOf(a)) > 0
+                        : !b.empty();
+}
+template <class Ch>
+bool operator>(const LightweightString<Ch>& a, const LightweightString<Ch>& b) noexcept
+{
+    return b < a;
+}
+template <class Ch>
+bool operator>(const LightweightString<Ch>& a, Vx::StringDetail::Chars<Ch> b) noexcept
+{
+    return b < a;
+}
+template <class Ch>
+bool operator>(Vx::StringDetail::Chars<Ch> a, const LightweightString<Ch>& b) noexcept
+{
+    return b < a;
+}
+template <class Ch>
+bool operator<=(const LightweightString<Ch>& a, const LightweightString<Ch>& b) noexcept
+{
+    return !(b < a);
+}
+template <class Ch>
+bool operator<=(const LightweightString<Ch>& a, Vx::StringDetail::Chars<Ch> b) noexcept
+{
+    return !(b < a);
+}
+template <class Ch>
+bool operator<=(Vx::StringDetail::Chars<Ch> a, const LightweightString<Ch>& b) noexcept
+{
+    return !(b < a);
+}
+template <class Ch>
+bool operator>=(const LightweightString<Ch>& a, const LightweightString<Ch>& b) noexcept
+{
+    return !(a < b);
+}
+template <class Ch>
+bool operator>=(const LightweightString<Ch>& a, Vx::StringDetail::Chars<Ch> b) noexcept
+{
+    return !(a < b);
+}
+template <class Ch>
+bool operator>=(Vx::StringDetail::Chars<Ch> a, const LightweightString<Ch>& b) noexcept
+{
+    return !(a < b);
+}
+#if defined(__cpp_impl_three_way_comparison) && __cplusplus >= 202002L
+template <class Ch>
+std::strong_ordering operator<=>(const LightweightString<Ch>& a,
+                                 const LightweightString<Ch>& b) noexcept
+{
+    return Vx::StringDetail::order(a, b.c_str(), b.length()) <=> 0;
+}
+#endif
+
+// Streams.
+
+/// Writes the characters, padded as a standard string would be.
+template <class Ch>
+std::basic_ostream<Ch>& operator<<(std::basic_ostream<Ch>& stream,
+                                   const LightweightString<Ch>& text)
+{
+    return stream << std::basic_string_view<Ch>(text);
+}
+
+/// Reads one word and appends it to \p word.
+///
+/// Deliberate: leading white space is not skipped. The word ends at the first white
+/// space, which is consumed, so a stream that begins with one gives nothing. Zeros in
+/// the stream are left out.
+VX_API std::istream& operator>>(std::istream& stream, LightweightString<char>& word);
+
+/// Equal strings have equal hashes, embedded zeros included.
+template <class Ch> struct std::hash<LightweightString<Ch>> {
+    std::size_t operator()(const LightweightString<Ch>& text) const noexcept
+    {
+        return std::hash<std::basic_string_view<Ch>>()(text);
+    }
+};

@@ -1,0 +1,70 @@
+// VxFwd.h - forward declarations of every public type, for headers that only name them.
+#pragma once
+
+// The class roots and the platform services.
+class iVirtual;
+class iObject;
+class iReclaimable;
+class Reclaimable;
+class iPlatformServices;
+class iMemoryAllocator;
+class iReclaimRegistry;
+class iSystemUtils;
+class iFileSystem;
+class iFile;
+class iThreading;
+class iLock;
+class iSystemInfo;
+class iShell;
+class iSettings;
+struct SimpleUUID;
+
+// Text, containers and shared state at global scope.
+template <class T> class StdAllocator;
+template <class Ch> class LightweightString;
+template <class T> class LightweightVector;
+template <class Result, class Argument> class iCallbackBase;
+class CriticalSection;
+class VxIniFile;
+
+namespace Shutdown {
+enum eExitType : int;
+class FunctionCallback;
+struct CallbackItem;
+class CallbackItemList;
+} // namespace Shutdown
+
+namespace Vx {
+
+struct DtorTraits;
+struct InternalRefCountTraits;
+struct ExternalRefCountTraits;
+class InternalRefCount;
+
+/// The default traits stand here and nowhere else: VxPtr.h defines the class.
+template <class T, class Destroy = DtorTraits, class Count = InternalRefCountTraits> class Ptr;
+
+template <class Ch> class IsMatchingChar;
+template <class String> class SplitOutputBuilder;
+template <class String> struct StringToVec;
+
+class AttribValuePair;
+class Application;
+class NamedObjectsNamespace;
+class UUID;
+
+namespace Exception {
+class Base;
+class RuntimeError;
+class LogicError;
+} // namespace Exception
+
+namespace PooledObjectDebug {
+class LoggingTraitsBase;
+}
+
+namespace Image {
+class FormatUID;
+}
+
+} // namespace Vx

@@ -1,0 +1,38 @@
+#include <Vx/platform/OS.h>
+
+#include "FileSystem.h"
+#include "MemoryAllocator.h"
+#include "ReclaimRegistry.h"
+#include "Shell.h"
+#include "SystemInfo.h"
+#include "SystemUtils.h"
+#include "Threading.h"
+
+namespace {
+
+// Every service is constant-initialised and trivially destroyed: it works before the first
+// static constructor, after the last destructor and right after fork.
+constinit MemoryAllocator memoryAllocatorService;
+constinit ReclaimRegistry reclaimRegistryService;
+constinit SystemUtils systemUtilsService;
+constinit FileSystem fileSystemService;
+constinit Threading threadingService;
+constinit SystemInfo systemInfoService;
+constinit Shell shellService;
+
+class LinuxPlatform final : public iPlatformServices {
+public:
+    iMemoryAllocator* memoryAllocator() override { return &memoryAllocatorService; }
+    iReclaimRegistry* reclaimRegistry() override { return &reclaimRegistryService; }
+    iSystemUtils* systemUtils() override { return &systemUtilsService; }
+    iFileSystem* fileSystem() override { return &fileSystemService; }
+    iThreading* threading() override { return &threadingService; }
+    iSystemInfo* systemInfo() override { return &systemInfoService; }
+    iShell* shell() override { return &shellService; }
+};
+
+constinit LinuxPlatform platform;
+
+} // namespace
+
+iPlatformServices* OS() { return &platform; }

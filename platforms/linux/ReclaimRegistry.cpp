@@ -1,0 +1,5 @@
+#include "ReclaimRegistry.h"
+
+void ReclaimRegistry::add(Reclaimable*) {}
+
+void ReclaimRegistry::remove(Reclaimable*) {}

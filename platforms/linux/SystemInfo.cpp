@@ -1,0 +1,3 @@
+#include "SystemInfo.h"
+
+int SystemInfo::numProcessors() { return 1; }
