@@ -1,1 +1,196 @@
-// stub
+#include <Vx/VxPtr.h>
+
+#include <Vx/VxTypeManip.h>
+#include <atomic>
+#include <barrier>
+#include <gtest/gtest.h>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+#include "ScriptedPlatform.h"
+
+namespace {
+
+int living = 0;
+
+struct Shared : iObject {
+    Shared() { ++living; }
+    ~Shared() override { --living; }
+    int answer = 42;
+};
+struct SharedTwice : Shared {
+    ~SharedTwice() override { living += 100; }
+};
+struct Plain {
+    Plain() { ++living; }
+    ~Plain() { --living; }
+};
+using External = Vx::Ptr<Plain, Vx::DtorTraits, Vx::ExternalRefCountTraits>;
+
+} // namespace
+
+TEST(VxPtr, LastHolderDestroysOnce)
+{
+    living = 0;
+    Vx::Ptr<Shared> first(new Shared);
+    EXPECT_EQ(first.useCount(), 1u);
+    {
+        Vx::Ptr<Shared> second(first);
+        Vx::Ptr<Shared> again(second.get()); // the count is found in the object
+        EXPECT_EQ(first.useCount(), 3u);
+        EXPECT_TRUE(first == second && again == first);
+        EXPECT_EQ(living, 1);
+    }
+    EXPECT_EQ(first.useCount(), 1u);
+    first.reset();
+    EXPECT_EQ(living, 0);
+    EXPECT_TRUE(first == nullptr);
+}
+
+TEST(VxPtr, EmptyPointerTouchesNothing)
+{
+    Vx::Ptr<Shared> empty;
+    Vx::Ptr<Shared> copy(empty);
+    copy = empty;
+    copy.incRef();
+    copy.decRef();
+    EXPECT_FALSE(copy);
+    EXPECT_EQ(copy.useCount(), 0u);
+    unsigned int counter = 5;
+    Vx::Ptr<Shared> none(&counter, nullptr);
+    none.reset();
+    EXPECT_EQ(counter, 5u);
+}
+
+TEST(VxPtr, ExternalCountFreesCounterAndObject)
+{
+    living = 0;
+    ScriptedPlatform platform;
+    const long before = platform.liveBlocks();
+    {
+        External first(new Plain);
+        External second(first);
+        EXPECT_EQ(platform.liveBlocks(), before + 2);
+        EXPECT_EQ(second.useCount(), 2u);
+    }
+    EXPECT_EQ(platform.liveBlocks(), before);
+    EXPECT_EQ(living, 0);
+}
+
+TEST(VxPtr, FailedCounterDestroysTheObject)
+{
+    living = 0;
+    ScriptedPlatform platform;
+    Plain* object = new Plain;
+    platform.failAllocation(1);
+    EXPECT_THROW(External{object}, std::bad_alloc);
+    EXPECT_EQ(living, 0);
+}
+
+TEST(VxPtr, CountsTheHolderOfAPlatformObject)
+{
+    living = 0;
+    unsigned int counter = 0;
+    {
+        Vx::Ptr<Shared> first(&counter, new Shared);
+        EXPECT_EQ(counter, 1u);
+        Vx::Ptr<iObject> base(first);
+        EXPECT_EQ(counter, 2u);
+    }
+    EXPECT_EQ(counter, 0u);
+    EXPECT_EQ(living, 0);
+}
+
+TEST(VxPtr, BasePointerRunsTheDerivedDestructor)
+{
+    living = 0;
+    Vx::Ptr<iObject> base = Vx::Ptr<SharedTwice>(new SharedTwice);
+    base.reset();
+    EXPECT_EQ(living, 100);
+}
+
+TEST(VxPtr, AssignmentInstallsBeforeItReleases)
+{
+    struct Watcher : iObject {
+        explicit Watcher(Vx::Ptr<iObject>& holder) : holder(holder) {}
+        ~Watcher() override { seen = holder.get(); }
+        Vx::Ptr<iObject>& holder;
+        static iObject*& seenRef()
+        {
+            static iObject* value;
+            return value;
+        }
+        iObject*& seen = seenRef();
+    };
+    Vx::Ptr<iObject> holder;
+    holder = Vx::Ptr<Watcher>(new Watcher(holder));
+    const Vx::Ptr<iObject> next{Vx::Ptr<Shared>(new Shared)};
+    holder = next;
+    EXPECT_EQ(Watcher::seenRef(), next.get());
+    holder = *&holder;
+    EXPECT_EQ(next.useCount(), 2u);
+    holder = std::move(holder);
+    EXPECT_EQ(next.useCount(), 2u);
+}
+
+TEST(VxPtr, DecRefKeepsTheAddressesWhileOthersHold)
+{
+    Vx::Ptr<Shared> first(new Shared);
+    first.incRef();
+    first.decRef();
+    EXPECT_EQ(first->answer, 42);
+    first.decRef();
+    EXPECT_EQ(first.get(), nullptr);
+}
+
+TEST(VxPtr, CountBelongsToTheObjectNotToItsValue)
+{
+    Vx::Ptr<Shared> original(new Shared);
+    Vx::Ptr<Shared> copy(new Shared(*original));
+    EXPECT_EQ(copy.useCount(), 1u);
+    *copy = *original;
+    EXPECT_EQ(copy.useCount(), 1u);
+}
+
+TEST(VxPtr, HoldersOnManyThreadsDestroyOnce)
+{
+    constexpr int kThreads = 4;
+    struct Counted : iObject {
+        explicit Counted(std::atomic<int>& deaths) : deaths(deaths) {}
+        ~Counted() override { ++deaths; }
+        std::atomic<int>& deaths;
+    };
+    std::atomic<int> deaths{0};
+    for (int round = 0; round < 50; ++round) {
+        Vx::Ptr<Counted> object(new Counted(deaths));
+        std::barrier start(kThreads + 1);
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i)
+            threads.emplace_back([&start, mine = object]() mutable {
+                start.arrive_and_wait();
+                for (int n = 0; n < 200; ++n)
+                    Vx::Ptr<Counted> copy(mine);
+                mine.reset();
+            });
+        start.arrive_and_wait();
+        object.reset();
+        for (std::thread& thread : threads)
+            thread.join();
+        ASSERT_EQ(deaths, round + 1);
+    }
+}
+
+static_assert(sizeof(Vx::Ptr<Shared>) == 2 * sizeof(void*), "two pointers, nothing else");
+static_assert(!std::is_convertible_v<Shared*, Vx::Ptr<Shared>>, "taking ownership is explicit");
+static_assert(!std::is_constructible_v<Vx::Ptr<Shared>, Vx::Ptr<iObject>>, "no way down");
+
+TEST(TypeManip, MakesObjectsThroughAPlainFunctionPointer)
+{
+    living = 0;
+    void* (*factory)() = Vx::TypeManip::TemplatedNew<Plain>::new_;
+    void* object = factory();
+    EXPECT_EQ(living, 1);
+    delete static_cast<Plain*>(object);
+    EXPECT_EQ(living, 0);
+}
