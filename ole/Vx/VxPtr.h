@@ -55,31 +55,31 @@ public:
     constexpr Ptr() noexcept = default;
     constexpr Ptr(std::nullptr_t) noexcept {}
 
-    /// Becomes a holder of \p object, taking ownership with the first holder.
-    /// Null gives an empty pointer.
-    explicit Ptr(T* object)
+    /// Becomes a holder of \p raw, taking ownership with the first holder. Null gives
+    /// an empty pointer.
+    explicit Ptr(T* raw)
     {
-        if (object == nullptr)
+        if (raw == nullptr)
             return;
         // If the counter cannot be had, the object is still ours to destroy.
         struct Guard {
-            T* object;
+            T* raw;
             ~Guard()
             {
-                if (object != nullptr)
-                    Destroy::destroy(object);
+                if (raw != nullptr)
+                    Destroy::destroy(raw);
             }
-        } guard{object};
-        this->count = Count::counterOf(object);
-        this->object = std::exchange(guard.object, nullptr);
+        } guard{raw};
+        count = Count::counterOf(raw);
+        object = std::exchange(guard.raw, nullptr);
         incRef();
     }
 
-    /// Becomes a holder of \p object, whose counter stands at \p count: the form in
+    /// Becomes a holder of \p raw, whose counter stands at \p counter: the form in
     /// which a platform hands out its objects. The holder is counted, so the first
     /// one finds the counter at 0 and leaves it at 1.
-    Ptr(unsigned int* count, T* object) noexcept
-        : count(object != nullptr ? count : nullptr), object(object)
+    Ptr(unsigned int* counter, T* raw) noexcept
+        : count(raw != nullptr ? counter : nullptr), object(raw)
     {
         incRef();
     }
