@@ -1,26 +1,25 @@
 #include "SystemUtils.h"
 
+#include "Utf8.h"
+
+#include <cstring>
 #include <time.h>
 
 LightweightString<wchar_t> SystemUtils::wideFromAscii(const char* text)
 {
-    LightweightString<wchar_t> wide;
-    for (; text != nullptr && *text != 0; ++text)
-        wide += static_cast<wchar_t>(static_cast<unsigned char>(*text));
-    return wide;
+    return text != nullptr ? Utf8::widen(text, std::strlen(text)) : LightweightString<wchar_t>();
 }
 
 LightweightString<char> SystemUtils::toUTF8(const LightweightString<wchar_t>& wide)
 {
-    LightweightString<char> narrow;
-    for (wchar_t c : wide)
-        narrow += static_cast<char>(c);
-    return narrow;
+    return Utf8::encode(wide.c_str(), wide.length());
 }
 
-LightweightString<wchar_t> SystemUtils::fromUTF8(const char* bytes, unsigned int)
+LightweightString<wchar_t> SystemUtils::fromUTF8(const char* bytes, unsigned int length)
 {
-    return wideFromAscii(bytes);
+    if (bytes == nullptr)
+        return {};
+    return Utf8::decode(bytes, length == kUpToTerminator ? std::strlen(bytes) : length);
 }
 
 double SystemUtils::msecsNow()
