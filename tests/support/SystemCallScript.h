@@ -1,0 +1,154 @@
+// SystemCallScript.h - makes the platform's system calls fail on cue, or writes them down.
+#pragma once
+
+#include <SystemCalls.h>
+#include <cerrno>
+#include <functional>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+/// While it lives, every call of the table is counted; the n-th one can fail or be cut
+/// short. One at a time, and one thread.
+class SystemCallScript {
+public:
+    SystemCallScript() : kept_(systemCalls)
+    {
+        current_ = this;
+        hook<&SystemCalls::openat>("openat");
+        hook<&SystemCalls::close>("close");
+        hook<&SystemCalls::read>("read");
+        hook<&SystemCalls::write>("write");
+        hook<&SystemCalls::fstat>("fstat");
+        hook<&SystemCalls::fstatat>("fstatat");
+        hook<&SystemCalls::fstatfs>("fstatfs");
+        hook<&SystemCalls::faccessat>("faccessat");
+        hook<&SystemCalls::readlinkat>("readlinkat");
+        hook<&SystemCalls::fchmod>("fchmod");
+        hook<&SystemCalls::fchown>("fchown");
+        hook<&SystemCalls::fsync>("fsync");
+        hook<&SystemCalls::flock>("flock");
+        hook<&SystemCalls::linkat>("linkat");
+        hook<&SystemCalls::renameat2>("renameat2");
+        hook<&SystemCalls::unlinkat>("unlinkat");
+        hook<&SystemCalls::mkdirat>("mkdirat");
+    }
+    ~SystemCallScript()
+    {
+        systemCalls = kept_;
+        current_ = nullptr;
+    }
+    SystemCallScript(const SystemCallScript&) = delete;
+    SystemCallScript& operator=(const SystemCallScript&) = delete;
+
+    /// The n-th call from now, 1 for the next, fails with \p error. A close() that fails
+    /// closes all the same, as the system's does.
+    void failCall(int n, int error)
+    {
+        failAt_ = calls_ + n;
+        error_ = error;
+    }
+
+    /// Every call of this name fails with \p error.
+    void failAll(const std::string& name, int error)
+    {
+        failName_ = name;
+        error_ = error;
+    }
+
+    /// Reads and writes move at most half of what they are asked for.
+    void cutShort() { cutShort_ = true; }
+
+    int calls() const { return calls_; }
+    const std::string& failedName() const { return failedName_; }
+    bool fired() const { return !failedName_.empty(); }
+
+    /// Called before each call with its name; for kills, and for meddling in between.
+    std::function<void(const std::string& name)> before;
+
+    /// A call that was made: what it was given as text (write() its bytes instead of a
+    /// pointer and a count), and what it answered.
+    struct Call {
+        std::string name;
+        std::vector<std::string> arguments;
+        long result;
+    };
+    std::vector<Call> trace;
+
+private:
+    template <auto Member, class R, class... P> static R hooked(P... arguments)
+    {
+        SystemCallScript& script = *current_;
+        const std::string name = name_<Member>;
+        ++script.calls_;
+        if (script.before)
+            script.before(name);
+        if (script.calls_ == script.failAt_ || script.failName_ == name) {
+            script.failedName_ = name;
+            if constexpr (sizeof...(P) == 1)
+                if (name == "close")
+                    (script.kept_.*Member)(arguments...);
+            errno = script.error_;
+            return -1;
+        }
+        const R result = script.pass(script.kept_.*Member, arguments...);
+        const int error = errno;
+        script.trace.push_back({name, {}, long(result)});
+        script.describe(arguments...);
+        errno = error;
+        return result;
+    }
+
+    template <class R, class... P> R pass(R (*call)(P...), P... arguments)
+    {
+        return call(arguments...);
+    }
+    template <class Bytes>
+    ssize_t pass(ssize_t (*call)(int, Bytes, size_t), int descriptor, Bytes bytes, size_t count)
+    {
+        return call(descriptor, bytes, cutShort_ && count > 1 ? count / 2 : count);
+    }
+
+    template <class... P> void describe(P... arguments)
+    {
+        (trace.back().arguments.push_back(text(arguments)), ...);
+    }
+    void describe(int descriptor, const void* bytes, size_t)
+    {
+        const Call& call = trace.back();
+        const size_t written = call.result > 0 ? size_t(call.result) : 0;
+        trace.back().arguments = {text(descriptor),
+                                  std::string(static_cast<const char*>(bytes), written)};
+    }
+    // readlinkat() fills its buffer: not a text on the way in.
+    static std::string text(char*) { return "(pointer)"; }
+    static std::string text(const char* value) { return value; }
+    template <class T> static std::string text(T value)
+    {
+        if constexpr (std::is_integral_v<T>)
+            return std::to_string(value);
+        else
+            return "(pointer)";
+    }
+
+    template <auto Member, class R, class... P> void set(R (*SystemCalls::*)(P...))
+    {
+        systemCalls.*Member = hooked<Member, R, P...>;
+    }
+    template <auto Member> void hook(const char* name)
+    {
+        name_<Member> = name;
+        set<Member>(Member);
+    }
+
+    static inline SystemCallScript* current_ = nullptr;
+    template <auto Member> static inline const char* name_ = nullptr;
+
+    const SystemCalls kept_;
+    int calls_ = 0;
+    int failAt_ = 0;
+    int error_ = 0;
+    bool cutShort_ = false;
+    std::string failName_;
+    std::string failedName_;
+};
