@@ -1,1 +1,94 @@
-// stub
+#include <Vx/VxCRC.h>
+
+#include <cstdint>
+#include <cstring>
+
+// The register is the remainder of the message, read as a polynomial over two elements,
+// divided by P = x^32 + x^5 + x^3 + x^2 + 1. P has so few terms that its powers need neither
+// tables nor carry-less multiplication: modulo P, and by squaring,
+//
+//     x^32  = x^5  + x^3  + x^2  + 1
+//     x^64  = x^10 + x^6  + x^4  + 1
+//     x^256 = x^40 + x^24 + x^16 + 1
+//
+// The bits of a byte enter lowest first, so a little-endian 64-bit word holds 64 coefficients
+// in reverse: bit j is that of x^(63-j), and multiplying by x is a shift to the right. What
+// falls off the low end are the coefficients of x^64 and above.
+
+namespace {
+
+using Word = std::uint64_t;
+
+Word load(const unsigned char* bytes)
+{
+    Word word;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+// a * x^64 modulo P for a polynomial of degree below 54: nothing falls off.
+Word shift64Low(Word a) { return a ^ (a >> 4) ^ (a >> 6) ^ (a >> 10); }
+
+// a * x^64 modulo P.
+Word shift64(Word a)
+{
+    const Word fallen = (a << 60) ^ (a << 58) ^ (a << 54);
+    return shift64Low(a) ^ shift64Low(fallen);
+}
+
+// a * x^256 modulo P.
+Word shift256(Word a)
+{
+    const Word fallen = (a << 48) ^ (a << 40) ^ (a << 24);
+    return a ^ (a >> 16) ^ (a >> 24) ^ (a >> 40) ^ shift64Low(fallen);
+}
+
+unsigned int reversed(unsigned int bits)
+{
+    bits = (bits & 0x55555555) << 1 | (bits >> 1 & 0x55555555);
+    bits = (bits & 0x33333333) << 2 | (bits >> 2 & 0x33333333);
+    bits = (bits & 0x0F0F0F0F) << 4 | (bits >> 4 & 0x0F0F0F0F);
+    return __builtin_bswap32(bits);
+}
+
+// The register that the 64 coefficients of `a` leave, in its usual order of bits.
+unsigned int remainder(Word a)
+{
+    const unsigned int high = static_cast<unsigned int>(a); // x^63 to x^32
+    const unsigned int low = static_cast<unsigned int>(a >> 32);
+    const auto times = [](unsigned int b) { return b ^ (b >> 2) ^ (b >> 3) ^ (b >> 5); };
+    const unsigned int fallen = (high << 30) ^ (high << 29) ^ (high << 27);
+    return reversed(low ^ times(high) ^ times(fallen));
+}
+
+} // namespace
+
+unsigned int Vx::CRC::IterateCRC32(char byte, unsigned int crc)
+{
+    // Eight steps of the register at once: the byte enters in reverse, the eight bits that
+    // leave at the top come back as their product with x^5 + x^3 + x^2 + 1.
+    const unsigned int out = crc >> 24;
+    const unsigned int in = reversed(static_cast<unsigned char>(byte)) >> 24;
+    return (crc << 8) ^ in ^ out ^ (out << 2) ^ (out << 3) ^ (out << 5);
+}
+
+unsigned int Vx::CRC::CalculateCRC32ForBlock(const void* data, unsigned long length)
+{
+    const unsigned char* bytes = static_cast<const unsigned char*>(data);
+    Word sum = 0;
+    if (length >= 64) {
+        // Four sums, each of every fourth word, so that the processor works on them at once.
+        Word lanes[4] = {load(bytes), load(bytes + 8), load(bytes + 16), load(bytes + 24)};
+        for (bytes += 32, length -= 32; length >= 32; bytes += 32, length -= 32)
+            for (int i = 0; i < 4; ++i)
+                lanes[i] = shift256(lanes[i]) ^ load(bytes + 8 * i);
+        for (Word lane : lanes)
+            sum = shift64(sum) ^ lane;
+    }
+    for (; length >= 8; bytes += 8, length -= 8)
+        sum = shift64(sum) ^ load(bytes);
+    unsigned int crc = remainder(sum);
+    for (; length != 0; ++bytes, --length)
+        crc = IterateCRC32(static_cast<char>(*bytes), crc);
+    return crc;
+}

@@ -1,1 +1,22 @@
-// stub
+#include <Vx/VxException.h>
+
+#include <Vx/platform/OS.h>
+#include <Vx/platform/iSystemUtils.h>
+
+namespace Vx {
+namespace Exception {
+
+// The destructors stand here so that tables and type information exist once, in this
+// library, whoever throws.
+Base::~Base() = default;
+RuntimeError::~RuntimeError() = default;
+LogicError::~LogicError() = default;
+
+RuntimeError::RuntimeError(const char* message, const char* file, int line) noexcept
+    : Base("RuntimeError", message, file, line)
+{
+    OS()->systemUtils()->captureCallStack(callStack);
+}
+
+} // namespace Exception
+} // namespace Vx

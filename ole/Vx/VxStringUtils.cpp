@@ -1,1 +1,208 @@
-// stub
+#include <Vx/VxStringUtils.h>
+
+#include <Vx/platform/OS.h>
+#include <Vx/platform/iSystemUtils.h>
+#include <cctype>
+#include <cwctype>
+#include <vector>
+
+namespace {
+
+using NarrowString = LightweightString<char>;
+using WideString = LightweightString<wchar_t>;
+
+template <class Convert> NarrowString& convertBytes(NarrowString& text, Convert convert)
+{
+    char* const chars = text.mutableChars();
+    for (unsigned int i = 0; i < text.length(); ++i)
+        // Deliberate: as a signed char, the way the C library's tables allow.
+        chars[i] = static_cast<char>(convert(static_cast<signed char>(chars[i])));
+    return text;
+}
+
+template <class Convert> WideString& convertCodePoints(WideString& text, Convert convert)
+{
+    wchar_t* const chars = text.mutableChars();
+    for (unsigned int i = 0; i < text.length(); ++i)
+        chars[i] = static_cast<wchar_t>(convert(static_cast<std::wint_t>(chars[i])));
+    return text;
+}
+
+} // namespace
+
+namespace Vx {
+
+NarrowString& toLower(NarrowString& text)
+{
+    return convertBytes(text, [](int c) { return std::tolower(c); });
+}
+
+NarrowString& toUpper(NarrowString& text)
+{
+    return convertBytes(text, [](int c) { return std::toupper(c); });
+}
+
+WideString& toLower(WideString& text)
+{
+    return convertCodePoints(text, [](std::wint_t c) { return std::towlower(c); });
+}
+
+WideString& toUpper(WideString& text)
+{
+    return convertCodePoints(text, [](std::wint_t c) { return std::towupper(c); });
+}
+
+NarrowString toLower(const NarrowString& text)
+{
+    NarrowString copy(text);
+    toLower(copy);
+    return copy;
+}
+
+NarrowString toUpper(const NarrowString& text)
+{
+    NarrowString copy(text);
+    toUpper(copy);
+    return copy;
+}
+
+WideString toLower(const WideString& text)
+{
+    WideString copy(text);
+    toLower(copy);
+    return copy;
+}
+
+WideString toUpper(const WideString& text)
+{
+    WideString copy(text);
+    toUpper(copy);
+    return copy;
+}
+
+WideString& stripLeadingChars(WideString& text, wchar_t c)
+{
+    const unsigned int length = text.length();
+    unsigned int run = 0;
+    while (run < length && text[run] == c)
+        ++run;
+    // Deliberate: a text of nothing else stays; callers count on not losing it.
+    if (run != 0 && run != length)
+        text = WideString(text.c_str() + run, length - run);
+    return text;
+}
+
+WideString& stripTrailingChars(WideString& text, wchar_t c)
+{
+    const unsigned int length = text.length();
+    unsigned int kept = length;
+    while (kept != 0 && text[kept - 1] == c)
+        --kept;
+    // Deliberate: a text of nothing else stays; callers count on not losing it.
+    if (kept != 0 && kept != length)
+        StringDetail::truncate(text, kept);
+    return text;
+}
+
+bool endsWith(const WideString& text, wchar_t c, bool caseSensitive)
+{
+    if (text.empty())
+        return false;
+    const wchar_t last = text.back();
+    if (caseSensitive)
+        return last == c;
+    return std::towupper(static_cast<std::wint_t>(last)) ==
+           std::towupper(static_cast<std::wint_t>(c));
+}
+
+namespace {
+
+// Where `pattern` stands in `text`, from the right and without overlaps: the rightmost first.
+// Knuth, Morris and Pratt, from right to left: linear whatever the texts.
+std::vector<unsigned int> findFromTheRight(const WideString& text, const WideString& pattern)
+{
+    const unsigned int n = pattern.length();
+    // Read from their ends, both texts are searched in the usual direction.
+    const wchar_t* const lastOfPattern = pattern.c_str() + n - 1;
+    const auto patternAt = [&](unsigned int i) { return lastOfPattern[-std::ptrdiff_t(i)]; };
+
+    // borders[k]: how much of a match of k characters is also the start of the next one.
+    std::vector<unsigned int> borders(n, 0);
+    for (unsigned int i = 1, border = 0; i + 1 < n; ++i) {
+        while (border != 0 && patternAt(i) != patternAt(border))
+            border = borders[border];
+        if (patternAt(i) == patternAt(border))
+            ++border;
+        borders[i + 1] = border;
+    }
+
+    std::vector<unsigned int> hits;
+    const wchar_t* const chars = text.c_str();
+    unsigned int matched = 0;
+    for (unsigned int i = text.length(); i-- != 0;) {
+        while (matched != 0 && chars[i] != patternAt(matched))
+            matched = borders[matched];
+        if (chars[i] == patternAt(matched) && ++matched == n) {
+            hits.push_back(i);
+            matched = 0;
+        }
+    }
+    return hits;
+}
+
+} // namespace
+
+WideString substituteCaseInsensitive(const WideString& text, const WideString& pattern,
+                                     const WideString& replacement)
+{
+    if (pattern.empty() || pattern.length() > text.length())
+        return text;
+    const std::vector<unsigned int> hits = findFromTheRight(toLower(text), toLower(pattern));
+    if (hits.empty())
+        return text;
+
+    const std::size_t length = text.length() - hits.size() * pattern.length() +
+                               hits.size() * std::size_t(replacement.length());
+    if (length > 0xFFFFFFFFu)
+        StringDetail::throwTooLong();
+    WideString result;
+    result.resizeFor(static_cast<unsigned int>(length));
+    if (length == 0)
+        return result;
+    wchar_t* to = result.mutableChars();
+    const wchar_t* from = text.c_str();
+    for (std::size_t i = hits.size(); i-- != 0;) {
+        const wchar_t* const hit = text.c_str() + hits[i];
+        to = wmempcpy(to, from, static_cast<std::size_t>(hit - from));
+        to = wmempcpy(to, replacement.c_str(), replacement.length());
+        from = hit + pattern.length();
+    }
+    std::wmemcpy(to, from, static_cast<std::size_t>(text.end() - from));
+    return result;
+}
+
+WideString WStringFromAscii(const char* text) { return OS()->systemUtils()->wideFromAscii(text); }
+
+} // namespace Vx
+
+bool isEssentiallyEmpty(const NarrowString& text)
+{
+    for (char c : text)
+        if (c != ' ')
+            return false;
+    return true;
+}
+
+template NarrowString& trimTrailingSpaces(NarrowString& text);
+
+NarrowString toUTF8(const WideString& text) { return OS()->systemUtils()->toUTF8(text); }
+
+WideString fromUTF8(const NarrowString& text)
+{
+    return OS()->systemUtils()->fromUTF8(text.c_str(), text.length());
+}
+
+WideString fromUTF8(const char* bytes, int length)
+{
+    return OS()->systemUtils()->fromUTF8(bytes, static_cast<unsigned int>(length));
+}

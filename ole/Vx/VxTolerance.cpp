@@ -1,1 +1,38 @@
-// stub
+#include <Vx/VxTolerance.h>
+
+#include <bit>
+#include <cstdint>
+
+namespace {
+
+// Bit patterns as unsigned numbers: all the arithmetic wraps around.
+template <class Bits> bool within99(Bits a, Bits b)
+{
+    constexpr Bits kSign = Bits(1) << (8 * sizeof(Bits) - 1);
+    if ((a & kSign) != 0)
+        a = kSign - a;
+    // Deliberate: one more than for the first argument, so a negative second one lies one
+    // place further down. Stored results depend on it.
+    if ((b & kSign) != 0)
+        b = kSign + 1 - b;
+    Bits distance = a - b;
+    if ((distance & kSign) != 0)
+        distance = Bits(0) - distance;
+    // Two's complement: the most negative number is its own absolute value, still negative,
+    // and so below the limit.
+    return distance <= 99 || distance == kSign;
+}
+
+} // namespace
+
+template <> bool TolerantEq<float>(float a, float b)
+{
+    return within99(std::bit_cast<std::uint32_t>(a), std::bit_cast<std::uint32_t>(b));
+}
+
+template <> bool TolerantEq<double>(double a, double b)
+{
+    return within99(std::bit_cast<std::uint64_t>(a), std::bit_cast<std::uint64_t>(b));
+}
+
+template <> bool TolerantGt<double>(double a, double b) { return !TolerantEq(a, b) && a > b; }

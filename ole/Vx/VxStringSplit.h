@@ -1,0 +1,173 @@
+// VxStringSplit.h - cutting text at separators, joining it again, file names.
+#pragma once
+
+#include <Vx/LightweightString.h>
+#include <Vx/VxExport.h>
+#include <Vx/VxMemory.h>
+#include <vector>
+
+namespace Vx {
+
+/// What the splitting functions take as \p flags, combined with `|`.
+enum SplitFlags : unsigned int {
+    SkipEmpty = 1,     ///< middle pieces without characters are left out
+    RespectQuotes = 2, ///< a separator between double quotes does not separate
+    KeepSeparator = 4, ///< the first and middle pieces keep the separator that ends them
+};
+
+/// Matches one character.
+template <class Ch> class IsMatchingChar {
+public:
+    constexpr explicit IsMatchingChar(Ch character) noexcept : character_(character) {}
+
+    constexpr bool operator()(Ch c) const noexcept { return c == character_; }
+
+private:
+    Ch character_;
+};
+
+/// The vector of strings that the splitting functions fill.
+template <class String> struct StringToVec {
+    using VecT = std::vector<String, StdAllocator<String>>;
+};
+
+/// Appends pieces of one text to a vector. Both must outlive the builder.
+template <class String> class SplitOutputBuilder {
+public:
+    SplitOutputBuilder(typename StringToVec<String>::VecT& out, const String& source) noexcept
+        : out_(out), source_(source)
+    {}
+
+    /// Appends the \p count characters from \p start in a block of their own, cut at the end
+    /// of the text; an empty string when nothing is left.
+    void add(unsigned int start, unsigned int count)
+    {
+        const unsigned int length = source_.length();
+        if (start >= length)
+            count = 0;
+        else if (count > length - start)
+            count = length - start;
+        out_.push_back(count != 0 ? String(source_.c_str() + start, count) : String());
+    }
+
+private:
+    typename StringToVec<String>::VecT& out_;
+    const String& source_;
+};
+
+/// Appends to \p positions, in increasing order, the indices of the characters of \p text
+/// that \p matches and that separate.
+///
+/// A double quote (0x22) opens or closes a quoted run, unless a backslash stands directly
+/// before it; with RespectQuotes nothing inside such a run separates. A separator that is
+/// itself the double quote always separates. No quote or backslash is taken out of the text.
+template <class String, class Matcher>
+void findSeparators(const String& text, Matcher matches, std::vector<unsigned int>& positions,
+                    unsigned int flags)
+{
+    const auto* const chars = text.c_str();
+    const unsigned int length = text.length();
+    if ((flags & RespectQuotes) == 0) {
+        for (unsigned int i = 0; i < length; ++i)
+            if (matches(chars[i]))
+                positions.push_back(i);
+        return;
+    }
+    bool inQuotes = false;
+    for (unsigned int i = 0; i < length; ++i) {
+        const bool isQuote = chars[i] == '"';
+        if (matches(chars[i])) {
+            if (!inQuotes || isQuote)
+                positions.push_back(i);
+        } else if (isQuote && (i == 0 || chars[i - 1] != '\\')) {
+            inQuotes = !inQuotes;
+        }
+    }
+}
+
+/// Hands \p out the pieces of \p text between the separators at \p positions, of which there
+/// is at least one.
+///
+/// Deliberate: a separator at the start gives no empty first piece and one at the end no
+/// empty last piece, whatever the flags; a text that is one separator gives one piece.
+template <class String, class Builder>
+void convertIndicesToSubStrings(const String& text, const std::vector<unsigned int>& positions,
+                                Builder& out, unsigned int flags)
+{
+    const unsigned int length = text.length();
+    const unsigned int kept = (flags & KeepSeparator) != 0 ? 1 : 0;
+    if (positions.front() != 0)
+        out.add(0, positions.front() + kept);
+    else if (length == 1)
+        out.add(0, kept);
+    for (std::size_t i = 1; i < positions.size(); ++i) {
+        const unsigned int start = positions[i - 1] + 1;
+        const unsigned int count = positions[i] - start;
+        if (count != 0 || (flags & SkipEmpty) == 0)
+            out.add(start, count + kept);
+    }
+    const unsigned int last = positions.back() + 1;
+    if (last < length)
+        out.add(last, length - last);
+}
+
+/// Splits \p text at the characters that \p matches and appends the pieces to \p out, which
+/// is not cleared. A text without separators, the empty one included, is one piece that
+/// shares its block.
+///
+///     Vx::StringToVec<LightweightString<wchar_t>>::VecT fields;
+///     Vx::splitIf(line, Vx::IsMatchingChar<wchar_t>(L','), fields, Vx::RespectQuotes);
+///
+/// \returns the number of strings in \p out afterwards
+/// Errors: memory exhaustion leaves by the platform's exception; \p out then keeps what it
+///   held, and perhaps some of the pieces.
+template <class String, class Matcher>
+unsigned int splitIf(const String& text, Matcher matches, typename StringToVec<String>::VecT& out,
+                     unsigned int flags)
+{
+    std::vector<unsigned int> positions;
+    findSeparators(text, matches, positions, flags);
+    if (positions.empty()) {
+        out.push_back(text);
+    } else {
+        SplitOutputBuilder<String> builder(out, text);
+        convertIndicesToSubStrings(text, positions, builder, flags);
+    }
+    return static_cast<unsigned int>(out.size());
+}
+
+/// The items one after another with \p separator between them, none when it is 0. Nothing is
+/// quoted: an item that contains the separator comes apart in unpack().
+VX_API LightweightString<wchar_t>
+pack(const std::vector<LightweightString<wchar_t>, StdAllocator<LightweightString<wchar_t>>>& items,
+     wchar_t separator);
+
+/// The items of a packed text. Empty items in front or in the middle are lost; an empty text
+/// gives one empty item.
+VX_API std::vector<LightweightString<wchar_t>, StdAllocator<LightweightString<wchar_t>>>
+unpack(const LightweightString<wchar_t>& packed, wchar_t separator);
+
+/// The last component of a path, by the platform's separator: "name" of "dir/name/". A path
+/// without separators is returned itself; one of separators only gives the empty text.
+VX_API LightweightString<wchar_t> splitFilename(const LightweightString<wchar_t>& path);
+
+// Compiled into the library; other modules may inline them or call them there.
+extern template VX_API void findSeparators<LightweightString<char>, IsMatchingChar<char>>(
+    const LightweightString<char>&, IsMatchingChar<char>, std::vector<unsigned int>&, unsigned int);
+extern template VX_API void findSeparators<LightweightString<wchar_t>, IsMatchingChar<wchar_t>>(
+    const LightweightString<wchar_t>&, IsMatchingChar<wchar_t>, std::vector<unsigned int>&,
+    unsigned int);
+extern template VX_API void
+convertIndicesToSubStrings<LightweightString<char>, SplitOutputBuilder<LightweightString<char>>>(
+    const LightweightString<char>&, const std::vector<unsigned int>&,
+    SplitOutputBuilder<LightweightString<char>>&, unsigned int);
+extern template VX_API void
+convertIndicesToSubStrings<LightweightString<wchar_t>,
+                           SplitOutputBuilder<LightweightString<wchar_t>>>(
+    const LightweightString<wchar_t>&, const std::vector<unsigned int>&,
+    SplitOutputBuilder<LightweightString<wchar_t>>&, unsigned int);
+extern template VX_API unsigned int splitIf<LightweightString<wchar_t>, IsMatchingChar<wchar_t>>(
+    const LightweightString<wchar_t>&, IsMatchingChar<wchar_t>,
+    StringToVec<LightweightString<wchar_t>>::VecT&, unsigned int);
+
+} // namespace Vx
