@@ -1,1 +1,238 @@
-// stub
+#include <Vx/CriticalSection.h>
+
+#include <Vx/VxTypeManip.h>
+#include <barrier>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "ScriptedPlatform.h"
+
+TEST(CriticalSection, AsksThePlatformLockOnEveryEntry)
+{
+    ScriptedPlatform platform;
+    platform.logCalls();
+    CriticalSection lock(7u);
+    EXPECT_EQ(platform.takeLog(), "createLock(7)");
+    lock.enter();
+    lock.enter();
+    EXPECT_EQ(lock.attemptEntry(), 0);
+    EXPECT_EQ(platform.takeLog(), "lock currentThreadId lock tryLock");
+    lock.leave();
+    lock.leave();
+    lock.leave();
+    EXPECT_EQ(platform.takeLog(), "unlock unlock unlock");
+    CriticalSection plain;
+    CriticalSection named("x");
+    EXPECT_EQ(platform.takeLog(), "createLock(0) createLock(0)");
+}
+
+TEST(CriticalSection, OwnerStaysUntilTheLastLeave)
+{
+    ScriptedPlatform platform;
+    platform.setThreadId(4711);
+    CriticalSection lock;
+    EXPECT_EQ(lock.owner(), 0u);
+    lock.enter();
+    lock.enter();
+    EXPECT_EQ(lock.owner(), 4711u);
+    lock.leave();
+    EXPECT_EQ(lock.owner(), 4711u);
+    lock.leave();
+    EXPECT_EQ(lock.owner(), 0u);
+}
+
+TEST(CriticalSection, BusyAttemptChangesNothing)
+{
+    CriticalSection lock;
+    lock.enter();
+    const unsigned int owner = lock.owner();
+    std::thread([&] {
+        EXPECT_EQ(lock.attemptEntry(), -1);
+        EXPECT_FALSE(lock.try_lock());
+        EXPECT_EQ(lock.owner(), owner);
+    }).join();
+    lock.leave(); // one entry, so one leave: a counted failure would keep the owner
+    EXPECT_EQ(lock.owner(), 0u);
+    std::thread([&] {
+        EXPECT_EQ(lock.attemptEntry(), 0);
+        EXPECT_NE(lock.owner(), owner);
+        lock.leave();
+    }).join();
+}
+
+TEST(CriticalSection, BookkeepingIsDoneBeforeTheUnlock)
+{
+    ScriptedPlatform platform;
+    CriticalSection lock;
+    lock.enter();
+    platform.failCall("unlock");
+    EXPECT_THROW(lock.leave(), ScriptedFault);
+    EXPECT_EQ(lock.owner(), 0u);
+}
+
+TEST(CriticalSection, PlatformFailuresLeaveItFree)
+{
+    ScriptedPlatform platform;
+    CriticalSection lock;
+    for (const char* operation : {"lock", "currentThreadId"}) {
+        SCOPED_TRACE(operation);
+        platform.failCall(operation);
+        EXPECT_THROW(lock.enter(), ScriptedFault);
+        EXPECT_EQ(lock.owner(), 0u);
+        std::thread([&] {
+            ASSERT_EQ(lock.attemptEntry(), 0);
+            EXPECT_NE(lock.owner(), 0u); // counted from 0 again
+            lock.leave();
+            EXPECT_EQ(lock.owner(), 0u);
+        }).join();
+    }
+}
+
+TEST(CriticalSection, CopiesShareOneLock)
+{
+    CriticalSection lock("one");
+    CriticalSection copy(lock);
+    copy.setName("renamed");
+    EXPECT_EQ(lock.name(), "renamed");
+    const std::lock_guard<CriticalSection> hold(lock);
+    EXPECT_EQ(copy.owner(), lock.owner());
+    std::thread([&] { EXPECT_EQ(copy.attemptEntry(), -1); }).join();
+}
+
+TEST(CriticalSection, InitStartsAnewAndLeavesCopiesTheOld)
+{
+    ScriptedPlatform platform;
+    CriticalSection lock("old");
+    CriticalSection copy(lock);
+    lock.enter();
+    lock.init(0);
+    EXPECT_EQ(lock.owner(), 0u);
+    EXPECT_TRUE(lock.name().empty());
+    EXPECT_NE(copy.owner(), 0u);
+    EXPECT_EQ(copy.name(), "old");
+    copy.leave();
+    platform.failCall("createLock");
+    EXPECT_THROW(copy.init(0), ScriptedFault);
+    EXPECT_EQ(copy.name(), "old");
+}
+
+TEST(CriticalSection, NameStorageFollowsTheGrowthRule)
+{
+    const struct {
+        const char* name;
+        unsigned int capacity;
+    } rows[] = {{"", 0}, {"a", 2}, {"abc", 4}, {"abcdefg", 8}, {"abcdefgh", 16}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        CriticalSection lock(row.name);
+        EXPECT_EQ(lock.name(), row.name);
+        EXPECT_EQ(lock.name().capacity(), row.capacity);
+    }
+    EXPECT_EQ(CriticalSection(nullptr).name().capacity(), 0u);
+}
+
+TEST(CriticalSection, RenamingReusesItsOwnRoomOnly)
+{
+    ScriptedPlatform platform;
+    CriticalSection lock("abcdefg"); // 8 slots
+    const char* block = lock.name().c_str();
+
+    lock.setName("xyz");
+    EXPECT_EQ(lock.name(), "xyz");
+    EXPECT_EQ(lock.name().c_str(), block);
+    lock.setName("1234567");
+    EXPECT_EQ(lock.name().c_str(), block);
+    EXPECT_EQ(lock.name(), "1234567");
+
+    lock.setName("12345678"); // needs a ninth slot
+    EXPECT_EQ(lock.name().capacity(), 16u);
+
+    const LightweightString<char> sharer = lock.name();
+    lock.setName("new");
+    EXPECT_EQ(sharer, "12345678");
+    EXPECT_EQ(lock.name().capacity(), 4u);
+
+    const long before = platform.liveBlocks();
+    lock.setName("");
+    EXPECT_EQ(platform.liveBlocks(), before - 1);
+    lock.setName("back");
+    lock.setName(nullptr);
+    EXPECT_EQ(lock.name().capacity(), 0u);
+    EXPECT_EQ(platform.liveBlocks(), before - 1);
+}
+
+TEST(CriticalSection, FailedRenamingKeepsTheName)
+{
+    ScriptedPlatform platform;
+    CriticalSection lock("old");
+    platform.failAllocation(1);
+    EXPECT_THROW(lock.setName("longer"), std::bad_alloc);
+    EXPECT_EQ(lock.name(), "old");
+}
+
+TEST(CriticalSection, FailedConstructionLeavesNothingBehind)
+{
+    ScriptedPlatform platform;
+    const long before = platform.liveBlocks();
+    const unsigned int failures = failEachAllocation(
+        platform, [] { CriticalSection lock("name"); },
+        [&] { EXPECT_EQ(platform.liveBlocks(), before); });
+    EXPECT_GE(failures, 4u); // representation, platform lock, counter, name
+    platform.failCall("createLock");
+    EXPECT_THROW(CriticalSection{}, ScriptedFault);
+    EXPECT_EQ(platform.liveBlocks(), before);
+}
+
+TEST(CriticalSection, IsMadeByAPlainFactory)
+{
+    void* (*factory)() = Vx::TypeManip::TemplatedNew<CriticalSection>::new_;
+    auto* lock = static_cast<CriticalSection*>(factory());
+    EXPECT_EQ(lock->attemptEntry(), 0);
+    lock->leave();
+    delete lock;
+}
+
+TEST(CriticalSection, DebugPrintPrintsNothing)
+{
+    CriticalSection lock("silent");
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    lock.debugPrint();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(CriticalSection, ThreadsExcludeEachOtherWhileOthersLook)
+{
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 5000;
+    CriticalSection lock;
+    long total = 0;
+    long entered = 0;
+    std::barrier start(kThreads);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i)
+        threads.emplace_back([&, i] {
+            CriticalSection mine(lock);
+            start.arrive_and_wait();
+            for (int n = 0; n < kRounds; ++n) {
+                (void)mine.owner();
+                if (i == 0 && mine.attemptEntry() != 0)
+                    mine.enter();
+                else if (i != 0)
+                    mine.enter();
+                mine.enter();
+                ++total;
+                mine.leave();
+                ++entered;
+                mine.leave();
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(total, long{kThreads} * kRounds);
+    EXPECT_EQ(entered, long{kThreads} * kRounds);
+    EXPECT_EQ(lock.owner(), 0u);
+}
