@@ -1,1 +1,284 @@
-// stub
+#include <Vx/VxShutdown.h>
+
+#include <atomic>
+#include <barrier>
+#include <cstdio>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ScriptedPlatform.h"
+
+namespace {
+
+using Shutdown::CallbackItem;
+using Shutdown::CallbackItemList;
+using Shutdown::eExitType;
+using Shutdown::kOrderlyExit;
+using Handle = Vx::Ptr<Shutdown::Callback>;
+
+// Words in the order in which they happened.
+std::string events;
+
+void note(const std::string& word) { events += (events.empty() ? "" : " ") + word; }
+
+std::string takeEvents() { return std::exchange(events, std::string()); }
+
+std::function<void()> noting(const char* word)
+{
+    return [word] { note(word); };
+}
+
+struct Noting : Shutdown::Callback {
+    explicit Noting(std::string word) : word(std::move(word)) {}
+    ~Noting() override { note("~" + word); }
+    void execute(const eExitType& type) override { note(word + std::to_string(type)); }
+    std::string word;
+};
+
+CallbackItem item(const char* word, unsigned int priority)
+{
+    return CallbackItem([word](eExitType) { note(word); }, priority);
+}
+
+} // namespace
+
+TEST(Shutdown, RunsByPriorityThenByAgeInTwoPasses)
+{
+    Shutdown::addCallback(noting("300"), 300);
+    Shutdown::addCallback(noting("5a"), 5);
+    Shutdown::addCallback(noting("201"), 201);
+    Shutdown::addCallback(noting("200"), 200);
+    Shutdown::addCallback(noting("5b"), 5);
+    Shutdown::addCallback(noting("last"), 0xFFFFFFFFu);
+    Shutdown::addCallback([](eExitType type) { note("0:" + std::to_string(type)); }, 0);
+    for (unsigned int priority : {200u, 201u})
+        Shutdown::addCallback([] { note("status" + std::to_string(Shutdown::status)); }, priority);
+    EXPECT_FALSE(Shutdown::isExiting());
+    EXPECT_EQ(Shutdown::status, 0);
+    Shutdown::executeCallbacks(static_cast<eExitType>(9));
+    EXPECT_EQ(takeEvents(), "0:9 5a 5b 200 status1 201 status2 300 last");
+    EXPECT_TRUE(Shutdown::isExiting());
+
+    Shutdown::addCallback(noting("late"), 1);
+    Shutdown::addCallback([](eExitType) { note("late"); }, 1);
+    Shutdown::addCallback(Handle(new Noting("late")), 1);
+    EXPECT_EQ(takeEvents(), "~late") << "refused, not kept";
+    Shutdown::executeCallbacks(kOrderlyExit);
+    EXPECT_EQ(takeEvents(), "");
+}
+
+TEST(Shutdown, CallbackAddedInTheFirstPassWaitsForTheFinalOne)
+{
+    Shutdown::addCallback(
+        [] {
+            note("adds");
+            Shutdown::addCallback(noting("added1"), 1);
+            Shutdown::addCallback(noting("added250"), 250);
+        },
+        10);
+    Shutdown::addCallback(noting("200"), 200);
+    Shutdown::addCallback(
+        [] {
+            note("refused");
+            Shutdown::addCallback(noting("never"), 400);
+        },
+        240);
+    Shutdown::executeCallbacks(kOrderlyExit);
+    EXPECT_EQ(takeEvents(), "adds 200 added1 refused added250");
+}
+
+TEST(Shutdown, CallbacksMayRemoveWhileRunning)
+{
+    const Handle firstPass(new Noting("first"));
+    const Handle finalPass(new Noting("final"));
+    Shutdown::addCallback(
+        [&] {
+            Shutdown::removeCallback(firstPass); // has left the list: comes too late
+            Shutdown::removeCallback(finalPass);
+        },
+        1);
+    Shutdown::addCallback(firstPass, 2);
+    Shutdown::addCallback(finalPass, 202);
+    Shutdown::addCallback(noting("end"), 203);
+    Shutdown::executeCallbacks(kOrderlyExit);
+    EXPECT_EQ(takeEvents(), "first0 end");
+}
+
+TEST(Shutdown, RemovesTheFirstInOrderByIdentity)
+{
+    const Handle twice(new Noting("twice"));
+    const Handle twin(new Noting("twice"));
+    Shutdown::addCallback(twice, 30);
+    Shutdown::addCallback(twice, 10);
+    Shutdown::addCallback(noting("20"), 20);
+    Shutdown::removeCallback(twin);
+    Shutdown::removeCallback(Handle());
+    EXPECT_EQ(twice.useCount(), 3u);
+    Shutdown::removeCallback(twice);
+    EXPECT_EQ(twice.useCount(), 2u);
+    Shutdown::executeCallbacks(kOrderlyExit);
+    EXPECT_EQ(takeEvents(), "20 twice0");
+    EXPECT_EQ(twice.useCount(), 1u);
+}
+
+TEST(Shutdown, FirstPassReleasesWhatAnExceptionLeavesUnrun)
+{
+    Shutdown::addCallback([] { throw std::runtime_error("stop"); }, 1);
+    Shutdown::addCallback(Handle(new Noting("unrun")), 2);
+    Shutdown::addCallback(Handle(new Noting("final")), 201);
+    EXPECT_THROW(Shutdown::executeCallbacks(kOrderlyExit), std::runtime_error);
+    EXPECT_EQ(takeEvents(), "~unrun");
+    EXPECT_EQ(Shutdown::status, 1);
+    Shutdown::executeCallbacks(kOrderlyExit);
+    EXPECT_EQ(takeEvents(), "final0 ~final");
+}
+
+TEST(Shutdown, FinalPassKeepsWhatAnExceptionLeavesUnrun)
+{
+    Shutdown::addCallback([] { throw std::runtime_error("stop"); }, 201);
+    Shutdown::addCallback(Handle(new Noting("kept")), 202);
+    EXPECT_THROW(Shutdown::executeCallbacks(kOrderlyExit), std::runtime_error);
+    EXPECT_EQ(takeEvents(), "");
+    EXPECT_EQ(Shutdown::status, 2);
+    Shutdown::executeCallbacks(kOrderlyExit);
+    EXPECT_EQ(takeEvents(), "kept0 ~kept");
+}
+
+TEST(Shutdown, EmptyFunctionsRaiseWhenTheirTurnComes)
+{
+    Shutdown::addCallback(std::function<void()>(), 1);
+    EXPECT_THROW(Shutdown::executeCallbacks(kOrderlyExit), std::bad_function_call);
+    Shutdown::beginShutdown();
+    Shutdown::addCallback(std::function<void(eExitType)>(), 1);
+    EXPECT_THROW(Shutdown::executeCallbacks(kOrderlyExit), std::bad_function_call);
+}
+
+TEST(Shutdown, EmptyPointersAreSkipped)
+{
+    Shutdown::addCallback(Handle(), 1);
+    Shutdown::addCallback(Handle(), 201);
+    Shutdown::addCallback(noting("end"), 202);
+    Shutdown::executeCallbacks(kOrderlyExit);
+    EXPECT_EQ(takeEvents(), "end");
+}
+
+TEST(Shutdown, FlushesStandardOutputBetweenThePasses)
+{
+    std::FILE* const readable = std::tmpfile();
+    ASSERT_NE(readable, nullptr);
+    std::FILE* const saved = std::exchange(stdout, readable);
+    static std::vector<long> sizes;
+    const auto measure = [readable] {
+        // A second handle on the same file sees only what has been flushed.
+        char path[64];
+        std::snprintf(path, sizeof path, "/proc/self/fd/%d", fileno(readable));
+        std::FILE* other = std::fopen(path, "r");
+        std::fseek(other, 0, SEEK_END);
+        sizes.push_back(std::ftell(other));
+        std::fclose(other);
+    };
+    Shutdown::addCallback([measure] { std::fputs("four", stdout), measure(); }, 200);
+    Shutdown::addCallback(measure, 201);
+    Shutdown::executeCallbacks(kOrderlyExit);
+    stdout = saved;
+    std::fclose(readable);
+    EXPECT_EQ(sizes, (std::vector<long>{0, 4}));
+}
+
+TEST(Shutdown, ListOfOneOwnRunsWholeAndEndsEmpty)
+{
+    CallbackItemList list;
+    list.add(item("late", 300));
+    list.add(item("first", 5));
+    const CallbackItem second = item("second", 5);
+    list.add(second);
+    list.add(second); // the same item: the same place in the order
+    list.execute(kOrderlyExit);
+    EXPECT_EQ(takeEvents(), "first second late");
+    list.execute(kOrderlyExit);
+    EXPECT_EQ(takeEvents(), "");
+}
+
+TEST(Shutdown, FailedAdditionLeavesNothingBehind)
+{
+    ScriptedPlatform platform;
+    CallbackItemList list;
+    const long before = platform.liveBlocks();
+    failEachAllocation(
+        platform, [&] { list.add(CallbackItem([](eExitType) {}, 1)); },
+        [&] {
+            EXPECT_EQ(platform.liveBlocks(), before);
+            std::thread([&] { list.remove(Handle()); }).join(); // the lock is free
+        });
+    list.execute(kOrderlyExit);
+    EXPECT_EQ(platform.liveBlocks(), before);
+}
+
+TEST(Shutdown, ThreadsAddAndRemoveTogether)
+{
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 500;
+    CallbackItemList list;
+    std::atomic<int> runs{0};
+    std::barrier start(kThreads);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i)
+        threads.emplace_back([&] {
+            start.arrive_and_wait();
+            for (int n = 0; n < kRounds; ++n) {
+                const Handle kept(new Shutdown::FunctionCallback([&](eExitType) { ++runs; }));
+                const Handle removed(new Shutdown::FunctionCallback([&](eExitType) { runs = -1; }));
+                list.add(CallbackItem(removed, 7));
+                list.add(CallbackItem(kept, 7));
+                list.remove(removed);
+                EXPECT_EQ(removed.useCount(), 1u);
+                Shutdown::addCallback(kept, 7);
+                Shutdown::removeCallback(kept);
+                EXPECT_FALSE(Shutdown::isExiting());
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    list.execute(kOrderlyExit);
+    EXPECT_EQ(runs, kThreads * kRounds) << "two items with one number would be one item";
+}
+
+TEST(Shutdown, CallbackInterfaceHasItsPlaces)
+{
+    void (Shutdown::Callback::*execute)(const eExitType&) = &Shutdown::Callback::execute;
+    std::size_t slot = 0;
+    std::memcpy(&slot, &execute, sizeof slot);
+    EXPECT_EQ((slot - 1) / sizeof(void*), 2u) << "behind the two destructors";
+}
+
+namespace {
+
+void splat(const char* text) { note(std::string("splat:") + text); }
+
+void splatOnce(const char* text)
+{
+    note(std::string("adds:") + text);
+    static bool added = false;
+    if (!std::exchange(added, true))
+        for (int i = 0; i < 100; ++i) // moves the list under the walk
+            addSplatCallback(splat);
+}
+
+} // namespace
+
+TEST(SplatCallbacks, RunInOrderWithRepetitions)
+{
+    callSplatCallbacks("nobody");
+    addSplatCallback(splat);
+    addSplatCallback(splatOnce);
+    addSplatCallback(splat);
+    std::string expected = "splat:x adds:x splat:x";
+    for (int i = 0; i < 100; ++i)
+        expected += " splat:x";
+    callSplatCallbacks("x");
+    EXPECT_EQ(takeEvents(), expected);
+}
