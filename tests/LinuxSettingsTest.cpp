@@ -1,1 +1,451 @@
-// stub
+// The Linux platform's folders and settings: what is kept, shared, and never lost.
+#include <Folders.h>
+#include <ScratchFolder.h>
+#include <SettingsStore.h>
+#include <Shell.h>
+#include <SystemCallScript.h>
+#include <Vx/platform/OS.h>
+#include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+/// A configuration folder of its own; stores made here find their files in it.
+class Settings : public testing::Test {
+protected:
+    /// A store as a process finds it that has just started.
+    SettingsStore& started(int scope = 0)
+    {
+        static std::list<SettingsStore> stores; // they live as long as the process
+        return stores.emplace_back(scope);
+    }
+
+    std::string value(const SettingsKey& key, int scope = 0)
+    {
+        std::string found;
+        return started(scope).get(key, found) ? found : "(none)";
+    }
+
+    std::string file() const { return scratch.get("Vx/user.ini"); }
+
+    void putFile(const std::string& text)
+    {
+        std::filesystem::create_directory(scratch.path("Vx"));
+        scratch.put("Vx/user.ini", text);
+    }
+
+    std::string filesBeside() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(scratch.path("Vx")))
+            names.push_back(entry.path().filename());
+        std::sort(names.begin(), names.end());
+        std::string all;
+        for (const std::string& name : names)
+            all += name + " ";
+        return all;
+    }
+
+    const ScratchFolder scratch;
+    const ScopedEnvironment config{"XDG_CONFIG_HOME", scratch.path().c_str()};
+    const ScopedEnvironment machine{"XDG_CONFIG_DIRS", scratch.path("machine").c_str()};
+};
+
+const SettingsKey kKey{"Section", "Key"};
+
+/// Runs \p body in a child; 0 when it returned true.
+template <class Body> pid_t inChild(Body body)
+{
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(body() ? 0 : 1);
+    return child;
+}
+
+int statusOf(pid_t child)
+{
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status;
+}
+
+int linesIn(const std::string& text) { return int(std::count(text.begin(), text.end(), '\n')); }
+
+} // namespace
+
+TEST_F(Settings, ComeBackByteForByte)
+{
+    std::string everyByte;
+    for (int byte = 0; byte < 256; ++byte)
+        everyByte += static_cast<char>(byte);
+    const std::string texts[] = {"",
+                                 "plain",
+                                 " blanks at the ends ",
+                                 "a=b",
+                                 "[x]",
+                                 "]",
+                                 "#comment",
+                                 ";note",
+                                 "\\n\\x41",
+                                 "\r\n",
+                                 "tab\t",
+                                 "\xC3\xA4\xFF",
+                                 everyByte,
+                                 std::string("\0", 1)};
+    std::map<SettingsKey, std::string> expected;
+    SettingsStore& store = started();
+    for (const std::string& section : texts)
+        for (const std::string& key : texts) {
+            const std::string stored = texts[expected.size() % std::size(texts)];
+            store.set({section, key}, stored);
+            expected[{section, key}] = stored;
+        }
+    store.save();
+    SettingsStore& next = started();
+    for (const auto& [key, stored] : expected) {
+        std::string found = "(none)";
+        EXPECT_TRUE(next.get(key, found)) << key.first << "/" << key.second;
+        EXPECT_EQ(found, stored) << key.first << "/" << key.second;
+    }
+    EXPECT_EQ(filesBeside(), "lock user.ini ");
+}
+
+TEST_F(Settings, KeepWhatPeopleWroteIntoTheFile)
+{
+    putFile("\xEF\xBB\xBF; by hand\r\n"
+            "[ Video ]\r\n"
+            "rate = 25 \r\n"
+            "rate=50\n"
+            "\n"
+            "# about audio\n"
+            "[Audio]\n"
+            "gain=1");
+    SettingsStore& store = started();
+    std::string found;
+    EXPECT_TRUE(store.get({"Video", "rate"}, found));
+    EXPECT_EQ(found, "50") << "the last one counts";
+    store.set({"Video", "size"}, "4");
+    store.set({"Audio", "gain"}, "2");
+    store.set({"New", "a"}, "b");
+    store.save();
+    EXPECT_EQ(file(), "; by hand\n"
+                      "[ Video ]\n"
+                      "rate = 25 \n"
+                      "rate=50\n"
+                      "size=4\n"
+                      "\n"
+                      "# about audio\n"
+                      "[Audio]\n"
+                      "gain=2\n"
+                      "\n"
+                      "[New]\n"
+                      "a=b\n");
+}
+
+TEST_F(Settings, AreSharedInTheProcessAndApartByScope)
+{
+    // In a child, because the stores of the process have only one first use.
+    const auto body = [this] {
+        const Vx::Ptr<iSettings> one = OS()->shell()->getSettings(0);
+        const Vx::Ptr<iSettings> same = OS()->shell()->getSettings(0);
+        const Vx::Ptr<iSettings> other = OS()->shell()->getSettings(1);
+        EXPECT_FALSE(OS()->shell()->getSettings(2));
+        one->setValue("key", "value", "section");
+        EXPECT_EQ(same->getValue("key", "default", "section"), "value");
+        EXPECT_EQ(other->getValue("key", "default", "section"), "default");
+        EXPECT_EQ(same->getValue("section", "default", "key"), "default");
+        other->setValue("key", "of the machine", "section");
+        EXPECT_EQ(scratch.names(), "") << "nothing is written before save";
+        one->save();
+        other->save();
+        EXPECT_EQ(file(), "[section]\nkey=value\n");
+        EXPECT_EQ(scratch.get("Vx/machine.ini"), "[section]\nkey=of the machine\n");
+        return !HasFailure();
+    };
+    EXPECT_EQ(statusOf(inChild(body)), 0);
+}
+
+TEST_F(Settings, OfTheMachineStandInItsFolderWhereThatCanBeWritten)
+{
+    std::filesystem::create_directories(scratch.path("machine/Vx"));
+    SettingsStore& administrator = started(1);
+    administrator.set(kKey, "for all");
+    administrator.save();
+    EXPECT_EQ(scratch.get("machine/Vx/machine.ini"), "[Section]\nKey=for all\n");
+
+    // Root may write anywhere, so an ordinary user is played by the answer to "may I?".
+    SystemCallScript script;
+    script.failAll("faccessat", EACCES);
+    SettingsStore& user = started(1);
+    std::string found;
+    EXPECT_TRUE(user.get(kKey, found));
+    EXPECT_EQ(found, "for all");
+    user.set(kKey, "for me");
+    user.save();
+    EXPECT_EQ(scratch.get("machine/Vx/machine.ini"), "[Section]\nKey=for all\n");
+    EXPECT_EQ(scratch.get("Vx/machine.ini"), "[Section]\nKey=for me\n");
+}
+
+TEST_F(Settings, BrokenFilesAreSetAsideAndNeverLost)
+{
+    const std::string broken[] = {"no equals sign\n",
+                                  "[Section\n",
+                                  "a=bad escape \\q\n",
+                                  "a=cut escape \\x4\n",
+                                  std::string("a=zero \0 byte\n", 14),
+                                  "# \x01\n"};
+    int count = 0;
+    for (const std::string& text : broken) {
+        SCOPED_TRACE(text);
+        putFile("[Section]\nKey=lost?\n" + text);
+        testing::internal::CaptureStderr();
+        SettingsStore& store = started();
+        std::string found;
+        EXPECT_FALSE(store.get(kKey, found)) << "the defaults hold";
+        const std::string message = testing::internal::GetCapturedStderr();
+        const std::string aside =
+            "Vx/user.ini.broken" + (count == 0 ? "" : "-" + std::to_string(count));
+        EXPECT_EQ(message, "Vx: settings were broken, set aside as " + scratch.path(aside) +
+                               ": line 3 is not settings text\n");
+        EXPECT_EQ(scratch.get(aside), "[Section]\nKey=lost?\n" + text);
+        store.set(kKey, "again");
+        store.save();
+        EXPECT_EQ(value(kKey), "again");
+        ++count;
+    }
+
+    std::filesystem::remove(scratch.path("Vx/user.ini"));
+    std::filesystem::create_directory(scratch.path("Vx/user.ini"));
+    EXPECT_EQ(value(kKey), "(none)");
+    EXPECT_TRUE(std::filesystem::is_directory(scratch.path("Vx/user.ini.broken-6")));
+}
+
+TEST_F(Settings, FileBrokenWhileRunningIsReplacedByAllThatIsKnown)
+{
+    putFile("[Section]\nKey=kept\n");
+    SettingsStore& store = started();
+    store.set({"Section", "Other"}, "new");
+    putFile("nonsense");
+    store.save();
+    EXPECT_EQ(file(), "[Section]\nKey=kept\nOther=new\n");
+    EXPECT_EQ(scratch.get("Vx/user.ini.broken"), "nonsense");
+}
+
+TEST_F(Settings, SavingMergesWithWhatOthersSaved)
+{
+    SettingsStore& a = started();
+    SettingsStore& b = started();
+    a.set({"S", "both"}, "a");
+    b.set({"S", "both"}, "b");
+    a.set({"S", "a"}, "1");
+    b.set({"S", "b"}, "2");
+    a.save();
+    b.save();
+    a.save(); // has nothing to add, so takes nothing back
+    EXPECT_EQ(value({"S", "both"}), "b");
+    EXPECT_EQ(value({"S", "a"}), "1");
+    EXPECT_EQ(value({"S", "b"}), "2");
+    std::string found;
+    EXPECT_TRUE(b.get({"S", "a"}, found)) << "a save also learns";
+}
+
+TEST_F(Settings, OfManyProcessesAtOnceAreAllKept)
+{
+    constexpr int kProcesses = 4;
+    constexpr int kSaves = 15;
+    int start[2];
+    ASSERT_EQ(pipe(start), 0);
+    std::vector<pid_t> children;
+    for (int process = 0; process < kProcesses; ++process)
+        children.push_back(inChild([&] {
+            char byte;
+            close(start[1]);
+            if (read(start[0], &byte, 1) != 0) // the end of the pipe is the signal to go
+                return false;
+            SettingsStore& store = started();
+            for (int n = 0; n < kSaves; ++n) {
+                store.set({"P" + std::to_string(process), std::to_string(n)}, "set");
+                store.save();
+            }
+            return true;
+        }));
+    close(start[0]);
+    close(start[1]);
+    for (const pid_t child : children)
+        EXPECT_EQ(statusOf(child), 0);
+    for (int process = 0; process < kProcesses; ++process)
+        for (int n = 0; n < kSaves; ++n)
+            EXPECT_EQ(value({"P" + std::to_string(process), std::to_string(n)}), "set");
+    EXPECT_EQ(filesBeside(), "lock user.ini ");
+}
+
+TEST_F(Settings, OfManyThreadsAreAllKept)
+{
+    SettingsStore& store = started();
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread)
+        threads.emplace_back([&store, thread] {
+            for (int n = 0; n < 10; ++n) {
+                store.set({"T", std::to_string(thread * 10 + n)}, "set");
+                store.save();
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (int n = 0; n < 40; ++n)
+        EXPECT_EQ(value({"T", std::to_string(n)}), "set") << n;
+}
+
+TEST_F(Settings, WorkInAChildForkedWhileOthersUseThem)
+{
+    const Vx::Ptr<iSettings> settings = OS()->shell()->getSettings(0);
+    settings->setValue("before", "fork", "S");
+    std::atomic<bool> stop = false;
+    std::thread busy([&] {
+        for (int n = 0; !stop; ++n) {
+            settings->setValue("busy", LightweightString<char>(std::to_string(n).c_str()), "S");
+            settings->save();
+        }
+    });
+    for (int n = 0; n < 30; ++n)
+        EXPECT_EQ(statusOf(inChild([&] {
+                      alarm(60); // a lock that stays held would never end
+                      settings->setValue("child", "value", "S");
+                      settings->save();
+                      return settings->getValue("before", "", "S") == "fork";
+                  })),
+                  0);
+    stop = true;
+    busy.join();
+    EXPECT_EQ(value({"S", "child"}), "value");
+}
+
+TEST_F(Settings, AFaultAnywhereLosesNothing)
+{
+    int points = 0;
+    for (const int error : {EIO, ENOSPC, EINTR, EACCES}) {
+        for (int n = 1;; ++n) {
+            ASSERT_LT(n, 200) << "never completes";
+            SCOPED_TRACE(std::to_string(error) + " in call " + std::to_string(n));
+            std::filesystem::remove_all(scratch.path("Vx"));
+            putFile("[Section]\nKey=old\n");
+            SettingsStore& store = started();
+            const int descriptors = openDescriptors();
+            bool fired;
+            testing::internal::CaptureStderr();
+            {
+                SystemCallScript script;
+                script.failCall(n, error);
+                store.set(kKey, "new"); // reads the file
+                store.save();
+                fired = script.fired();
+            }
+            const int lines = linesIn(testing::internal::GetCapturedStderr());
+            EXPECT_LE(lines, error == EINTR ? 0 : 2);
+            EXPECT_EQ(openDescriptors(), descriptors);
+            const std::string after = file();
+            EXPECT_TRUE(after == "[Section]\nKey=old\n" || after == "[Section]\nKey=new\n")
+                << after;
+            const bool saved = after == "[Section]\nKey=new\n";
+            EXPECT_TRUE(saved || (fired && error != EINTR));
+            EXPECT_TRUE(saved || lines > 0) << "a failed save must say so";
+            store.set(kKey, "new");
+            store.save();
+            EXPECT_EQ(file(), "[Section]\nKey=new\n");
+            EXPECT_EQ(filesBeside(), "lock user.ini ");
+            if (!fired)
+                break;
+            ++points;
+        }
+    }
+    EXPECT_GT(points, 80) << "the loop reaches the calls";
+    RecordProperty("points", points);
+}
+
+TEST_F(Settings, UnsavedOnesGoWithTheNextSave)
+{
+    SettingsStore& store = started();
+    store.set(kKey, "value");
+    testing::internal::CaptureStderr();
+    {
+        SystemCallScript script;
+        script.failAll("fsync", EIO);
+        store.save();
+    }
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Vx: could not save the settings " + scratch.path("Vx/user.ini") +
+                  ": Input/output error; the next save tries again\n");
+    EXPECT_EQ(filesBeside(), "lock ");
+    store.save();
+    EXPECT_EQ(value(kKey), "value");
+}
+
+TEST(Shell, FindsFoldersByTheXdgRules)
+{
+    const ScratchFolder scratch;
+    const std::string home = scratch.path("home");
+    const std::string set = scratch.path("set/deep");
+    const struct {
+        const char* name;
+        int kind;
+        const char* variable;
+        const char* inHome;
+        bool made;
+    } rows[] = {
+        {"home", Shell::kHomeFolder, nullptr, "/", false},
+        {"documents", Shell::kDocumentsFolder, nullptr, "/Documents/", true},
+        {"cache", Shell::kCacheFolder, "XDG_CACHE_HOME", "/.cache/", true},
+        {"configuration", 4, "XDG_CONFIG_HOME", "/.config/", true},
+        {"data", Shell::kSharedDataFolder, "XDG_DATA_HOME", "/.local/share/", true},
+        {"state", Shell::kStateFolder, "XDG_STATE_HOME", "/.local/state/", true},
+        {"unknown kind", 4711, "XDG_CONFIG_HOME", "/.config/", true},
+    };
+    const auto folder = [](int kind) {
+        const LightweightString<wchar_t> wide = OS()->shell()->getFolder(kind);
+        return std::string(wide.begin(), wide.end());
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const ScopedEnvironment homeSet("HOME", home.c_str());
+        const ScopedEnvironment unset(row.variable ? row.variable : "XDG_UNUSED", nullptr);
+        EXPECT_EQ(folder(row.kind), home + row.inHome);
+        EXPECT_EQ(std::filesystem::is_directory(home + row.inHome), row.made);
+        std::filesystem::remove_all(home);
+        if (row.variable == nullptr)
+            continue;
+        const ScopedEnvironment relative(row.variable, "relative/path");
+        EXPECT_EQ(folder(row.kind), home + row.inHome) << "relative values do not count";
+        const ScopedEnvironment absolute(row.variable, set.c_str());
+        EXPECT_EQ(folder(row.kind), set + "/");
+        EXPECT_TRUE(std::filesystem::is_directory(set));
+        EXPECT_EQ(std::filesystem::status(set).permissions(), std::filesystem::perms::owner_all);
+        std::filesystem::remove_all(scratch.path("set"));
+        std::filesystem::remove_all(home);
+    }
+    const ScopedEnvironment noHome("HOME", nullptr);
+    const std::string fallback = folder(Shell::kHomeFolder);
+    EXPECT_EQ(fallback.front(), '/');
+    EXPECT_EQ(fallback.back(), '/');
+}
+
+TEST(Shell, MakesTheDiagnosticsFolder)
+{
+    const ScratchFolder scratch;
+    Shell shell;
+    EXPECT_TRUE(shell.outputDiagnosticsFolder().empty());
+    shell.setOutputDiagnosticsFolder(scratch.wide("App/Logs/"));
+    EXPECT_TRUE(std::filesystem::is_directory(scratch.path("App/Logs")));
+    EXPECT_EQ(shell.outputDiagnosticsFolder(), scratch.wide("App/Logs/"));
+
+    scratch.put("file", "in the way");
+    testing::internal::CaptureStderr();
+    shell.setOutputDiagnosticsFolder(scratch.wide("file/Logs/"));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Vx: could not make the folder " +
+                                                          scratch.path("file/Logs/") +
+                                                          ": Not a directory\n");
+    EXPECT_EQ(scratch.get("file"), "in the way");
+}

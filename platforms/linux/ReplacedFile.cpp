@@ -123,6 +123,12 @@ bool ReplacedFile::commit()
     return true;
 }
 
+int ReplacedFile::finish()
+{
+    opened_ = false;
+    return commit() ? 0 : error_;
+}
+
 ReplacedFile::~ReplacedFile()
 {
     if (getpid() != process_) {

@@ -47,6 +47,11 @@ public:
     /// the name can still fail.
     bool write(const void* bytes, unsigned int byteCount) override;
 
+    /// Replaces the file now, for those who need the answer; the last holder then only
+    /// closes.
+    /// \returns 0, or an errno value: the old file stands
+    int finish();
+
     unsigned int refCount = 0; ///< holders, counted by Vx::Ptr
 
 private:

@@ -1,7 +1,43 @@
 #include "Shell.h"
 
-LightweightString<wchar_t> Shell::getFolder(int) { return LightweightString<wchar_t>(L"/"); }
+#include "Folders.h"
+#include "Report.h"
+#include "Settings.h"
 
-void Shell::setOutputDiagnosticsFolder(const LightweightString<wchar_t>&) {}
+#include <Vx/platform/OS.h>
+#include <Vx/platform/iSystemUtils.h>
+#include <type_traits>
 
-Vx::Ptr<iSettings> Shell::getSettings(int) { return {}; }
+static_assert(std::is_trivially_destructible_v<Shell>, "the service outlives every destructor");
+
+LightweightString<wchar_t> Shell::getFolder(int kind)
+{
+    const std::string path = folderPath(kind);
+    if (isOwnFolder(kind))
+        if (const int error = makeFolders(path))
+            report("could not make the folder", path.c_str(), error);
+    return OS()->systemUtils()->fromUTF8(path.data(), static_cast<unsigned int>(path.size()));
+}
+
+void Shell::setOutputDiagnosticsFolder(const LightweightString<wchar_t>& folder)
+{
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        if (diagnosticsFolder_ == nullptr)
+            diagnosticsFolder_ = new LightweightString<wchar_t>;
+        *diagnosticsFolder_ = folder;
+    }
+    const LightweightString<char> path = OS()->systemUtils()->toUTF8(folder);
+    if (path.empty())
+        return;
+    if (const int error = makeFolders(path.c_str()))
+        report("could not make the folder", path.c_str(), error);
+}
+
+LightweightString<wchar_t> Shell::outputDiagnosticsFolder()
+{
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return diagnosticsFolder_ != nullptr ? *diagnosticsFolder_ : LightweightString<wchar_t>();
+}
+
+Vx::Ptr<iSettings> Shell::getSettings(int scope) { return makeSettings(scope); }
