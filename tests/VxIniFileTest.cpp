@@ -1,1 +1,625 @@
-// stub
+#include <Vx/VxIniFile.h>
+
+#include <Vx/VxException.h>
+#include <clocale>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <gtest/gtest.h>
+#include <random>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "ScriptedPlatform.h"
+
+using namespace std::string_view_literals;
+using Vx::AttribValuePair;
+using Text = LightweightString<char>;
+using Pairs = std::vector<AttribValuePair>;
+
+namespace {
+
+const Text& anonymous() { return VxIniFile::kAnonymousSection(); }
+
+// The whole document in one text: sections in order, the texts of their pairs. Texts, because
+// two pairs that have neither a name nor a value are equal whatever they say.
+std::string dump(const VxIniFile& ini)
+{
+    std::ostringstream text;
+    for (auto it = ini.getSectionIterator(); it.valid(); ++it) {
+        text << '<' << (it.name() == anonymous() ? Text("*") : it.name()) << '>';
+        for (const AttribValuePair& pair : *it)
+            text << '{' << pair.text << '}';
+    }
+    return text.str();
+}
+
+std::string dumpOf(ScriptedPlatform& platform, std::string_view content, char separator = '\n',
+                   bool caseSensitive = true)
+{
+    platform.addFile(L"a.ini", std::string(content));
+    VxIniFile ini(caseSensitive);
+    return ini.load(L"a.ini", separator) ? dump(ini) : "refused";
+}
+
+void add(VxIniFile& ini, const Text& section, const char* text)
+{
+    ini[section].emplace_back(text, '=');
+}
+
+// What the sleep below is to show, and how often it has been called.
+ScriptedPlatform* sleepers = nullptr;
+int sleeps = 0;
+
+} // namespace
+
+// Time flies: the library's sleep ends at once. After a thousand of them the process ends,
+// with what has been written by then on standard error.
+extern "C" VX_API int nanosleep(const timespec* request, timespec* remaining)
+{
+    if (sleepers == nullptr)
+        return clock_nanosleep(CLOCK_MONOTONIC, 0, request, remaining);
+    if (++sleeps < 1000)
+        return 0;
+    for (const char c : sleepers->file(L"a.ini"))
+        std::fputc(c == '[' ? '<' : c == ']' ? '>' : c == '\n' ? '|' : c == '\r' ? '-' : c, stderr);
+    std::fprintf(stderr, " in %zu writes, old file %s\n", sleepers->writes().size(),
+                 sleepers->file(L"b.ini").c_str());
+    std::_Exit(42);
+}
+
+// The document.
+
+TEST(VxIniFile, MembersStandInTheirOrder)
+{
+    const VxIniFile ini(true);
+    const auto at = [&](const auto& member) {
+        return reinterpret_cast<const char*>(&member) - reinterpret_cast<const char*>(&ini);
+    };
+    EXPECT_EQ(at(ini.path), 0);
+    EXPECT_EQ(at(ini.sectionNameCaseSensitive), 16);
+    EXPECT_EQ(at(ini.sections), 24);
+}
+
+TEST(VxIniFile, OrdersSectionsByByteOrBlindToCase)
+{
+    for (const bool caseSensitive : {true, false}) {
+        VxIniFile ini(caseSensitive);
+        EXPECT_EQ(ini.getSectionNameCaseSensitivity(), caseSensitive);
+        for (const char* name : {"audio", "Section2", "Section10", "b", "Audio", "", "1"})
+            add(ini, name, name);
+        EXPECT_EQ(dump(ini), caseSensitive ? "<>{}<1>{1}<Audio>{Audio}<Section10>{Section10}"
+                                             "<Section2>{Section2}<audio>{audio}<b>{b}"
+                                           : "<>{}<1>{1}<audio>{audio}{Audio}<b>{b}"
+                                             "<Section10>{Section10}<Section2>{Section2}");
+        EXPECT_EQ(ini.getNumSections(), caseSensitive ? 7u : 6u);
+        EXPECT_EQ(ini.sectionExists("AUDIO"), !caseSensitive);
+        ini.removeSection("AUDIO");
+        EXPECT_EQ(ini.sectionExists("audio"), caseSensitive);
+        ini.removeSection("none of that name");
+        EXPECT_EQ(ini.getNumSections(), caseSensitive ? 7u : 5u);
+    }
+}
+
+TEST(VxIniFile, OnlyTheMutableLookUpCreatesSections)
+{
+    VxIniFile ini(true);
+    const VxIniFile& readOnly = ini;
+    EXPECT_TRUE(readOnly.getSection("S").empty());
+    EXPECT_EQ(&readOnly.getSection("S"), &readOnly["T"]) << "one empty list for all";
+    EXPECT_FALSE(ini.sectionExists("S"));
+    Pairs& pairs = ini.getSection("S");
+    EXPECT_TRUE(ini.sectionExists("S"));
+    EXPECT_EQ(&ini["S"], &pairs);
+    EXPECT_EQ(&readOnly["S"], &pairs);
+}
+
+TEST(VxIniFile, AnonymousSectionIsAnOrdinaryEntry)
+{
+    EXPECT_EQ(anonymous(), "@@@ANONYMOUS_SECTION_RESERVED_NAME@@@");
+    EXPECT_EQ(anonymous().length(), 37u);
+    EXPECT_EQ(&anonymous(), &VxIniFile::kAnonymousSection());
+    VxIniFile ini(true);
+    for (const Text& name : {Text("Z"), anonymous(), Text("1")})
+        ini.getSection(name);
+    EXPECT_EQ(ini.getNumSections(), 3u);
+    EXPECT_EQ(dump(ini), "<1><*><Z>");
+}
+
+TEST(VxIniFile, IteratorsWalkTheSectionsAndRefuseTheEnd)
+{
+    VxIniFile ini(true);
+    add(ini, "B", "b=1");
+    add(ini, "A", "a=1");
+    const auto messageOf = [](auto&& misuse) -> std::string {
+        try {
+            misuse();
+        } catch (const Vx::Exception::RuntimeError& e) {
+            EXPECT_STREQ(e.file, "ole/Vx/VxIniFile");
+            return e.message;
+        }
+        return "";
+    };
+    const auto walk = [&](auto it) {
+        EXPECT_TRUE(it.valid());
+        EXPECT_EQ(it++.name(), "A");
+        EXPECT_EQ(it.name(), "B");
+        EXPECT_EQ((*it).front().text, "b=1");
+        EXPECT_FALSE((++it).valid());
+        for (const decltype(it)& end : {it, decltype(it)()}) {
+            decltype(it) copy(end);
+            EXPECT_FALSE(copy.valid());
+            EXPECT_EQ(messageOf([&] { ++copy; }), "Attempted to manipulate invalid iterator");
+            EXPECT_EQ(messageOf([&] { copy++; }), "Attempted to manipulate invalid iterator");
+            EXPECT_EQ(messageOf([&] { copy.name(); }), "Attempted to dereference invalid iterator");
+            EXPECT_EQ(messageOf([&] { *copy; }), "Attempted to dereference invalid iterator");
+        }
+    };
+    walk(ini.getSectionIterator());
+    walk(std::as_const(ini).getSectionIterator());
+    (*ini.getSectionIterator()).clear();
+    EXPECT_EQ(dump(ini), "<A><B>{b=1}");
+    EXPECT_FALSE(VxIniFile(true).getSectionIterator().valid());
+}
+
+TEST(VxIniFile, FindBeginsWithIgnoresTheStartDeliberately)
+{
+    VxIniFile ini(true);
+    for (const char* text : {"Recorder=1", "comment", "recent=2", "Rec=3"})
+        add(ini, "S", text);
+    Pairs& pairs = ini["S"];
+    const auto find = [&](const char* prefix, bool caseSensitive) {
+        const auto found = ini.findBeginsWith(prefix, pairs, caseSensitive, pairs.begin() + 3);
+        const VxIniFile& readOnly = ini;
+        const auto same =
+            readOnly.findBeginsWith(prefix, readOnly["S"], caseSensitive, readOnly["S"].end());
+        EXPECT_EQ(found - pairs.begin(), same - readOnly["S"].begin());
+        return found - pairs.begin();
+    };
+    EXPECT_EQ(find("Rec", false), 0);
+    EXPECT_EQ(find("rec", false), 0);
+    EXPECT_EQ(find("rec", true), 2);
+    EXPECT_EQ(find("Recx", false), 4) << "the end";
+    EXPECT_EQ(find("", true), 0);
+    EXPECT_EQ(find("recorders", false), 4);
+}
+
+TEST(VxIniFile, FindContainsIsNotImplementedDeliberately)
+{
+    VxIniFile ini(true);
+    const VxIniFile& readOnly = ini;
+    const auto lineOf = [](auto&& call) {
+        try {
+            call();
+        } catch (const Vx::Exception::LogicError& e) {
+            EXPECT_STREQ(e.message, "Not implemented yet!");
+            EXPECT_STREQ(e.file, "ole/Vx/VxIniFile");
+            return e.line;
+        }
+        return 0;
+    };
+    Pairs pairs;
+    const Pairs& readOnlyPairs = pairs;
+    EXPECT_EQ(lineOf([&] { ini.findContains("x", pairs, true, pairs.begin()); }), 305);
+    EXPECT_EQ(
+        lineOf([&] { readOnly.findContains("x", readOnlyPairs, true, readOnlyPairs.begin()); }),
+        314);
+}
+
+TEST(VxIniFile, CopiesAreDocumentsOfTheirOwn)
+{
+    VxIniFile ini(false);
+    ini.path = L"a.ini";
+    add(ini, "Video", "rate=25");
+    VxIniFile copy(ini);
+    add(copy, "VIDEO", "x=1");
+    EXPECT_EQ(dump(ini), "<Video>{rate=25}");
+    EXPECT_EQ(dump(copy), "<Video>{rate=25}{x=1}");
+
+    VxIniFile other(true);
+    other = copy;
+    EXPECT_TRUE(other.sectionExists("video")) << "the order comes along";
+    const VxIniFile moved(std::move(copy));
+    EXPECT_EQ(dump(moved), "<Video>{rate=25}{x=1}");
+    EXPECT_EQ(moved.path, L"a.ini");
+    EXPECT_EQ(dump(copy), ""); // NOLINT(bugprone-use-after-move)
+    add(copy, "a", "b");
+    EXPECT_TRUE(copy.sectionExists("A"));
+}
+
+// Loading.
+
+TEST(VxIniFileLoad, ReadsLines)
+{
+    ScriptedPlatform platform;
+    const struct {
+        const char* name;
+        std::string_view content;
+        const char* expected;
+        char separator = '\n';
+    } rows[] = {
+        {"anonymous and named", "a=1\n[S]\nb=2\n"sv, "<*>{a=1}<S>{b=2}"},
+        {"CR LF", "[S]\r\nk=v\r\n"sv, "<S>{k=v}"},
+        {"no end of line at the end", "[S]\nk=v"sv, "<S>{k=v}"},
+        {"control bytes at the end of the data", "k=v\r\t\x01"sv, "<*>{k=v}"},
+        {"comments and stray lines", "; one\n#two\nthree\n"sv, "<*>{; one}{#two}{three}"},
+        {"duplicates stay in order", "x=1\ny=2\nx=3\n"sv, "<*>{x=1}{y=2}{x=3}"},
+        {"empty lines", "\n\r\n   \n\t\na=1\n\n"sv, "<*>{a=1}"},
+        {"only empty lines", "\n\r\n  \n"sv, ""},
+        {"a header alone creates nothing", "[S]\n[T]\n"sv, ""},
+        {"a header twice", "[S]\na=1\n[T]\nb=2\n[S]\nc=3\n"sv, "<S>{a=1}{c=3}<T>{b=2}"},
+        {"blanks in the brackets stay", "[ Video ]\na=1\n"sv, "< Video >{a=1}"},
+        {"the empty name", "a=0\n[]\na=1\n"sv, "<>{a=1}<*>{a=0}"},
+        {"brackets in brackets", "[[a]]\nx=1\n"sv, "<[a]>{x=1}"},
+        {"the reserved name", "[@@@ANONYMOUS_SECTION_RESERVED_NAME@@@]\nx=1\n"sv, "<*>{x=1}"},
+        {"half a header", "[S\nS]\n[\n]\n[S]x\n"sv, "<*>{[S}{S]}{[}{]}{[S]x}"},
+        {"an indented header", "  [S]  \r\nx=1\n"sv, "<S>{x=1}"},
+        {"blanks around", "  k = v \t\n"sv, "<*>{k = v}"},
+        {"blanks first, then nothing more", "k=v\t \r\n"sv, "<*>{k=v\t}"},
+        {"control bytes in front of a line", "a\n\t\x01\xFFk=v\n"sv, "<*>{a}{k=v}"},
+        {"but not behind its blanks", "a\n \tk=v\n"sv, "<*>{a}{\tk=v}"},
+        {"nor of the first line", "\tk=v\n"sv, "<*>{\tk=v}"},
+        {"a byte-order mark is no header", "\xEF\xBB\xBF[S]\nk=v\n"sv, "<*>{\xEF\xBB\xBF[S]}{k=v}"},
+        {"non-ASCII ends go, deliberately", "a=caf\xC3\xA9\nb=\xE6\x97\xA5!\n"sv,
+         "<*>{a=caf}{b=\xE6\x97\xA5!}"},
+        {"a line of nothing else", "\xC3\xA9\n\xC3\xA9\na\n"sv, "<*>{a}"},
+        {"a printable separator stays", "[S];a=1;\r\nb;c"sv, "<*>{[S];}{a=1;}{b;}{c}", ';'},
+        {"a blank as separator", "a=1 b=2"sv, "<*>{a=1}{b=2}", ' '},
+        {"zero as separator", "a=1\0[S]\0b\nc=2\0"sv, "<*>{a=1}<S>{b\nc=2}", '\0'},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(dumpOf(platform, row.content, row.separator), row.expected);
+    }
+}
+
+TEST(VxIniFileLoad, KeepsZerosInsideLines)
+{
+    ScriptedPlatform platform;
+    platform.addFile(L"a.ini", std::string("[S\0T]\na=b\0c\n\0d=e\nf\0g=h\n"sv));
+    const VxIniFile ini(L"a.ini", true, true);
+    ASSERT_EQ(ini.getNumSections(), 1u);
+    EXPECT_EQ(ini.getSectionIterator().name(), Text("S\0T", 3));
+    const Pairs& pairs = ini["S"];
+    ASSERT_EQ(pairs.size(), 3u);
+    EXPECT_EQ(pairs[0].text, Text("a=b\0c", 5));
+    EXPECT_EQ(pairs[0].value, Text("b\0c", 3));
+    EXPECT_EQ(pairs[1].text, "d=e") << "a zero in front of a line is skipped";
+    EXPECT_EQ(pairs[2].text, Text("f\0g=h", 5));
+    EXPECT_EQ(pairs[2].name, "") << "the separator is looked for up to the first zero";
+}
+
+TEST(VxIniFileLoad, SplitsPairsAtEquals)
+{
+    ScriptedPlatform platform;
+    platform.addFile(L"a.ini", "k = v \t\nx:y\n");
+    VxIniFile ini(false);
+    ASSERT_TRUE(ini.load(L"a.ini", '\n'));
+    const Pairs& pairs = ini[anonymous()];
+    EXPECT_EQ(pairs[0].name, "k ");
+    EXPECT_EQ(pairs[0].value, " v");
+    EXPECT_FALSE(pairs[1].valid());
+    EXPECT_EQ(pairs[1].asString('='), "x:y");
+}
+
+TEST(VxIniFileLoad, MergesIntoWhatIsThere)
+{
+    ScriptedPlatform platform;
+    platform.addFile(L"a.ini", "[S]\nx=1\n[New]\nn=1\n");
+    VxIniFile ini(false);
+    add(ini, "s", "old=0");
+    add(ini, "Other", "o=0");
+    const Pairs* const section = &ini["s"];
+    for (int i = 0; i < 2; ++i)
+        ASSERT_TRUE(ini.load(i == 0 ? L"a.ini" : L"", '\n'));
+    EXPECT_EQ(dump(ini), "<New>{n=1}{n=1}<Other>{o=0}<s>{old=0}{x=1}{x=1}");
+    EXPECT_EQ(&ini["S"], section);
+
+    EXPECT_EQ(dumpOf(platform, "[A]\nx=1\n[a]\ny=2\n", '\n', false), "<A>{x=1}{y=2}");
+    EXPECT_EQ(dumpOf(platform, "[A]\nx=1\n[a]\ny=2\n", '\n', true), "<A>{x=1}<a>{y=2}");
+}
+
+TEST(VxIniFileLoad, ReadsWithOneCallAndClosesTheFile)
+{
+    ScriptedPlatform platform;
+    platform.addFile(L"a.ini", "[S]\nx=1\n");
+    platform.logCalls();
+    const VxIniFile now(L"a.ini", /*loadNow=*/true, true);
+    EXPECT_EQ(platform.takeLog(), "openFile(1,0,1,0) size read close");
+    EXPECT_EQ(dump(now), "<S>{x=1}");
+    const VxIniFile later(L"a.ini", /*loadNow=*/false, true);
+    EXPECT_EQ(platform.takeLog(), "");
+    EXPECT_EQ(later.path, L"a.ini");
+    const VxIniFile missing(L"none.ini", /*loadNow=*/true, true);
+    EXPECT_EQ(missing.getNumSections(), 0u);
+    platform.takeLog();
+    platform.addFile(L"empty.ini", "");
+    VxIniFile empty(true);
+    EXPECT_FALSE(empty.load(L"empty.ini", '\n')) << "deliberate: an empty file is a failure";
+    EXPECT_EQ(platform.takeLog(), "openFile(1,0,1,0) size close");
+    EXPECT_FALSE(VxIniFile(true).load(L"", '\n'));
+    EXPECT_EQ(platform.takeLog(), "") << "no path, no call";
+}
+
+TEST(VxIniFileLoad, FailureLeavesTheSectionsAlone)
+{
+    for (unsigned int n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        ASSERT_LT(n, 100u) << "never completes";
+        ScriptedPlatform platform;
+        platform.addFile(L"a.ini", "top=1\n[S]\nx=1\n");
+        VxIniFile ini(true);
+        add(ini, "S", "old=0");
+        platform.failFileCall(n);
+        const bool loaded = ini.load(L"a.ini", '\n');
+        EXPECT_EQ(loaded, !platform.faultFired());
+        EXPECT_EQ(dump(ini), loaded ? "<*>{top=1}<S>{old=0}{x=1}" : "<S>{old=0}");
+        EXPECT_EQ(ini.path, L"a.ini") << "the path is taken over all the same";
+        if (loaded)
+            break;
+    }
+}
+
+TEST(VxIniFileLoad, ExhaustedMemoryLeavesTheSectionsAloneAndTheFileClosed)
+{
+    ScriptedPlatform platform;
+    platform.addFile(L"a.ini", "top=1\n[S]\nx=1\ny=2\nz=3\n[T]\n; note\n");
+    anonymous(); // the shared texts are there before counting starts
+    for (const bool empty : {false, true}) {
+        SCOPED_TRACE(empty);
+        VxIniFile ini(true);
+        if (!empty)
+            add(ini, "S", "old=0");
+        const std::string before = dump(ini);
+        const LightweightString<wchar_t> path(L"a.ini");
+        platform.logCalls();
+        platform.takeLog();
+        const unsigned int failures = failEachAllocation(
+            platform, [&] { ini.load(path, '\n'); },
+            [&] {
+                EXPECT_EQ(dump(ini), before);
+                const std::string calls = platform.takeLog();
+                EXPECT_EQ(calls.find("size") == calls.npos || calls.ends_with("close"), true)
+                    << calls;
+            });
+        EXPECT_GT(failures, 15u);
+        EXPECT_EQ(dump(ini), "<*>{top=1}<S>" + std::string(empty ? "" : "{old=0}") +
+                                 "{x=1}{y=2}{z=3}<T>{; note}");
+    }
+}
+
+namespace {
+
+// Loading said once more, slowly: no views, no look-up kept, one step after another.
+std::string slowLoad(const std::string& content, char separator)
+{
+    const auto printable = [](char c) { return std::isprint(static_cast<signed char>(c)) != 0; };
+    VxIniFile ini(true);
+    Text section = anonymous();
+    std::string data = content + '\0';
+    std::size_t start = 0;
+    while (start < content.size()) {
+        std::size_t stop = start;
+        while (stop < content.size() && data[stop] != separator)
+            ++stop;
+        std::string line = data.substr(start, stop + 1 - start);
+        while (!line.empty() && !printable(line.back()))
+            line.pop_back();
+        start = stop + 1;
+        while (start < content.size() && !printable(data[start]) && data[start] != separator)
+            ++start;
+        if (line.find_first_not_of(' ') == line.npos)
+            continue;
+        line.erase(0, line.find_first_not_of(' '));
+        line.erase(line.find_last_not_of(' ') + 1);
+        if (line.front() == '[' && line.back() == ']')
+            section = Text(std::string_view(line).substr(1, line.size() - 2));
+        else
+            ini.getSection(section).emplace_back(Text(std::string_view(line)), '=');
+    }
+    return dump(ini);
+}
+
+std::string randomFile(std::mt19937& random)
+{
+    static constexpr std::string_view kBytes = "ab=[] \t\n\n\r;\0\x7F\x80\xC3\xA9\xFF"sv;
+    std::string content(1 + random() % 40, ' ');
+    for (char& c : content)
+        c = kBytes[random() % kBytes.size()];
+    return content;
+}
+
+} // namespace
+
+TEST(VxIniFileLoad, AnswersAsTheStepsDo)
+{
+    ScriptedPlatform platform;
+    std::mt19937 random(20260108);
+    for (int i = 0; i < 20000; ++i) {
+        const std::string content = randomFile(random);
+        const char separator = "\n\n;\r\0\xFF "[random() % 7];
+        ASSERT_EQ(dumpOf(platform, content, separator), slowLoad(content, separator))
+            << "file " << i << ", separator " << int(separator);
+    }
+}
+
+// Saving.
+
+TEST(VxIniFileSave, WritesPieceByPiece)
+{
+    ScriptedPlatform platform;
+    VxIniFile ini(true);
+    add(ini, "B", "k=v");
+    add(ini, "A", "; note");
+    ini["A"].back().form = 2; // the text is stale
+    ini["A"].back().name = "n";
+    ini["A"].back().value = "1";
+    add(ini, "A", "; note");
+    platform.logCalls();
+    EXPECT_TRUE(ini.save(L"a.ini"));
+    EXPECT_EQ(platform.file(L"a.ini"), "[A]\r\nn=1\r\n; note\r\n\r\n[B]\r\nk=v\r\n");
+    EXPECT_EQ(std::vector<unsigned int>(platform.writes().begin(), platform.writes().end()),
+              (std::vector<unsigned int>{5, 5, 8, 2, 5, 5}));
+    EXPECT_EQ(platform.takeLog(), "openFile(2,3,0,0) write write write write write write close");
+    EXPECT_EQ(ini.path, L"a.ini");
+}
+
+TEST(VxIniFileSave, SeparatesSectionsUnlessTheNameBeforeIsBlank)
+{
+    ScriptedPlatform platform;
+    VxIniFile ini(true);
+    for (const char* name : {"", "  ", "A", "B"})
+        ini.getSection(name);
+    for (const bool all : {false, true}) {
+        EXPECT_TRUE(all ? ini.saveAll(L"a.ini") : ini.save(L"a.ini"));
+        EXPECT_EQ(platform.file(L"a.ini"), "[]\r\n[  ]\r\n[A]\r\n\r\n[B]\r\n");
+    }
+}
+
+TEST(VxIniFileSave, KeepsZeros)
+{
+    ScriptedPlatform platform;
+    platform.addFile(L"a.ini", std::string("[S\0T]\r\na\0b=\0c\r\n"sv));
+    VxIniFile ini(L"a.ini", true, true);
+    EXPECT_TRUE(ini.save(L"b.ini"));
+    EXPECT_EQ(platform.file(L"b.ini"), platform.file(L"a.ini"));
+    EXPECT_TRUE(ini.saveAll(L"c.ini"));
+    EXPECT_EQ(platform.file(L"c.ini"), platform.file(L"a.ini"));
+}
+
+TEST(VxIniFileSave, AnswersWhetherTheFileOpened)
+{
+    ScriptedPlatform platform;
+    VxIniFile ini(true);
+    add(ini, "S", "x=1");
+    EXPECT_FALSE(ini.save(L"")) << "no path";
+    platform.failFileCall(1);
+    EXPECT_FALSE(ini.save(L"a.ini"));
+    platform.failFileCall(2);
+    EXPECT_TRUE(ini.save(L"")) << "what the writes answer is not looked at";
+    EXPECT_EQ(platform.file(L"a.ini"), "x=1\r\n");
+}
+
+TEST(VxIniFileSave, AnAnonymousSectionIsNeverPassedDeliberately)
+{
+    const struct {
+        const char* name;
+        bool caseSensitive;
+        const char* spelling;
+        const char* firstPair;
+        const char* expected;
+    } rows[] = {
+        {"with a pair", true, "@@@ANONYMOUS_SECTION_RESERVED_NAME@@@", "top=1",
+         "top=1top=1top=1<1>-\\|x=1-\\|-\\|<2>-\\| in 7 writes, old file untouched\n"},
+        {"empty", true, "@@@ANONYMOUS_SECTION_RESERVED_NAME@@@", nullptr,
+         "^<1>-\\|x=1-\\|-\\|<2>-\\| in 4 writes, old file untouched\n"},
+        {"by position, not by spelling", false, "@@@anonymous_section_reserved_name@@@", "top=1",
+         "^top=1top=1top=1<1>-\\|x=1-\\|-\\|<2>-\\| in 7 writes, old file untouched\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        ScriptedPlatform platform;
+        platform.addFile(L"b.ini", "untouched");
+        VxIniFile ini(row.caseSensitive);
+        add(ini, "1", "x=1");
+        ini.getSection("2");
+        ini.getSection(row.spelling);
+        if (row.firstPair != nullptr) {
+            add(ini, row.spelling, row.firstPair);
+            add(ini, row.spelling, "second=2");
+        }
+        add(ini, "A", "never=1");
+        add(ini, "B", "never=2");
+        sleepers = &platform;
+        EXPECT_EXIT(ini.save(L"a.ini"), testing::ExitedWithCode(42), row.expected);
+        sleepers = nullptr;
+    }
+}
+
+TEST(VxIniFileSaveAll, PutsAnonymousPairsAtTheTopAndWritesOnce)
+{
+    ScriptedPlatform platform;
+    VxIniFile ini(true);
+    add(ini, "1", "x=1");
+    add(ini, anonymous(), "; about");
+    add(ini, anonymous(), "top=1");
+    add(ini, "A", "y=2");
+    platform.logCalls();
+    EXPECT_TRUE(ini.saveAll(L"a.ini"));
+    EXPECT_EQ(platform.takeLog(), "openFile(2,3,0,0) write close");
+    EXPECT_EQ(platform.file(L"a.ini"), "; about\r\ntop=1\r\n\r\n[1]\r\nx=1\r\n\r\n[A]\r\ny=2\r\n");
+    EXPECT_EQ(ini.path, L"a.ini");
+
+    ini[anonymous()].clear();
+    EXPECT_TRUE(ini.saveAll(L""));
+    EXPECT_EQ(platform.file(L"a.ini"), "[1]\r\nx=1\r\n\r\n[A]\r\ny=2\r\n");
+
+    EXPECT_TRUE(VxIniFile(true).saveAll(L"a.ini"));
+    EXPECT_EQ(platform.file(L"a.ini"), "");
+}
+
+TEST(VxIniFileSaveAll, IsTrueOnlyWhenEverythingWasWritten)
+{
+    ScriptedPlatform platform;
+    platform.addFile(L"a.ini", "old");
+    VxIniFile ini(true);
+    add(ini, "S", "x=1");
+    EXPECT_FALSE(ini.saveAll(L"")) << "no path";
+    platform.failFileCall(1);
+    EXPECT_FALSE(ini.saveAll(L"a.ini"));
+    EXPECT_EQ(platform.file(L"a.ini"), "old");
+    platform.failFileCall(2);
+    EXPECT_FALSE(ini.saveAll(L""));
+    EXPECT_TRUE(ini.saveAll(L""));
+}
+
+TEST(VxIniFileSaveAll, ExhaustedMemoryLeavesTheFileAlone)
+{
+    ScriptedPlatform platform;
+    platform.addFile(L"a.ini", "old");
+    VxIniFile ini(true);
+    add(ini, anonymous(), "; about");
+    add(ini, "S", "a text that is too long for the first room of a string=1");
+    const LightweightString<wchar_t> path(L"a.ini");
+    const unsigned int failures = failEachAllocation(
+        platform, [&] { ini.saveAll(path); },
+        [&] {
+            // The last allocation is the file's own, when it opens.
+            const std::string content = platform.file(L"a.ini");
+            EXPECT_TRUE(content == "old" || content.empty()) << content;
+        });
+    EXPECT_GT(failures, 0u);
+}
+
+TEST(VxIniFileSaveAll, GivesShakyEndsABlank)
+{
+    ScriptedPlatform platform;
+    VxIniFile ini(true);
+    add(ini, anonymous(), "\xEF\xBB\xBF; a mark stays in front");
+    add(ini, anonymous(), "\tindented");
+    ini["S"].emplace_back("name", "Zo\xC3\xAB", '=');
+    ini["S"].emplace_back("plain", "", '=');
+    ASSERT_TRUE(ini.saveAll(L"a.ini"));
+    EXPECT_EQ(platform.file(L"a.ini"), "\xEF\xBB\xBF; a mark stays in front\r\n \tindented\r\n\r\n"
+                                       "[S]\r\nname=Zo\xC3\xAB \r\nplain=\r\n");
+    EXPECT_EQ(dump(VxIniFile(L"a.ini", true, true)), dump(ini));
+}
+
+TEST(VxIniFileSaveAll, LoadedDocumentsComeBackEqual)
+{
+    ScriptedPlatform platform;
+    std::mt19937 random(4711);
+    for (int i = 0; i < 20000; ++i) {
+        const std::string content = randomFile(random);
+        platform.addFile(L"a.ini", content);
+        VxIniFile ini(true);
+        ASSERT_TRUE(ini.load(L"a.ini", '\n'));
+        ASSERT_TRUE(ini.saveAll(L"b.ini"));
+        const std::string saved = platform.file(L"b.ini");
+        ASSERT_EQ(dump(VxIniFile(L"b.ini", true, true)), dump(ini)) << "file " << i << content;
+        ASSERT_TRUE(ini.saveAll(L"b.ini"));
+        ASSERT_EQ(platform.file(L"b.ini"), saved);
+    }
+}
