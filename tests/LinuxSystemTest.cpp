@@ -1,1 +1,610 @@
-// stub
+// Clock, identifiers, threads, locks, the reclaim registry and call stacks of the Linux
+// platform: what holds between threads and across a fork.
+
+#include "CallStack.h"
+#include "ForkPage.h"
+#include "MemoryAllocator.h"
+#include "ReclaimRegistry.h"
+#include "SystemInfo.h"
+#include "SystemUtils.h"
+#include "Threading.h"
+#include "Uuid.h"
+
+#include <Vx/Reclaimable.h>
+#include <Vx/platform/OS.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <barrier>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <functional>
+#include <gtest/gtest.h>
+#include <memory>
+#include <random>
+#include <sched.h>
+#include <search.h>
+#include <set>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace {
+
+// Runs \p body in a forked child and hands back the bytes that it returns. A child that
+// crashes or ends early gives fewer.
+std::string inChild(const std::function<std::string()>& body)
+{
+    int ends[2];
+    if (pipe(ends) != 0)
+        return "no pipe";
+    const pid_t child = fork();
+    if (child == 0) {
+        const std::string result = body();
+        const ssize_t written = write(ends[1], result.data(), result.size());
+        _exit(written == static_cast<ssize_t>(result.size()) ? 0 : 1);
+    }
+    close(ends[1]);
+    std::string result;
+    char buffer[4096];
+    for (ssize_t got; (got = read(ends[0], buffer, sizeof buffer)) > 0;)
+        result.append(buffer, static_cast<std::size_t>(got));
+    close(ends[0]);
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status == 0 ? result : result + " (the child failed)";
+}
+
+// Runs \p body on several threads that start together, each with its number.
+void onThreads(int count, const std::function<void(int)>& body)
+{
+    std::barrier start(count);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i)
+        threads.emplace_back([&, i] {
+            start.arrive_and_wait();
+            body(i);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+// --- Clock, processors, memory
+
+TEST(SystemUtils, ClockIsTheMonotonicOneToTheMicrosecond)
+{
+    SystemUtils utils;
+    const auto steadyMsecs = [] {
+        const auto now = std::chrono::steady_clock::now().time_since_epoch();
+        return std::chrono::duration<double, std::milli>(now).count();
+    };
+    constexpr double kRounding = 1e-5;
+    double smallestStep = 1e9;
+    for (int i = 0; i < 1000; ++i) {
+        const double before = steadyMsecs();
+        const double first = utils.msecsNow(), second = utils.msecsNow();
+        const double after = steadyMsecs();
+        ASSERT_LE(before, first + kRounding);
+        ASSERT_LE(first, second);
+        ASSERT_LE(second, after + kRounding);
+        if (second > first)
+            smallestStep = std::min(smallestStep, second - first);
+    }
+    EXPECT_LT(smallestStep, 1e-3);
+}
+
+TEST(SystemInfo, CountsTheProcessorsThatTheThreadMayUse)
+{
+    SystemInfo info;
+    cpu_set_t all;
+    ASSERT_EQ(sched_getaffinity(0, sizeof all, &all), 0);
+    EXPECT_EQ(info.numProcessors(), CPU_COUNT(&all));
+
+    cpu_set_t one;
+    CPU_ZERO(&one);
+    for (int cpu = 0; CPU_COUNT(&one) == 0; ++cpu)
+        if (CPU_ISSET(cpu, &all))
+            CPU_SET(cpu, &one);
+    ASSERT_EQ(sched_setaffinity(0, sizeof one, &one), 0);
+    EXPECT_EQ(info.numProcessors(), 1);
+    ASSERT_EQ(sched_setaffinity(0, sizeof all, &all), 0);
+}
+
+TEST(MemoryAllocator, GivesDistinctAlignedBlocks)
+{
+    MemoryAllocator allocator;
+    std::set<void*> blocks;
+    for (unsigned long size : {0ul, 0ul, 1ul, 7ul, 64ul, 1000000ul}) {
+        void* block = allocator.allocate(size);
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % alignof(std::max_align_t), 0u);
+        std::memset(block, 0x11, size);
+        EXPECT_TRUE(blocks.insert(block).second);
+    }
+    for (void* block : blocks)
+        allocator.deallocate(block);
+    allocator.deallocate(nullptr);
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(MemoryAllocator, ThrowsWhenThereIsNoMore)
+{
+    MemoryAllocator allocator;
+    EXPECT_THROW(allocator.allocate(1ul << 62), std::bad_alloc);
+    EXPECT_THROW(allocator.allocate(~0ul), std::bad_alloc);
+}
+#endif
+
+// --- Thread identifiers
+
+TEST(Threading, IdentifiesThreadsByTheKernelsNumber)
+{
+    Threading threading;
+    EXPECT_EQ(threading.currentThreadId(), static_cast<unsigned int>(gettid()));
+    std::vector<unsigned int> ids(4);
+    onThreads(4, [&](int i) {
+        const unsigned int id = Threading().currentThreadId();
+        if (id == static_cast<unsigned int>(gettid()) && id == Threading().currentThreadId())
+            ids[static_cast<std::size_t>(i)] = id;
+    });
+    EXPECT_EQ(std::set<unsigned int>(ids.begin(), ids.end()).size(), 4u);
+    EXPECT_EQ(std::count(ids.begin(), ids.end(), 0u), 0);
+}
+
+TEST(Threading, ForkedChildrenHaveIdentifiersOfTheirOwn)
+{
+    Threading threading;
+    const unsigned int parent = threading.currentThreadId();
+    const auto check = [&](unsigned int stale) -> std::string {
+        const unsigned int id = threading.currentThreadId();
+        return id == static_cast<unsigned int>(gettid()) && id != stale ? "right" : "stale";
+    };
+    EXPECT_EQ(inChild([&] { return check(parent); }), "right");
+    // Two forks in a row: the grandchild's page was wiped twice.
+    EXPECT_EQ(inChild([&] {
+                  const unsigned int child = threading.currentThreadId();
+                  return inChild([&] { return check(child); });
+              }),
+              "right");
+    EXPECT_EQ(inChild([&] { return inChild([&] { return check(parent); }); }), "right");
+    EXPECT_EQ(threading.currentThreadId(), parent);
+}
+
+// --- Locks
+
+TEST(Lock, HolderMayEnterAgainAndOthersWait)
+{
+    Threading threading;
+    const Vx::Ptr<iLock> lock = threading.createLock(0);
+    ASSERT_TRUE(lock);
+    EXPECT_EQ(lock.useCount(), 1u);
+    const auto freeForOthers = [&] {
+        bool free = false;
+        std::thread([&] {
+            free = lock->tryLock();
+            if (free)
+                lock->unlock();
+        }).join();
+        return free;
+    };
+    lock->lock();
+    lock->lock();
+    EXPECT_TRUE(lock->tryLock());
+    for (int held = 3; held > 0; --held) {
+        EXPECT_FALSE(freeForOthers()) << held;
+        lock->unlock();
+    }
+    EXPECT_TRUE(freeForOthers());
+    EXPECT_TRUE(lock->tryLock());
+    EXPECT_FALSE(freeForOthers());
+    lock->unlock();
+    EXPECT_TRUE(freeForOthers());
+}
+
+TEST(Lock, AdmitsOneThreadAtATime)
+{
+    constexpr int kThreads = 4, kRounds = 5000;
+    Threading threading;
+    const Vx::Ptr<iLock> lock = threading.createLock(0);
+    long plain = 0; // written under the lock only: the thread sanitizer watches
+    onThreads(kThreads, [&](int number) {
+        for (int i = 0; i < kRounds; ++i) {
+            if ((i + number) % 3 != 0 || !lock->tryLock())
+                lock->lock();
+            lock->lock();
+            ++plain;
+            lock->unlock();
+            ++plain;
+            lock->unlock();
+        }
+    });
+    EXPECT_EQ(plain, 2L * kThreads * kRounds);
+}
+
+TEST(Lock, StaysWithTheThreadThatForks)
+{
+    Threading threading;
+    const Vx::Ptr<iLock> lock = threading.createLock(0);
+    lock->lock();
+    EXPECT_EQ(inChild([&]() -> std::string {
+                  if (!lock->tryLock())
+                      return "lost";
+                  lock->unlock();
+                  lock->unlock();
+                  bool free = false;
+                  std::thread([&] { free = lock->tryLock(); }).join();
+                  return free ? "given back" : "stuck";
+              }),
+              "given back");
+    lock->unlock();
+}
+
+// --- Identifiers
+
+using Id = std::array<unsigned char, 16>;
+
+Id newId()
+{
+    SystemUtils utils;
+    const SimpleUUID uuid = utils.generateUUID();
+    Id id;
+    std::memcpy(id.data(), uuid.bytes, sizeof uuid.bytes);
+    return id;
+}
+
+TEST(Uuid, HasVersionAndVariantAndRandomBitsElsewhere)
+{
+    Id everSet{}, everClear{};
+    for (int i = 0; i < 1000; ++i) {
+        const Id id = newId();
+        ASSERT_EQ(id[7] & 0xF0, 0x40) << "the version leads the third group, stored last";
+        ASSERT_EQ(id[8] & 0xC0, 0x80);
+        for (std::size_t k = 0; k < id.size(); ++k) {
+            everSet[k] = static_cast<unsigned char>(everSet[k] | id[k]);
+            everClear[k] = static_cast<unsigned char>(everClear[k] | ~id[k]);
+        }
+    }
+    // A bit that stood still in a thousand random numbers is not random.
+    for (std::size_t k = 0; k < everSet.size(); ++k) {
+        const int fixed = k == 7 ? 0xF0 : k == 8 ? 0xC0 : 0;
+        EXPECT_EQ(everSet[k] | fixed, 0xFF) << k;
+        EXPECT_EQ(everClear[k] | fixed, 0xFF) << k;
+    }
+}
+
+TEST(Uuid, KeepsEveryOtherBitOfItsRandomness)
+{
+    const struct {
+        unsigned char from, byte7, byte8;
+    } rows[] = {{0x00, 0x40, 0x80}, {0xFF, 0x4F, 0xBF}};
+    for (const auto& row : rows) {
+        unsigned char random[16];
+        std::memset(random, row.from, sizeof random);
+        const SimpleUUID id = Uuid::fromRandom(random);
+        random[7] = row.byte7;
+        random[8] = row.byte8;
+        EXPECT_EQ(std::memcmp(id.bytes, random, sizeof random), 0);
+    }
+}
+
+TEST(Uuid, IsUniqueAmongMoreThreadsThanBlocks)
+{
+    constexpr int kThreads = ForkPage::kRandomBlocks + 4, kEach = 2000;
+    std::vector<std::vector<Id>> made(kThreads);
+    onThreads(kThreads, [&](int i) {
+        for (int k = 0; k < kEach; ++k)
+            made[static_cast<std::size_t>(i)].push_back(newId());
+    });
+    std::set<Id> all;
+    for (const auto& ids : made)
+        all.insert(ids.begin(), ids.end());
+    EXPECT_EQ(all.size(), static_cast<std::size_t>(kThreads * kEach));
+}
+
+TEST(Uuid, IsNeverTheSameInParentAndChild)
+{
+    constexpr std::size_t kEach = 500;
+    std::set<Id> all;
+    all.insert(newId()); // there are fetched bytes to inherit
+    for (int forks = 1; forks <= 3; ++forks) {
+        const std::string bytes = inChild([] {
+            std::string ids;
+            for (std::size_t i = 0; i < kEach; ++i) {
+                const Id id = newId();
+                ids.append(reinterpret_cast<const char*>(id.data()), id.size());
+            }
+            return ids;
+        });
+        ASSERT_EQ(bytes.size(), kEach * sizeof(Id));
+        for (std::size_t i = 0; i < kEach; ++i) {
+            Id id;
+            std::memcpy(id.data(), bytes.data() + i * sizeof(Id), sizeof(Id));
+            all.insert(id);
+            all.insert(newId());
+        }
+        ASSERT_EQ(all.size(), 1 + 2 * kEach * static_cast<std::size_t>(forks));
+    }
+}
+
+TEST(Uuid, LeavesNoUsedBytesBehind)
+{
+    ForkPage* const page = forkPage();
+    if (page == nullptr)
+        GTEST_SKIP() << "nothing is fetched ahead on this kernel";
+    newId();
+    newId();
+    int blocksInUse = 0;
+    for (const ForkPage::RandomBlock& block : page->randomBlocks) {
+        const std::uint32_t left = block.left.load();
+        const std::size_t used = left != 0 ? sizeof block.bytes - left : 0;
+        blocksInUse += used != 0;
+        const auto isZero = [](unsigned char byte) { return byte == 0; };
+        EXPECT_TRUE(std::all_of(block.bytes, block.bytes + used, isZero));
+        EXPECT_EQ(std::all_of(block.bytes + used, std::end(block.bytes), isZero), left == 0);
+    }
+    EXPECT_GE(blocksInUse, 1);
+}
+
+// --- The reclaim registry
+
+class Cache final : public Reclaimable {
+public:
+    Cache(int number, int priority, unsigned long bytes, std::string* log = nullptr)
+        : number_(number), priority_(priority), bytes_(bytes), log_(log)
+    {}
+
+    unsigned long reclaimableBytes() override { return bytes_; }
+    int reclaimPriority() override { return priority_; }
+    unsigned long reclaim(unsigned long bytes) override
+    {
+        ++asked;
+        if (log_ != nullptr)
+            *log_ += std::to_string(number_) + "(" + std::to_string(bytes) + ") ";
+        if (whenAsked)
+            whenAsked();
+        return std::exchange(bytes_, 0);
+    }
+
+    int asked = 0;
+    std::function<void()> whenAsked;
+
+private:
+    int number_;
+    int priority_;
+    unsigned long bytes_;
+    std::string* log_;
+};
+
+TEST(ReclaimRegistry, KnowsExactlyTheLivingObjects)
+{
+    const unsigned int seed = std::random_device{}();
+    SCOPED_TRACE(seed);
+    std::mt19937 random(seed);
+    ReclaimRegistry registry;
+    std::vector<std::unique_ptr<Cache>> caches;
+    for (int i = 0; i < 400; ++i)
+        caches.push_back(std::make_unique<Cache>(i, 0, 1ul));
+    std::set<Cache*> known;
+    for (int round = 0; round < 60; ++round) {
+        // Grows, shrinks, and goes down to nothing now and then.
+        const std::size_t steps = round % 10 == 9 ? 0 : 50;
+        for (std::size_t i = 0; i < steps; ++i) {
+            Cache* const cache = caches[random() % caches.size()].get();
+            if (known.insert(cache).second) {
+                registry.add(cache);
+            } else {
+                known.erase(cache);
+                registry.remove(cache);
+            }
+        }
+        if (steps == 0) {
+            for (Cache* cache : known)
+                registry.remove(cache);
+            known.clear();
+        }
+        ASSERT_EQ(registry.size(), known.size());
+        for (const auto& cache : caches)
+            cache->asked = 0;
+        registry.reclaim(~0ul);
+        for (const auto& cache : caches)
+            ASSERT_EQ(cache->asked, known.count(cache.get()) != 0 ? 1 : 0);
+    }
+    for (Cache* cache : known)
+        registry.remove(cache);
+    registry.remove(caches[0].get()); // a stranger: nothing to remove
+    EXPECT_EQ(registry.size(), 0u);
+}
+
+TEST(ReclaimRegistry, AsksTheCheapestUntilThereIsEnough)
+{
+    ReclaimRegistry registry;
+    std::string log;
+    Cache dear(1, 30, 100, &log), cheap(2, -5, 10, &log), middle(3, 7, 20, &log);
+    for (Cache* cache : {&dear, &cheap, &middle})
+        registry.add(cache);
+    EXPECT_EQ(registry.reclaim(0), 0u);
+    EXPECT_EQ(registry.reclaim(25), 30u);
+    EXPECT_EQ(log, "2(25) 3(15) ");
+    log.clear();
+    EXPECT_EQ(registry.reclaim(500), 100u) << "everyone is asked once a pass";
+    EXPECT_EQ(log, "2(500) 3(500) 1(500) ");
+    for (Cache* cache : {&dear, &cheap, &middle})
+        registry.remove(cache);
+}
+
+TEST(ReclaimRegistry, ObjectsMayComeAndGoWhileAsked)
+{
+    auto* const registry = static_cast<ReclaimRegistry*>(OS()->reclaimRegistry());
+    const std::size_t before = registry->size();
+    std::string log;
+    auto victim = std::make_unique<Cache>(2, 2, 1, &log);
+    std::vector<std::unique_ptr<Cache>> born;
+    Cache first(1, 1, 1, &log), last(3, 3, 1, &log);
+    first.whenAsked = [&] {
+        victim.reset();
+        for (int i = 0; i < 200; ++i) // enough to make the table move
+            born.push_back(std::make_unique<Cache>(4, 0, 1, &log));
+        EXPECT_EQ(registry->reclaim(~0ul), 0u) << "one pass at a time";
+    };
+    EXPECT_EQ(registry->reclaim(1000), 2u);
+    EXPECT_EQ(log, "1(1000) 3(999) ") << "those born meanwhile wait for the next pass";
+    EXPECT_EQ(registry->size(), before + 202);
+    born.clear();
+    EXPECT_EQ(registry->size(), before + 2);
+}
+
+} // namespace
+
+// --- Call stacks
+
+// Exported, so that they have names to print; each does something after its call, so that
+// its frame is still there.
+#define EXPORTED [[gnu::visibility("default"), gnu::noinline]]
+
+EXPORTED int captureFromHere(CallStack::Frames& frames)
+{
+    OS()->systemUtils()->captureCallStack(frames);
+    asm volatile("" ::: "memory");
+    return __LINE__ - 2;
+}
+
+namespace Outer {
+EXPORTED int callToCapture(CallStack::Frames& frames)
+{
+    const int line = captureFromHere(frames);
+    asm volatile("" ::: "memory");
+    return line;
+}
+} // namespace Outer
+
+EXPORTED void captureFromDepth(int depth, CallStack::Frames& frames)
+{
+    if (depth == 0)
+        captureFromHere(frames);
+    else
+        captureFromDepth(depth - 1, frames);
+    asm volatile("" ::: "memory");
+}
+
+namespace {
+
+std::string between(const std::string& text, const std::string& before, const std::string& behind)
+{
+    const std::size_t from = text.find(before);
+    const std::size_t to = text.find(behind, from);
+    if (from == std::string::npos || to == std::string::npos)
+        return "";
+    return text.substr(from + before.size(), to - from - before.size());
+}
+
+std::string asString(const LightweightString<char>& text) { return std::string(text.c_str()); }
+
+TEST(CallStack, BeginsWithTheCallerAndAppends)
+{
+    CallStack::Frames frames{LightweightString<char>("kept")};
+    Outer::callToCapture(frames);
+    ASSERT_GE(frames.size(), 4u);
+    EXPECT_EQ(asString(frames[0]), "kept");
+    const std::string first = asString(frames[1]), second = asString(frames[2]);
+    EXPECT_EQ(first.rfind("captureFromHere(std::vector<", 0), 0u) << first;
+    EXPECT_EQ(second.rfind("Outer::callToCapture(std::vector<", 0), 0u) << second;
+    EXPECT_EQ(between(first, " (", "+0x"), "LinuxSystemTest");
+    EXPECT_NE(between(first, ")+0x", " ("), "");
+}
+
+TEST(CallStack, OffsetsLeadToTheLine)
+{
+    if (std::system("addr2line --version > /dev/null 2>&1") != 0)
+        GTEST_SKIP() << "no addr2line";
+    CallStack::Frames frames;
+    const int line = Outer::callToCapture(frames);
+    ASSERT_FALSE(frames.empty());
+    const std::string offset = between(asString(frames[0]), "LinuxSystemTest+", ")");
+    char program[4096] = {};
+    ASSERT_GT(readlink("/proc/self/exe", program, sizeof program - 1), 0);
+    const std::string command = "addr2line -e '" + std::string(program) + "' " + offset;
+    std::FILE* const output = popen(command.c_str(), "r");
+    ASSERT_NE(output, nullptr);
+    char answer[4096] = {};
+    EXPECT_NE(std::fgets(answer, sizeof answer, output), nullptr);
+    pclose(output);
+    EXPECT_EQ(between(answer, "LinuxSystemTest.cpp:", "\n"), std::to_string(line)) << answer;
+}
+
+TEST(CallStack, DescribesWhateverAddressThereIs)
+{
+    // Return addresses: the call stands one byte before.
+    const auto behind = [](auto* code) {
+        return reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(code) + 1);
+    };
+    const std::string inC = asString(CallStack::describe(behind(&hcreate)));
+    EXPECT_EQ(inC.rfind("hcreate+0x0 (libc.so.6+0x", 0), 0u) << inC;
+    const std::string inCxx = asString(CallStack::describe(behind(&std::get_terminate)));
+    EXPECT_EQ(inCxx.rfind("std::get_terminate()+0x0 (libstdc++.so.6+0x", 0), 0u) << inCxx;
+    // Not exported: the module is known, the name of a neighbour is not made up.
+    const std::string hidden = asString(CallStack::describe(behind(&between)));
+    EXPECT_EQ(hidden.rfind("(LinuxSystemTest+0x", 0), 0u) << hidden;
+    EXPECT_EQ(asString(CallStack::describe(reinterpret_cast<const void*>(0x1235))), "0x1234");
+    EXPECT_EQ(asString(CallStack::describe(nullptr)), "0xffffffffffffffff");
+}
+
+TEST(CallStack, EndsAtItsLimit)
+{
+    CallStack::Frames frames;
+    captureFromDepth(2 * CallStack::kMostFrames, frames);
+    // The platform's own frames count among those that were walked.
+    EXPECT_LE(frames.size(), static_cast<std::size_t>(CallStack::kMostFrames));
+    EXPECT_GE(frames.size(), static_cast<std::size_t>(CallStack::kMostFrames) - 5);
+    EXPECT_EQ(asString(frames.back()).rfind("captureFromDepth(int, ", 0), 0u);
+}
+
+TEST(CallStack, ThreadsCaptureAtOnce)
+{
+    CallStack::Frames expected;
+    Outer::callToCapture(expected);
+    std::atomic<int> different = 0;
+    onThreads(4, [&](int) {
+        for (int i = 0; i < 200; ++i) {
+            CallStack::Frames frames;
+            Outer::callToCapture(frames);
+            if (frames.empty() || frames[0] != expected[0])
+                ++different;
+        }
+    });
+    EXPECT_EQ(different, 0);
+}
+
+// --- Forks at a bad moment
+
+// One thread is inside all the time; a child that finds a lock held by nobody would hang.
+TEST(Fork, ChildrenFindNoLockHeldByAThreadTheyDoNotHave)
+{
+    std::atomic<bool> stop = false;
+    std::thread busy([&] {
+        while (!stop) {
+            Cache cache(0, 0, 0);
+            CallStack::Frames frames;
+            captureFromHere(frames);
+            newId();
+        }
+    });
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(inChild([]() -> std::string {
+                      Cache cache(0, 0, 0);
+                      CallStack::Frames frames;
+                      captureFromHere(frames);
+                      newId();
+                      return frames.empty() ? "no frames" : "works";
+                  }),
+                  "works");
+    }
+    stop = true;
+    busy.join();
+}
+
+} // namespace

@@ -5,8 +5,9 @@
 
 void* MemoryAllocator::allocate(unsigned long size)
 {
+    // malloc may answer null for size 0, which would read as exhaustion.
     void* block = std::malloc(size != 0 ? size : 1);
-    if (block == nullptr)
+    if (__builtin_expect(block == nullptr, false))
         throw std::bad_alloc();
     return block;
 }

@@ -1,6 +1,8 @@
 #include "SystemUtils.h"
 
+#include "CallStack.h"
 #include "Utf8.h"
+#include "Uuid.h"
 
 #include <cstring>
 #include <time.h>
@@ -24,13 +26,17 @@ LightweightString<wchar_t> SystemUtils::fromUTF8(const char* bytes, unsigned int
 
 double SystemUtils::msecsNow()
 {
+    // A double counts nanoseconds exactly enough for some hundred days of uptime; from then
+    // on its step is 2 ns and doubles with the uptime.
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;
 }
 
-SimpleUUID SystemUtils::generateUUID() { return {}; }
+SimpleUUID SystemUtils::generateUUID() { return Uuid::generate(); }
 
 void SystemUtils::captureCallStack(
-    std::vector<LightweightString<char>, StdAllocator<LightweightString<char>>>&)
-{}
+    std::vector<LightweightString<char>, StdAllocator<LightweightString<char>>>& frames)
+{
+    CallStack::capture(frames, __builtin_return_address(0));
+}
