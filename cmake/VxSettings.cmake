@@ -13,11 +13,25 @@ if(VX_SANITIZE)
     target_link_options(vx_settings INTERFACE -fsanitize=${VX_SANITIZE})
 endif()
 
+# Released code refuses to go on when it is broken: container checks, guarded stacks, nothing
+# writable after the start. Debug builds keep their speed of compilation, sanitizers their own
+# checks.
+if(NOT VX_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+    target_compile_options(vx_settings INTERFACE
+        -D_GLIBCXX_ASSERTIONS -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)
+endif()
+target_link_options(vx_settings INTERFACE
+    LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+
 # What every target of ours has in common.
 function(vx_configure target)
     target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:vx_settings>)
     set_target_properties(${target} PROPERTIES
         CXX_STANDARD 20 CXX_STANDARD_REQUIRED ON CXX_EXTENSIONS OFF
         CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON
-        POSITION_INDEPENDENT_CODE ON)
+        POSITION_INDEPENDENT_CODE ON
+        # The libraries find each other side by side, wherever the tree stands; a platform
+        # that LD_LIBRARY_PATH names still comes first.
+        BUILD_RPATH_USE_ORIGIN ON
+        INSTALL_RPATH "$ORIGIN:$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 endfunction()

@@ -1,0 +1,26 @@
+# What `cmake --install` lays down: headers, libraries, a CMake package and a pkg-config file.
+# Three components, one for each Debian package: runtime, development, tools.
+
+include(CMakePackageConfigHelpers)
+
+install(TARGETS Vx OS IPP EXPORT VxTargets
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        COMPONENT runtime NAMELINK_COMPONENT development)
+install(DIRECTORY ole/Vx DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
+    FILES_MATCHING PATTERN "*.h" PATTERN "MetadataText.h" EXCLUDE)
+
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Vx)
+install(EXPORT VxTargets NAMESPACE Vx:: DESTINATION ${package_folder} COMPONENT development)
+configure_package_config_file(cmake/VxConfig.cmake.in ${PROJECT_BINARY_DIR}/VxConfig.cmake
+    INSTALL_DESTINATION ${package_folder})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/VxConfigVersion.cmake
+    COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/VxConfig.cmake ${PROJECT_BINARY_DIR}/VxConfigVersion.cmake
+    DESTINATION ${package_folder} COMPONENT development)
+
+# The prefix is written relative to the file itself, so that the tree may be moved.
+file(RELATIVE_PATH VX_PREFIX_FROM_PKGCONFIG
+    /${CMAKE_INSTALL_LIBDIR}/pkgconfig /)
+configure_file(cmake/vx.pc.in ${PROJECT_BINARY_DIR}/vx.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/vx.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)

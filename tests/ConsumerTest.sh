@@ -1,0 +1,64 @@
+#!/usr/bin/env bash
+# ConsumerTest.sh WAY BUILD SOURCE: a program outside the tree finds Vx by one of the ways
+# that we offer, builds without a warning and runs.
+set -euo pipefail
+way=$1 build=$2 source=$3
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+expect()
+{
+    local found
+    found=$("$1")
+    [ "$found" = "17.2.0.56356 clip clip.mov 1 1 $2" ] || { echo "$1 printed: $found"; exit 1; }
+    echo "$1: $found"
+}
+# Installed, then moved: nothing may remember where it stood first.
+installed()
+{
+    cmake --install "$build" --prefix "$scratch/first" >/dev/null
+    mv "$scratch/first" "$scratch/moved"
+}
+with_cmake()
+{
+    cmake -G Ninja -S "$source/tests/consumer" -B "$scratch/build" "$@" >/dev/null
+    cmake --build "$scratch/build" -- --quiet
+    expect "$scratch/build/consumer" reference
+    expect "$scratch/build/consumer_with_platform" own
+}
+
+case $way in
+    package)
+        installed
+        with_cmake -DCMAKE_PREFIX_PATH="$scratch/moved" ;;
+    source)
+        with_cmake -DVX_SOURCE="$source" ;;
+    pkg-config)
+        installed
+        export PKG_CONFIG_PATH
+        PKG_CONFIG_PATH=$(dirname "$(find "$scratch/moved" -name vx.pc)")
+        for compiler in g++ clang++; do
+            command -v $compiler >/dev/null || { echo "$compiler is not installed"; continue; }
+            for standard in 17 20 2b; do
+                for sources in consumer.cpp "consumer.cpp platform.cpp"; do
+                    # shellcheck disable=SC2046,SC2086
+                    (cd "$source/tests/consumer" && $compiler -std=c++$standard -Wall -Wextra -Werror \
+                        $sources $(pkg-config --cflags --libs vx) -o "$scratch/program" \
+                        -Wl,-rpath,"$(pkg-config --variable=libdir vx)")
+                    expect "$scratch/program" \
+                        "$([ "$sources" = consumer.cpp ] && echo reference || echo own)"
+                done
+            done
+        done ;;
+    identical)
+        # Two builds of one commit in two places: the same bytes.
+        for place in one two/deeper; do
+            mkdir -p "$scratch/$place"
+            git -C "$source" ls-files -z | (cd "$source" && xargs -0 cp --parents -t "$scratch/$place")
+            cmake -G Ninja -S "$scratch/$place" -B "$scratch/$place/build" -DVX_BUILD_TESTS=OFF \
+                -DVX_BUILD_TOOLS=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+            cmake --build "$scratch/$place/build" -- --quiet
+            cmake --install "$scratch/$place/build" --prefix "$scratch/$place/installed" >/dev/null
+        done
+        diff -r "$scratch/one/installed" "$scratch/two/deeper/installed" && echo "identical" ;;
+esac

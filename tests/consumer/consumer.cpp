@@ -1,0 +1,30 @@
+// What every user does first: text, a document, an exception.
+#include <Vx/LightweightString.h>
+#include <Vx/VxException.h>
+#include <Vx/VxIniFile.h>
+#include <Vx/VxVersion.h>
+#include <cstdio>
+
+// Replaced by platform.cpp where the program brings a platform of its own.
+extern unsigned long blocksOfOurOwn;
+__attribute__((weak)) unsigned long blocksOfOurOwn = 0;
+
+int main()
+{
+    LightweightString<char> name("clip");
+    const LightweightString<char> copy(name);
+    name += ".mov";
+
+    VxIniFile document(true);
+    document.getSection("Video").push_back(Vx::AttribValuePair("rate", "25", '='));
+
+    bool caught = false;
+    try {
+        VxIniFile::SectionIterator().name();
+    } catch (const Vx::Exception::RuntimeError& error) {
+        caught = error.line > 0;
+    }
+    std::printf("%s %s %s %u %d %s\n", vxDllVersionStr(), copy.c_str(), name.c_str(),
+                document.getNumSections(), caught, blocksOfOurOwn > 0 ? "own" : "reference");
+    return 0;
+}
