@@ -2,7 +2,7 @@
 
 add_library(vx_settings INTERFACE)
 target_compile_options(vx_settings INTERFACE
-    -Wall -Wextra -Wconversion -Werror
+    -Wall -Wextra -Wconversion $<$<BOOL:${VX_WERROR}>:-Werror>
     -march=${VX_MARCH}
     # No path of the machine that builds, in debug information or in assertions.
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
