@@ -1,0 +1,113 @@
+// Clock, identifiers, call stacks, facts about the machine.
+#include "Check.h"
+
+#include <Vx/platform/iSystemInfo.h>
+#include <Vx/platform/iSystemUtils.h>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <set>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+iSystemUtils* utils() { return OS()->systemUtils(); }
+
+void clock()
+{
+    constexpr int kReadings = 1000000;
+    const double start = utils()->msecsNow();
+    double last = start;
+    int steps = 0;
+    for (int i = 0; i < kReadings; ++i) {
+        const double now = utils()->msecsNow();
+        require(std::isfinite(now), "a reading is no number");
+        require(now >= last, "runs backwards by " + std::to_string(last - now) + " ms");
+        steps += now > last;
+        last = now;
+    }
+    require(steps > 0, "does not advance");
+    require((last - start) / steps < 0.1,
+            "advances in steps of " + std::to_string((last - start) / steps) + " ms");
+}
+
+using Bytes = std::array<unsigned char, 16>;
+
+Bytes newUUID()
+{
+    const SimpleUUID uuid = utils()->generateUUID();
+    Bytes bytes;
+    std::memcpy(bytes.data(), uuid.bytes, 16);
+    return bytes;
+}
+
+void uuidBits()
+{
+    for (int i = 0; i < 1000; ++i) {
+        const Bytes bytes = newUUID();
+        require(bytes[7] >> 4 == 4, "the version (high half of byte 7) is " +
+                                        std::to_string(bytes[7] >> 4) + ", expected 4");
+        require(bytes[8] >> 6 == 2, "the variant (top bits of byte 8) is not binary 10");
+    }
+}
+
+void uuidUnique()
+{
+    std::set<Bytes> seen;
+    for (int i = 0; i < 100000; ++i)
+        require(seen.insert(newUUID()).second, "the same identifier twice");
+    std::set<Bytes> other;
+    std::thread([&] {
+        for (int i = 0; i < 1000; ++i)
+            other.insert(newUUID());
+    }).join();
+    for (const Bytes& bytes : other)
+        require(seen.count(bytes) == 0, "two threads got the same identifier");
+}
+
+void uuidFork()
+{
+    newUUID();
+    int ends[2];
+    require(pipe(ends) == 0, "no pipe");
+    const int status = inChild([&] {
+        const Bytes bytes = newUUID();
+        return write(ends[1], bytes.data(), 16) == 16 ? 0 : 1;
+    });
+    const Bytes mine = newUUID();
+    Bytes childs = {};
+    require(status == 0 && read(ends[0], childs.data(), 16) == 16, "the child died");
+    require(mine != childs, "parent and child got the same identifier after fork");
+}
+
+void callStack()
+{
+    std::vector<LightweightString<char>, StdAllocator<LightweightString<char>>> frames;
+    frames.push_back("kept");
+    utils()->captureCallStack(frames); // may add nothing
+    require(!frames.empty() && frames[0] == "kept", "overwrites what the list held");
+    for (const auto& frame : frames)
+        require(!frame.empty(), "a frame without a text");
+}
+
+void processors()
+{
+    const int count = OS()->systemInfo()->numProcessors();
+    require(count >= 1, std::to_string(count) + " processors");
+    require(count <= 65536, std::to_string(count) + " processors");
+}
+
+} // namespace
+
+std::vector<Check> systemChecks()
+{
+    return {
+        {"clock", "never runs backwards, advances finely", clock},
+        {"uuid.bits", "version 4 and variant at their places", uuidBits},
+        {"uuid.unique", "no identifier twice, on any thread", uuidUnique},
+        {"uuid.fork", "parent and child get different identifiers", uuidFork},
+        {"call-stack", "frames have texts and are appended", callStack},
+        {"processors", "at least one", processors},
+    };
+}
