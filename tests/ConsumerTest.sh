@@ -56,9 +56,9 @@ case $way in
             mkdir -p "$scratch/$place"
             git -C "$source" ls-files -z | (cd "$source" && xargs -0 cp --parents -t "$scratch/$place")
             cmake -G Ninja -S "$scratch/$place" -B "$scratch/$place/build" -DVX_BUILD_TESTS=OFF \
-                -DVX_BUILD_TOOLS=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+                -DVX_BUILD_TOOLS=OFF -DVX_BUILD_EXAMPLES=OFF -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
             cmake --build "$scratch/$place/build" -- --quiet
-            cmake --install "$scratch/$place/build" --prefix "$scratch/$place/installed" >/dev/null
+            DESTDIR="$scratch/$place/installed" cmake --install "$scratch/$place/build" >/dev/null
         done
         diff -r "$scratch/one/installed" "$scratch/two/deeper/installed" && echo "identical" ;;
 esac
