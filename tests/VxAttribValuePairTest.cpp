@@ -51,7 +51,7 @@ TEST(AttribValuePair, SplitsAtTheFirstSeparator)
         bool valid;
     } rows[] = {
         {"plain", "key=val"sv, '=', "key"sv, "val"sv, true},
-        {"further separators stay", "key=val=ue"sv, '=', "key"sv, "val=ue"sv, true},
+        {"further separators stay", "key=val=2"sv, '=', "key"sv, "val=2"sv, true},
         {"blanks stay", "a = b"sv, '=', "a "sv, " b"sv, true},
         {"another separator", "a=b:c"sv, ':', "a=b"sv, "c"sv, true},
         {"no name", "=x"sv, '=', ""sv, "x"sv, false},
