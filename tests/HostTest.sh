@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# HostTest.sh HOST EDITOR_INI: the example host, run as a person would run it, in a home of its
+# own.
+set -euo pipefail
+host=$1 ini=$2
+
+home=$(mktemp -d)
+trap 'rm -rf "$home"' EXIT
+export XDG_CONFIG_HOME=$home/config XDG_DATA_HOME=$home/data XDG_CACHE_HOME=$home/cache
+cd "$home"
+
+fail() { printf 'FAILED: %s\n' "$*"; exit 1; }
+
+# refuses WHY FILE: one line on standard error that names the file, nothing on standard output,
+# exit status 1.
+refuses()
+{
+    local status=0
+    "$host" "$2" >out 2>err || status=$?
+    [ "$status" -eq 1 ] || fail "$1: exit status $status"
+    [ ! -s out ] || fail "$1: it went on and printed $(cat out)"
+    [ "$(wc -l <err)" -eq 1 ] || fail "$1: not one line: $(cat err)"
+    grep -qF "$2" err || fail "$1: does not name the file: $(cat err)"
+    grep -qF "$3" err || fail "$1: does not say why: $(cat err)"
+}
+
+# shows TEXT: the last run printed it.
+shows() { grep -qF -- "$1" out || fail "not printed: $1, but: $(cat out)"; }
+
+: >empty.ini
+refuses "a missing file" missing.ini "not there"
+refuses "a folder" . "not a file"
+refuses "an empty file" empty.ini "empty"
+
+"$host" "$ini" >out 2>err || fail "exit status $?"
+[ ! -s err ] || fail "complains: $(cat err)"
+shows "[Recent Files]"
+shows "Straße nach Süden, Teil 1"
+shows "notes      (empty)"
+shows "The volume is 0.85."
+shows "6 of 6 comments"
+
+copy=$(find "$home" -name editor.ini)
+[ -n "$copy" ] || fail "no copy below the home"
+# The value is changed; every other line is there, in the order of the sections.
+sort <"$ini" | sed 's/^volume=0.85/volume=0.60/' | grep -v '^.$' >expected
+sort <"$copy" | grep -v '^.$' >actual
+diff expected actual || fail "the copy has other lines"
