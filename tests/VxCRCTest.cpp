@@ -1,1 +1,79 @@
-// stub
+#include <Vx/VxCRC.h>
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <random>
+#include <vector>
+
+namespace {
+
+/// The rule itself, one bit at a time.
+unsigned int bitByBit(const unsigned char* bytes, std::size_t length, unsigned int crc = 0)
+{
+    for (; length != 0; ++bytes, --length)
+        for (int bit = 0; bit < 8; ++bit) {
+            const bool top = (crc & 0x80000000u) != 0;
+            crc = crc << 1 | (*bytes >> bit & 1u);
+            if (top)
+                crc ^= 0x2Du;
+        }
+    return crc;
+}
+
+} // namespace
+
+TEST(CRC, KnownValues)
+{
+    using Vx::CRC::CalculateCRC32ForBlock;
+    EXPECT_EQ(CalculateCRC32ForBlock("A", 1), 0x00000082u);
+    EXPECT_EQ(CalculateCRC32ForBlock("123456789", 9), 0xECF6681Eu);
+    EXPECT_EQ(CalculateCRC32ForBlock("\x80", 1), 0x00000001u);
+    EXPECT_EQ(CalculateCRC32ForBlock("\xFF\xFF\xFF\xFF\xFF", 5), 0xFFFFE4E4u);
+    EXPECT_EQ(CalculateCRC32ForBlock("A", 0), 0u);
+    EXPECT_EQ(CalculateCRC32ForBlock(nullptr, 0), 0u);
+}
+
+TEST(CRC, OneByteIsEightStepsOfTheRegister)
+{
+    // The register enters in two independent parts: the top byte, which is fed back, and the
+    // rest, which only moves.
+    for (unsigned int byte = 0; byte < 256; ++byte)
+        for (unsigned int high = 0; high < 256; ++high)
+            for (unsigned int low : {0u, 0x00ABCDEFu, 0x00FFFFFFu}) {
+                const unsigned char input = static_cast<unsigned char>(byte);
+                const unsigned int crc = high << 24 | low;
+                ASSERT_EQ(Vx::CRC::IterateCRC32(static_cast<char>(byte), crc),
+                          bitByBit(&input, 1, crc))
+                    << byte << " into " << crc;
+            }
+}
+
+TEST(CRC, BlocksOfEveryLengthAndAlignmentFollowTheRule)
+{
+    const unsigned int seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    std::vector<unsigned char> bytes(5000);
+    for (unsigned char& byte : bytes)
+        byte = static_cast<unsigned char>(random());
+    for (std::size_t start = 0; start < 8; ++start)
+        for (std::size_t length = 0; length < 300; ++length)
+            ASSERT_EQ(Vx::CRC::CalculateCRC32ForBlock(bytes.data() + start, length),
+                      bitByBit(bytes.data() + start, length))
+                << "start " << start << ", length " << length;
+    EXPECT_EQ(Vx::CRC::CalculateCRC32ForBlock(bytes.data(), bytes.size()),
+              bitByBit(bytes.data(), bytes.size()));
+}
+
+TEST(CRC, EverySingleBitOfABlockCounts)
+{
+    // The sum is linear: what holds for every single bit holds for every block.
+    unsigned char bytes[136];
+    for (std::size_t bit = 0; bit < 8 * sizeof bytes; ++bit) {
+        std::memset(bytes, 0, sizeof bytes);
+        bytes[bit / 8] = static_cast<unsigned char>(1u << bit % 8);
+        ASSERT_EQ(Vx::CRC::CalculateCRC32ForBlock(bytes, sizeof bytes),
+                  bitByBit(bytes, sizeof bytes))
+            << "bit " << bit;
+    }
+}

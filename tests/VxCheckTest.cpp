@@ -1,1 +1,171 @@
-// stub
+#include <Vx/VxCheck.h>
+
+#include <Vx/VxException.h>
+#include <cmath>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <limits>
+#include <string>
+
+#include "ScriptedPlatform.h"
+
+using namespace Vx::Check::Private;
+
+namespace {
+
+const char kFile[] = "ole/Vx/Example";
+
+/// What \p work prints, without the seconds in front of each line.
+template <class Work> std::string printed(Work&& work)
+{
+    testing::internal::CaptureStdout();
+    work();
+    std::fflush(stdout);
+    std::string text = testing::internal::GetCapturedStdout();
+    std::string lines;
+    for (std::size_t start = 0; start < text.size();) {
+        const std::size_t end = text.find('\n', start) + 1;
+        lines += text.substr(text.find(": ", start) + 2, end - text.find(": ", start) - 2);
+        start = end;
+    }
+    return lines;
+}
+
+/// The library leaks the message of a thrown check on purpose; from here it stays in reach,
+/// so that a leak checker has nothing to say.
+void keepInReach(const char* message)
+{
+    static const char* kept[16];
+    static std::size_t count = 0;
+    ASSERT_LT(count, std::size(kept));
+    kept[count++] = message;
+}
+
+} // namespace
+
+TEST(CheckAndLog, JudgesTheCodeAndPrintsFailures)
+{
+    const struct {
+        const char* name;
+        int code;
+        const char* line;
+    } rows[] = {
+        {"zero", 0, ""},
+        {"positive", 1, ""},
+        {"highest", std::numeric_limits<int>::max(), ""},
+        {"minus one", -1, "VxCheck: ole/Vx/Example(7) [work()] = 0xffffffff\n"},
+        {"a system code", -2147024809, "VxCheck: ole/Vx/Example(7) [work()] = 0x80070057\n"},
+        {"lowest", std::numeric_limits<int>::min(),
+         "VxCheck: ole/Vx/Example(7) [work()] = 0x80000000\n"},
+    };
+    EXPECT_TRUE(logInDebug());
+    for (const auto& row : rows)
+        for (bool force : {false, true}) {
+            SCOPED_TRACE(row.name);
+            bool answer = row.code < 0, timed = answer;
+            EXPECT_EQ(printed([&] { answer = checkAndLog(row.code, kFile, 7, "work()", force); }),
+                      row.line);
+            EXPECT_EQ(printed([&] {
+                          timed = checkAndLog(row.code, kFile, 7, "work()", force, 2.0, 1.0);
+                      }),
+                      row.line);
+            EXPECT_EQ(answer, row.code >= 0);
+            EXPECT_EQ(timed, row.code >= 0);
+        }
+}
+
+TEST(CheckAndLog, ReportsSlowCallsWhateverTheCode)
+{
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    const struct {
+        const char* name;
+        int code;
+        double threshold, elapsed;
+        const char* lines;
+    } rows[] = {
+        {"no threshold", 0, 0.0, 10.0, ""},
+        {"negative threshold", 0, -1.0, 10.0, ""},
+        {"reached exactly", 1, 10.0, 10.0, "VxCheck: f(3) [x] took 10.00\n"},
+        {"just below", 0, 10.0, 9.999, ""},
+        {"slow and failed", -1, 1.0, 12.345,
+         "VxCheck: f(3) [x] took 12.35\nVxCheck: f(3) [x] = 0xffffffff\n"},
+        {"unknown time", 0, 1.0, nan, ""},
+        {"unknown threshold", 0, nan, 1.0, ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(printed([&] {
+                      EXPECT_EQ(
+                          checkAndLog(row.code, "f", 3, "x", false, row.threshold, row.elapsed),
+                          row.code >= 0);
+                  }),
+                  row.lines);
+    }
+}
+
+TEST(CheckAndLog, PrintsLinesOfTheTimedLogWithItsLimit)
+{
+    ScriptedPlatform platform;
+    platform.setClock(5000);
+    testing::internal::CaptureStdout();
+    checkAndLog(-1, "f", 1, "first", false);
+    platform.advanceClock(1500);
+    checkAndLog(-1, "f", 2, "later", false);
+    checkAndLog(-1, "f", 3, std::string(256, 'x').c_str(), false);
+    std::fflush(stdout);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "0.000    : VxCheck: f(1) [first] = 0xffffffff\n"
+              "1.500    : VxCheck: f(2) [later] = 0xffffffff\n");
+}
+
+TEST(Throw, BuildsTheMessage)
+{
+    const struct {
+        const char* name;
+        void (*raise)();
+        const char* message;
+    } rows[] = {
+        {"short", [] { throwShort(kFile, 7, -1); },
+         "VxCheck: ole/Vx/Example(7) FAILED with code 0xffffffff"},
+        {"detailed", [] { throwDetailed(kFile, 7, "a % b", -2147024809); },
+         "VxCheck: ole/Vx/Example(7) [a % b] = 0x80070057"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        try {
+            row.raise();
+            FAIL() << "did not throw";
+        } catch (const Vx::Exception::RuntimeError& error) {
+            keepInReach(error.message);
+            EXPECT_STREQ(error.message, row.message);
+            EXPECT_STREQ(error.typeName, "RuntimeError");
+            EXPECT_EQ(error.file, kFile);
+            EXPECT_EQ(error.line, 7);
+        }
+    }
+}
+
+TEST(Throw, CutsLongMessagesAndDeliberatelyNeverFreesThem)
+{
+    ScriptedPlatform platform;
+    platform.setCallStack({"frame"});
+    const std::string expression(1000, 'x');
+    const long before = platform.liveBlocks();
+    const char* message = nullptr;
+    try {
+        throwDetailed(kFile, 7, expression.c_str(), -1);
+    } catch (const Vx::Exception::Base& error) {
+        message = error.message;
+        EXPECT_EQ(error.callStack.size(), 1u);
+    }
+    keepInReach(message);
+    EXPECT_EQ(platform.liveBlocks(), before + 1);
+    EXPECT_EQ(message, "VxCheck: ole/Vx/Example(7) [" + std::string(255 - 28, 'x'));
+}
+
+TEST(Throw, LetsMemoryExhaustionOut)
+{
+    ScriptedPlatform platform;
+    platform.failAllocation(1);
+    EXPECT_THROW(throwShort(kFile, 7, -1), std::bad_alloc);
+}

@@ -1,1 +1,102 @@
-// stub
+#include <Vx/VxException.h>
+
+#include <exception>
+#include <gtest/gtest.h>
+#include <type_traits>
+
+#include "ScriptedPlatform.h"
+
+using Vx::Exception::Base;
+using Vx::Exception::LogicError;
+using Vx::Exception::RuntimeError;
+
+namespace {
+
+const char kMessage[] = "it broke";
+const char kFile[] = "ole/Vx/Example";
+
+std::string joined(const Base::CallStack& frames)
+{
+    std::string text;
+    for (const LightweightString<char>& frame : frames)
+        text += std::string(frame.c_str()) + ";";
+    return text;
+}
+
+} // namespace
+
+TEST(RuntimeError, KeepsThePointersAndCapturesTheCallStack)
+{
+    ScriptedPlatform platform;
+    platform.setCallStack({"inner", "outer"});
+    platform.logCalls();
+    try {
+        throw RuntimeError(kMessage, kFile, 7);
+    } catch (const Base& error) {
+        EXPECT_EQ(platform.takeLog(), "captureCallStack");
+        EXPECT_STREQ(error.typeName, "RuntimeError");
+        EXPECT_EQ(error.message, kMessage);
+        EXPECT_EQ(error.file, kFile);
+        EXPECT_EQ(error.line, 7);
+        EXPECT_EQ(joined(error.callStack), "inner;outer;");
+    }
+    EXPECT_EQ(platform.takeLog(), "");
+}
+
+TEST(LogicError, DeliberatelyCapturesNoCallStack)
+{
+    ScriptedPlatform platform;
+    platform.setCallStack({"inner"});
+    platform.logCalls();
+    try {
+        throw LogicError(kMessage, kFile, -1);
+    } catch (const Base& error) {
+        EXPECT_STREQ(error.typeName, "LogicError");
+        EXPECT_EQ(error.message, kMessage);
+        EXPECT_EQ(error.file, kFile);
+        EXPECT_EQ(error.line, -1);
+        EXPECT_TRUE(error.callStack.empty());
+    }
+    EXPECT_EQ(platform.takeLog(), "");
+}
+
+TEST(RuntimeError, CopiesOutliveTheOriginalAndFreeTheStackOnly)
+{
+    ScriptedPlatform platform;
+    platform.setCallStack({"inner", "outer"});
+    const long before = platform.liveBlocks();
+    {
+        Base* copy = nullptr;
+        try {
+            throw RuntimeError(kMessage, kFile, 7);
+        } catch (const RuntimeError& error) {
+            copy = new RuntimeError(error);
+        }
+        EXPECT_EQ(joined(copy->callStack), "inner;outer;");
+        EXPECT_EQ(copy->message, kMessage);
+        delete copy; // through the base
+    }
+    EXPECT_EQ(platform.liveBlocks(), before);
+}
+
+TEST(RuntimeErrorDeathTest, AFailureWhileCapturingEndsTheProcess)
+{
+    const auto raise = [](auto script) {
+        ScriptedPlatform platform;
+        platform.setCallStack({"inner"});
+        script(platform);
+        try {
+            throw RuntimeError(kMessage, kFile, 7);
+        } catch (...) {
+        }
+    };
+    EXPECT_EXIT(raise([](ScriptedPlatform& platform) { platform.failCall("captureCallStack"); }),
+                testing::KilledBySignal(SIGABRT), "");
+    EXPECT_EXIT(raise([](ScriptedPlatform& platform) { platform.failAllocation(1); }),
+                testing::KilledBySignal(SIGABRT), "");
+}
+
+static_assert(!std::is_base_of_v<std::exception, RuntimeError>, "no standard exception");
+static_assert(std::has_virtual_destructor_v<Base> && !std::is_constructible_v<Base>,
+              "only the two kinds exist");
+static_assert(!std::is_convertible_v<RuntimeError*, LogicError*>, "neither is the other");

@@ -81,11 +81,15 @@ struct ScriptedServices {
         void add(Reclaimable* object) override
         {
             enter("add");
+            if (active != nullptr)
+                active->reclaimables_.push_back(object);
             reference()->reclaimRegistry()->add(object);
         }
         void remove(Reclaimable* object) override
         {
             enter("remove");
+            if (active != nullptr)
+                std::erase(active->reclaimables_, object);
             reference()->reclaimRegistry()->remove(object);
         }
     };
@@ -110,7 +114,7 @@ struct ScriptedServices {
         {
             enter("msecsNow");
             return active != nullptr && active->clockIsSet_
-                       ? active->clock_
+                       ? std::exchange(active->clock_, active->clock_ + active->tick_)
                        : reference()->systemUtils()->msecsNow();
         }
         SimpleUUID generateUUID() override

@@ -71,10 +71,18 @@ public:
     long liveBlocks() const { return liveBlocks_; }
     unsigned long allocations() const { return allocations_; }
 
+    /// The objects in the reclaim registry, in order of registration.
+    std::vector<Reclaimable*> reclaimables() const
+    {
+        return {reclaimables_.begin(), reclaimables_.end()};
+    }
+
     // Scripts.
 
     void setClock(double msecs) { clock_ = msecs, clockIsSet_ = true; }
     void advanceClock(double msecs) { setClock(clock_ + msecs); }
+    /// From now on every reading of a clock that is set moves it on by this much.
+    void tickClock(double msecs) { tick_ = msecs; }
     void setProcessors(int count) { processors_ = count; }
     void setThreadId(unsigned int id) { threadId_ = id; }
     void setNextUUID(const SimpleUUID& uuid) { uuid_ = uuid, uuidIsSet_ = true; }
@@ -123,6 +131,8 @@ private:
 
     double clock_ = 0.0;
     bool clockIsSet_ = false;
+    double tick_ = 0.0;
+    std::vector<Reclaimable*, UncountedAllocator<Reclaimable*>> reclaimables_;
     int processors_ = -1;
     unsigned int threadId_ = 0;
     SimpleUUID uuid_ = {};
