@@ -1,1 +1,387 @@
-// stub
+#include <Vx/VxStringUtils.h>
+
+#include <cctype>
+#include <clocale>
+#include <cwctype>
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <locale.h>
+#include <random>
+#include <string>
+
+#include "ScriptedPlatform.h"
+
+using Narrow = LightweightString<char>;
+using Wide = LightweightString<wchar_t>;
+
+// The C library's case mapping, replaced for this program by one that can turn Turkish, with
+// or without telling so by a mapping table of another address.
+
+namespace {
+
+bool turkish = false;
+bool turkishTable = false;
+const int otherTable[1] = {};
+
+template <class Function> Function* real(const char* name)
+{
+    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+} // namespace
+
+extern "C" VX_API std::wint_t towlower(std::wint_t c) noexcept
+{
+    static auto* const plain = real<std::wint_t(std::wint_t)>("towlower");
+    return turkish && c == L'I' ? L'\u0131' : plain(c);
+}
+extern "C" VX_API std::wint_t towupper(std::wint_t c) noexcept
+{
+    static auto* const plain = real<std::wint_t(std::wint_t)>("towupper");
+    return turkish && c == L'i' ? L'\u0130' : plain(c);
+}
+extern "C" VX_API std::wctrans_t wctrans(const char* name) noexcept
+{
+    static auto* const plain = real<std::wctrans_t(const char*)>("wctrans");
+    return turkishTable ? otherTable : plain(name);
+}
+
+namespace {
+
+std::wstring wstring(const Wide& text) { return std::wstring(text.c_str(), text.length()); }
+Wide make(const std::wstring& text) { return Wide(std::wstring_view(text)); }
+
+/// Character by character through the C library.
+std::wstring plainLower(std::wstring text)
+{
+    for (wchar_t& c : text)
+        c = static_cast<wchar_t>(std::towlower(static_cast<std::wint_t>(c)));
+    return text;
+}
+std::wstring plainUpper(std::wstring text)
+{
+    for (wchar_t& c : text)
+        c = static_cast<wchar_t>(std::towupper(static_cast<std::wint_t>(c)));
+    return text;
+}
+
+/// The rule of substituteCaseInsensitive(), step by step.
+std::wstring plainSubstitute(const std::wstring& text, const std::wstring& pattern,
+                             const std::wstring& replacement)
+{
+    if (pattern.empty())
+        return text;
+    std::wstring result = text;
+    const std::wstring lowered = plainLower(text), wanted = plainLower(pattern);
+    for (long at = long(text.size()) - long(pattern.size()); at >= 0; --at)
+        if (lowered.compare(std::size_t(at), pattern.size(), wanted) == 0) {
+            result.replace(std::size_t(at), pattern.size(), replacement);
+            at -= long(pattern.size()) - 1;
+        }
+    return result;
+}
+
+const wchar_t* const kLong = L"It Is The Dog, THE DOG! In \u0130stanbul; \u0391\u0392 IIII iiii";
+
+} // namespace
+
+TEST(NarrowCase, ConvertsBytesAsSignedCharsByTheLocale)
+{
+    for (const char* locale : {"C", "C.UTF-8"}) {
+        SCOPED_TRACE(locale);
+        ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr);
+        for (int i = -128; i < 128; ++i) {
+            const char c = static_cast<char>(i);
+            const Narrow text(&c, 1);
+            EXPECT_EQ(Vx::toLower(text)[0], static_cast<char>(std::tolower(i))) << i;
+            EXPECT_EQ(Vx::toUpper(text)[0], static_cast<char>(std::toupper(i))) << i;
+        }
+    }
+    EXPECT_EQ(Vx::toLower(Narrow("MiX 1 \xC3\x84")), "mix 1 \xC3\x84") << "no UTF-8 is folded";
+    EXPECT_EQ(Vx::toUpper(Narrow("MiX 1 \xC3\xA4")), "MIX 1 \xC3\xA4");
+    EXPECT_EQ(Vx::toLower(Narrow("A\0B", 3)), Narrow("a\0b", 3));
+}
+
+TEST(WideCase, IsTheCLibrarysForEveryCodePoint)
+{
+    for (const char* locale : {"C", "C.UTF-8"}) {
+        SCOPED_TRACE(locale);
+        ASSERT_NE(std::setlocale(LC_ALL, locale), nullptr);
+        std::wstring text;
+        for (wchar_t c = 0; c < 0x110100; ++c)
+            text += c;
+        for (wchar_t c : {0x7FFFFFFF, -1, -100, int(0x80000000), int(0x80000041)})
+            text += c;
+        EXPECT_TRUE(wstring(Vx::toLower(make(text))) == plainLower(text));
+        EXPECT_TRUE(wstring(Vx::toUpper(make(text))) == plainUpper(text));
+    }
+}
+
+TEST(WideCase, EveryLengthAndMixtureIsTheCLibrarys)
+{
+    ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
+    const unsigned int seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    for (unsigned int length = 0; length < 200; ++length)
+        for (unsigned int rare : {1u, 4u, 30u, 1000u}) {
+            std::wstring text;
+            for (unsigned int i = 0; i < length; ++i)
+                text += static_cast<wchar_t>(random() % (random() % rare == 0 ? 0x500 : 0x80));
+            ASSERT_EQ(wstring(Vx::toLower(make(text))), plainLower(text));
+            ASSERT_EQ(wstring(Vx::toUpper(make(text))), plainUpper(text));
+        }
+}
+
+TEST(WideCase, FollowsTheLocaleWhenItTurnsTurkish)
+{
+    ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
+    const Wide text(kLong);
+    const auto expectPlain = [&](const char* when) {
+        SCOPED_TRACE(when);
+        EXPECT_EQ(wstring(Vx::toLower(text)), plainLower(kLong));
+        EXPECT_EQ(wstring(Vx::toUpper(text)), plainUpper(kLong));
+    };
+    expectPlain("before");
+    turkish = turkishTable = true;
+    ASSERT_NE(plainLower(L"I"), L"i");
+    expectPlain("Turkish");
+    expectPlain("Turkish still");
+    turkish = turkishTable = false;
+    expectPlain("after");
+
+    // A locale of the thread's own may come and go at one address: nothing is kept for it.
+    const locale_t own = newlocale(LC_ALL_MASK, "C.UTF-8", nullptr);
+    const locale_t old = uselocale(own);
+    expectPlain("own locale");
+    turkish = true;
+    expectPlain("own locale, Turkish");
+    turkish = false;
+    uselocale(old);
+    freelocale(own);
+    expectPlain("at the end");
+}
+
+TEST(Case, ConvertsInPlaceAndLeavesSharersAlone)
+{
+    Narrow narrow("MiX");
+    const Narrow narrowSharer(narrow);
+    EXPECT_EQ(&Vx::toLower(narrow), &narrow);
+    EXPECT_EQ(narrow, "mix");
+    EXPECT_EQ(&Vx::toUpper(narrow), &narrow);
+    EXPECT_EQ(narrow, "MIX");
+    EXPECT_EQ(narrowSharer, "MiX");
+
+    Wide wide(L"MiX");
+    const Wide wideSharer(wide);
+    EXPECT_EQ(&Vx::toUpper(wide), &wide);
+    EXPECT_EQ(wide, L"MIX");
+    const wchar_t* const block = wide.c_str();
+    Vx::toLower(wide);
+    EXPECT_EQ(wide, L"mix");
+    EXPECT_EQ(wide.c_str(), block) << "in place once alone";
+    EXPECT_EQ(wideSharer, L"MiX");
+
+    const Wide constant(L"abc");
+    EXPECT_NE(Vx::toLower(constant).c_str(), constant.c_str());
+    EXPECT_EQ(constant.useCount(), 1u);
+    EXPECT_EQ(Vx::toLower(Wide()).capacity(), 0u);
+    Narrow none;
+    EXPECT_EQ(Vx::toUpper(none).capacity(), 0u);
+}
+
+TEST(Strip, RemovesTheRunAtOneEnd)
+{
+    const struct {
+        const char* name;
+        const wchar_t *text, *withoutLeading, *withoutTrailing;
+    } rows[] = {
+        {"empty", L"", L"", L""},
+        {"no run", L"ab", L"ab", L"ab"},
+        {"both ends", L"xxabx", L"abx", L"xxab"},
+        {"in the middle only", L"axb", L"axb", L"axb"},
+        {"one character", L"x", L"x", L"x"},
+        {"deliberately kept when nothing else", L"xxx", L"xxx", L"xxx"},
+        {"case counts", L"XaX", L"XaX", L"XaX"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Wide leading(row.text), trailing(row.text);
+        EXPECT_EQ(&Vx::stripLeadingChars(leading, L'x'), &leading);
+        EXPECT_EQ(leading, row.withoutLeading);
+        const wchar_t* const block = trailing.c_str();
+        EXPECT_EQ(&Vx::stripTrailingChars(trailing, L'x'), &trailing);
+        EXPECT_EQ(trailing, row.withoutTrailing);
+        EXPECT_EQ(trailing.c_str(), block) << "in place";
+    }
+}
+
+TEST(Strip, NewBlocksHaveTheCapacityOfWhatIsKept)
+{
+    Wide text(L"xxxxxxabcxxxxxxx");
+    const Wide sharer(text);
+    Vx::stripTrailingChars(text, L'x');
+    EXPECT_EQ(text, L"xxxxxxabc");
+    EXPECT_EQ(text.capacity(), 16u);
+    Vx::stripLeadingChars(text, L'x');
+    EXPECT_EQ(text, L"abc");
+    EXPECT_EQ(text.capacity(), 4u);
+    EXPECT_EQ(sharer, L"xxxxxxabcxxxxxxx");
+    Wide same(sharer);
+    Vx::stripLeadingChars(Vx::stripTrailingChars(same, L'q'), L'q');
+    EXPECT_EQ(same.c_str(), sharer.c_str()) << "nothing to strip, nothing to copy";
+}
+
+TEST(Strip, KeepsTheTextWhenMemoryRunsOut)
+{
+    const Wide wide(L"xxtext  xx");
+    const Narrow narrow("text  ");
+    const auto tryAll = [&](auto text, auto&& change) {
+        const auto old = text;
+        ScriptedPlatform platform;
+        EXPECT_EQ(failEachAllocation(
+                      platform, [&] { change(text); },
+                      [&] {
+                          EXPECT_EQ(text, old);
+                          EXPECT_EQ(text.c_str(), old.c_str());
+                      }),
+                  1u);
+        EXPECT_NE(text, old);
+    };
+    tryAll(wide, [](Wide& text) { Vx::stripLeadingChars(text, L'x'); });
+    tryAll(wide, [](Wide& text) { Vx::stripTrailingChars(text, L'x'); });
+    tryAll(wide, [](Wide& text) { Vx::toUpper(text); });
+    tryAll(narrow, [](Narrow& text) { Vx::toUpper(text); });
+    tryAll(narrow, [](Narrow& text) { trimTrailingSpaces(text); });
+}
+
+TEST(EndsWith, LooksAtTheLastCharacter)
+{
+    std::setlocale(LC_ALL, "C.UTF-8");
+    const Wide name(L"File.TXT");
+    EXPECT_TRUE(Vx::endsWith(name, L't', false));
+    EXPECT_FALSE(Vx::endsWith(name, L't', true));
+    EXPECT_TRUE(Vx::endsWith(name, L'T', true));
+    EXPECT_FALSE(Vx::endsWith(name, L'X', false));
+    EXPECT_TRUE(Vx::endsWith(Wide(L"\u00E9"), L'\u00C9', false));
+    EXPECT_FALSE(Vx::endsWith(Wide(), L't', false));
+    EXPECT_FALSE(Vx::endsWith(Wide(), L'\0', true)) << "the terminator is no character";
+}
+
+TEST(SubstituteCaseInsensitive, ReplacesFromTheRight)
+{
+    const struct {
+        const char* name;
+        const wchar_t *text, *pattern, *replacement, *result;
+    } rows[] = {
+        {"every case", L"Hello hello HELLO", L"hello", L"bye", L"bye bye bye"},
+        {"pattern in capitals", L"say hello", L"HELLO", L"Bye", L"say Bye"},
+        {"the rightmost of overlapping ones", L"aaa", L"aa", L"b", L"ab"},
+        {"overlapping with another", L"xabababx", L"abab", L"-", L"xab-x"},
+        {"directly one after another", L"abab", L"ab", L"cd", L"cdcd"},
+        {"the whole text", L"abc", L"ABC", L"", L""},
+        {"longer", L"a-a", L"a", L"aAa", L"aAa-aAa"},
+        {"what is inserted is not searched", L"ab", L"b", L"ab", L"aab"},
+        {"shorter than the pattern", L"ab", L"abc", L"x", L"ab"},
+        {"empty text", L"", L"a", L"x", L""},
+        {"empty pattern", L"abc", L"", L"x", L"abc"},
+        {"empty both", L"", L"", L"x", L""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const Wide result =
+            Vx::substituteCaseInsensitive(Wide(row.text), Wide(row.pattern), Wide(row.replacement));
+        EXPECT_EQ(result, row.result);
+        EXPECT_EQ(result.capacity(), Wide(row.result).capacity());
+    }
+    const Wide text(L"abc");
+    EXPECT_EQ(Vx::substituteCaseInsensitive(text, Wide(L"x"), Wide(L"y")).c_str(), text.c_str());
+    EXPECT_EQ(Vx::substituteCaseInsensitive(text, Wide(), Wide(L"y")).c_str(), text.c_str());
+    EXPECT_EQ(Vx::substituteCaseInsensitive(Wide(L"a\0B", 3), Wide(L"\0b", 2), Wide(L"\0", 1)),
+              Wide(L"a\0", 2))
+        << "zeros are characters";
+}
+
+TEST(SubstituteCaseInsensitive, FollowsTheRuleForRandomTexts)
+{
+    const unsigned int seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const auto text = [&](std::size_t length) {
+        std::wstring result;
+        for (std::size_t i = 0; i < length; ++i)
+            result += L"aAbB"[random() % 4];
+        return result;
+    };
+    for (int i = 0; i < 20000; ++i) {
+        const std::wstring where = text(random() % 40), what = text(random() % 6),
+                           with = text(random() % 4);
+        ASSERT_EQ(wstring(Vx::substituteCaseInsensitive(make(where), make(what), make(with))),
+                  plainSubstitute(where, what, with))
+            << Narrow(toUTF8(make(where))) << " " << toUTF8(make(what));
+    }
+}
+
+TEST(SubstituteCaseInsensitive, HostileTextsTakeNoLonger)
+{
+    // Comparing at every position would take 10^11 steps.
+    const std::wstring half(100000, L'a');
+    const Wide text = make(std::wstring(1000000, L'A'));
+    const Wide result = Vx::substituteCaseInsensitive(text, make(half + L'b' + half), Wide(L"x"));
+    EXPECT_EQ(result.c_str(), text.c_str());
+}
+
+TEST(SubstituteCaseInsensitive, RefusesAResultThatIsTooLong)
+{
+    const Wide text = make(std::wstring(40000, L'a'));
+    EXPECT_THROW(Vx::substituteCaseInsensitive(text, Wide(L"a"), make(std::wstring(60000, L'b'))),
+                 std::length_error);
+    EXPECT_THROW(Vx::substituteCaseInsensitive(text, Wide(L"a"), make(std::wstring(120000, L'b'))),
+                 std::length_error);
+}
+
+TEST(IsEssentiallyEmpty, CountsBlanksOnly)
+{
+    EXPECT_TRUE(isEssentiallyEmpty(Narrow()));
+    EXPECT_TRUE(isEssentiallyEmpty(Narrow("   ")));
+    for (const Narrow& text : {Narrow("\t"), Narrow("  x"), Narrow("x  "), Narrow(" \0", 2)})
+        EXPECT_FALSE(isEssentiallyEmpty(text)) << text;
+}
+
+TEST(TrimTrailingSpaces, RemovesBlanksOnly)
+{
+    const struct {
+        const char *text, *result;
+    } rows[] = {{"", ""},        {"ab  ", "ab"},   {"   ", ""},        {"  ab", "  ab"},
+                {"a b ", "a b"}, {"ab\t", "ab\t"}, {"ab \t ", "ab \t"}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        Narrow text(row.text), shared(row.text);
+        const Narrow sharer(shared);
+        const char* const block = text.c_str();
+        EXPECT_EQ(&trimTrailingSpaces(text), &text);
+        EXPECT_EQ(text, row.result);
+        EXPECT_TRUE(text.c_str() == block || text.capacity() == 0) << "in place, or no block";
+        EXPECT_EQ(trimTrailingSpaces(shared), row.result);
+        EXPECT_EQ(sharer, row.text);
+        EXPECT_EQ(shared.capacity() == 0, *row.result == '\0');
+    }
+    Wide wide(L"ab ");
+    EXPECT_EQ(trimTrailingSpaces(wide), L"ab") << "a template over the string type";
+}
+
+TEST(WidthConversion, AsksThePlatformOnce)
+{
+    ScriptedPlatform platform;
+    platform.logCalls();
+    EXPECT_EQ(toUTF8(Wide(L"a\0\u00E9", 3)), Narrow("a\0\xC3\xA9", 4));
+    EXPECT_EQ(platform.takeLog(), "toUTF8");
+    EXPECT_EQ(fromUTF8(Narrow("a\0\xC3\xA9", 4)), Wide(L"a\0\u00E9", 3));
+    EXPECT_EQ(fromUTF8("a\xC3\xA9z", 3), Wide(L"a\u00E9"));
+    EXPECT_EQ(platform.takeLog(), "fromUTF8 fromUTF8");
+    EXPECT_EQ(fromUTF8("a\xC3\xA9\0z", -1), Wide(L"a\u00E9"));
+    EXPECT_EQ(platform.takeLog(), "fromUTF8(-1)");
+    EXPECT_EQ(Vx::WStringFromAscii("plain"), L"plain");
+    EXPECT_EQ(platform.takeLog(), "wideFromAscii");
+    EXPECT_EQ(fromUTF8(Narrow()).capacity() + toUTF8(Wide()).capacity(), 0u);
+}
