@@ -1,1 +1,320 @@
-// stub
+#include <Vx/VxStringSplit.h>
+
+#include <gtest/gtest.h>
+#include <random>
+#include <string>
+
+#include "ScriptedPlatform.h"
+
+namespace {
+
+using Wide = LightweightString<wchar_t>;
+using WideVec = Vx::StringToVec<Wide>::VecT;
+
+template <class Ch> LightweightString<Ch> make(const std::string& text)
+{
+    const std::basic_string<Ch> chars(text.begin(), text.end());
+    return LightweightString<Ch>(std::basic_string_view<Ch>(chars));
+}
+
+template <class Ch> std::string plain(const LightweightString<Ch>& text)
+{
+    std::string result;
+    for (Ch c : text)
+        result += static_cast<char>(c);
+    return result;
+}
+
+/// The pieces between angle brackets, which no test text contains.
+template <class Vec> std::string show(const Vec& pieces)
+{
+    std::string result;
+    for (const auto& piece : pieces)
+        result += "<" + plain(piece) + ">";
+    return result;
+}
+
+template <class Ch> std::string split(const std::string& text, char separator, unsigned int flags)
+{
+    typename Vx::StringToVec<LightweightString<Ch>>::VecT pieces;
+    const LightweightString<Ch> source = make<Ch>(text);
+    const unsigned int count =
+        Vx::splitIf(source, Vx::IsMatchingChar<Ch>(static_cast<Ch>(separator)), pieces, flags);
+    EXPECT_EQ(count, pieces.size());
+    for (const LightweightString<Ch>& piece : pieces)
+        EXPECT_EQ(piece.capacity(), make<Ch>(plain(piece)).capacity());
+    return show(pieces);
+}
+
+/// The rules, one after another.
+std::string plainSplit(const std::string& text, char separator, unsigned int flags)
+{
+    std::vector<std::size_t> positions;
+    bool inQuotes = false;
+    for (std::size_t i = 0; i < text.size(); ++i)
+        if (text[i] == separator) {
+            if (!(inQuotes && separator != '"' && (flags & Vx::RespectQuotes) != 0))
+                positions.push_back(i);
+        } else if (text[i] == '"' && (i == 0 || text[i - 1] != '\\')) {
+            inQuotes = !inQuotes;
+        }
+    if (positions.empty())
+        return "<" + text + ">";
+    std::string pieces;
+    const std::size_t k = (flags & Vx::KeepSeparator) != 0;
+    if (positions[0] > 0 || text.size() == 1)
+        pieces += "<" + text.substr(0, positions[0] + k) + ">";
+    for (std::size_t i = 1; i < positions.size(); ++i) {
+        const std::size_t count = positions[i] - positions[i - 1] - 1;
+        if (count != 0 || (flags & Vx::SkipEmpty) == 0)
+            pieces += "<" + text.substr(positions[i - 1] + 1, count + k) + ">";
+    }
+    if (positions.back() != text.size() - 1)
+        pieces += "<" + text.substr(positions.back() + 1) + ">";
+    return pieces;
+}
+
+template <class Ch> struct SplitOf : testing::Test {};
+using Widths = testing::Types<char, wchar_t>;
+TYPED_TEST_SUITE(SplitOf, Widths);
+
+} // namespace
+
+TYPED_TEST(SplitOf, CutsAtSeparators)
+{
+    const unsigned int none = 0, skip = Vx::SkipEmpty, keep = Vx::KeepSeparator;
+    const struct {
+        const char* name;
+        const char* text;
+        unsigned int flags;
+        const char* pieces;
+    } rows[] = {
+        {"three", "a,b,c", skip, "<a><b><c>"},
+        {"no separator", "abc", none, "<abc>"},
+        {"empty text", "", none, "<>"},
+        {"empty text, skipping", "", skip, "<>"},
+        {"empty in the middle", "a,,b", none, "<a><><b>"},
+        {"empty in the middle, skipped", "a,,b", skip, "<a><b>"},
+        {"deliberately no leading piece", ",a", none, "<a>"},
+        {"deliberately no trailing piece", "a,", none, "<a>"},
+        {"a lone separator", ",", none, "<>"},
+        {"a lone separator, skipping", ",", skip, "<>"},
+        {"a lone separator, kept", ",", keep, "<,>"},
+        {"two separators", ",,", none, "<>"},
+        {"two separators, skipping", ",,", skip, ""},
+        {"two separators, kept", ",,", keep, "<,>"},
+        {"kept", "a,b", keep, "<a,><b>"},
+        {"kept with empty ones", ",a,,b,", keep, "<a,><,><b,>"},
+        {"kept without empty ones", ",a,,b,", keep | skip, "<a,><b,>"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(split<TypeParam>(row.text, ',', row.flags), row.pieces);
+    }
+}
+
+TYPED_TEST(SplitOf, RespectsQuotesWhenAsked)
+{
+    const struct {
+        const char* name;
+        const char* text;
+        const char *respecting, *ignoring;
+    } rows[] = {
+        {"quoted", R"("x,y",z)", R"(<"x,y"><z>)", R"(<"x><y"><z>)"},
+        {"escaped inside", R"("x\",y",z)", R"(<"x\",y"><z>)", R"(<"x\"><y"><z>)"},
+        {"escaped outside", R"(a\",b)", R"(<a\"><b>)", R"(<a\"><b>)"},
+        {"never closed", R"(a,"b,c)", R"(<a><"b,c>)", R"(<a><"b><c>)"},
+        {"a backslash before the backslash", R"("a\\",b,c)", R"(<"a\\",b,c>)", R"(<"a\\"><b><c>)"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(split<TypeParam>(row.text, ',', Vx::RespectQuotes), row.respecting);
+        EXPECT_EQ(split<TypeParam>(row.text, ',', 0), row.ignoring);
+    }
+    EXPECT_EQ(split<TypeParam>(R"(a"b"c)", '"', Vx::RespectQuotes), "<a><b><c>")
+        << "a quote that separates never quotes";
+}
+
+TYPED_TEST(SplitOf, FollowsTheRulesForRandomTexts)
+{
+    const unsigned int seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    for (int i = 0; i < 30000; ++i) {
+        std::string text;
+        for (std::size_t length = random() % 12; length != 0; --length)
+            text += std::string("a,\"\\\0", 5)[random() % 5];
+        const char separator = std::string(",\"\\\0", 4)[random() % 4];
+        const unsigned int flags = static_cast<unsigned int>(random() % 8);
+        ASSERT_EQ(split<TypeParam>(text, separator, flags), plainSplit(text, separator, flags))
+            << text << " at " << separator << " with " << flags;
+    }
+}
+
+TYPED_TEST(SplitOf, AppendsToWhatIsThere)
+{
+    using String = LightweightString<TypeParam>;
+    typename Vx::StringToVec<String>::VecT pieces(1, make<TypeParam>("old"));
+    const String whole = make<TypeParam>("a");
+    const Vx::IsMatchingChar<TypeParam> comma(',');
+    EXPECT_EQ(Vx::splitIf(whole, comma, pieces, 0), 2u);
+    EXPECT_EQ(pieces.back().c_str(), whole.c_str()) << "an uncut text shares its block";
+    EXPECT_EQ(Vx::splitIf(make<TypeParam>("b,c"), comma, pieces, 0), 4u);
+    EXPECT_EQ(show(pieces), "<old><a><b><c>");
+
+    std::vector<unsigned int> positions{77};
+    Vx::findSeparators(make<TypeParam>(",a,"), comma, positions, 0);
+    EXPECT_EQ(positions, (std::vector<unsigned int>{77, 0, 2}));
+}
+
+TYPED_TEST(SplitOf, TheStepsTakeOtherMatchersAndOutputs)
+{
+    using String = LightweightString<TypeParam>;
+    struct Counter {
+        void add(unsigned int, unsigned int count) { total += count, ++pieces; }
+        unsigned int pieces = 0, total = 0;
+    } counter;
+    const String text = make<TypeParam>("a1bb2cc");
+    std::vector<unsigned int> positions;
+    Vx::findSeparators(
+        text, [](TypeParam c) { return c >= '0' && c <= '9'; }, positions, Vx::RespectQuotes);
+    Vx::convertIndicesToSubStrings(text, positions, counter, 0);
+    EXPECT_EQ(counter.pieces, 3u);
+    EXPECT_EQ(counter.total, 5u);
+}
+
+TYPED_TEST(SplitOf, BuilderCutsAtTheEndOfTheText)
+{
+    using String = LightweightString<TypeParam>;
+    typename Vx::StringToVec<String>::VecT out;
+    const String text = make<TypeParam>("abc");
+    Vx::SplitOutputBuilder<String> builder(out, text);
+    builder.add(1, 1);
+    builder.add(1, 0xFFFFFFFFu);
+    builder.add(3, 1);
+    builder.add(0xFFFFFFFFu, 5);
+    builder.add(0, 0);
+    EXPECT_EQ(show(out), "<b><bc><><><>");
+}
+
+TEST(SplitIf, LeaksNothingWhenMemoryRunsOut)
+{
+    ScriptedPlatform platform;
+    {
+        const Wide text(L"one,two,three,four,five");
+        WideVec out(1, Wide(L"old"));
+        const long before = platform.liveBlocks();
+        EXPECT_GT(failEachAllocation(
+                      platform,
+                      [&] {
+                          WideVec local(out);
+                          Vx::splitIf(text, Vx::IsMatchingChar<wchar_t>(L','), local, 0);
+                          EXPECT_EQ(local.size(), 6u);
+                      },
+                      [&] {
+                          EXPECT_EQ(platform.liveBlocks(), before);
+                          EXPECT_EQ(show(out), "<old>");
+                      }),
+                  5u);
+    }
+    EXPECT_EQ(platform.liveBlocks(), 0);
+}
+
+TEST(Pack, JoinsAsAppendingWould)
+{
+    const struct {
+        const char* name;
+        std::vector<std::string> items;
+        std::string packed, concatenated;
+    } rows[] = {
+        {"nothing", {}, "", ""},
+        {"one", {"item"}, "item", "item"},
+        {"one empty", {""}, "", ""},
+        {"two empty", {"", ""}, ";", ""},
+        {"empty in the middle", {"a", "", "b"}, "a;;b", "ab"},
+        {"the separator is not escaped", {"a;b", "c"}, "a;b;c", "a;bc"},
+        {"seven characters fill a block of eight", {"abc", "def"}, "abc;def", "abcdef"},
+        {"deliberately zeros behind a zero",
+         {std::string("a\0b", 3), "c"},
+         std::string("a\0\0;c", 5),
+         std::string("a\0\0c", 4)},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        WideVec items;
+        for (const std::string& item : row.items)
+            items.push_back(make<wchar_t>(item));
+        for (wchar_t separator : {L';', L'\0'}) {
+            const Wide packed = Vx::pack(items, separator);
+            EXPECT_EQ(plain(packed), separator != 0 ? row.packed : row.concatenated);
+            Wide appended;
+            for (std::size_t i = 0; i < items.size(); ++i) {
+                appended += items[i];
+                if (separator != 0 && i + 1 != items.size())
+                    appended.append(&separator, 1);
+            }
+            EXPECT_EQ(packed, appended);
+            EXPECT_EQ(packed.capacity(), appended.capacity());
+            for (const Wide& item : items)
+                EXPECT_LE(item.useCount(), 1u) << "no block is shared";
+        }
+    }
+}
+
+TEST(Unpack, DeliberatelyLosesEmptyItems)
+{
+    EXPECT_EQ(show(Vx::unpack(Wide(L"a;;b"), L';')), "<a><b>");
+    EXPECT_EQ(show(Vx::unpack(Wide(L";a"), L';')), "<a>");
+    EXPECT_EQ(show(Vx::unpack(Wide(), L';')), "<>");
+    EXPECT_EQ(show(Vx::unpack(Wide(L"\"a;b\""), L';')), "<\"a><b\">") << "quotes do not count";
+    WideVec items;
+    for (const wchar_t* item : {L"one", L"two three", L"4"})
+        items.push_back(Wide(item));
+    EXPECT_EQ(Vx::unpack(Vx::pack(items, L';'), L';'), items);
+}
+
+TEST(SplitFilename, GivesTheLastComponent)
+{
+    const struct {
+        const char *path, *name;
+    } rows[] = {
+        {"/x/y.ext", "y.ext"},
+        {"dir/name/", "name"},
+        {"dir//name//", "name"},
+        {"name", "name"},
+        {"/name", "name"},
+        {"name/", "name"},
+        {"", ""},
+        {"/", ""},
+        {"///", ""},
+        {"dir\\name", "dir\\name"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.path);
+        EXPECT_EQ(plain(Vx::splitFilename(make<wchar_t>(row.path))), row.name);
+    }
+    const Wide name(L"name");
+    EXPECT_EQ(Vx::splitFilename(name).c_str(), name.c_str()) << "the whole text is shared";
+    ScriptedPlatform platform;
+    platform.logCalls();
+    Vx::splitFilename(Wide());
+    EXPECT_EQ(platform.takeLog(), "pathSeparator");
+}
+
+TEST(SplitFilename, IsTheLastPieceOfASplit)
+{
+    const unsigned int seed = std::random_device()();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    for (int i = 0; i < 5000; ++i) {
+        Wide path;
+        for (std::size_t length = random() % 8; length != 0; --length)
+            path += L"ab//"[random() % 4];
+        WideVec pieces;
+        Vx::splitIf(path, Vx::IsMatchingChar<wchar_t>(L'/'), pieces, Vx::SkipEmpty);
+        const Wide expected = pieces.empty() ? Wide() : pieces.back();
+        const Wide name = Vx::splitFilename(path);
+        ASSERT_EQ(name, expected) << plain(path);
+        ASSERT_EQ(name.capacity(), expected.capacity());
+    }
+}
