@@ -1,1 +1,431 @@
-// stub
+#include <Vx/VxNamedObjects.h>
+
+#include <Vx/VxException.h>
+#include <atomic>
+#include <barrier>
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "ScriptedPlatform.h"
+
+using Namespace = Vx::NamedObjectsNamespace;
+
+// Entries stay when their namespace goes.
+extern "C" const char* __lsan_default_suppressions()
+{
+    return "leak:Vx::NamedObjectsNamespace::prepare\n";
+}
+
+namespace {
+
+struct Cache {
+    Cache() { ++made; }
+    static inline std::atomic<int> made{0};
+};
+struct Registry {};
+
+Cache one, two;
+
+void* giveOne() { return &one; }
+void* throwing() { throw 42; }
+
+// What an operation throws, in words.
+std::string failureOf(const std::function<void()>& operation)
+{
+    try {
+        operation();
+    } catch (const Vx::Exception::RuntimeError& e) {
+        return std::string(e.file) + "(" + std::to_string(e.line) + ") " + e.message;
+    }
+    return "nothing thrown";
+}
+
+// The lock of the namespace itself, seen from another thread: looking up takes it.
+void expectFree(Namespace& names)
+{
+    std::thread([&] { EXPECT_EQ(names.findInfo_(typeid(void), "no such name"), nullptr); }).join();
+}
+
+} // namespace
+
+TEST(NamedObjects, FindsWhatWasCreatedByTypeAndName)
+{
+    Namespace names("test");
+    EXPECT_EQ(names.find<Cache>("a"), nullptr);
+    EXPECT_EQ(names.findInfo_(typeid(Cache), "a"), nullptr) << "looking up creates nothing";
+    names.create<Cache>("a", &one);
+    names.create<Cache>("", &two);
+    Registry registry;
+    names.create<Registry>("a", &registry);
+    EXPECT_EQ(names.find<Cache>("a"), &one);
+    EXPECT_EQ(names.find<Cache>(""), &two);
+    EXPECT_EQ(names.find<Registry>("a"), &registry);
+    EXPECT_EQ(names.find<Registry>(""), nullptr);
+    EXPECT_EQ(names.find<Cache>("ab"), nullptr);
+    EXPECT_EQ(names.find_(typeid(Cache), "a"), &one) << "one registry under both fronts";
+}
+
+TEST(NamedObjects, EntryCarriesNamesAndChecksums)
+{
+    Namespace names(nullptr);
+    int number = 0;
+    names.create<int>("123456789", &number);
+    Namespace::Entry* entry = names.findInfo_(typeid(int), "123456789");
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(entry->typeName, "i");
+    EXPECT_EQ(entry->objectName, "123456789");
+    EXPECT_EQ(entry->nameHash, 0xECF6681Eu);
+    EXPECT_EQ(entry->typeHash, 0x96u); // the bits of 'i', reversed
+    EXPECT_EQ(entry->object, &number);
+    EXPECT_EQ(entry->lock.owner(), 0u);
+}
+
+TEST(NamedObjects, MisuseIsReportedWithMessageAndLine)
+{
+    Namespace names("test");
+    names.create<Cache>("taken", &one);
+    const std::type_info& type = typeid(Cache);
+    const struct {
+        const char* what;
+        std::function<void()> operation;
+        const char* failure;
+    } rows[] = {
+        {"find", [&] { names.find_(type, nullptr); }, "(115) Invalid object name!"},
+        {"create", [&] { names.create_(type, nullptr, &one); }, "(143) Invalid object name!"},
+        {"create null", [&] { names.create_(type, "n", nullptr); },
+         "(148) 'object' cannot be NULL!"},
+        {"create twice", [&] { names.create_(type, "taken", &two); },
+         "(172) Attempted to create named objects with duplicate names!"},
+        {"findOrCreate", [&] { names.findOrCreate_(type, nullptr, giveOne); },
+         "(195) Invalid object name!"},
+        {"createOrReplace", [&] { names.createOrReplace_(type, nullptr, &one); },
+         "(234) Invalid object name!"},
+        {"createOrReplace null", [&] { names.createOrReplace_(type, "taken", nullptr); },
+         "(239) 'object' cannot be NULL!"},
+        {"remove", [&] { names.remove_(type, nullptr); }, "(269) Invalid object name!"},
+        {"lock", [&] { names.lock_(type, nullptr, true); }, "(292) Invalid object name!"},
+        {"unlock", [&] { names.unlock_(type, nullptr); }, "(327) Invalid object name!"},
+        {"unlock unknown", [&] { names.unlock_(type, "n"); },
+         "(337) Attempted to unlock a named object that had not previously been locked!"},
+        {"the name is checked before the object", [&] { names.create_(type, nullptr, nullptr); },
+         "(143) Invalid object name!"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        EXPECT_EQ(failureOf(row.operation), std::string("ole/Vx/VxNamedObjects") + row.failure);
+        expectFree(names);
+        std::thread([&] { EXPECT_EQ(names.find<Cache>("taken"), &one); }).join();
+    }
+    EXPECT_EQ(names.findInfo_(type, "n"), nullptr) << "failures leave no entry";
+}
+
+TEST(NamedObjects, RemovedNameKeepsItsEntryAndTakesANewObject)
+{
+    Namespace names("test");
+    names.remove<Cache>("a"); // unknown: ignored
+    EXPECT_EQ(names.findInfo_(typeid(Cache), "a"), nullptr);
+    names.create<Cache>("a", &one);
+    const Namespace::Entry* entry = names.findInfo_(typeid(Cache), "a");
+    names.remove<Cache>("a");
+    EXPECT_EQ(names.find<Cache>("a"), nullptr);
+    names.create<Cache>("a", &two);
+    EXPECT_EQ(names.find<Cache>("a"), &two);
+    EXPECT_EQ(names.findInfo_(typeid(Cache), "a"), entry);
+}
+
+TEST(NamedObjects, CreateOrReplaceTakesOver)
+{
+    Namespace names("test");
+    names.createOrReplace<Cache>("a", &one);
+    EXPECT_EQ(names.find<Cache>("a"), &one);
+    names.createOrReplace<Cache>("a", &two);
+    EXPECT_EQ(names.find<Cache>("a"), &two);
+}
+
+TEST(NamedObjects, FindOrCreateCallsTheFactoryOnlyForWhatIsMissing)
+{
+    Namespace names("test");
+    Cache::made = 0;
+    Cache* made = names.findOrCreate<Cache>("a");
+    EXPECT_EQ(Cache::made, 1);
+    EXPECT_EQ(names.findOrCreate<Cache>("a"), made);
+    EXPECT_EQ(Cache::made, 1);
+    names.remove<Cache>("a");
+    EXPECT_EQ(names.findOrCreate<Cache>("a", giveOne), &one) << "the entry, with a new object";
+    EXPECT_EQ(names.find<Cache>("a"), &one);
+    names.lock<Cache>("locked");
+    EXPECT_EQ(names.findOrCreate<Cache>("locked", giveOne), &one);
+    names.unlock<Cache>("locked");
+    delete made;
+}
+
+TEST(NamedObjects, LocksAreTakenInTheStatedOrderAndNeverTogether)
+{
+    ScriptedPlatform platform;
+    static ScriptedPlatform* noted;
+    noted = &platform;
+    const auto factory = []() -> void* { return noted->note("factory"), &one; };
+    Namespace names("test");
+    const std::type_info& type = typeid(Cache);
+    names.create_(type, "full", &one);
+    names.lock_(type, "empty", true);
+    names.unlock_(type, "empty");
+
+    // In: a lock is entered. out: it is left. new: an entry gets its lock.
+    const struct {
+        const char* what;
+        std::function<void()> operation;
+        const char* order;
+    } rows[] = {
+        {"find unknown", [&] { names.find_(type, "x"); }, "in out"},
+        {"find", [&] { names.find_(type, "full"); }, "in out in out"},
+        {"create new", [&] { names.create_(type, "1", &one); }, "in new out"},
+        {"create known", [&] { names.create_(type, "empty", &one); }, "in out in out"},
+        {"replace new", [&] { names.createOrReplace_(type, "2", &one); }, "in new out"},
+        {"replace known", [&] { names.createOrReplace_(type, "2", &two); }, "in out in out"},
+        {"make new", [&] { names.findOrCreate_(type, "3", factory); }, "in new factory out"},
+        {"find made", [&] { names.findOrCreate_(type, "3", factory); }, "in out in out"},
+        {"remove", [&] { names.remove_(type, "3"); }, "in out in out"},
+        {"make known", [&] { names.findOrCreate_(type, "3", factory); }, "in out in factory out"},
+        {"lock new", [&] { names.lock_(type, "4", true); }, "in new out in"},
+        {"unlock", [&] { names.unlock_(type, "4"); }, "in out out"},
+        {"try", [&] { names.lock_(type, "4", false); }, "in out try"},
+    };
+    platform.setThreadId(1);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        platform.logCalls();
+        platform.takeLog();
+        row.operation();
+        std::string order = platform.takeLog();
+        for (const auto& [word, with] : {std::pair<std::string, std::string>{"unlock", "out"},
+                                         {"currentThreadId", ""},
+                                         {"createLock(0)", "new"},
+                                         {"tryLock", "try"},
+                                         {"lock", "in"},
+                                         {"  ", " "}})
+            for (std::size_t at; (at = order.find(word)) != std::string::npos;)
+                order.replace(at, word.size(), with);
+        while (!order.empty() && order.back() == ' ')
+            order.pop_back();
+        EXPECT_EQ(order, row.order);
+    }
+}
+
+TEST(NamedObjects, FailingFactoryLeavesLocksFreeAndNothingElse)
+{
+    Namespace names("test");
+    EXPECT_THROW(names.findOrCreate<Cache>("new", throwing), int);
+    EXPECT_EQ(names.findInfo_(typeid(Cache), "new"), nullptr);
+    expectFree(names);
+    names.create<Cache>("known", &one);
+    names.remove<Cache>("known");
+    EXPECT_THROW(names.findOrCreate<Cache>("known", throwing), int);
+    std::thread([&] {
+        EXPECT_EQ(names.find<Cache>("known"), nullptr);
+        EXPECT_EQ(names.findOrCreate<Cache>("new", giveOne), &one);
+    }).join();
+}
+
+TEST(NamedObjects, MemoryFailuresLeaveTheNamespaceAsItWas)
+{
+    ScriptedPlatform platform;
+    Namespace names("test");
+    const std::type_info& type = typeid(Cache);
+    Cache::made = 0;
+    int round = 0;
+    std::string name;
+    const auto check = [&] {
+        EXPECT_EQ(names.findInfo_(type, name.c_str()), nullptr);
+        EXPECT_EQ(Cache::made, round) << "no object is made that finds no entry";
+        expectFree(names);
+    };
+    // Far enough for the index to grow twice on the way, with and without memory for it.
+    for (round = 0; round < 80; ++round) {
+        name = "object" + std::to_string(round);
+        const unsigned int failures = failEachAllocation(
+            platform, [&] { names.findOrCreate<Cache>(name.c_str()); }, check);
+        EXPECT_GE(failures, 5u); // entry, its lock twice, name, link
+    }
+    platform.failCall("createLock");
+    name = "no lock";
+    EXPECT_THROW(names.create_(type, "no lock", &one), ScriptedFault);
+    check();
+    for (int n = 0; n < 80; ++n) {
+        Cache* found = names.find<Cache>(("object" + std::to_string(n)).c_str());
+        EXPECT_NE(found, nullptr);
+        delete found;
+    }
+}
+
+TEST(NamedObjects, OldestOfEqualEntriesIsFound)
+{
+    Namespace names("test");
+    names.addListEntry_(typeid(Cache), "same", &one);
+    names.addListEntry_(typeid(Cache), "same", &two);
+    for (int n = 0; n < 100; ++n) // the index is rebuilt on the way
+        names.addListEntry_(typeid(Cache), std::to_string(n).c_str(), &two);
+    EXPECT_EQ(names.find<Cache>("same"), &one);
+    EXPECT_EQ(names.addListEntry_(typeid(Cache), nullptr, &two)->objectName, "");
+    EXPECT_EQ(names.findInfo_(typeid(Cache), nullptr)->object, &two);
+}
+
+TEST(NamedObjects, FactoryMayUseTheNamespace)
+{
+    static Namespace names("test");
+    Cache* outer = names.findOrCreate<Cache>("outer", []() -> void* {
+        for (int n = 0; n < 100; ++n)
+            names.create<Cache>(("inner" + std::to_string(n)).c_str(), &two);
+        return &one;
+    });
+    EXPECT_EQ(outer, &one);
+    EXPECT_EQ(names.find<Cache>("outer"), &one);
+    EXPECT_EQ(names.find<Cache>("inner99"), &two);
+}
+
+TEST(NamedObjects, ManyNamesUnderManyTypesAreAllFound)
+{
+    Namespace names("test");
+    static int objects[3][5000];
+    const std::type_info* types[] = {&typeid(Cache), &typeid(Registry), &typeid(int*)};
+    const auto name = [](int n) {
+        return std::string(std::size_t(n % 37), 'x') + std::to_string(n);
+    };
+    for (int n = 0; n < 5000; ++n)
+        for (int t = 0; t < 3; ++t)
+            names.create_(*types[t], name(n).c_str(), &objects[t][n]);
+    for (int n = 0; n < 5000; ++n)
+        for (int t = 0; t < 3; ++t)
+            ASSERT_EQ(names.find_(*types[t], name(n).c_str()), &objects[t][n]) << n << ' ' << t;
+    EXPECT_EQ(names.find<Cache>("5000"), nullptr);
+}
+
+TEST(NamedObjects, NamedLockIsRecursiveAndKeepsOthersOut)
+{
+    Namespace names("test");
+    EXPECT_TRUE(names.lock<Cache>("a"));
+    EXPECT_TRUE(names.lock<Cache>("a", false));
+    std::thread([&] {
+        EXPECT_FALSE(names.lock<Cache>("a", false));
+        EXPECT_TRUE(names.lock<Registry>("a", false)) << "another type, another lock";
+        names.unlock<Registry>("a");
+        EXPECT_EQ(names.findInfo_(typeid(Cache), "a")->object, nullptr);
+    }).join();
+    names.unlock<Cache>("a");
+    std::thread([&] { EXPECT_FALSE(names.lock<Cache>("a", false)); }).join();
+    names.unlock<Cache>("a");
+    std::thread([&] {
+        EXPECT_TRUE(names.lock<Cache>("a", false));
+        names.unlock<Cache>("a");
+    }).join();
+}
+
+TEST(NamedObjects, ScopedLockLeavesAtTheEndOfItsScope)
+{
+    Namespace names("test");
+    const auto isBusy = [&] {
+        bool busy = false;
+        std::thread([&] {
+            Namespace::ScopedLock<Cache> hold(names, "a", false);
+            busy = !hold;
+        }).join();
+        return busy;
+    };
+    try {
+        Namespace::ScopedLock<Cache> hold(names, "a");
+        EXPECT_TRUE(hold);
+        EXPECT_TRUE(isBusy());
+        throw 42;
+    } catch (int) {
+        EXPECT_FALSE(isBusy());
+    }
+}
+
+TEST(NamedObjects, ObjectsAndEntriesOutliveTheNamespace)
+{
+    Namespace::Entry* entry = nullptr;
+    {
+        Namespace names("test");
+        names.findOrCreate<Cache>("a", giveOne);
+        entry = names.findInfo_(typeid(Cache), "a");
+    }
+    EXPECT_EQ(entry->object, &one);
+    EXPECT_EQ(entry->objectName, "a");
+}
+
+TEST(NamedObjects, GlobalNamespaceIsOneForAllThreads)
+{
+    constexpr int kThreads = 8;
+    std::vector<Namespace*> seen(kThreads);
+    std::vector<int*> objects(kThreads);
+    std::barrier start(kThreads);
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < kThreads; ++i)
+        threads.emplace_back([&, i] {
+            start.arrive_and_wait();
+            seen[i] = Namespace::getGlobalNamespaceInstance();
+            objects[i] = seen[i]->findOrCreate<int>("first use");
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (std::size_t i = 0; i < kThreads; ++i) {
+        EXPECT_EQ(seen[i], Namespace::getGlobalNamespaceInstance());
+        EXPECT_EQ(objects[i], objects[0]);
+    }
+    EXPECT_NE(seen[0], nullptr);
+    delete objects[0];
+}
+
+TEST(NamedObjects, FailedFirstUseOfTheGlobalNamespaceIsTriedAgain)
+{
+    ScriptedPlatform platform;
+    for (const char* operation : {"createLock", "lock"}) {
+        platform.failCall(operation);
+        EXPECT_THROW(Namespace::getGlobalNamespaceInstance(), ScriptedFault);
+    }
+    EXPECT_NE(Namespace::getGlobalNamespaceInstance(), nullptr);
+}
+
+// Threads find, make, replace, remove and lock the same few names at the same time.
+TEST(NamedObjects, ThreadsShareNamesAndLocks)
+{
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 1500;
+    constexpr int kNames = 7;
+    Namespace names("test");
+    int guarded[kNames] = {};
+    std::atomic<int> made{0};
+    std::barrier start(kThreads);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i)
+        threads.emplace_back([&, i] {
+            start.arrive_and_wait();
+            for (int n = 0; n < kRounds; ++n) {
+                const int which = (n * 5 + i) % kNames;
+                const std::string name = "shared" + std::to_string(which);
+                EXPECT_EQ(names.findOrCreate<Cache>(name.c_str(), giveOne), &one);
+                if (Namespace::ScopedLock<int> hold(names, name.c_str(), n % 3 != 0); hold) {
+                    ++guarded[which];
+                    ++made;
+                    EXPECT_EQ(names.find<int>(name.c_str()), nullptr);
+                }
+                const std::string own = std::to_string(i) + "/" + std::to_string(n % 100);
+                names.createOrReplace<Cache>(own.c_str(), &two);
+                EXPECT_EQ(names.find<Cache>(own.c_str()), &two);
+                names.remove<Cache>(own.c_str());
+                names.createOrReplace<Registry>(name.c_str(), reinterpret_cast<Registry*>(&two));
+                names.remove<Registry>(name.c_str());
+                (void)names.find<Registry>(name.c_str());
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    int total = 0;
+    for (int count : guarded)
+        total += count;
+    EXPECT_EQ(total, made);
+}

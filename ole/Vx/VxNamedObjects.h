@@ -1,0 +1,171 @@
+// VxNamedObjects.h - process-wide objects and locks, found by type and name.
+#pragma once
+
+#include <Vx/CriticalSection.h>
+#include <Vx/LightweightString.h>
+#include <Vx/VxExport.h>
+#include <Vx/VxTypeManip.h>
+#include <cstddef>
+#include <list>
+#include <type_traits>
+#include <typeinfo>
+
+namespace Vx {
+
+/// A registry in which modules publish and find objects by type and name, and take a lock
+/// on a name.
+///
+///     auto* names = Vx::NamedObjectsNamespace::getGlobalNamespaceInstance();
+///     Cache* cache = names->findOrCreate<Cache>("thumbnails");
+///     Vx::NamedObjectsNamespace::ScopedLock<Cache> hold(*names, "thumbnails");
+///
+/// Shape: one entry for every pair of type and name ever used. Entries never go away;
+///   removing an object leaves its entry, lock and all. The same name under two types
+///   makes two entries. "" is a name like any other. The type is the one given between
+///   the angle brackets, not what an object turns out to be.
+/// Cost: a look-up does not grow with the number of names.
+/// Ownership: none. Objects belong to whoever made them and are never destroyed here,
+///   not even with the namespace.
+/// Errors: Vx::Exception::RuntimeError for misuse: a null name, a null object, a second
+///   object under one name, the unlocking of a name never used. What a factory, the
+///   platform or memory throws passes through, with every lock free and the namespace as
+///   it was.
+/// Threads: any. The namespace has a lock, and so has each entry; who takes both takes
+///   the namespace's first. A thread that holds a name keeps others from finding,
+///   creating and removing what bears it. Factories run with a lock held: the entry's for
+///   a known name, the namespace's for a new one.
+class VX_API NamedObjectsNamespace {
+public:
+    /// One pair of type and name.
+    struct Entry {
+        unsigned int typeHash;            ///< checksum of typeName
+        unsigned int nameHash;            ///< checksum of objectName
+        void* object;                     ///< guarded by lock; null when there is none
+        CriticalSection lock;             ///< what lock() and unlock() of the name enter
+        LightweightString<char> typeName; ///< std::type_info::name() without a leading '*'
+        LightweightString<char> objectName;
+    };
+
+    /// An empty namespace; \p name is for diagnostics, null means none.
+    explicit NamedObjectsNamespace(const char* name);
+
+    /// Deliberate: frees neither the entries nor the objects. They may outlive the
+    /// namespace, and others own them.
+    ~NamedObjectsNamespace();
+
+    NamedObjectsNamespace(const NamedObjectsNamespace&) = delete;
+    NamedObjectsNamespace& operator=(const NamedObjectsNamespace&) = delete;
+
+    /// The namespace "GLOBAL" of the process, made on first use and never destroyed.
+    static NamedObjectsNamespace* getGlobalNamespaceInstance();
+
+    // The typed front. T is always spelled out: find<Cache>("thumbnails").
+
+    /// The object, or null when there is none. Waits for the thread that holds the name.
+    template <class T> T* find(const char* name) { return static_cast<T*>(find_(typeid(T), name)); }
+
+    /// Publishes \p object, which is not null.
+    /// \throws Vx::Exception::RuntimeError when the name has an object already
+    template <class T> void create(const char* name, std::enable_if_t<true, T>* object)
+    {
+        create_(typeid(T), name, object);
+    }
+
+    /// The object; when there is none, the one that \p factory makes.
+    template <class T>
+    T* findOrCreate(const char* name, void* (*factory)() = TypeManip::TemplatedNew<T>::new_)
+    {
+        return static_cast<T*>(findOrCreate_(typeid(T), name, factory));
+    }
+
+    /// Publishes \p object, which is not null, in place of what was there before. That is
+    /// not destroyed.
+    template <class T> void createOrReplace(const char* name, std::enable_if_t<true, T>* object)
+    {
+        createOrReplace_(typeid(T), name, object);
+    }
+
+    /// Withdraws the object, if there is one; it is not destroyed.
+    template <class T> void remove(const char* name) { remove_(typeid(T), name); }
+
+    /// Enters the lock of the name, which is recursive and needs no object.
+    /// \returns false when another thread holds it and \p wait is false
+    template <class T> bool lock(const char* name, bool wait = true)
+    {
+        return lock_(typeid(T), name, wait);
+    }
+
+    /// Leaves the lock of the name. Whether the caller holds it is not checked.
+    /// \throws Vx::Exception::RuntimeError when the name was never used
+    template <class T> void unlock(const char* name) { unlock_(typeid(T), name); }
+
+    /// Holds the lock of a name for its lifetime.
+    template <class T> class ScopedLock {
+    public:
+        /// Enters the lock of \p name; without \p wait only if that is possible at once.
+        ScopedLock(NamedObjectsNamespace& names, const char* name, bool wait = true)
+            : entry_(names.lock_(typeid(T), name, wait) ? names.findInfo_(typeid(T), name)
+                                                        : nullptr)
+        {}
+        ~ScopedLock()
+        {
+            if (entry_ != nullptr)
+                entry_->lock.leave();
+        }
+        ScopedLock(const ScopedLock&) = delete;
+        ScopedLock& operator=(const ScopedLock&) = delete;
+
+        /// Whether the lock was entered.
+        explicit operator bool() const noexcept { return entry_ != nullptr; }
+
+    private:
+        Entry* entry_;
+    };
+
+    // What the typed front stands on: the same operations, with the type given by hand.
+
+    /// The entry, or null. A null \p name reads as "".
+    Entry* findInfo_(const std::type_info& type, const char* name);
+
+    void* find_(const std::type_info& type, const char* name);
+    void create_(const std::type_info& type, const char* name, void* object);
+    void* findOrCreate_(const std::type_info& type, const char* name, void* (*factory)());
+    void createOrReplace_(const std::type_info& type, const char* name, void* object);
+    void remove_(const std::type_info& type, const char* name);
+    bool lock_(const std::type_info& type, const char* name, bool wait);
+    void unlock_(const std::type_info& type, const char* name);
+
+    /// Adds an entry without looking whether there is one: the older one is found first.
+    /// A null \p name reads as "".
+    Entry* addListEntry_(const std::type_info& type, const char* name, void* object);
+
+private:
+    struct Key;
+    struct IndexedEntry;
+    struct NewEntry;
+
+    IndexedEntry* lookUp(const Key& key) const noexcept;
+    void prepare(const Key& key, NewEntry& prepared) const;
+    Entry* append(NewEntry& prepared, void* object) noexcept;
+    void link(IndexedEntry* entry) noexcept;
+    void grow() noexcept;
+
+    std::list<Entry*> entries;     // in order of creation; guarded by namespaceLock
+    CriticalSection namespaceLock; // lock() is the typed front
+    LightweightString<char> name;
+
+    // The index, guarded by namespaceLock: all entries once more, in chains by hash, the
+    // older ones first.
+    IndexedEntry** buckets_;
+    unsigned long bucketCount_;          // a power of two
+    IndexedEntry* onlyBucket_ = nullptr; // until there is memory for more
+};
+
+static_assert(sizeof(NamedObjectsNamespace::Entry) == 64 &&
+                  offsetof(NamedObjectsNamespace::Entry, object) == 8 &&
+                  offsetof(NamedObjectsNamespace::Entry, lock) == 16 &&
+                  offsetof(NamedObjectsNamespace::Entry, typeName) == 32 &&
+                  offsetof(NamedObjectsNamespace::Entry, objectName) == 48,
+              "modules and diagnostic tools read entries, so their layout is fixed");
+
+} // namespace Vx
