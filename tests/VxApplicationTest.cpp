@@ -1,1 +1,176 @@
-// stub
+#include <Vx/VxApplication.h>
+
+#include <cstring>
+#include <gtest/gtest.h>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "ScriptedPlatform.h"
+
+namespace {
+
+struct Editor : Vx::Application {
+    explicit Editor(ScriptedPlatform& platform, const wchar_t* name = L"Editor")
+        : Application(name, L"1.0"), platform(platform)
+    {}
+    void run() override { platform.note("run"); }
+    ScriptedPlatform& platform;
+};
+
+const std::string kMarker = "Configuration/Normal Exit";
+
+// What every constructor asks of the platform, up to the answer of the marker.
+const std::string kConstruction = "getFolder(4) pathSeparator pathSeparator "
+                                  "setOutputDiagnosticsFolder(/data/Editor/Logs/) "
+                                  "getSettings(0) getValue(0," +
+                                  kMarker + ",false)";
+
+std::string marker(const ScriptedPlatform& platform)
+{
+    return platform.setting(0, "Configuration", "Normal Exit");
+}
+
+void setMarker(ScriptedPlatform& platform, const char* value)
+{
+    platform.setSetting(0, "Configuration", "Normal Exit", value);
+}
+
+} // namespace
+
+TEST(Application, ConstructionAsksThePlatformInTheStatedOrder)
+{
+    ScriptedPlatform platform;
+    EXPECT_EQ(Vx::Application::instance(), nullptr);
+    platform.logCalls();
+    Editor editor(platform);
+    EXPECT_EQ(platform.takeLog(), kConstruction);
+    EXPECT_EQ(Vx::Application::instance(), &editor);
+    EXPECT_EQ(editor.getUserDataPath(), L"/data/Editor/");
+    EXPECT_EQ(editor.getLogsPath(), L"/data/Editor/Logs/");
+    EXPECT_EQ(editor.getName(), L"Editor");
+    EXPECT_EQ(editor.getVersion(), L"1.0");
+    EXPECT_FALSE(editor.previousExitWasNormal());
+    EXPECT_EQ(marker(platform), "") << "nothing is written for a missing marker";
+
+    setMarker(platform, "true");
+    Editor second(platform);
+    EXPECT_EQ(platform.takeLog(),
+              kConstruction + " getSettings(0) setValue(0," + kMarker + "=false)");
+    EXPECT_EQ(Vx::Application::instance(), &second) << "the last constructed wins";
+}
+
+TEST(Application, OnlyTheExactMarkerCountsAsANormalExit)
+{
+    for (const char* value : {"True", "true ", " true", "", "TRUE", "1", "truetrue", "false"}) {
+        SCOPED_TRACE(value);
+        ScriptedPlatform platform;
+        setMarker(platform, value);
+        Editor editor(platform);
+        EXPECT_FALSE(editor.previousExitWasNormal());
+        EXPECT_EQ(marker(platform), value) << "nothing is written";
+    }
+}
+
+TEST(Application, MarkerTellsACleanEndFromACrash)
+{
+    ScriptedPlatform platform;
+    Editor first(platform);
+    EXPECT_FALSE(first.previousExitWasNormal());
+    first.shutdown();
+    EXPECT_EQ(marker(platform), "true");
+
+    Editor second(platform);
+    EXPECT_TRUE(second.previousExitWasNormal());
+    EXPECT_EQ(marker(platform), "false"); // and here the second one crashes
+
+    Editor third(platform);
+    EXPECT_FALSE(third.previousExitWasNormal());
+    EXPECT_EQ(marker(platform), "false");
+}
+
+TEST(Application, StartRunsThenShutsDownThenSaves)
+{
+    ScriptedPlatform platform;
+    Editor editor(platform);
+    const auto noting = [&platform](const char* word) {
+        return [&platform, word] { platform.note(word); };
+    };
+    struct Noting : iCallbackBase<void, Shutdown::eExitType> {
+        explicit Noting(ScriptedPlatform& platform) : platform(platform) {}
+        void execute(const Shutdown::eExitType&) override { platform.note("object"); }
+        ScriptedPlatform& platform;
+    };
+    editor.atShutdown(noting("late"), 300);
+    editor.atShutdown(Vx::Ptr<iCallbackBase<void, Shutdown::eExitType>>(new Noting(platform)), 200);
+    editor.atShutdown(
+        [&platform](Shutdown::eExitType type) { platform.note("type" + std::to_string(type)); }, 5);
+    platform.logCalls();
+    editor.start();
+    std::string log = platform.takeLog();
+    EXPECT_EQ(log, "run type0 object late getSettings(0) setValue(0," + kMarker +
+                       "=true) getSettings(0) save(0) getSettings(1) save(1)");
+}
+
+TEST(Application, RunThatThrowsLeavesTheMarkerOfACrash)
+{
+    struct Crashing : Editor {
+        using Editor::Editor;
+        void run() override { throw std::runtime_error("crash"); }
+    };
+    ScriptedPlatform platform;
+    setMarker(platform, "true");
+    Crashing editor(platform);
+    bool called = false;
+    editor.atShutdown([&called] { called = true; }, 1);
+    platform.logCalls();
+    EXPECT_THROW(editor.start(), std::runtime_error);
+    EXPECT_EQ(platform.takeLog(), "");
+    EXPECT_FALSE(called);
+    EXPECT_EQ(marker(platform), "false");
+}
+
+TEST(Application, FailedConstructionLeavesNothingBehind)
+{
+    ScriptedPlatform platform;
+    Editor before(platform);
+    const auto construct = [&] { Editor failing(platform, L"Failing"); };
+    for (const auto& [operation, n] : {std::pair<const char*, unsigned int>{"getFolder", 1},
+                                       {"pathSeparator", 1},
+                                       {"pathSeparator", 2},
+                                       {"setOutputDiagnosticsFolder", 1},
+                                       {"getSettings", 1},
+                                       {"getValue", 1},
+                                       {"getSettings", 2},
+                                       {"setValue", 1}}) {
+        SCOPED_TRACE(operation + std::to_string(n));
+        setMarker(platform, "true");
+        const long blocks = platform.liveBlocks();
+        platform.failCall(operation, n);
+        EXPECT_THROW(construct(), ScriptedFault);
+        EXPECT_EQ(platform.liveBlocks(), blocks);
+        EXPECT_EQ(Vx::Application::instance(), &before);
+        EXPECT_EQ(marker(platform), "true");
+    }
+    const long blocks = platform.liveBlocks();
+    const unsigned int failures = failEachAllocation(platform, construct, [&] {
+        EXPECT_EQ(platform.liveBlocks(), blocks);
+        EXPECT_EQ(Vx::Application::instance(), &before);
+        setMarker(platform, "true");
+    });
+    EXPECT_GE(failures, 6u);
+}
+
+TEST(Application, VirtualOperationsHaveTheirPlaces)
+{
+    const auto slotOf = [](auto member) {
+        std::size_t slot = 0;
+        std::memcpy(&slot, &member, sizeof slot);
+        return (slot - 1) / sizeof(void*);
+    };
+    EXPECT_EQ(slotOf(&Vx::Application::getUserDataPath), 0u) << "no destructor in front";
+    EXPECT_EQ(slotOf(&Vx::Application::getLogsPath), 1u);
+    EXPECT_EQ(slotOf(&Vx::Application::getVersion), 2u);
+    EXPECT_EQ(slotOf(&Vx::Application::run), 3u);
+    EXPECT_EQ(slotOf(&Vx::Application::shutdown), 4u);
+}
