@@ -1,1 +1,341 @@
-// stub
+#include <Vx/VxPooledObjectDebug.h>
+
+#include <Vx/CriticalSection.h>
+#include <Vx/LightweightString.h>
+#include <Vx/VxApplication.h>
+#include <Vx/VxNamedObjects.h>
+#include <barrier>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <memory>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ScriptedPlatform.h"
+
+using Vx::PooledObjectDebug::gAllLoggers;
+using Vx::PooledObjectDebug::LoggingTraitsBase;
+using Vx::PooledObjectDebug::LoggingTraitsBase_exit;
+
+// Nodes of the logger stack and named entries stay for ever.
+extern "C" const char* __lsan_default_suppressions()
+{
+    return "leak:LoggingTraitsBase::LoggingTraitsBase\nleak:NamedObjectsNamespace::prepare\n";
+}
+
+namespace {
+
+struct Host : Vx::Application {
+    Host() : Application(L"Host", L"1") {}
+    void run() override {}
+};
+
+// A platform with a logs folder on disk that goes away with the test.
+struct PooledObjectLog : testing::Test {
+    PooledObjectLog()
+    {
+        setenv("TZ", "UTC", 1);
+        std::string pattern = testing::TempDir() + "vxpoolXXXXXX";
+        root = mkdtemp(pattern.data());
+        platform.setFolder((root / "").wstring());
+        platform.setClock(1000);
+    }
+    ~PooledObjectLog() override { std::filesystem::remove_all(root); }
+
+    void makeLogsFolder() { std::filesystem::create_directories(root / "Host" / "Logs"); }
+
+    std::string content() const
+    {
+        std::ifstream file(root / "Host" / "Logs" / "PooledObjects.log");
+        std::ostringstream text;
+        text << file.rdbuf();
+        return text.str();
+    }
+    // The lines of loggers; headers and the empty lines around them are left out.
+    std::vector<std::string> lines() const
+    {
+        std::vector<std::string> found;
+        std::istringstream text(content());
+        for (std::string line; std::getline(text, line);)
+            if (!line.empty() && line[0] != '-')
+                found.push_back(line);
+        return found;
+    }
+    // The names at the beginning of those lines, in order.
+    std::string order() const
+    {
+        std::string names;
+        for (const std::string& line : lines())
+            names += (names.empty() ? "" : " ") + line.substr(0, line.find(':'));
+        return names;
+    }
+    int headers() const
+    {
+        const std::string text = content();
+        int count = 0;
+        for (std::size_t at = 0; (at = text.find("\n-----", at)) != std::string::npos; ++at)
+            ++count;
+        return count;
+    }
+    // The lock of the log, seen from another thread.
+    static bool logIsFree()
+    {
+        bool isFree = false;
+        std::thread([&] {
+            auto* lock =
+                Vx::NamedObjectsNamespace::getGlobalNamespaceInstance()->find<CriticalSection>(
+                    "PooledObjects.log_FileAccessLock");
+            isFree = lock == nullptr || lock->attemptEntry() == 0;
+            if (isFree && lock != nullptr)
+                lock->leave();
+        }).join();
+        return isFree;
+    }
+    void pops(LoggingTraitsBase& logger, int count)
+    {
+        for (int n = 0; n < count; ++n) {
+            logger.ltb_beforePop(1);
+            logger.ltb_afterPop(this, 1);
+        }
+    }
+    void pushes(LoggingTraitsBase& logger, int count)
+    {
+        for (int n = 0; n < count; ++n) {
+            logger.ltb_beforePush(this, 1);
+            logger.ltb_afterPush(this, 1);
+        }
+    }
+
+    ScriptedPlatform platform;
+    std::filesystem::path root;
+};
+
+const char kIdle[] = ": maxInUse 0 Peak Demand 0.00 allocs/sec @ 0.00 Thu Jan  1 00:00:00 1970";
+
+} // namespace
+
+TEST_F(PooledObjectLog, IdleLoggerWritesItsLineUnderOneHeader)
+{
+    Host host;
+    makeLogsFolder();
+    LoggingTraitsBase frames("frames");
+    LoggingTraitsBase nameless(nullptr);
+    frames.dump();
+    nameless.dump();
+    const std::regex form("\n-{59} [A-Z][a-z]{2} [A-Z][a-z]{2} [ 0-9]{2} [0-9:]{8} [0-9]{4}\n\n"
+                          "frames(: .*)\n(: .*)\n");
+    std::smatch found;
+    const std::string text = content();
+    ASSERT_TRUE(std::regex_match(text, found, form)) << text;
+    EXPECT_EQ(found[1], kIdle);
+    EXPECT_EQ(found[2], kIdle);
+    EXPECT_TRUE(logIsFree());
+}
+
+TEST_F(PooledObjectLog, WarmUpCountsUseButNotDemand)
+{
+    Host host;
+    makeLogsFolder();
+    LoggingTraitsBase logger("pool");
+    pops(logger, 9);
+    pushes(logger, 4);
+    platform.advanceClock(7500); // to its very end
+    pops(logger, 2);
+    logger.dump();
+    EXPECT_EQ(lines().back(), "pool: maxInUse 9" + std::string(kIdle).substr(12));
+}
+
+TEST_F(PooledObjectLog, PeakDemandIsTheBusiestInterval)
+{
+    Host host;
+    makeLogsFolder();
+    LoggingTraitsBase logger("pool");
+    platform.advanceClock(8000);
+    pops(logger, 1); // closes the empty interval, opens the first
+    platform.advanceClock(100);
+    pops(logger, 29); // 100 ms are not yet over
+    platform.advanceClock(20);
+    const std::time_t before = std::time(nullptr);
+    pops(logger, 1); // 30 pops in 120 ms
+    logger.dump();
+    const std::string line = lines().back();
+    EXPECT_EQ(line.rfind("pool: maxInUse 31 Peak Demand 250.00 allocs/sec @ 9120.00 ", 0), 0u)
+        << line;
+    bool sameTime = false;
+    for (std::time_t at = before; at <= std::time(nullptr); ++at)
+        sameTime |= line.find(std::string(std::ctime(&at), 24)) != std::string::npos;
+    EXPECT_TRUE(sameTime) << line;
+
+    platform.advanceClock(200);
+    pops(logger, 1); // the pop that closed the last interval, alone in 200 ms: no peak
+    logger.dump();
+    EXPECT_EQ(lines().back().find("@ 9120.00"), line.find("@ 9120.00"));
+    pops(logger, 99);
+    platform.advanceClock(101);
+    pops(logger, 1);
+    logger.dump();
+    EXPECT_NE(lines().back().find("Peak Demand 990.10 allocs/sec @ 9421.00"), std::string::npos);
+}
+
+TEST_F(PooledObjectLog, ShutdownDumpsTheNewestLoggerFirst)
+{
+    Host host;
+    makeLogsFolder();
+    const unsigned int before = gAllLoggers.count;
+    LoggingTraitsBase a("a");
+    LoggingTraitsBase b("b");
+    LoggingTraitsBase c("c");
+    EXPECT_EQ(gAllLoggers.count, before + 3);
+    EXPECT_EQ(gAllLoggers.head->logger, &c);
+    host.atShutdown([this] { EXPECT_EQ(order(), ""); }, 99);
+    host.atShutdown([this] { EXPECT_EQ(order(), "c b a"); }, 101);
+    host.start();
+    EXPECT_EQ(order(), "c b a");
+    EXPECT_EQ(headers(), 1);
+    EXPECT_EQ(gAllLoggers.count, before);
+}
+
+TEST_F(PooledObjectLog, LoggerThatDiedBeforeShutdownLeavesANodeThatSaysSo)
+{
+    Host host;
+    makeLogsFolder();
+    LoggingTraitsBase a("a");
+    auto b = std::make_unique<LoggingTraitsBase>("b");
+    LoggingTraitsBase c("c");
+    b.reset();
+    EXPECT_EQ(order(), "b") << "it wrote its line when it died";
+    EXPECT_EQ(gAllLoggers.count, 3u);
+    EXPECT_EQ(gAllLoggers.head->next->logger, nullptr);
+    Shutdown::executeCallbacks(Shutdown::kOrderlyExit);
+    EXPECT_EQ(order(), "b c a");
+    EXPECT_EQ(gAllLoggers.count, 0u);
+}
+
+TEST_F(PooledObjectLog, LoggerThatOutlivesShutdownWritesOnceMore)
+{
+    Host host;
+    makeLogsFolder();
+    {
+        LoggingTraitsBase logger("pool");
+        Shutdown::executeCallbacks(Shutdown::kOrderlyExit);
+        EXPECT_EQ(order(), "pool");
+    }
+    EXPECT_EQ(order(), "pool pool");
+    LoggingTraitsBase late("late"); // nobody calls back any more
+    EXPECT_EQ(gAllLoggers.count, 1u);
+}
+
+TEST_F(PooledObjectLog, EmptyStackIsLeftAlone)
+{
+    LoggingTraitsBase_exit(Shutdown::kOrderlyExit);
+    EXPECT_EQ(gAllLoggers.head, nullptr);
+    EXPECT_EQ(gAllLoggers.count, 0u);
+}
+
+TEST_F(PooledObjectLog, WithoutApplicationOrFolderNothingIsWrittenNorThrown)
+{
+    {
+        LoggingTraitsBase logger("pool");
+        logger.dump();
+        EXPECT_TRUE(logIsFree());
+    }
+    Host host; // its logs folder does not exist
+    {
+        LoggingTraitsBase logger("pool");
+        logger.dump();
+        LoggingTraitsBase_exit(Shutdown::kOrderlyExit);
+        EXPECT_TRUE(logIsFree());
+    }
+    EXPECT_FALSE(std::filesystem::exists(root / "Host"));
+    makeLogsFolder();
+    LoggingTraitsBase("pool").dump();
+    EXPECT_EQ(headers(), 1) << "the header waits for the first file that opens";
+    EXPECT_EQ(order(), "pool pool");
+}
+
+TEST_F(PooledObjectLog, FailuresWhileDumpingLeaveTheLockFree)
+{
+    Host host;
+    makeLogsFolder();
+    LoggingTraitsBase logger("pool");
+    LoggingTraitsBase older("older");
+    failEachAllocation(
+        platform, [&] { logger.dump(); }, [&] { EXPECT_TRUE(logIsFree()); });
+    platform.failCall("toUTF8");
+    EXPECT_THROW(logger.dump(), ScriptedFault);
+    EXPECT_TRUE(logIsFree());
+    platform.failCall("toUTF8");
+    EXPECT_THROW(LoggingTraitsBase_exit(Shutdown::kOrderlyExit), ScriptedFault);
+    EXPECT_TRUE(logIsFree());
+    EXPECT_EQ(order(), "pool");
+}
+
+TEST_F(PooledObjectLog, FailedConstructionLeavesNothingBehind)
+{
+    LoggingTraitsBase first("first");
+    const long blocks = platform.liveBlocks();
+    const unsigned int failures = failEachAllocation(
+        platform, [] { new LoggingTraitsBase("a name of its own"); },
+        [&] {
+            EXPECT_EQ(platform.liveBlocks(), blocks);
+            EXPECT_EQ(gAllLoggers.count, 1u);
+            EXPECT_EQ(gAllLoggers.head->logger, &first);
+        });
+    EXPECT_GE(failures, 5u); // record, name, node, callback, item
+    EXPECT_EQ(gAllLoggers.count, 2u);
+}
+
+TEST_F(PooledObjectLog, HooksTakeNoLockAndAllocateNothing)
+{
+    LoggingTraitsBase logger("pool");
+    platform.advanceClock(8000);
+    platform.logCalls();
+    const unsigned long allocations = platform.allocations();
+    for (int n = 0; n < 3; ++n) {
+        logger.ltb_beforePop(1);
+        logger.ltb_afterPop(this, 1);
+        logger.ltb_beforePush(this, 1);
+        logger.ltb_afterPush(this, 1);
+    }
+    EXPECT_EQ(platform.allocations(), allocations);
+    const std::string log = platform.takeLog();
+    EXPECT_EQ(log.find("ock"), std::string::npos) << "lock, tryLock, unlock, createLock: " << log;
+    EXPECT_NE(log.find("msecsNow"), std::string::npos);
+}
+
+TEST_F(PooledObjectLog, ThreadsCountExactly)
+{
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 2000;
+    Host host;
+    makeLogsFolder();
+    LoggingTraitsBase logger("shared");
+    platform.advanceClock(8000);
+    std::barrier start(kThreads);
+    std::barrier<> allOut(kThreads);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kThreads; ++i)
+        threads.emplace_back([&] {
+            start.arrive_and_wait();
+            pops(logger, kRounds);
+            allOut.arrive_and_wait();
+            pushes(logger, kRounds);
+            LoggingTraitsBase own("own");
+            pops(own, 3);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    pops(logger, 1); // back at 0, so no new maximum
+    logger.dump();
+    EXPECT_EQ(order(), "own own own own shared");
+    EXPECT_EQ(lines().back().rfind("shared: maxInUse 8000 ", 0), 0u) << lines().back();
+    EXPECT_EQ(gAllLoggers.count, 5u);
+    Shutdown::executeCallbacks(Shutdown::kOrderlyExit);
+    EXPECT_EQ(order(), "own own own own shared shared");
+}
