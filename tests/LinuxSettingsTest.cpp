@@ -20,8 +20,8 @@ protected:
     /// A store as a process finds it that has just started.
     SettingsStore& started(int scope = 0)
     {
-        static std::list<SettingsStore> stores; // they live as long as the process
-        return stores.emplace_back(scope);
+        static auto* stores = new std::list<SettingsStore>; // they outlive every destructor
+        return stores->emplace_back(scope);
     }
 
     std::string value(const SettingsKey& key, int scope = 0)

@@ -3,6 +3,7 @@
 
 #include <SystemCalls.h>
 #include <cerrno>
+#include <fcntl.h>
 #include <functional>
 #include <string>
 #include <type_traits>
@@ -59,12 +60,18 @@ public:
     /// Reads and writes move at most half of what they are asked for.
     void cutShort() { cutShort_ = true; }
 
+    /// Folders have no unnamed files, as on some file systems.
+    void refuseUnnamedFiles() { refuseUnnamed_ = true; }
+
     int calls() const { return calls_; }
     const std::string& failedName() const { return failedName_; }
     bool fired() const { return !failedName_.empty(); }
 
     /// Called before each call with its name; for kills, and for meddling in between.
     std::function<void(const std::string& name)> before;
+
+    /// Calls that were made to fail; may be set back.
+    int attempts = 0;
 
     /// A call that was made: what it was given as text (write() its bytes instead of a
     /// pointer and a count), and what it answered.
@@ -76,6 +83,8 @@ public:
     std::vector<Call> trace;
 
 private:
+    template <auto> struct Tag {};
+
     template <auto Member, class R, class... P> static R hooked(P... arguments)
     {
         SystemCallScript& script = *current_;
@@ -85,18 +94,29 @@ private:
             script.before(name);
         if (script.calls_ == script.failAt_ || script.failName_ == name) {
             script.failedName_ = name;
+            ++script.attempts;
             if constexpr (sizeof...(P) == 1)
                 if (name == "close")
                     (script.kept_.*Member)(arguments...);
             errno = script.error_;
             return -1;
         }
+        if constexpr (std::is_same_v<Tag<Member>, Tag<&SystemCalls::openat>>)
+            if (script.refuseUnnamed_ && script.opensUnnamed(arguments...)) {
+                errno = EOPNOTSUPP;
+                return -1;
+            }
         const R result = script.pass(script.kept_.*Member, arguments...);
         const int error = errno;
         script.trace.push_back({name, {}, long(result)});
         script.describe(arguments...);
         errno = error;
         return result;
+    }
+
+    static bool opensUnnamed(int, const char*, int flags, mode_t)
+    {
+        return (flags & O_TMPFILE) == O_TMPFILE;
     }
 
     template <class R, class... P> R pass(R (*call)(P...), P... arguments)
@@ -149,6 +169,7 @@ private:
     int failAt_ = 0;
     int error_ = 0;
     bool cutShort_ = false;
+    bool refuseUnnamed_ = false;
     std::string failName_;
     std::string failedName_;
 };
