@@ -11,6 +11,8 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -70,7 +72,7 @@ const struct {
 };
 
 const std::string kOld = "old content\n";
-const std::string kNew(200000, 'n'); // more than one buffer
+const std::string kNew(100000, 'n'); // more than one buffer
 
 } // namespace
 
@@ -291,7 +293,7 @@ TEST(ReplacedFile, AFaultAnywhereLeavesTheOldFileOrTheNew)
                 ASSERT_LT(n, 200) << "never completes";
                 SCOPED_TRACE(std::string(world.name) + ", " + strerrorname_np(error) + " in call " +
                              std::to_string(n));
-                const ScratchFolder folder;
+                const ScratchFolder folder{ScratchFolder::inMemory()};
                 if (world.exists)
                     folder.put("a", kOld);
                 const std::string old = folder.get("a");
@@ -440,6 +442,87 @@ TEST(ReplacedFile, TwoWritersDoNotDisturbEachOther)
         }
 }
 
+TEST(ReplacedFile, CleaningUpSparesANameThatLivesAgain)
+{
+    const ScratchFolder folder;
+    folder.put("a", kOld);
+    SystemCallScript script;
+    script.refuseUnnamedFiles();
+    const int status = statusOfChild([&] {
+        script.before = [](const std::string& name) {
+            if (name == "renameat2")
+                raise(SIGKILL);
+        };
+        return save(folder.wide("a"), kNew);
+    });
+    ASSERT_TRUE(WIFSIGNALED(status));
+    ASSERT_NE(folder.names(), "a ") << "this is about what the dead writer left";
+
+    // While one writer is about to lock what it found, another cleans up and takes the name.
+    Vx::Ptr<iFile> other;
+    bool met = false;
+    script.before = [&](const std::string& name) {
+        if (name != "flock" || met)
+            return;
+        met = true;
+        other = openToWrite(folder.wide("a"));
+    };
+    EXPECT_TRUE(save(folder.wide("a"), "ours"));
+    ASSERT_TRUE(other);
+    EXPECT_EQ(folder.get("a"), "ours");
+    EXPECT_TRUE(write(other, "the other's"));
+    other.reset();
+    EXPECT_EQ(folder.get("a"), "the other's");
+    EXPECT_EQ(folder.names(), "a ");
+}
+
+TEST(ReplacedFile, RefusesToOutgrowAFullFileSystem)
+{
+    const ScratchFolder folder;
+    constexpr int kNotAllowed = 2;
+    const int status = statusOfChild([&] {
+        if (unshare(CLONE_NEWNS | (getuid() != 0 ? CLONE_NEWUSER : 0)) != 0 ||
+            mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+            mount("none", folder.path().c_str(), "tmpfs", 0, "size=128k") != 0)
+            _exit(kNotAllowed);
+        EXPECT_TRUE(save(folder.wide("a"), kOld));
+        Vx::Ptr<iFile> file = openToWrite(folder.wide("a"));
+        EXPECT_FALSE(write(file, kNew));
+        testing::internal::CaptureStderr();
+        file.reset();
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "Vx: could not write " + folder.path("a") +
+                      ": No space left on device; the old file stands\n");
+        EXPECT_EQ(folder.get("a"), kOld);
+        EXPECT_EQ(folder.names(), "a ");
+        EXPECT_TRUE(save(folder.wide("a"), "fits")) << "the room is free again";
+        EXPECT_EQ(folder.get("a"), "fits");
+        return !testing::Test::HasFailure();
+    });
+    if (WIFEXITED(status) && WEXITSTATUS(status) == kNotAllowed)
+        GTEST_SKIP() << "no file system may be mounted here";
+    EXPECT_EQ(status, 0);
+}
+
+TEST(ReplacedFile, PutsContentOnTheMediumOnceHoweverOftenAsked)
+{
+    const ScratchFolder folder;
+    SystemCallScript script;
+    const auto syncs = [&] {
+        return std::count_if(script.trace.begin(), script.trace.end(),
+                             [](const auto& call) { return call.name == "fsync"; });
+    };
+    Vx::Ptr<iFile> file = openToWrite(folder.wide("a"));
+    EXPECT_TRUE(write(file, kOld));
+    EXPECT_EQ(syncs(), 0);
+    EXPECT_TRUE(file->write(nullptr, 0));
+    EXPECT_TRUE(file->write(nullptr, 0));
+    EXPECT_EQ(syncs(), 1);
+    file.reset();
+    EXPECT_EQ(syncs(), 2) << "the folder";
+    EXPECT_EQ(folder.get("a"), kOld);
+}
+
 TEST(ReplacedFile, RespectsWhatTheUserMayDo)
 {
     const ScratchFolder folder;
@@ -526,7 +609,7 @@ TEST(ReplacedFile, KilledBeforeAnyCallTheNextSaveLeavesNoTrace)
         for (int n = 1;; ++n) {
             ASSERT_LT(n, 200) << "never completes";
             SCOPED_TRACE(std::string(world.name) + ", killed before call " + std::to_string(n));
-            const ScratchFolder folder;
+            const ScratchFolder folder{ScratchFolder::inMemory()};
             if (world.exists)
                 folder.put("a", kOld);
             const std::string old = folder.get("a");
@@ -572,7 +655,7 @@ TEST(ReplacedFile, KilledAtAnyMomentItIsComplete)
     const unsigned int seed = std::random_device{}();
     SCOPED_TRACE("seed " + std::to_string(seed));
     std::mt19937 random(seed);
-    const ScratchFolder folder;
+    const ScratchFolder folder{ScratchFolder::inMemory()};
     folder.put("a", version(0));
     const char* kills = std::getenv("VX_KILLS");
     for (int kill = kills != nullptr ? std::atoi(kills) : 100; kill > 0; --kill) {

@@ -50,7 +50,7 @@ protected:
         return all;
     }
 
-    const ScratchFolder scratch;
+    const ScratchFolder scratch{ScratchFolder::inMemory()};
     const ScopedEnvironment config{"XDG_CONFIG_HOME", scratch.path().c_str()};
     const ScopedEnvironment machine{"XDG_CONFIG_DIRS", scratch.path("machine").c_str()};
 };
@@ -366,6 +366,59 @@ TEST_F(Settings, AFaultAnywhereLosesNothing)
     RecordProperty("points", points);
 }
 
+TEST_F(Settings, AFaultAnywhereKeepsABrokenFile)
+{
+    int points = 0;
+    for (const int error : {EIO, EINVAL, EEXIST, EINTR})
+        for (int n = 1;; ++n) {
+            ASSERT_LT(n, 200) << "never completes";
+            SCOPED_TRACE(std::to_string(error) + " in call " + std::to_string(n));
+            std::filesystem::remove_all(scratch.path("Vx"));
+            putFile("by hand, nonsense");
+            SettingsStore& store = started();
+            bool fired;
+            testing::internal::CaptureStderr();
+            {
+                SystemCallScript script;
+                script.failCall(n, error);
+                store.set(kKey, "new");
+                store.save();
+                fired = script.fired();
+            }
+            EXPECT_GT(linesIn(testing::internal::GetCapturedStderr()), 0);
+            store.save();
+            EXPECT_EQ(file(), "[Section]\nKey=new\n");
+            EXPECT_TRUE(scratch.get("Vx/user.ini.broken") == "by hand, nonsense" ||
+                        scratch.get("Vx/user.ini.broken-1") == "by hand, nonsense")
+                << filesBeside();
+            if (!fired)
+                break;
+            ++points;
+        }
+    EXPECT_GT(points, 80);
+    RecordProperty("points", points);
+}
+
+TEST_F(Settings, SetWhileASaveIsUnderWayAreKeptForTheNext)
+{
+    SettingsStore& store = started();
+    store.set(kKey, "first");
+    {
+        SystemCallScript script;
+        script.before = [&](const std::string& name) {
+            if (name == "fsync")
+                store.set(kKey, "second");
+        };
+        store.save();
+    }
+    EXPECT_EQ(value(kKey), "first");
+    std::string found;
+    EXPECT_TRUE(store.get(kKey, found));
+    EXPECT_EQ(found, "second");
+    store.save();
+    EXPECT_EQ(value(kKey), "second");
+}
+
 TEST_F(Settings, UnsavedOnesGoWithTheNextSave)
 {
     SettingsStore& store = started();
@@ -435,7 +488,7 @@ TEST(Shell, FindsFoldersByTheXdgRules)
 TEST(Shell, MakesTheDiagnosticsFolder)
 {
     const ScratchFolder scratch;
-    Shell shell;
+    static Shell shell; // lives as long as the process, as in production
     EXPECT_TRUE(shell.outputDiagnosticsFolder().empty());
     shell.setOutputDiagnosticsFolder(scratch.wide("App/Logs/"));
     EXPECT_TRUE(std::filesystem::is_directory(scratch.path("App/Logs")));

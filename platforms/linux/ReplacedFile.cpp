@@ -56,7 +56,10 @@ int ReplacedFile::keepAttributes()
         const mode_t everybody = mode & S_IRWXO;
         mode &= ~mode_t(S_ISGID) & (~mode_t(S_IRWXG) | everybody << 3);
     }
-    return retried(systemCalls.fchmod, file, mode) == 0 ? 0 : errno;
+    if (retried(systemCalls.fchmod, file, mode) == 0)
+        return 0;
+    // Some file systems have permissions of their own that nobody sets; ours are narrow.
+    return errno == EPERM || errno == EOPNOTSUPP ? 0 : errno;
 }
 
 bool ReplacedFile::read(void*, unsigned int) { return false; }

@@ -99,7 +99,7 @@ void SettingsFile::unlock()
     lock_.reset();
 }
 
-void SettingsFile::setAside()
+bool SettingsFile::setAside()
 {
     constexpr int kMaxBroken = 1000;
     std::string aside = path_ + ".broken";
@@ -128,6 +128,7 @@ void SettingsFile::setAside()
         report("settings were broken, set aside as", aside.c_str(), 0, where);
     else
         report("settings are broken, and could not be set aside:", path_.c_str(), error, where);
+    return error == 0;
 }
 
 bool SettingsFile::write(const SettingsText& text)
@@ -137,7 +138,6 @@ bool SettingsFile::write(const SettingsText& text)
         return true;
     FileTarget target;
     int error = target.resolve(path_.c_str());
-    // Its own error where it cannot be opened, one of the file where it fails later.
     if (error == 0 && target.exists && !S_ISREG(target.status.st_mode))
         error = EINVAL;
     const std::unique_ptr<ReplacedFile> file(new ReplacedFile);

@@ -27,8 +27,9 @@ public:
     void unlock();
 
     /// Sets a broken file aside. Under the lock only, and after read() under the same one:
-    /// else it could be somebody's new file.
-    void setAside();
+    /// else it could be somebody's new file. Says so in a line on standard error.
+    /// \returns whether the name is free now
+    bool setAside();
 
     /// Replaces the file by \p text unless it holds just that.
     /// \returns false after a line on standard error

@@ -116,8 +116,8 @@ void SettingsStore::save()
                "the next save tries again");
         return;
     }
-    if (found == SettingsFile::Found::kBroken)
-        file.setAside();
+    if (found == SettingsFile::Found::kBroken && !file.setAside())
+        return; // not over what somebody may want to mend
     if (found != SettingsFile::Found::kText) {
         // Nothing usable stands there, so everything we know goes in.
         merged.parse(known);
