@@ -28,9 +28,10 @@ void expectDecoded(const std::string& bytes, const std::wstring& expected)
     if (decoded == Wide(expected))
         return;
     std::string hex;
-    for (unsigned char byte : bytes) {
+    for (char byte : bytes) {
         char number[8];
-        std::snprintf(number, sizeof number, " %02X", byte);
+        std::snprintf(number, sizeof number, " %02X",
+                      static_cast<unsigned int>(static_cast<unsigned char>(byte)));
         hex += number;
     }
     throw Failure{"the bytes" + hex + " give" + shown(decoded) + ", expected" +
