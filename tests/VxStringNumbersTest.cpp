@@ -1,1 +1,580 @@
-// stub
+#include <Vx/VxStringNumbers.h>
+
+#include <bit>
+#include <cerrno>
+#include <cfenv>
+#include <cfloat>
+#include <climits>
+#include <clocale>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <cwchar>
+#include <gtest/gtest.h>
+#include <limits>
+#include <locale.h>
+#include <random>
+#include <string>
+
+#include "ScratchLocales.h"
+#include "ScriptedPlatform.h"
+
+namespace {
+
+using Narrow = LightweightString<char>;
+using Wide = LightweightString<wchar_t>;
+
+std::string str(const Narrow& text) { return std::string(text.c_str(), text.length()); }
+std::wstring str(const Wide& text) { return std::wstring(text.c_str(), text.length()); }
+Wide widen(const std::string& text) { return Wide(std::wstring(text.begin(), text.end()).c_str()); }
+
+constexpr int kDefault = 7;
+
+// Everything that reads numbers, on one text.
+struct Answers {
+    int i, wi;
+    unsigned int u, wu;
+    long l, wl;
+    double f, wf, d;
+    int errors; // errno after each, mixed
+
+    bool operator==(const Answers& other) const
+    {
+        return i == other.i && wi == other.wi && u == other.u && wu == other.wu && l == other.l &&
+               wl == other.wl && same(f, other.f) && same(wf, other.wf) && same(d, other.d) &&
+               errors == other.errors;
+    }
+    // To the last bit, the sign of a zero and the kind of a not-a-number included.
+    static bool same(double a, double b)
+    {
+        return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
+    }
+};
+
+std::ostream& operator<<(std::ostream& out, const Answers& a)
+{
+    return out << a.i << ' ' << a.wi << ' ' << a.u << ' ' << a.wu << ' ' << a.l << ' ' << a.wl
+               << ' ' << a.f << ' ' << a.wf << ' ' << a.d << " errno " << a.errors;
+}
+
+template <class Read> auto noting(int& errors, Read read)
+{
+    errno = 0;
+    const auto answer = read();
+    errors = errors * 3 + errno;
+    return answer;
+}
+
+Answers ours(const std::string& chars, const Wide& wide)
+{
+    const Narrow text(chars.c_str());
+    Answers a{};
+    a.i = noting(a.errors, [&] { return Vx::IntFromString(text, kDefault); });
+    a.u = noting(a.errors, [&] { return Vx::UIntFromString(text, kDefault); });
+    a.l = noting(a.errors, [&] { return Vx::Int64FromString(text, kDefault); });
+    a.f = noting(a.errors, [&] { return Vx::FloatFromString(text, kDefault); });
+    a.d = noting(a.errors, [&] { return Vx::asDouble(text); });
+    a.wi = noting(a.errors, [&] { return Vx::IntFromWString(wide, kDefault); });
+    a.wu = noting(a.errors, [&] { return Vx::UIntFromWString(wide, kDefault); });
+    a.wl = noting(a.errors, [&] { return Vx::Int64FromWString(wide, kDefault); });
+    a.wf = noting(a.errors, [&] { return Vx::FloatFromWString(wide, kDefault); });
+    return a;
+}
+
+// The same by the functions of libc that ours stand for.
+Answers libc(const std::string& chars, const Wide& wide)
+{
+    const char* const text = chars.c_str();
+    const wchar_t* const wtext = wide.c_str();
+    const bool empty = *text == 0;
+    Answers a{};
+    a.i = a.wi = kDefault;
+    a.u = a.wu = kDefault;
+    a.f = a.wf = kDefault;
+    const auto scan = [&](auto call) {
+        return noting(a.errors, [&] { return empty ? 0 : call(); });
+    };
+    scan([&] { return std::sscanf(text, "%d", &a.i); });
+    scan([&] { return std::sscanf(text, "%u", &a.u); });
+    a.l = noting(a.errors, [&] { return empty ? kDefault : std::strtoll(text, nullptr, 10); });
+    scan([&] { return std::sscanf(text, "%lf", &a.f); });
+    a.d = noting(a.errors, [&] { return empty ? 0.0 : std::strtod(text, nullptr); });
+    scan([&] { return std::swscanf(wtext, L"%d", &a.wi); });
+    scan([&] { return std::swscanf(wtext, L"%u", &a.wu); });
+    a.wl = noting(a.errors, [&] { return empty ? kDefault : std::wcstoll(wtext, nullptr, 10); });
+    scan([&] { return std::swscanf(wtext, L"%lf", &a.wf); });
+    return a;
+}
+
+// Texts around numbers: what programs write, what people type, and damaged forms of both.
+class Texts {
+public:
+    explicit Texts(std::uint64_t seed) : random_(seed) {}
+
+    std::string next()
+    {
+        std::string text;
+        while (random_() % 4 == 0)
+            text += " \t\n\v\f\r"[random_() % 6];
+        if (random_() % 3 == 0)
+            text += "-+"[random_() % 2];
+        text += number();
+        if (random_() % 4 == 0)
+            text += random_() % 2 == 0 ? tail() : std::string(1, oddChar());
+        if (random_() % 8 == 0 && !text.empty())
+            text[random_() % text.size()] = oddChar();
+        return text;
+    }
+
+    double nextDouble()
+    {
+        const std::int64_t units = static_cast<std::int64_t>(random_());
+        switch (random_() % 6) {
+        case 0: return std::bit_cast<double>(random_());
+        case 1: return static_cast<double>(units % 100'000'000) / 1000.0;
+        case 2: // exact ties and their neighbours, at every scale
+            return std::nextafter(std::ldexp(static_cast<double>(units % 4096) + 0.5,
+                                             static_cast<int>(random_() % 40) - 34),
+                                  static_cast<double>(static_cast<int>(random_() % 3) - 1) * 1e300);
+        case 3:
+            return std::ldexp(static_cast<double>(units), static_cast<int>(random_() % 128) - 100);
+        case 4: return static_cast<double>(units % 2000) + 0.9999995 + 1e-9 * double(units % 7);
+        default: return static_cast<double>(units % 1000);
+        }
+    }
+
+private:
+    std::string digits(std::uint64_t most)
+    {
+        std::string text(random_() % (most + 1), '0');
+        for (char& c : text)
+            c = static_cast<char>('0' + random_() % 10);
+        return text;
+    }
+    std::string printed(const char* format, double value)
+    {
+        char buffer[400];
+        std::snprintf(buffer, sizeof buffer, format, value);
+        return buffer;
+    }
+    std::string number()
+    {
+        switch (random_() % 8) {
+        case 0: return digits(9);
+        case 1: return digits(25);
+        case 2: return digits(12) + "." + digits(12);
+        case 3:
+            return digits(3) + "." + digits(3) + "eE"[random_() % 2] +
+                   std::string(random_() % 3, '-') + digits(4);
+        case 4: return printed("%.17g", std::bit_cast<double>(random_()));
+        case 5: return printed("%.15g", nextDouble());
+        case 6:
+            return std::string(std::size_t(random_() % 3), '0') + digits(2) + "e" +
+                   std::to_string(static_cast<int>(random_() % 700) - 350);
+        default: {
+            static const char* const kOdd[] = {"0x1f",
+                                               "0x",
+                                               "inf",
+                                               "nan",
+                                               "infinity",
+                                               "NAN(12)",
+                                               ".",
+                                               "1e",
+                                               "1e+",
+                                               "-",
+                                               "+-1",
+                                               "1,5",
+                                               "1,234.5",
+                                               "4294967296",
+                                               "-1",
+                                               "2147483648",
+                                               "1.5.5",
+                                               "1e5.5",
+                                               "1\u066B5",
+                                               ",5",
+                                               "\u066B5",
+                                               "0x1p3",
+                                               "4.9e-324",
+                                               "1.8e308",
+                                               "1e-330",
+                                               "0e999",
+                                               "-0",
+                                               "-0.0e-5",
+                                               "9223372036854775808",
+                                               "18446744073709551616",
+                                               "\xA0"
+                                               "1",
+                                               "1\u00A0000"};
+            return kOdd[random_() % std::size(kOdd)];
+        }
+        }
+    }
+    std::string tail()
+    {
+        static const char* const kTails[] = {"abc",     " 12", ".",  ",", ",5",
+                                             "\u066B5", "e",   "px", "\t"};
+        return kTails[random_() % std::size(kTails)];
+    }
+    char oddChar() { return "0123456789+-.,eExXinfap \t\v\xA0\xD9\x01"[random_() % 28]; }
+
+    std::mt19937_64 random_;
+};
+
+// Wide texts as the C library would have them: code points, not bytes.
+Wide decoded(const std::string& text)
+{
+    Wide wide;
+    wide += Narrow(text.c_str());
+    return wide;
+}
+
+std::string printedByLibc(double value)
+{
+    char buffer[128];
+    std::snprintf(buffer, 127, "%f", value);
+    return buffer;
+}
+
+// The rules of WStringFromFloat once more, on a text that libc has printed.
+std::wstring printedWideByLibc(double value, int precision, bool trimZeros)
+{
+    char buffer[256];
+    std::snprintf(buffer, sizeof buffer, "%.*lf", precision, value);
+    std::string text = buffer;
+    if (trimZeros && text.find_last_not_of('0') != std::string::npos)
+        text.erase(text.find_last_not_of('0') + 1);
+    if (!text.empty() && text.back() == '.')
+        text.pop_back();
+    std::wstring wide;
+    for (char c : text)
+        wide += static_cast<wchar_t>(static_cast<unsigned char>(c));
+    return wide;
+}
+
+void compareReading(std::uint64_t seed, int count)
+{
+    Texts texts(seed);
+    for (int i = 0; i < count; ++i) {
+        const std::string text = texts.next();
+        const Wide wide = decoded(text);
+        ASSERT_EQ(ours(text, wide), libc(text, wide)) << "seed " << seed << ": '" << text << "'";
+    }
+}
+
+void compareWriting(std::uint64_t seed, int count)
+{
+    Texts texts(seed);
+    for (int i = 0; i < count; ++i) {
+        const double value = texts.nextDouble();
+        ASSERT_EQ(str(Vx::StringFromFloat(value)), printedByLibc(value)) << "seed " << seed;
+        const int precision = i % 10;
+        const bool trim = i % 3 == 0;
+        ASSERT_EQ(str(Vx::WStringFromFloat(value, static_cast<char>(precision), trim)),
+                  printedWideByLibc(value, precision, trim))
+            << "seed " << seed << ", precision " << precision << ", value " << value;
+    }
+}
+
+// VX_DIFFERENTIAL_SCALE=100 compares a hundred times as much.
+int scaled(int count)
+{
+    const char* const scale = std::getenv("VX_DIFFERENTIAL_SCALE");
+    return scale != nullptr ? count * std::atoi(scale) : count;
+}
+
+} // namespace
+
+TEST(NumbersFromText, ReadTheNumberOrGiveTheDefault)
+{
+    const struct {
+        const char* name;
+        const char* text;
+        int asInt;
+        unsigned int asUInt;
+        long asLong;
+        double asFloat;
+        double asDouble;
+    } rows[] = {
+        {"empty", "", 7, 7, 7, 7, 0},
+        {"no number: only the scanning ones give the default", "xyz", 7, 7, 0, 7, 0},
+        {"blanks only", " ", 7, 7, 0, 7, 0},
+        {"blanks, number, tail", " \t\v42xyz", 42, 42, 42, 42, 42},
+        {"minus wraps", "-1", -1, 4294967295u, -1, -1, -1},
+        {"lowest int", "-2147483648", INT_MIN, 2147483648u, INT_MIN, INT_MIN, INT_MIN},
+        {"one more than an int holds", "4294967297", 1, 1, 4294967297, 4294967297., 4294967297.},
+        {"more than a long holds", "99999999999999999999", -1, UINT_MAX, LONG_MAX, 1e20, 1e20},
+        {"less than a long holds", "-99999999999999999999", 0, UINT_MAX, LONG_MIN, -1e20, -1e20},
+        {"point and exponent", "2.5e3", 2, 2, 2, 2500, 2500},
+        {"sign without digits", "-x", 7, 7, 0, 7, 0},
+        {"blank behind the sign", "- 5", 7, 7, 0, 7, 0},
+        {"hexadecimal for doubles only", "0x10", 0, 0, 0, 16, 16},
+        {"infinity", "inf", 7, 7, 0, HUGE_VAL, HUGE_VAL},
+        {"17 digits", "0.10000000000000001", 0, 0, 0, 0.1, 0.1},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const Narrow text(row.text);
+        const Wide wide = widen(row.text);
+        EXPECT_EQ(Vx::IntFromString(text, 7), row.asInt);
+        EXPECT_EQ(Vx::IntFromWString(wide, 7), row.asInt);
+        EXPECT_EQ(Vx::UIntFromString(text, 7), row.asUInt);
+        EXPECT_EQ(Vx::UIntFromWString(wide, 7), row.asUInt);
+        EXPECT_EQ(Vx::Int64FromString(text, 7), row.asLong);
+        EXPECT_EQ(Vx::Int64FromWString(wide, 7), row.asLong);
+        EXPECT_EQ(Vx::FloatFromString(text, 7), row.asFloat);
+        EXPECT_EQ(Vx::FloatFromWString(wide, 7), row.asFloat);
+        EXPECT_EQ(Vx::asDouble(text), row.asDouble);
+    }
+}
+
+TEST(NumbersFromText, EndAtAnEmbeddedZero)
+{
+    EXPECT_EQ(Vx::IntFromString(Narrow("12\0"
+                                       "34",
+                                       5),
+                                7),
+              12);
+    EXPECT_EQ(Vx::Int64FromWString(Wide(L"\0"
+                                        L"34",
+                                        3),
+                                   7),
+              0)
+        << "not empty, so no default";
+    EXPECT_EQ(Vx::FloatFromString(Narrow("1.5\0"
+                                         "5",
+                                         5),
+                                  7),
+              1.5);
+    EXPECT_EQ(Vx::FloatFromWString(Wide(L"\0"
+                                        L"5",
+                                        2),
+                                   7),
+              7);
+}
+
+TEST(TextFromNumbers, WritesDecimalDigits)
+{
+    Narrow text("n=");
+    text += INT_MIN;
+    text += 4294967295u;
+    text += 0;
+    EXPECT_EQ(str(text), "n=-214748364842949672950");
+    EXPECT_EQ(str(Vx::StringFromInteger(-12)), "-12");
+    EXPECT_EQ(Vx::StringFromInteger(-12).capacity(), 4u);
+    EXPECT_EQ(str(Vx::WStringFromInteger(LONG_MIN)), L"-9223372036854775808");
+    EXPECT_EQ(Vx::WStringFromInteger(LONG_MIN).capacity(), 32u);
+}
+
+TEST(TextFromNumbers, AppendingLeavesSharersAlone)
+{
+    Narrow text("ab");
+    const Narrow sharer(text);
+    EXPECT_EQ(&(text += 1.5), &text);
+    EXPECT_EQ(str(text), "ab1.500000");
+    EXPECT_EQ(str(sharer), "ab");
+}
+
+TEST(TextFromNumbers, DoublesLookAsPrintfWritesThem)
+{
+    const struct {
+        double value;
+        const char* text;
+    } rows[] = {
+        {0.0, "0.000000"},
+        {-0.0, "-0.000000"},
+        {0.5, "0.500000"},
+        {-1e-9, "-0.000000"},
+        {0.0000005, "0.000000"}, // a hair below the tie
+        {0.0078125, "0.007812"}, // a tie goes to the even digit,
+        {0.0234375, "0.023438"}, // up or down
+        {0.9999996, "1.000000"},
+        {18446744073709549568.0, "18446744073709549568.000000"},
+        {18446744073709551616.0, "18446744073709551616.000000"},
+        {DBL_TRUE_MIN, "0.000000"},
+        {HUGE_VAL, "inf"},
+        {-HUGE_VAL, "-inf"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        EXPECT_EQ(str(Vx::StringFromFloat(row.value)), row.text);
+    }
+}
+
+TEST(TextFromNumbers, DeliberatelyKeepsOnly126Characters)
+{
+    EXPECT_EQ(Vx::StringFromFloat(9e118).length(), 126u);
+    EXPECT_EQ(str(Vx::StringFromFloat(9e118)).substr(119), ".000000");
+    EXPECT_EQ(str(Vx::StringFromFloat(2e119)).substr(120), ".00000");
+    EXPECT_EQ(str(Vx::StringFromFloat(-2e118)).substr(120), ".00000");
+    EXPECT_EQ(Vx::StringFromFloat(-DBL_MAX).length(), 126u);
+    EXPECT_EQ(Vx::WStringFromFloat(DBL_MAX, 9, false).length(), 255u);
+}
+
+TEST(WStringFromFloat, CutsPrecisionZerosAndPoint)
+{
+    const struct {
+        const char* name;
+        double value;
+        int precision;
+        bool trim;
+        const wchar_t* text;
+    } rows[] = {
+        {"trimmed", 1.5, 3, true, L"1.5"},
+        {"trimmed to the point", 2.0, 2, true, L"2"},
+        {"not trimmed", 2.0, 2, false, L"2.00"},
+        {"at most nine decimals", 1.23456789012, 20, false, L"1.234567890"},
+        {"the highest precision", 0.5, 127, false, L"0.500000000"},
+        {"a negative precision is 0", 2.5, -3, false, L"2"},
+        {"nothing", 0.0, 3, true, L"0"},
+        {"minus nothing", -0.0, 3, true, L"-0"},
+        {"no number, nothing to trim", HUGE_VAL, 2, true, L"inf"},
+        {"rounds into a new digit", 9.999, 2, false, L"10.00"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(str(Vx::WStringFromFloat(row.value, static_cast<char>(row.precision), row.trim)),
+                  row.text);
+    }
+}
+
+TEST(WStringFromFloat, DeliberatelyTrimsZerosWithoutAPoint)
+{
+    EXPECT_EQ(str(Vx::WStringFromFloat(100.0, 0, true)), L"1");
+    EXPECT_EQ(str(Vx::WStringFromFloat(10.0, 0, true)), L"1");
+    EXPECT_EQ(str(Vx::WStringFromFloat(0.0, 0, true)), L"0") << "zeros alone stay";
+}
+
+TEST(TextFromNumbers, FailedAllocationKeepsTheOldText)
+{
+    ScriptedPlatform platform;
+    Narrow text("ab");
+    EXPECT_GE(failEachAllocation(
+                  platform, [&] { text += 0.25; }, [&] { EXPECT_EQ(str(text), "ab"); }),
+              1u);
+    EXPECT_EQ(str(text), "ab0.250000");
+    failEachAllocation(
+        platform, [] { Vx::WStringFromFloat(1.0, 3, true); }, [] {});
+}
+
+TEST(NumericLocale, CommaIsRepairedOnceAndSaidOnce)
+{
+    const ScratchLocale german("de_DE");
+    ASSERT_TRUE(german.chosen()) << "needs localedef and the locale sources (package locales)";
+    EXPECT_EQ(Vx::asDouble(Narrow("1,5")), 1.5) << "reading follows the locale";
+    EXPECT_EQ(Vx::asDouble(Narrow("1.5")), 1.0);
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(str(Vx::WStringFromFloat(3.0, 0, false)), L"3"); // no comma, no repair
+    EXPECT_EQ(str(Vx::StringFromFloat(HUGE_VAL)), "inf");
+    EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "de_DE");
+    EXPECT_EQ(str(Vx::StringFromFloat(0.5)), "0.500000");
+    EXPECT_EQ(str(Vx::StringFromFloat(0.5)), "0.500000");
+    EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "C");
+    EXPECT_STREQ(std::setlocale(LC_CTYPE, nullptr), "de_DE") << "only the numeric category";
+    ASSERT_TRUE(german.choose());
+    EXPECT_EQ(str(Vx::WStringFromFloat(2.25, 3, true)), L"2.25");
+    std::fflush(stdout);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              "Fixing numeric locale (de_DE)\nFixing numeric locale (de_DE)\n");
+}
+
+TEST(NumericLocale, OtherDecimalPointsAreLeftAlone)
+{
+    const ScratchLocale pashto("ps_AF");
+    ASSERT_TRUE(pashto.chosen()) << "needs localedef and the locale sources (package locales)";
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(str(Vx::StringFromFloat(0.5)), "0\u066B500000");
+    // The bytes of the point are widened one by one.
+    EXPECT_EQ(str(Vx::WStringFromFloat(0.5, 2, true)), L"0\u00D9\u00AB5");
+    EXPECT_EQ(Vx::asDouble(Narrow("1\u066B5")), 1.5);
+    EXPECT_EQ(Vx::FloatFromWString(Wide(L"1\u066B5"), 7), 1.5);
+    std::fflush(stdout);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+    EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "ps_AF");
+}
+
+TEST(NumericLocale, AThreadsOwnLocaleIsHonouredAndKept)
+{
+    const ScratchLocale german("de_DE");
+    ASSERT_TRUE(german.chosen()) << "needs localedef and the locale sources (package locales)";
+    const locale_t own = newlocale(LC_ALL_MASK, "de_DE", nullptr);
+    ASSERT_NE(own, nullptr);
+    ASSERT_STREQ(std::setlocale(LC_ALL, "C"), "C");
+    const locale_t before = uselocale(own);
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(Vx::asDouble(Narrow("1.5")), 1.0);
+    EXPECT_EQ(Vx::asDouble(Narrow("1,5")), 1.5);
+    EXPECT_EQ(str(Vx::StringFromFloat(0.5)), "0,500000") << "nothing in the process to repair";
+    std::fflush(stdout);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+    uselocale(before);
+    freelocale(own);
+}
+
+TEST(NumericLocale, SetNumericLocaleTakesOnlyCForC)
+{
+    const ScratchLocale german("de_DE");
+    ASSERT_TRUE(german.chosen()) << "needs localedef and the locale sources (package locales)";
+    ::testing::internal::CaptureStdout();
+    setNumericLocale();
+    setNumericLocale();
+    std::setlocale(LC_NUMERIC, "C.UTF-8");
+    setNumericLocale();
+    std::fflush(stdout);
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              "Fixing numeric locale (de_DE)\nFixing numeric locale (C.UTF-8)\n");
+    EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "C");
+}
+
+// The fast ways against the functions of libc that they stand for.
+
+TEST(NumbersDifferential, InTheCLocale)
+{
+    const ScratchLocale plain("C");
+    compareReading(1, scaled(150'000));
+    compareWriting(2, scaled(200'000));
+}
+
+TEST(NumbersDifferential, WithADecimalComma)
+{
+    const ScratchLocale german("de_DE");
+    ASSERT_TRUE(german.chosen()) << "needs localedef and the locale sources (package locales)";
+    compareReading(3, scaled(100'000));
+    // Each text repairs the locale, which is then set wrong again.
+    Texts texts(4);
+    std::size_t notices = 0;
+    ::testing::internal::CaptureStdout();
+    for (int i = 0; i < 2000; ++i) {
+        const double value = texts.nextDouble();
+        ASSERT_TRUE(german.choose());
+        const std::string text = str(Vx::StringFromFloat(value));
+        const bool repaired = std::strcmp(std::setlocale(LC_NUMERIC, nullptr), "C") == 0;
+        std::setlocale(LC_NUMERIC, "C");
+        ASSERT_EQ(text, printedByLibc(value));
+        ASSERT_EQ(repaired, text.find('.') != std::string::npos) << text;
+        notices += repaired ? 1 : 0;
+    }
+    std::fflush(stdout);
+    const std::string notice = "Fixing numeric locale (de_DE)\n";
+    EXPECT_EQ(::testing::internal::GetCapturedStdout().size(), notices * notice.size());
+}
+
+TEST(NumbersDifferential, WithADecimalPointOfTwoBytes)
+{
+    const ScratchLocale pashto("ps_AF");
+    ASSERT_TRUE(pashto.chosen()) << "needs localedef and the locale sources (package locales)";
+    compareReading(5, scaled(100'000));
+    compareWriting(6, scaled(20'000));
+}
+
+TEST(NumbersDifferential, InEveryRoundingMode)
+{
+    const int before = std::fegetround();
+    for (int mode : {FE_UPWARD, FE_DOWNWARD, FE_TOWARDZERO}) {
+        SCOPED_TRACE(mode);
+        ASSERT_EQ(std::fesetround(mode), 0);
+        compareReading(7, scaled(20'000));
+        compareWriting(8, scaled(20'000));
+    }
+    std::fesetround(before);
+}

@@ -63,8 +63,39 @@ namespace PooledObjectDebug {
 class LoggingTraitsBase;
 }
 
+enum class FrameRate : int;
+
 namespace Image {
 class FormatUID;
-}
+enum class Format : int;
+enum class eLayout : int;
+enum class Orientation : int;
+enum class ScanMode : int;
+enum class AspectRatio : int;
+enum class Polarity : int;
+enum class Colorimetry : int;
+enum class GamutScaling : int;
+
+namespace Core {
+class Interface;
+class Data;
+} // namespace Core
+namespace BufferFormat {
+class Interface;
+class Data;
+} // namespace BufferFormat
+namespace Video {
+class Interface;
+class Data;
+} // namespace Video
+namespace VideoSample {
+class Interface;
+class Data;
+} // namespace VideoSample
+namespace VideoSequence {
+class Interface;
+class Data;
+} // namespace VideoSequence
+} // namespace Image
 
 } // namespace Vx
