@@ -1,1 +1,282 @@
-// stub
+#include <Vx/Image/UUID.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <gtest/gtest.h>
+#include <map>
+#include <random>
+#include <sstream>
+#include <string>
+#include <unordered_set>
+
+#include "ScriptedPlatform.h"
+
+namespace {
+
+using Vx::UUID;
+
+constexpr char kText[] = "0123abcd-4567-89ef-0123-456789abcdef";
+constexpr unsigned char kBytes[16] = {0xCD, 0xAB, 0x23, 0x01, 0x67, 0x45, 0xEF, 0x89,
+                                      0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF};
+
+std::wstring widen(const std::string& text)
+{
+    std::wstring wide;
+    for (char c : text)
+        wide += static_cast<wchar_t>(static_cast<unsigned char>(c));
+    return wide;
+}
+
+UUID withByte(int index, unsigned char value)
+{
+    SimpleUUID bytes = {};
+    bytes.bytes[index] = value;
+    return UUID(bytes);
+}
+
+// What initFromString() does, by the scanning functions alone.
+template <class Ch, class Scan> UUID readByScanning(const std::basic_string<Ch>& text, Scan scan)
+{
+    std::basic_string<Ch> inside = text;
+    if (text.size() == 38) {
+        if (text.front() != '{' || text.back() != '}')
+            return UUID();
+        inside = text.substr(1);
+    } else if (text.size() != 36) {
+        return UUID();
+    }
+    unsigned int v[16];
+    if (scan(inside.c_str(), v) != 16)
+        return UUID();
+    const int places[] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
+    SimpleUUID bytes;
+    for (int i = 0; i < 16; ++i)
+        bytes.bytes[places[i]] = static_cast<unsigned char>(v[i]);
+    return UUID(bytes);
+}
+
+UUID readByScanning(const std::string& text)
+{
+    return readByScanning(text, [](const char* chars, unsigned int* v) {
+        return std::sscanf(chars,
+                           "%02x%02x%02x%02x-%02x%02x-%02x%02x-%02x%02x-%02x%02x%02x%02x%02x%02x",
+                           v, v + 1, v + 2, v + 3, v + 4, v + 5, v + 6, v + 7, v + 8, v + 9, v + 10,
+                           v + 11, v + 12, v + 13, v + 14, v + 15);
+    });
+}
+UUID readByScanning(const std::wstring& text)
+{
+    return readByScanning(text, [](const wchar_t* chars, unsigned int* v) {
+        return std::swscanf(chars,
+                            L"%02x%02x%02x%02x-%02x%02x-%02x%02x-%02x%02x-%02x%02x%02x%02x%02x%02x",
+                            v, v + 1, v + 2, v + 3, v + 4, v + 5, v + 6, v + 7, v + 8, v + 9,
+                            v + 10, v + 11, v + 12, v + 13, v + 14, v + 15);
+    });
+}
+
+// Compile-time use: values, comparisons and texts.
+constexpr UUID kConstant("{0123abcd-4567-89ef-0123-456789abcdef}");
+static_assert(kConstant.valid() && !UUID().valid() &&
+              kConstant == UUID(L"0123ABCD-4567-89EF-0123-456789ABCDEF"));
+static_assert(UUID() < kConstant && kConstant > UUID() && kConstant.data()[0] == 0xCD);
+
+} // namespace
+
+TEST(UUID, ReadsBothFormsIntoStoredOrder)
+{
+    for (const char* text : {"{0123abcd-4567-89ef-0123-456789abcdef}", kText,
+                             "0123ABCD-4567-89EF-0123-456789ABCDEF"}) {
+        SCOPED_TRACE(text);
+        const std::wstring wide = widen(text);
+        for (const UUID& id : {UUID(text), UUID(wide.c_str()), UUID(LightweightString<char>(text)),
+                               UUID(LightweightString<wchar_t>(wide.c_str()))}) {
+            EXPECT_EQ(std::memcmp(&id, kBytes, 16), 0);
+            EXPECT_EQ(id, kConstant);
+            char buffer[37];
+            wchar_t wideBuffer[37];
+            EXPECT_EQ(id.asString(buffer), 36);
+            EXPECT_STREQ(buffer, kText);
+            EXPECT_EQ(id.asWString(wideBuffer), 36);
+            EXPECT_EQ(std::wstring(wideBuffer), widen(kText));
+            EXPECT_EQ(id.asString(), LightweightString<char>(kText));
+            EXPECT_EQ(id.asString().capacity(), 64u);
+            EXPECT_EQ(id.asWString(), LightweightString<wchar_t>(widen(kText).c_str()));
+        }
+    }
+}
+
+TEST(UUID, FailedReadingLeavesTheInvalidValue)
+{
+    const char* const texts[] = {
+        "",
+        "0123abcd-4567-89ef-0123-456789abcde",    // 35 characters
+        "0123abcd-4567-89ef-0123-456789abcdef0",  // 37
+        "{0123abcd-4567-89ef-0123-456789abcdef)", // the wrong brace
+        "(0123abcd-4567-89ef-0123-456789abcdef}",
+        "0123abcd+4567-89ef-0123-456789abcdef", // no hyphen
+        "0123abcd-4567-89ef-0123-456789abcdeg0",
+        "g123abcd-4567-89ef-0123-456789abcdef", // no digit
+        "00000000-0000-0000-0000-000000000000", // well read, and yet no identifier
+    };
+    for (const char* text : texts) {
+        SCOPED_TRACE(text);
+        UUID id(kConstant);
+        id.initFromString(text, static_cast<unsigned int>(std::strlen(text)));
+        EXPECT_EQ(id, UUID());
+        UUID wide(kConstant);
+        wide.initFromString(widen(text).c_str(), static_cast<unsigned int>(std::strlen(text)));
+        EXPECT_FALSE(wide.valid());
+    }
+    UUID id(kConstant);
+    id.initFromString(static_cast<const char*>(nullptr), 36);
+    EXPECT_FALSE(id.valid());
+    EXPECT_FALSE(UUID(static_cast<const char*>(nullptr)).valid());
+    EXPECT_FALSE(UUID(static_cast<const wchar_t*>(nullptr)).valid());
+    EXPECT_FALSE(UUID(LightweightString<wchar_t>()).valid());
+    id = kConstant;
+    id.initFromString("{0123abcd-4567-89ef-0123-456789abcdef}", 36); // cut by its length
+    EXPECT_FALSE(id.valid());
+    id = kConstant;
+    id.initFromString("0123", 36); // the text ends at its terminator all the same
+    EXPECT_FALSE(id.valid());
+}
+
+TEST(UUID, DeliberatelyLetsTheScanJudgeWhatIsInside)
+{
+    // Blanks and signs go before a digit; what follows the last byte is not looked at.
+    EXPECT_EQ(UUID(" 123abcd-4567-89ef-0123-456789abcdef"), // 12, 3a, bc, d
+              UUID("123abc0d-4567-89ef-0123-456789abcdef"));
+    EXPECT_EQ(UUID("0123abcd-4567-89ef-0123-456789abcd-f").data()[15], 0xF1) << "-f is -15";
+    EXPECT_EQ(UUID("+1+2+3+4-+5+6-+7+8-+9+a-+b+c+d+e+f+1"),
+              UUID("01020304-0506-0708-090a-0b0c0d0e0f01"));
+    EXPECT_EQ(UUID("-1 2\t3 4- 5 6- 7 8- 9 a- b c d ef1 2").data()[3], 0xFF);
+    // 35 characters are read, the last is anything.
+    EXPECT_EQ(UUID("0123abcd-4567-89ef-0123-456789abcde!"),
+              UUID("0123abcd-4567-89ef-0123-456789abcd0e"));
+}
+
+TEST(UUID, ReadsWhatTheScanningFunctionsRead)
+{
+    std::mt19937_64 random(6);
+    const char odd[] = "0123456789abcdefABCDEFxXgG-+ \t\n\v{}()\xA0\xE9";
+    const char* const scale = std::getenv("VX_DIFFERENTIAL_SCALE");
+    const int count = 150'000 * (scale != nullptr ? std::atoi(scale) : 1);
+    int accepted = 0;
+    for (int i = 0; i < count; ++i) {
+        SimpleUUID bytes;
+        for (unsigned char& byte : bytes.bytes)
+            byte = static_cast<unsigned char>(random());
+        char buffer[37];
+        UUID(bytes).asString(buffer);
+        std::string text = buffer;
+        for (std::uint64_t damage = random() % 4; damage > 0; --damage) {
+            const std::size_t at = random() % text.size();
+            switch (random() % 5) {
+            case 0: text[at] = odd[random() % (sizeof odd - 1)]; break;
+            case 1: text[at] = static_cast<char>(std::toupper(text[at])); break;
+            case 2: // a blank or a sign in place of a digit
+                text[at] = " +-"[random() % 3];
+                break;
+            case 3: // moves everything behind it
+                text.insert(at, 1, odd[random() % (sizeof odd - 1)]);
+                if (random() % 4 != 0)
+                    text.pop_back();
+                break;
+            default: text.replace(at, 1, "0x"), text.resize(36, '1'); break;
+            }
+        }
+        if (random() % 3 == 0)
+            text = (random() % 8 == 0 ? '(' : '{') + text + (random() % 8 == 0 ? ')' : '}');
+        const UUID id(text.c_str());
+        ASSERT_EQ(id, readByScanning(text)) << text;
+        const std::wstring wide = widen(text);
+        ASSERT_EQ(UUID(wide.c_str()), readByScanning(wide)) << text;
+        accepted += id.valid() ? 1 : 0;
+    }
+    EXPECT_GT(accepted, count / 4);
+    EXPECT_LT(accepted, count * 3 / 4);
+}
+
+TEST(UUID, PrintsWhatPrintfPrints)
+{
+    std::mt19937_64 random(7);
+    for (int i = 0; i < 20'000; ++i) {
+        SimpleUUID id;
+        for (unsigned char& byte : id.bytes)
+            byte = static_cast<unsigned char>(random());
+        const unsigned char* const b = id.bytes;
+        char expected[37];
+        std::snprintf(expected, sizeof expected,
+                      "%02x%02x%02x%02x-%02x%02x-%02x%02x-%02x%02x-%02x%02x%02x%02x%02x%02x", b[3],
+                      b[2], b[1], b[0], b[5], b[4], b[7], b[6], b[8], b[9], b[10], b[11], b[12],
+                      b[13], b[14], b[15]);
+        char printed[38];
+        std::memset(printed, '!', sizeof printed);
+        UUID(id).asString(printed);
+        ASSERT_STREQ(printed, expected);
+        ASSERT_EQ(printed[37], '!');
+        wchar_t wide[37];
+        UUID(id).asWString(wide);
+        ASSERT_EQ(std::wstring(wide), widen(expected));
+        ASSERT_EQ(UUID(printed), UUID(id));
+    }
+}
+
+TEST(UUID, DeliberatelyOrdersByStoredBytes)
+{
+    const UUID first = withByte(0, 1);
+    const UUID fourth = withByte(3, 0xFF); // prints first
+    EXPECT_LT(fourth, first);
+    EXPECT_GT(first, fourth);
+    EXPECT_LE(fourth, first);
+    EXPECT_GE(first, first);
+    EXPECT_LT(withByte(15, 0x7F), withByte(15, 0x80)) << "bytes are unsigned";
+    for (int i = 0; i < 16; ++i) {
+        SCOPED_TRACE(i);
+        EXPECT_NE(withByte(i, 1), UUID());
+        EXPECT_FALSE(withByte(i, 1) == UUID());
+        EXPECT_TRUE(withByte(i, 0x80).valid());
+    }
+}
+
+TEST(UUID, ComesFromThePlatformAsItIs)
+{
+    ScriptedPlatform platform;
+    SimpleUUID next;
+    std::memcpy(next.bytes, kBytes, 16);
+    platform.setNextUUID(next);
+    UUID id;
+    id.generate();
+    EXPECT_EQ(id, kConstant);
+    id.invalidate();
+    EXPECT_EQ(id, UUID());
+    id = kConstant;
+    platform.failCall("generateUUID");
+    EXPECT_THROW(id.generate(), ScriptedFault);
+    EXPECT_FALSE(id.valid());
+}
+
+TEST(UUID, KeysContainersAndPrints)
+{
+    std::map<UUID, int> ordered{{kConstant, 1}, {UUID(), 2}};
+    EXPECT_EQ(ordered.begin()->second, 2);
+    std::unordered_set<UUID> hashed;
+    std::unordered_set<std::size_t> hashes;
+    for (int i = 0; i < 16; ++i)
+        for (unsigned int bit = 0; bit < 8; ++bit) {
+            const UUID id = withByte(i, static_cast<unsigned char>(1u << bit));
+            EXPECT_TRUE(hashed.insert(id).second);
+            hashes.insert(std::hash<UUID>()(id) & 0xFFFF);
+        }
+    EXPECT_EQ(hashed.size(), 128u);
+    EXPECT_GT(hashes.size(), 120u) << "every bit reaches the lower half of the hash";
+    std::ostringstream out;
+    out << '[' << kConstant << ']';
+    EXPECT_EQ(out.str(), std::string("[") + kText + "]");
+    std::wostringstream wideOut;
+    wideOut << kConstant;
+    EXPECT_EQ(wideOut.str(), widen(kText));
+}
