@@ -1,1 +1,113 @@
-// stub
+#include <Vx/Image/PlayoutFCC.h>
+
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+unsigned int code(const std::string& text)
+{
+    unsigned int value = 0;
+    for (std::size_t i = 0; i < 4; ++i)
+        value |= static_cast<unsigned int>(static_cast<unsigned char>(text[i])) << (8 * i);
+    return value;
+}
+
+// The same table, written down once more, row by row.
+const std::map<unsigned int, unsigned int>& table()
+{
+    static const std::map<unsigned int, unsigned int> kTable = [] {
+        const struct {
+            const char* playout;
+            std::vector<std::string> sources;
+            std::vector<unsigned int> numbers;
+        } rows[] = {
+            {"MJPG", {"mjpa"}, {}},
+            {"MMES", {"mpeg"}, {}},
+            {"GIMX", {"mx3n", "mx3p", "mx4n", "mx4p", "mx5n", "mx5p"}, {}},
+            {"M701",
+             {"hdv3", "hdv5", "hdv7", "hdva", "xd5a", "xd5c", "xd5e", "xdv3", "xdv5", "xdva",
+              "xdvc", "xdve"},
+             {}},
+            {"AVdr", {"AVdh"}, {1256, 1270, 1271, 1272, 1273, 1274}},
+            {"AVdx", {}, {1235, 1241, 1250}},
+            {"AVdn", {}, {1237, 1238, 1242, 1243, 1244, 1251, 1252, 1253, 1258, 1259, 1260}},
+            {"UYVY", {"2vuy"}, {}},
+            {"YUY2", {"yuv2"}, {}},
+            {"avc1",
+             {"es00", "es01", "es02", "es03", "es04", "es05", "es06", "es07", "es08", "es09",
+              "es10", "es11", "es12", "es13", "es14", "es15", "es16", "es17"},
+             {}},
+            {"avc5", {"ai52", "ai53", "ai55", "ai56", "ai5p", "ai5q", "avca", "avcb"}, {}},
+            {"avc6", {"ai12", "ai13", "ai15", "ai16", "ai1p", "ai1q", "avcc", "avcd"}, {}},
+            {"dv25", {"dvpn", "dvpp"}, {}},
+            {"dv50", {"dv5n", "dv5p"}, {}},
+            {"dvh1", {"dvh5", "dvh6", "dvhp", "dvhq"}, {}},
+            {"dvsd", {"CDVC", "dvc ", "dvcp"}, {}},
+        };
+        std::map<unsigned int, unsigned int> built;
+        for (const auto& row : rows) {
+            for (const std::string& source : row.sources)
+                built[code(source)] = code(row.playout);
+            for (unsigned int number : row.numbers)
+                built[number] = code(row.playout);
+        }
+        return built;
+    }();
+    return kTable;
+}
+
+unsigned int expected(unsigned int fourcc)
+{
+    const auto found = table().find(fourcc);
+    return found != table().end() ? found->second : fourcc;
+}
+
+} // namespace
+
+TEST(LookupPlayoutFCC, NumbersBehindTheCharacters)
+{
+    EXPECT_EQ(Vx::lookupPlayoutFCC(0x61706A6Du), 0x47504A4Du) << "mjpa, MJPG";
+    EXPECT_EQ(Vx::lookupPlayoutFCC(0x000004D3u), 0x78645641u) << "1235, AVdx";
+    EXPECT_EQ(table().size(), 88u);
+}
+
+TEST(LookupPlayoutFCC, AgreesWithTheTableEverywhereAroundIt)
+{
+    const auto check = [](unsigned int fourcc) {
+        ASSERT_EQ(Vx::lookupPlayoutFCC(fourcc), expected(fourcc)) << std::hex << fourcc;
+    };
+    for (const auto& [source, playout] : table()) {
+        check(playout);
+        for (unsigned int shift = 0; shift < 32; shift += 8)
+            for (unsigned int byte = 0; byte < 256; ++byte)
+                check((source & ~(0xFFu << shift)) | byte << shift);
+        for (unsigned int bit = 0; bit < 32; ++bit)
+            for (unsigned int other = 0; other < 32; ++other)
+                check(source ^ 1u << bit ^ 1u << other);
+    }
+    for (unsigned int low = 0; low <= 0xFFFF; ++low) {
+        check(low);
+        check(low << 16);
+        check(0xFFFFFFFFu - low);
+        check(low * 65537u);
+    }
+    // Steps through the whole range, a different remainder of every small number each time.
+    for (unsigned int step = 0; step < 2'000'000; ++step)
+        check(step * 2654435761u);
+}
+
+TEST(LookupPlayoutFCC, DeliberateGapsStayUntranslated)
+{
+    for (const char* gap :
+         {"ai54", "ai14", "hdv4", "xd5b", "dvh2", "es18", "es19", "MJPA", "avc1", "dvc_", "MJPG"}) {
+        SCOPED_TRACE(gap);
+        EXPECT_EQ(Vx::lookupPlayoutFCC(code(gap)), code(gap));
+    }
+    for (unsigned int number : {0u, 1234u, 1236u, 1239u, 1255u, 1261u, 1269u, 1275u, 0xFFFFFFFFu}) {
+        SCOPED_TRACE(number);
+        EXPECT_EQ(Vx::lookupPlayoutFCC(number), number);
+    }
+}
