@@ -1,1 +1,311 @@
-// stub
+#include <Vx/Image/BufferFormat.h>
+#include <Vx/Image/Core.h>
+#include <Vx/Image/Video.h>
+#include <Vx/Image/VideoSample.h>
+#include <Vx/Image/VideoSequence.h>
+
+#include <climits>
+#include <cstdint>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+#include <tuple>
+#include <type_traits>
+#include <unordered_set>
+#include <vector>
+
+#include "ScriptedPlatform.h"
+
+namespace {
+
+using namespace Vx::Image;
+using Vx::FrameRate;
+using Text = LightweightString<char>;
+
+std::string str(const Text& text) { return std::string(text.c_str(), text.length()); }
+
+template <class Enum> constexpr Enum as(int number) { return static_cast<Enum>(number); }
+
+const Core::Data kCore(1920, 1080, as<Format>(7), 10, 20, as<eLayout>(3), true);
+const BufferFormat::Data kBufferFormat(false, 7680, true);
+const Video::Data kVideo(as<ScanMode>(1), as<AspectRatio>(2), FormatUID(Text("abc")), true);
+const VideoSample::Data kVideoSample(as<Polarity>(1), as<Colorimetry>(-2), as<GamutScaling>(3),
+                                     true);
+const VideoSequence::Data kVideoSequence(as<FrameRate>(25), true);
+
+// Where a virtual operation stands in its table, the two destructors included: the number
+// that a pointer to it carries.
+template <class Operation> std::size_t slotOf(Operation operation)
+{
+    std::uintptr_t parts[2];
+    static_assert(sizeof operation == sizeof parts);
+    std::memcpy(parts, &operation, sizeof parts);
+    return parts[0] / sizeof(void*);
+}
+
+template <class... Operations> std::vector<std::size_t> slotsOf(Operations... operations)
+{
+    return {slotOf(operations)...};
+}
+
+std::vector<std::size_t> consecutive(std::size_t count)
+{
+    std::vector<std::size_t> slots;
+    for (std::size_t i = 0; i < count; ++i)
+        slots.push_back(2 + i);
+    return slots;
+}
+
+// A field of a record, by its place in memory.
+template <class Field, class Record> Field at(const Record& record, std::size_t offset)
+{
+    Field field;
+    std::memcpy(&field, reinterpret_cast<const char*>(&record) + offset, sizeof field);
+    return field;
+}
+
+} // namespace
+
+TEST(ImageMetadata, OperationsStandInTheirSlots)
+{
+    // The interface's own table has the same order: its operations are what callers use.
+    const auto check = [](auto* record) {
+        using R = std::remove_pointer_t<decltype(record)>;
+        if constexpr (std::is_same_v<R, Core::Data> || std::is_same_v<R, Core::Interface>)
+            return slotsOf(&R::getWidth, &R::getHeight, &R::setWidth, &R::setHeight,
+                           &R::getDataFormat, &R::setDataFormat, &R::getBitsPerComponent,
+                           &R::setBitsPerComponent, &R::getBitsPerPixel, &R::setBitsPerPixel,
+                           &R::getLayout, &R::setLayout, &R::getCoreDataSet, &R::setCoreDataSet);
+        else if constexpr (std::is_same_v<R, BufferFormat::Data>)
+            return slotsOf(&R::getOrientation, &R::setOrientation, &R::getStride, &R::setStride,
+                           &R::getBufferFormatDataSet, &R::setBufferFormatDataSet);
+        else if constexpr (std::is_same_v<R, Video::Data>)
+            return slotsOf(&R::getScanMode, &R::setScanMode, &R::getAspectRatio, &R::setAspectRatio,
+                           &R::getVideoFormatUID, &R::setVideoFormatUID, &R::getVideoDataSet,
+                           &R::setVideoDataSet);
+        else if constexpr (std::is_same_v<R, VideoSample::Data>)
+            return slotsOf(&R::getPolarity, &R::setPolarity, &R::getColorimetry, &R::setColorimetry,
+                           &R::getGamutScaling, &R::setGamutScaling, &R::getVideoSampleDataSet,
+                           &R::setVideoSampleDataSet);
+        else
+            return slotsOf(&R::getFrameRate, &R::setFrameRate, &R::getVideoSequenceDataSet,
+                           &R::setVideoSequenceDataSet);
+    };
+    EXPECT_EQ(check(static_cast<Core::Data*>(nullptr)), consecutive(14));
+    EXPECT_EQ(check(static_cast<Core::Interface*>(nullptr)), consecutive(14));
+    EXPECT_EQ(check(static_cast<BufferFormat::Data*>(nullptr)), consecutive(6));
+    EXPECT_EQ(check(static_cast<Video::Data*>(nullptr)), consecutive(8));
+    EXPECT_EQ(check(static_cast<VideoSample::Data*>(nullptr)), consecutive(8));
+    EXPECT_EQ(check(static_cast<VideoSequence::Data*>(nullptr)), consecutive(4));
+}
+
+TEST(ImageMetadata, FieldsLieInTheirOrder)
+{
+    EXPECT_EQ(at<unsigned int>(kCore, 8), 1920u);
+    EXPECT_EQ(at<unsigned int>(kCore, 12), 1080u);
+    EXPECT_EQ(at<int>(kCore, 16), 7);
+    EXPECT_EQ(at<unsigned short>(kCore, 20), 10);
+    EXPECT_EQ(at<unsigned short>(kCore, 22), 20);
+    EXPECT_EQ(at<int>(kCore, 24), 3);
+    EXPECT_EQ(at<char>(kCore, 28), 1);
+    EXPECT_EQ(at<unsigned int>(kBufferFormat, 12), 7680u);
+    EXPECT_EQ(at<char>(kBufferFormat, 16), 1);
+    EXPECT_EQ(at<int>(kVideo, 8), 1);
+    EXPECT_EQ(at<int>(kVideo, 12), 2);
+    EXPECT_EQ(static_cast<const void*>(&kVideo.getVideoFormatUID()),
+              reinterpret_cast<const char*>(&kVideo) + 16);
+    EXPECT_EQ(at<char>(kVideo, 32), 1);
+    EXPECT_EQ(at<int>(kVideoSample, 8), 1);
+    EXPECT_EQ(at<int>(kVideoSample, 12), -2);
+    EXPECT_EQ(at<int>(kVideoSample, 16), 3);
+    EXPECT_EQ(at<int>(kVideoSequence, 8), 25);
+    EXPECT_EQ(at<char>(kVideoSequence, 12), 1);
+}
+
+TEST(ImageMetadata, WritesItsTextForm)
+{
+    EXPECT_EQ(str(Core::Data().asString()), "Metadata::Core,1,0,0,-1,0,0,0,0,");
+    EXPECT_EQ(str(BufferFormat::Data().asString()), "Metadata::BufferFormat,1,1,0,1,0,");
+    EXPECT_EQ(str(Video::Data().asString()), "Metadata::Video,1,0,0,0,0,");
+    EXPECT_EQ(str(VideoSample::Data().asString()), "Metadata::VideoSample,1,0,0,0,0,");
+    EXPECT_EQ(str(VideoSequence::Data().asString()), "Metadata::VideoSequence,1,0,0,");
+    EXPECT_EQ(str(kCore.asString()), "Metadata::Core,1,1920,1080,7,3,10,20,1,");
+    EXPECT_EQ(str(kBufferFormat.asString()), "Metadata::BufferFormat,1,0,7680,1,1,");
+    EXPECT_EQ(str(kVideo.asString()), "Metadata::Video,1,1,2,abc,1,");
+    EXPECT_EQ(str(kVideoSample.asString()), "Metadata::VideoSample,1,1,-2,3,1,");
+    EXPECT_EQ(str(kVideoSequence.asString()), "Metadata::VideoSequence,1,25,1,");
+    const Core::Data widest(UINT_MAX, UINT_MAX, as<Format>(INT_MIN), USHRT_MAX, USHRT_MAX,
+                            as<eLayout>(INT_MAX), false);
+    EXPECT_EQ(str(widest.asString()),
+              "Metadata::Core,1,4294967295,4294967295,-2147483648,2147483647,65535,65535,0,");
+}
+
+TEST(ImageMetadata, ReadsBackWhatItWrote)
+{
+    EXPECT_EQ(BufferFormat::Data(kBufferFormat.asString()), kBufferFormat);
+    EXPECT_EQ(Video::Data(kVideo.asString()), kVideo);
+    EXPECT_EQ(VideoSample::Data(kVideoSample.asString()), kVideoSample);
+    EXPECT_EQ(VideoSequence::Data(kVideoSequence.asString()), kVideoSequence);
+    EXPECT_EQ(VideoSequence::Data(VideoSequence::Data().asString()), VideoSequence::Data());
+}
+
+TEST(ImageMetadata, DeliberatelyDoesNotReadTheCoreLayout)
+{
+    Core::Data expected(kCore);
+    expected.setLayout(eLayout{});
+    EXPECT_EQ(Core::Data(kCore.asString()), expected);
+    EXPECT_EQ(kCore.getLayout(), as<eLayout>(3));
+}
+
+TEST(ImageMetadata, DeliberatelyIgnoresTheConstantOfTheBufferFormat)
+{
+    const BufferFormat::Data read(Text("Metadata::BufferFormat,1,0,1920,7,1,"));
+    EXPECT_EQ(read.getOrientation(), as<Orientation>(0));
+    EXPECT_EQ(read.getStride(), 1920u);
+    EXPECT_TRUE(read.getBufferFormatDataSet());
+}
+
+TEST(ImageMetadata, RejectedTextGivesTheDefaults)
+{
+    const struct {
+        const char* name;
+        Text text;
+    } rows[] = {
+        {"empty", Text()},
+        {"no comma", Text("Metadata::VideoSequence")},
+        {"a comma alone", Text(",")},
+        {"tag and version only", Text("Metadata::VideoSequence,1,")},
+        {"version 2", Text("Metadata::VideoSequence,2,25,1,")},
+        {"version 1 in its low 32 bits", Text("Metadata::VideoSequence,4294967297,25,1,")},
+        {"one piece more", Text("Metadata::VideoSequence,1,25,1,extra,")},
+        {"one piece more, empty", Text("Metadata::VideoSequence,1,25,1,,")},
+        {"one piece less", Text("Metadata::VideoSequence,1,25,")},
+        {"wrong case", Text("metadata::VideoSequence,1,25,1,")},
+        {"longer tag", Text("Metadata::VideoSequences,1,25,1,")},
+        {"another record's tag", Text("Metadata::Video,1,25,1,")},
+        {"two leading commas", Text(",,Metadata::VideoSequence,1,25,1,")},
+        {"leading blank", Text(" Metadata::VideoSequence,1,25,1,")},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(VideoSequence::Data(row.text), VideoSequence::Data());
+    }
+    EXPECT_EQ(Core::Data(Text("Metadata::Core,1,2,3,4,5,6,7,8,9,")), Core::Data());
+    EXPECT_EQ(BufferFormat::Data(Text("Metadata::BufferFormat,1,0,2,1,")), BufferFormat::Data());
+    EXPECT_EQ(Video::Data(Text("Metadata::Video,1,2,3,abc,1,9,")), Video::Data());
+    EXPECT_EQ(VideoSample::Data(Text("Metadata::VideoSample,1,2,3,4,")), VideoSample::Data());
+}
+
+TEST(ImageMetadata, CommasAtTheEndsMakeNoPieces)
+{
+    for (const char* text :
+         {"Metadata::VideoSequence,1,25,1", ",Metadata::VideoSequence,1,25,1,"}) {
+        SCOPED_TRACE(text);
+        EXPECT_EQ(VideoSequence::Data(Text(text)), kVideoSequence);
+    }
+}
+
+TEST(ImageMetadata, NumbersAreCutToTheirFields)
+{
+    const Core::Data core(Text("Metadata::Core, 1x,-5,99999999999999999999,12z,,65537,-1,2"));
+    EXPECT_EQ(core.getWidth(), 4294967291u);
+    EXPECT_EQ(core.getHeight(), UINT_MAX) << "strtol saturates, the field cuts";
+    EXPECT_EQ(core.getDataFormat(), as<Format>(12));
+    EXPECT_EQ(core.getBitsPerComponent(), 1);
+    EXPECT_EQ(core.getBitsPerPixel(), 65535);
+    EXPECT_TRUE(core.getCoreDataSet());
+
+    const struct {
+        const char* piece;
+        bool set;
+    } flags[] = {{"2", true}, {"x", false}, {"", false}, {"-1", true}, {"4294967296", true}};
+    for (const auto& flag : flags) {
+        SCOPED_TRACE(flag.piece);
+        const Text text =
+            Text("Metadata::VideoSample,1,,x,3,") + flag.piece + (*flag.piece != 0 ? "" : ",");
+        const VideoSample::Data read(text);
+        EXPECT_EQ(read.getGamutScaling(), as<GamutScaling>(3));
+        EXPECT_EQ(read.getPolarity(), as<Polarity>(0));
+        EXPECT_EQ(read.getVideoSampleDataSet(), flag.set);
+    }
+}
+
+TEST(ImageMetadata, TextsEndAtAnEmbeddedZero)
+{
+    const char text[] = "Metadata::Video\0,1\0x,1,2,ab\0c,1";
+    const Video::Data read(Text(text, sizeof text - 1));
+    EXPECT_TRUE(read.getVideoDataSet());
+    EXPECT_EQ(read.getVideoFormatUID().text(), Text("ab\0c", 4)) << "taken as it stands";
+}
+
+TEST(ImageMetadata, SettersStoreAndCopiesAreApart)
+{
+    Core::Data core;
+    Core::Interface& view = core;
+    view.setWidth(1);
+    view.setHeight(2);
+    view.setDataFormat(as<Format>(3));
+    view.setBitsPerComponent(4);
+    view.setBitsPerPixel(5);
+    view.setLayout(as<eLayout>(6));
+    view.setCoreDataSet(true);
+    EXPECT_EQ(core, Core::Data(1, 2, as<Format>(3), 4, 5, as<eLayout>(6), true));
+    const Core::Data copy(core);
+    core.setWidth(9);
+    EXPECT_EQ(copy.getWidth(), 1u);
+
+    BufferFormat::Data buffer(true, 0, false);
+    EXPECT_EQ(buffer, BufferFormat::Data());
+    buffer.setOrientation(as<Orientation>(0));
+    buffer.setStride(7680);
+    buffer.setBufferFormatDataSet(true);
+    EXPECT_EQ(buffer, kBufferFormat);
+
+    Video::Data video;
+    video.setScanMode(as<ScanMode>(1));
+    video.setAspectRatio(as<AspectRatio>(2));
+    video.setVideoFormatUID(FormatUID(Text("abc")));
+    video.setVideoDataSet(true);
+    EXPECT_EQ(video, kVideo);
+
+    VideoSample::Data sample;
+    sample.setPolarity(as<Polarity>(1));
+    sample.setColorimetry(as<Colorimetry>(-2));
+    sample.setGamutScaling(as<GamutScaling>(3));
+    sample.setVideoSampleDataSet(true);
+    EXPECT_EQ(sample, kVideoSample);
+
+    VideoSequence::Data sequence;
+    sequence.setFrameRate(as<FrameRate>(25));
+    sequence.setVideoSequenceDataSet(true);
+    EXPECT_EQ(sequence, kVideoSequence);
+}
+
+TEST(ImageMetadata, RecordsAreKeys)
+{
+    const Video::Data earlier(as<ScanMode>(1), as<AspectRatio>(1), FormatUID(Text("z")), true);
+    EXPECT_LT(earlier, kVideo);
+    EXPECT_GT(kVideo, earlier);
+    EXPECT_LE(kVideo, kVideo);
+    EXPECT_GE(kVideo, kVideo);
+    EXPECT_NE(kVideo, earlier);
+    const std::map<Video::Data, int> ordered{{kVideo, 2}, {earlier, 1}};
+    EXPECT_EQ(ordered.begin()->second, 1);
+    const std::unordered_set<Core::Data> hashed{kCore, Core::Data(), kCore};
+    EXPECT_EQ(hashed.size(), 2u);
+    EXPECT_EQ(hashed.count(Core::Data(kCore)), 1u);
+    EXPECT_NE(std::hash<Video::Data>()(kVideo), std::hash<Video::Data>()(earlier));
+}
+
+TEST(ImageMetadata, ReadingNeedsMemoryAndGivesItBack)
+{
+    ScriptedPlatform platform;
+    const Text text("Metadata::Video,1,1,2,abc,1,");
+    const long before = platform.liveBlocks();
+    const unsigned int failures = failEachAllocation(
+        platform, [&] { Video::Data record(text); },
+        [&] { EXPECT_EQ(platform.liveBlocks(), before); });
+    EXPECT_GE(failures, 6u) << "a block for each piece at least";
+    EXPECT_EQ(platform.liveBlocks(), before);
+}

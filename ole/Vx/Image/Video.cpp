@@ -1,1 +1,54 @@
-// stub
+#include <Vx/Image/Video.h>
+
+#include <Vx/Image/MetadataText.h>
+
+namespace Vx::Image::Video {
+
+namespace {
+
+constexpr char kTag[] = "Metadata::Video";
+constexpr std::size_t kPieces = 6;
+
+} // namespace
+
+Data::Data() {}
+
+Data::Data(ScanMode scanMode, AspectRatio aspectRatio, FormatUID videoFormatUID, bool set)
+    : scanMode(scanMode),
+      aspectRatio(aspectRatio),
+      videoFormatUID(videoFormatUID),
+      videoDataSet(set)
+{}
+
+Data::Data(const Data&) = default;
+
+Data::Data(const LightweightString<char>& text) : Data()
+{
+    const MetadataText::Reader reader(text);
+    if (!reader.accepted(kTag, kPieces))
+        return;
+    reader.read(2, scanMode);
+    reader.read(3, aspectRatio);
+    videoFormatUID = reader.text(4);
+    reader.read(5, videoDataSet);
+}
+
+Data::~Data() = default;
+
+ScanMode Data::getScanMode() const { return scanMode; }
+void Data::setScanMode(ScanMode value) { scanMode = value; }
+AspectRatio Data::getAspectRatio() const { return aspectRatio; }
+void Data::setAspectRatio(AspectRatio value) { aspectRatio = value; }
+const FormatUID& Data::getVideoFormatUID() const { return videoFormatUID; }
+void Data::setVideoFormatUID(FormatUID value) { videoFormatUID = value; }
+bool Data::getVideoDataSet() const { return videoDataSet; }
+void Data::setVideoDataSet(bool value) { videoDataSet = value; }
+
+LightweightString<char> Data::asString() const
+{
+    MetadataText::Writer writer(kTag);
+    writer << scanMode << aspectRatio << videoFormatUID.text() << videoDataSet;
+    return writer.text();
+}
+
+} // namespace Vx::Image::Video
