@@ -3,16 +3,19 @@
 #include <cerrno>
 #include <sys/mman.h>
 
+constinit std::atomic<ForkPage*> ForkPageDetail::page = nullptr;
+
 namespace {
 
-constinit std::atomic<ForkPage*> page = nullptr;
 constinit std::atomic<bool> unsupported = false;
 
 // Not in the page: a child goes on counting where its parent was, so that it takes a number
 // which nothing it inherited can carry.
 constinit std::atomic<std::uint32_t> lastEpoch = 0;
 
-ForkPage* makePage() noexcept
+} // namespace
+
+ForkPage* ForkPageDetail::makePage() noexcept
 {
     if (unsupported.load(std::memory_order_relaxed))
         return nullptr;
@@ -36,27 +39,12 @@ ForkPage* makePage() noexcept
     return made;
 }
 
-} // namespace
-
-ForkPage* forkPage() noexcept
+std::uint32_t ForkPageDetail::beginEpoch(ForkPage& state) noexcept
 {
-    ForkPage* existing = page.load(std::memory_order_acquire);
-    return existing != nullptr ? existing : makePage();
-}
-
-std::uint32_t forkEpoch() noexcept
-{
-    ForkPage* const state = forkPage();
-    if (state == nullptr)
-        return 0;
-    std::uint32_t epoch = state->epoch.load(std::memory_order_relaxed);
-    if (epoch == 0) {
-        // 0 stands for a wiped page, so the count leaves it out.
-        std::uint32_t next = ++lastEpoch;
-        if (next == 0)
-            next = ++lastEpoch;
-        if (state->epoch.compare_exchange_strong(epoch, next))
-            epoch = next;
-    }
-    return epoch;
+    // 0 stands for a wiped page, so the count leaves it out.
+    std::uint32_t next = ++lastEpoch;
+    if (next == 0)
+        next = ++lastEpoch;
+    std::uint32_t begun = 0;
+    return state.epoch.compare_exchange_strong(begun, next) ? next : begun;
 }

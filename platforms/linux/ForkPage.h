@@ -27,12 +27,29 @@ struct ForkPage {
     alignas(64) RandomBlock randomBlocks[kRandomBlocks];
 };
 
+namespace ForkPageDetail {
+extern constinit std::atomic<ForkPage*> page;
+ForkPage* makePage() noexcept;
+std::uint32_t beginEpoch(ForkPage& state) noexcept;
+} // namespace ForkPageDetail
+
 /// The page of this process; null when the kernel cannot give one, now or ever. Whoever
 /// keeps something for later then keeps nothing and asks the kernel each time.
 /// Threads: any; never blocks and allocates nothing.
-ForkPage* forkPage() noexcept;
+inline ForkPage* forkPage() noexcept
+{
+    ForkPage* const page = ForkPageDetail::page.load(std::memory_order_acquire);
+    return page != nullptr ? page : ForkPageDetail::makePage();
+}
 
 /// A number that differs between a process and the children forked from it, so that a
 /// thread sees whether what it noted before is still true. 0 when nobody can know.
 /// Threads: any.
-std::uint32_t forkEpoch() noexcept;
+inline std::uint32_t forkEpoch() noexcept
+{
+    ForkPage* const page = forkPage();
+    if (page == nullptr)
+        return 0;
+    const std::uint32_t epoch = page->epoch.load(std::memory_order_relaxed);
+    return epoch != 0 ? epoch : ForkPageDetail::beginEpoch(*page);
+}

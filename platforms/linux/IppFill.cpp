@@ -39,26 +39,25 @@ template <class Word> inline void fillByTwo(Byte* to, std::size_t count, std::ui
 template <class Vector>
 [[gnu::always_inline]] inline void fillByVectors(Byte* to, std::size_t count, std::uint64_t pattern)
 {
-    const auto putVector = [](Byte * at, std::uint64_t repeated) __attribute__((always_inline))
+    const auto put = [](Byte * at, const Vector& vector) __attribute__((always_inline))
     {
-        const Vector vector = Vector{} + repeated;
         std::memcpy(at, &vector, sizeof vector);
     };
-    Byte* const last = to + count - sizeof(Vector);
-    putVector(to, pattern);
-    const std::size_t toAligned =
-        sizeof(Vector) - (reinterpret_cast<std::uintptr_t>(to) & (sizeof(Vector) - 1));
-    const std::uint64_t shifted = turned(pattern, toAligned);
+    constexpr std::size_t kSize = sizeof(Vector);
+    Byte* const last = to + count - kSize;
+    put(to, Vector{} + pattern);
+    const std::size_t toAligned = kSize - (reinterpret_cast<std::uintptr_t>(to) & (kSize - 1));
+    const Vector shifted = Vector{} + turned(pattern, toAligned);
     Byte* at = to + toAligned;
-    for (; last - at >= static_cast<std::ptrdiff_t>(3 * sizeof(Vector)); at += 4 * sizeof(Vector)) {
-        putVector(at, shifted);
-        putVector(at + sizeof(Vector), shifted);
-        putVector(at + 2 * sizeof(Vector), shifted);
-        putVector(at + 3 * sizeof(Vector), shifted);
+    for (; last - at >= static_cast<std::ptrdiff_t>(3 * kSize); at += 4 * kSize) {
+        put(at, shifted);
+        put(at + kSize, shifted);
+        put(at + 2 * kSize, shifted);
+        put(at + 3 * kSize, shifted);
     }
-    for (; at < last; at += sizeof(Vector))
-        putVector(at, shifted);
-    putVector(last, turned(pattern, static_cast<std::size_t>(last - to)));
+    for (; at < last; at += kSize)
+        put(at, shifted);
+    put(last, Vector{} + turned(pattern, static_cast<std::size_t>(last - to)));
 }
 
 #ifdef __x86_64__

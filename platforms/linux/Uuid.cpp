@@ -60,7 +60,8 @@ bool takeFetched(unsigned char* bytes) noexcept
     }
     unsigned char* const next = block->bytes + (sizeof block->bytes - left);
     std::memcpy(bytes, next, kSize);
-    explicit_bzero(next, kSize);
+    std::memset(next, 0, kSize);
+    asm volatile("" : : "r"(next) : "memory"); // a write that must not be optimised away
     block->left.store(left - static_cast<std::uint32_t>(kSize), std::memory_order_relaxed);
     block->taken.store(0, std::memory_order_release);
     return forkEpoch() == epoch;
