@@ -336,11 +336,19 @@ void appendHeader(std::string& to, const Text& name)
     (to += '[').append(name.c_str(), name.length()).append("]").append(kLineEnd);
 }
 
-void appendText(std::string& to, const Vx::AttribValuePair& pair)
-{
-    const Text text = pair.asString('=');
-    to.append(text.c_str(), text.length());
-}
+// The characters of a pair's text, which is only made where it is not stored.
+struct PairText {
+    explicit PairText(const Vx::AttribValuePair& pair)
+    {
+        if (pair.form == 2)
+            view = made = pair.asString('=');
+        else
+            view = pair.text;
+    }
+
+    Text made;
+    std::string_view view;
+};
 
 // A text as saveAll() writes it. Blanks at the ends keep loading away from bytes that it
 // would take for the remains of a line end. Printable ASCII is safe in every locale;
@@ -348,13 +356,13 @@ void appendText(std::string& to, const Vx::AttribValuePair& pair)
 void appendProtected(std::string& to, const Vx::AttribValuePair& pair)
 {
     const auto safe = [](char byte) { return byte >= 0x20 && byte < 0x7F; };
-    const Text text = pair.asString('=');
+    const PairText text(pair);
     // Not in front of the first line, where loading skips nothing: there may stand a
     // byte-order mark, which has to stay the first thing in the file.
-    if (!text.empty() && !safe(text.front()) && !to.empty())
+    if (!text.view.empty() && !safe(text.view.front()) && !to.empty())
         to += ' ';
-    to.append(text.c_str(), text.length());
-    if (!text.empty() && !safe(text.back()))
+    to += text.view;
+    if (!text.view.empty() && !safe(text.view.back()))
         to += ' ';
     to += kLineEnd;
 }
@@ -388,7 +396,7 @@ bool VxIniFile::save(LightweightString<wchar_t> newPath)
         // so has one text for all of them. A section ends at that pair only if the pair
         // is its own, so the sections run out first.
         for (auto section = anonymous; section != sections.end(); ++section) {
-            appendText(piece, anonymous->second.front());
+            piece += PairText(anonymous->second.front()).view;
             writePiece();
         }
     }
@@ -407,7 +415,7 @@ bool VxIniFile::save(LightweightString<wchar_t> newPath)
         appendHeader(piece, name);
         writePiece();
         for (const Vx::AttribValuePair& pair : pairs) {
-            appendText(piece, pair);
+            piece += PairText(pair).view;
             piece += kLineEnd;
             writePiece();
         }
