@@ -34,15 +34,40 @@ refuses "an empty file" empty.ini "empty"
 
 "$host" "$ini" >out 2>err || fail "exit status $?"
 [ ! -s err ] || fail "complains: $(cat err)"
+shows "this is the first run"
 shows "[Recent Files]"
 shows "Straße nach Süden, Teil 1"
 shows "notes      (empty)"
-shows "The volume is 0.85."
+shows "the volume is 0.85"
 shows "6 of 6 comments"
+[ "$(grep -oP '^stop: \K\d+' out | tr '\n' ' ')" = "10 150 250 " ] || fail "order: $(cat out)"
 
 copy=$(find "$home" -name editor.ini)
 [ -n "$copy" ] || fail "no copy below the home"
+shows "${copy%editor.ini}"
 # The value is changed; every other line is there, in the order of the sections.
 sort <"$ini" | sed 's/^volume=0.85/volume=0.60/' | grep -v '^.$' >expected
 sort <"$copy" | grep -v '^.$' >actual
 diff expected actual || fail "the copy has other lines"
+
+log=$(find "$home" -name PooledObjects.log)
+grep -q '^Frames of the example: maxInUse 2 ' "$log" || fail "pool log: $(cat "$log")"
+
+"$host" "$ini" >out
+shows "the previous run ended cleanly"
+
+status=0
+"$host" --crash "$ini" >out 2>err || status=$?
+[ "$status" -eq $((128 + 9)) ] || fail "--crash: exit status $status"
+shows "the previous run ended cleanly"
+! grep -q '^stop:' out || fail "a crash has no end"
+
+for expected in "did NOT end cleanly" "ended cleanly"; do
+    "$host" "$ini" >out
+    shows "the previous run $expected"
+done
+
+# A run that cannot begin is none.
+refuses "a missing file once more" missing.ini "not there"
+"$host" "$ini" >out
+shows "the previous run ended cleanly"

@@ -1,48 +1,47 @@
-// main.cpp - a host in one sitting: reads a configuration file, shows it, changes a value and
-// saves a copy.
+// main.cpp - a host in one sitting, from its first line to its last.
 //
-//     host [FILE]     the default file is examples/data/editor.ini
+//     host [--crash] [FILE]     the default file is examples/data/editor.ini
+//
+// Run it twice, then once with --crash, then once more, and watch what it says about the run
+// before. Read on in EditorHost.cpp.
 
 #include "Document.h"
+#include "EditorHost.h"
 
-#include <Vx/LightweightString.h>
-#include <Vx/VxIniFile.h>
 #include <Vx/VxStringUtils.h>
-#include <Vx/platform/OS.h>
-#include <Vx/platform/iShell.h>
 #include <iostream>
+#include <string_view>
+#include <utility>
 
 int main(int argc, char** argv)
 {
-    // Paths are wide text everywhere in the library; the command line is UTF-8.
-    const char* const file = argc > 1 ? argv[1] : "examples/data/editor.ini";
-    const LightweightString<wchar_t> path = fromUTF8(LightweightString<char>(file));
+    bool crash = false;
+    const char* file = "examples/data/editor.ini";
+    for (int i = 1; i < argc; ++i) {
+        if (std::string_view(argv[i]) == "--crash")
+            crash = true;
+        else
+            file = argv[i];
+    }
 
+    // Before there is an application object: a run that cannot begin is none, and leaves the
+    // marker of a clean end alone. Paths are wide text everywhere in the library; the command
+    // line is UTF-8.
+    const LightweightString<wchar_t> path = fromUTF8(LightweightString<char>(file));
     VxIniFile ini(/*sectionNameCaseSensitive=*/false);
     if (!ini.load(path, '\n')) {
         std::cerr << "host: cannot load " << file << ": " << whyNotLoaded(path) << '\n';
         return 1;
     }
-    std::cout << "Loaded " << file << ", " << ini.getNumSections() << " sections:\n";
-    print(ini);
+    std::cout << "start: loaded " << file << '\n';
 
-    // The document is case-blind, as it was made: "playback" finds the section "Playback".
-    std::cout << "The volume is " << valueOf(ini, "playback", "volume") << ".\n";
-    setValue(ini, "Playback", "volume", "0.60");
+    // The application object lives as long as the process: the library keeps its address, and
+    // nobody ever deletes it.
+    EditorHost* const host = new EditorHost(std::move(ini), crash);
+    host->start();
 
-    // saveAll() and not save(): this document has an anonymous section, at which save() stands
-    // still for ever.
-    LightweightString<wchar_t> copy = OS()->shell()->getFolder(4);
-    copy += L"editor.ini";
-    if (!ini.saveAll(copy)) {
-        std::cerr << "host: cannot save " << toUTF8(copy) << '\n';
-        return 1;
-    }
-    std::cout << "Set it to " << valueOf(ini, "Playback", "volume") << " and saved a copy as "
-              << toUTF8(copy) << ".\n";
-
-    const VxIniFile again(copy, /*loadNow=*/true, /*sectionNameCaseSensitive=*/false);
-    std::cout << "The copy has the volume " << valueOf(again, "Playback", "volume") << " and "
-              << countComments(again) << " of " << countComments(ini) << " comments.\n";
-    return 0;
+    std::cout << "end: the settings are saved; the next run will find a clean end\n"
+              << "     data  " << toUTF8(host->getUserDataPath()) << '\n'
+              << "     logs  " << toUTF8(host->getLogsPath()) << "PooledObjects.log\n";
+    return host->succeeded() ? 0 : 1;
 }

@@ -1,0 +1,133 @@
+#include "EditorHost.h"
+
+#include "Document.h"
+
+#include <Vx/VxNamedObjects.h>
+#include <Vx/VxStringUtils.h>
+#include <Vx/VxVersion.h>
+#include <Vx/platform/OS.h>
+#include <Vx/platform/iSettings.h>
+#include <Vx/platform/iShell.h>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+#include <utility>
+
+namespace {
+
+Vx::NamedObjectsNamespace& globalNames()
+{
+    return *Vx::NamedObjectsNamespace::getGlobalNamespaceInstance();
+}
+
+// The name under which the modules of this host find the configuration.
+constexpr const char* kConfiguration = "configuration";
+
+} // namespace
+
+EditorHost::EditorHost(VxIniFile ini, bool crash)
+    // The name is also that of our folder below the user's data folder.
+    : Application(L"Example Editor", L"1.0"),
+      ini_(std::move(ini)),
+      crash_(crash),
+      frames_("Frames of the example")
+{}
+
+void EditorHost::run()
+{
+    greet();
+    arrangeTheEnd();
+    publishTheConfiguration();
+    editTheConfiguration();
+    playAFewFrames();
+    if (crash_) {
+        std::cout << "run: dying now, as a crash would\n" << std::flush;
+        std::raise(SIGKILL);
+    }
+    std::cout << "run: done\n";
+}
+
+void EditorHost::greet()
+{
+    std::cout << "start: " << toUTF8(Vx::getVersionLabel()) << ", library " << vxDllVersionStr()
+              << '\n';
+
+    // Settings belong to the platform; scope 0 is the user's own.
+    const Vx::Ptr<iSettings> settings = OS()->shell()->getSettings(0);
+    const int runs = std::atoi(settings->getValue("Runs", "0", "Example").c_str());
+    settings->setValue("Runs", std::to_string(runs + 1).c_str(), "Example");
+    if (runs == 0)
+        std::cout << "start: this is the first run\n";
+    else
+        std::cout << "start: the previous run "
+                  << (previousExitWasNormal() ? "ended cleanly\n" : "did NOT end cleanly\n");
+
+    // The application object has taken the marker of a clean end away, but only in memory. A
+    // crash would not take that along, so it is saved here, as soon as possible.
+    saveSettings();
+}
+
+void EditorHost::arrangeTheEnd()
+{
+    // Callbacks run by priority, lowest first, and not in the order in which they are added.
+    // Up to 200 they belong to the first pass; what others may still need until then waits for
+    // the second.
+    const auto withdraw = [] {
+        globalNames().remove<VxIniFile>(kConfiguration);
+        std::cout << "stop: 250, the second pass: the configuration is withdrawn\n";
+    };
+    const auto emptyCaches = [] { std::cout << "stop: 150, the first pass: caches are emptied\n"; };
+    const auto closeDevices = [](Shutdown::eExitType type) {
+        std::cout << "stop: 10, the first pass: devices are closed, exit type " << type << '\n';
+    };
+    atShutdown(withdraw, 250);
+    atShutdown(emptyCaches, 150);
+    atShutdown(closeDevices, 10);
+}
+
+void EditorHost::publishTheConfiguration()
+{
+    // From here on every module of the process finds the document by its type and this name.
+    // The registry does not own it: whoever publishes an object keeps it alive.
+    globalNames().create<VxIniFile>(kConfiguration, &ini_);
+    std::cout << "run: the configuration is published, " << ini_.getNumSections() << " sections:\n";
+    print(ini_);
+}
+
+void EditorHost::editTheConfiguration()
+{
+    // Written as another module would do it, which knows the name and nothing else. A document
+    // is one thread's at a time; the lock of the name keeps the others away.
+    const Vx::NamedObjectsNamespace::ScopedLock<VxIniFile> hold(globalNames(), kConfiguration);
+    VxIniFile& ini = *globalNames().find<VxIniFile>(kConfiguration);
+
+    // The document was made blind to case: "playback" finds the section "Playback".
+    std::cout << "run: the volume is " << valueOf(ini, "playback", "volume") << '\n';
+    setValue(ini, "Playback", "volume", "0.60");
+
+    // saveAll() and not save(): a file that begins with comments has an anonymous section, at
+    // which save() stands still for ever.
+    LightweightString<wchar_t> copy = getUserDataPath();
+    copy += L"editor.ini";
+    if (!ini.saveAll(copy)) {
+        std::cerr << "host: cannot save " << toUTF8(copy) << '\n';
+        return;
+    }
+    const VxIniFile again(copy, /*loadNow=*/true, /*sectionNameCaseSensitive=*/false);
+    std::cout << "run: set it to " << valueOf(again, "Playback", "volume") << " and saved a copy, "
+              << countComments(again) << " of " << countComments(ini) << " comments in it\n";
+    succeeded_ = true;
+}
+
+void EditorHost::playAFewFrames()
+{
+    // Every pop and push is counted. The pool's line goes to the log while the process shuts
+    // down, at priority 100: after the devices are closed, before the caches are emptied.
+    for (int i = 0; i < 10; ++i) {
+        Frame* const shown = frames_.pop();
+        Frame* const next = frames_.pop();
+        frames_.push(shown);
+        frames_.push(next);
+    }
+    std::cout << "run: played 20 frames from a pool of " << frames_.size() << '\n';
+}
