@@ -1,1 +1,105 @@
-// stub
+#include <Vx/VxMemory.h>
+
+#include <gtest/gtest.h>
+#include <limits>
+#include <memory>
+#include <new>
+#include <type_traits>
+#include <vector>
+
+#include "ScriptedPlatform.h"
+
+// What needs a platform allocator of another kind, or another moment than that of a test, is
+// in VxMemoryHost.cpp and VxMemoryLoader.cpp.
+
+TEST(AllocationOperators, EveryFormIsOneCallOfThePlatform)
+{
+    ScriptedPlatform platform;
+    const struct {
+        const char* name;
+        void* (*allocate)();
+        void (*release)(void*);
+    } rows[] = {
+        {"plain", [] { return operator new(100); }, [](void* p) { operator delete(p); }},
+        {"array", [] { return operator new[](100); }, [](void* p) { operator delete[](p); }},
+        {"nothrow", [] { return operator new(100, std::nothrow); },
+         [](void* p) { operator delete(p, std::nothrow); }},
+        {"nothrow array", [] { return operator new[](100, std::nothrow); },
+         [](void* p) { operator delete[](p, std::nothrow); }},
+        {"sized", [] { return operator new(100); }, [](void* p) { operator delete(p, 100); }},
+        {"sized array", [] { return operator new[](100); },
+         [](void* p) { operator delete[](p, 100); }},
+        {"of the platform itself", [] { return OS()->memoryAllocator()->allocate(100); },
+         [](void* p) { operator delete(p); }},
+        {"to the platform itself", [] { return operator new(100); },
+         [](void* p) { OS()->memoryAllocator()->deallocate(p); }},
+        {"nothing", [] { return operator new(0); }, [](void* p) { operator delete(p); }},
+    };
+    for (const auto& row : rows) {
+        const unsigned long calls = platform.allocations();
+        const long live = platform.liveBlocks();
+        void* const block = row.allocate();
+        const unsigned long callsAfter = platform.allocations();
+        const long liveAfter = platform.liveBlocks();
+        row.release(block);
+        const long liveAtTheEnd = platform.liveBlocks();
+        SCOPED_TRACE(row.name);
+        EXPECT_NE(block, nullptr);
+        EXPECT_EQ(callsAfter, calls + 1);
+        EXPECT_EQ(liveAfter, live + 1);
+        EXPECT_EQ(liveAtTheEnd, live);
+    }
+}
+
+TEST(AllocationOperators, OnlyTheNothrowFormsHideExhaustion)
+{
+    ScriptedPlatform platform;
+    void* block = &block;
+    platform.failAllocation(1);
+    EXPECT_THROW(block = operator new(1), std::bad_alloc);
+    platform.failAllocation(1);
+    EXPECT_THROW(block = operator new[](1), std::bad_alloc);
+    platform.failAllocation(1);
+    block = operator new(1, std::nothrow);
+    EXPECT_EQ(block, nullptr);
+    block = &block;
+    platform.failAllocation(1);
+    block = operator new[](1, std::nothrow);
+    EXPECT_EQ(block, nullptr);
+}
+
+TEST(StdAllocator, DrawsFromThePlatform)
+{
+    ScriptedPlatform platform;
+    {
+        std::vector<long, StdAllocator<long>> numbers(1000, 7);
+        EXPECT_EQ(platform.allocations(), 1u);
+        EXPECT_EQ(numbers.back(), 7);
+        const auto shared = std::allocate_shared<int>(StdAllocator<int>(), 42); // rebinds
+        EXPECT_EQ(*shared, 42);
+        EXPECT_EQ(platform.liveBlocks(), 2);
+    }
+    EXPECT_EQ(platform.liveBlocks(), 0);
+    EXPECT_TRUE(StdAllocator<int>() == StdAllocator<long>());
+    EXPECT_FALSE(StdAllocator<int>() != StdAllocator<long>());
+}
+
+TEST(StdAllocator, RefusesSizesThatHaveNoNumber)
+{
+    ScriptedPlatform platform;
+    constexpr std::size_t kMost = std::numeric_limits<std::size_t>::max();
+    unsigned int refused = 0;
+    for (std::size_t count : {kMost, kMost / sizeof(long) + 1, kMost / sizeof(long) / 2 + 1}) {
+        try {
+            StdAllocator<long>().allocate(count);
+        } catch (const std::bad_array_new_length&) {
+            ++refused;
+        }
+    }
+    EXPECT_EQ(platform.allocations(), 0u);
+    EXPECT_EQ(refused, 3u);
+}
+
+static_assert(std::is_empty_v<StdAllocator<int>> &&
+                  std::allocator_traits<StdAllocator<int>>::is_always_equal::value,
+              "no state: any one frees what any other allocated");
