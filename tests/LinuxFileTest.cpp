@@ -487,7 +487,7 @@ TEST(ReplacedFile, RefusesToOutgrowAFullFileSystem)
             _exit(kNotAllowed);
         EXPECT_TRUE(save(folder.wide("a"), kOld));
         Vx::Ptr<iFile> file = openToWrite(folder.wide("a"));
-        EXPECT_FALSE(write(file, kNew));
+        EXPECT_FALSE(write(file, std::string(1 << 20, 'x')));
         testing::internal::CaptureStderr();
         file.reset();
         EXPECT_EQ(testing::internal::GetCapturedStderr(),

@@ -18,8 +18,8 @@ constexpr unsigned int kMaxSize = 64u << 20;
 
 } // namespace
 
-SettingsFile::SettingsFile(std::string folder, const std::string& name)
-    : folder_(std::move(folder)), path_(folder_ + name)
+SettingsFile::SettingsFile(const Place& place)
+    : folder_(place.folder), path_(place.folder + place.name)
 {}
 
 SettingsFile::Found SettingsFile::readBytes()

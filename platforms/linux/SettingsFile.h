@@ -9,7 +9,13 @@
 /// A settings file in its folder. \throws std::bad_alloc from every operation
 class SettingsFile {
 public:
-    SettingsFile(std::string folder, const std::string& name);
+    struct Place {
+        std::string folder; ///< with a separator at its end
+        std::string name;
+    };
+
+    explicit SettingsFile(const Place& place);
+    ~SettingsFile() { unlock(); }
 
     enum class Found { kText, kNothing, kBroken, kUnreadable };
 

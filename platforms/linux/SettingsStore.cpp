@@ -18,38 +18,38 @@ struct Pending {
     unsigned long generation; // of the setting; later settings have higher ones
 };
 
-SettingsFile fileOf(int scope)
+SettingsFile::Place placeOf(int scope)
 {
     const std::string userFolder = folderPath(Shell::kUserDataFolder) + "Vx/";
     if (scope == 0)
-        return SettingsFile(userFolder, "user.ini");
+        return {userFolder, "user.ini"};
     const std::string machineFolder = machineSettingsFolder();
     const bool writable = retried(systemCalls.faccessat, AT_FDCWD, machineFolder.c_str(),
                                   W_OK | X_OK, AT_EACCESS) == 0;
-    return SettingsFile(writable ? machineFolder : userFolder, "machine.ini");
+    return {writable ? machineFolder : userFolder, "machine.ini"};
 }
 
 } // namespace
 
 struct SettingsStore::State {
-    explicit State(int scope) : file(fileOf(scope)) {}
+    explicit State(SettingsFile::Place where) : place(std::move(where)) {}
 
+    const SettingsFile::Place place;
     SettingsText text;                      // all values, set and read
     SettingsText inherited;                 // of the machine, under a file of the user's
     std::map<SettingsKey, Pending> pending; // set since the last save
     unsigned long generation = 0;
-    SettingsFile file; // guarded by saving_, but for the first use
 };
 
 SettingsStore::State& SettingsStore::loaded()
 {
     if (state_ != nullptr)
         return *state_;
-    std::unique_ptr<State> state(new State(scope_));
-    state->file.readOrSetAside(state->text);
+    std::unique_ptr<State> state(new State(placeOf(scope_)));
+    SettingsFile(state->place).readOrSetAside(state->text);
     const std::string machineFolder = machineSettingsFolder();
-    if (scope_ == 1 && state->file.path() != machineFolder + "machine.ini") {
-        SettingsFile machine(machineFolder, "machine.ini");
+    if (scope_ == 1 && state->place.folder != machineFolder) {
+        SettingsFile machine({machineFolder, "machine.ini"});
         if (machine.read(state->inherited) == SettingsFile::Found::kBroken)
             report("the machine's settings are broken and not used:", machine.path().c_str(),
                    machine.error());
@@ -99,11 +99,8 @@ void SettingsStore::save()
         generation = state.generation;
     }
 
-    SettingsFile& file = state_->file;
-    const struct Unlock {
-        SettingsFile& file;
-        ~Unlock() { file.unlock(); }
-    } unlock{file};
+    // The file object is this call's own: a child forked now finds nothing half changed.
+    SettingsFile file(state_->place);
     if (const int error = file.lock()) {
         report("could not save the settings", file.path().c_str(), error,
                "the next save tries again");
