@@ -294,7 +294,8 @@ TEST(LightweightVector, CopiesShareItemsAndTheLastOneFreesThem)
         EXPECT_EQ(copy.size(), 1u) << "moving is copying"; // NOLINT(bugprone-use-after-move)
         Pairs other;
         other = moved;
-        other = other;
+        const Pairs& same = other;
+        other = same;
         EXPECT_FALSE(other.empty());
         EXPECT_EQ(other.end() - other.begin(), 1);
     }

@@ -1,7 +1,6 @@
 #include <Vx/VxIniFile.h>
 
 #include <Vx/VxException.h>
-#include <clocale>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -68,6 +67,16 @@ extern "C" VX_API int nanosleep(const timespec* request, timespec* remaining)
     std::fprintf(stderr, " in %zu writes, old file %s\n", sleepers->writes().size(),
                  sleepers->file(L"b.ini").c_str());
     std::_Exit(42);
+}
+
+// A locale of 8-bit characters, as it looks through signed chars: 0xA0 to 0xFE are printable,
+// and asked for as the negative numbers that they are; 0xFF is the end of a file.
+namespace {
+bool eightBitLocale = false;
+}
+extern "C" VX_API int isprint(int c)
+{
+    return (c >= 0x20 && c < 0x7F) || (eightBitLocale && c >= -0x60 && c <= -2);
 }
 
 // The document.
@@ -275,6 +284,17 @@ TEST(VxIniFileLoad, ReadsLines)
     }
 }
 
+TEST(VxIniFileLoad, LeavesItToTheLocaleWhatIsPrintable)
+{
+    ScriptedPlatform platform;
+    constexpr std::string_view kContent = "a=caf\xE9\n\xE9=b\nc=\xFF\nd=\x80\ne\xE9"sv;
+    EXPECT_EQ(dumpOf(platform, kContent), "<*>{a=caf}{=b}{c=}{d=}{e}");
+    eightBitLocale = true;
+    EXPECT_EQ(dumpOf(platform, kContent), "<*>{a=caf\xE9}{\xE9=b}{c=}{d=}{e\xE9}");
+    EXPECT_EQ(dumpOf(platform, "a=1\xE9\xFF b=2", '\xE9'), "<*>{a=1\xE9}{b=2}");
+    eightBitLocale = false;
+}
+
 TEST(VxIniFileLoad, KeepsZerosInsideLines)
 {
     ScriptedPlatform platform;
@@ -395,7 +415,7 @@ namespace {
 // Loading said once more, slowly: no views, no look-up kept, one step after another.
 std::string slowLoad(const std::string& content, char separator)
 {
-    const auto printable = [](char c) { return std::isprint(static_cast<signed char>(c)) != 0; };
+    const auto printable = [](char c) { return c >= 0x20 && c < 0x7F; };
     VxIniFile ini(true);
     Text section = anonymous();
     std::string data = content + '\0';
