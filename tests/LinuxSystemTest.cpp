@@ -200,7 +200,10 @@ TEST(Lock, HolderMayEnterAgainAndOthersWait)
         EXPECT_FALSE(freeForOthers()) << held;
         lock->unlock();
     }
-    EXPECT_TRUE(freeForOthers());
+    // Once more without anyone in between: a holder of before is a stranger now.
+    lock->lock();
+    EXPECT_FALSE(freeForOthers());
+    lock->unlock();
     EXPECT_TRUE(lock->tryLock());
     EXPECT_FALSE(freeForOthers());
     lock->unlock();
@@ -581,6 +584,31 @@ TEST(CallStack, ThreadsCaptureAtOnce)
     });
     EXPECT_EQ(different, 0);
 }
+
+// --- Before everything else
+
+// Constructed ahead of every object without a priority.
+struct Early {
+    Early()
+    {
+        iPlatformServices* const os = OS();
+        void* const block = os->memoryAllocator()->allocate(10);
+        os->memoryAllocator()->deallocate(block);
+        const Vx::Ptr<iLock> lock = os->threading()->createLock(0);
+        lock->lock();
+        lock->unlock();
+        Cache cache(0, 0, 0);
+        CallStack::Frames frames;
+        os->systemUtils()->captureCallStack(frames);
+        worked = !frames.empty() && os->systemUtils()->generateUUID().bytes[8] >= 0x80 &&
+                 os->systemUtils()->wideFromAscii("early") == L"early" &&
+                 os->threading()->currentThreadId() != 0 && os->systemUtils()->msecsNow() > 0;
+    }
+    bool worked;
+};
+[[gnu::init_priority(101)]] Early early;
+
+TEST(Platform, WorksBeforeTheFirstConstructor) { EXPECT_TRUE(early.worked); }
 
 // --- Forks at a bad moment
 
