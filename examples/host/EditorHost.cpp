@@ -1,5 +1,6 @@
 #include "EditorHost.h"
 
+#include "Clip.h"
 #include "Document.h"
 
 #include <Vx/VxNamedObjects.h>
@@ -38,6 +39,7 @@ void EditorHost::run()
     greet();
     arrangeTheEnd();
     publishTheConfiguration();
+    showClip(ini_);
     editTheConfiguration();
     playAFewFrames();
     if (crash_) {
