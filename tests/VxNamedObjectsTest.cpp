@@ -15,7 +15,7 @@
 using Namespace = Vx::NamedObjectsNamespace;
 
 // Entries stay when their namespace goes.
-extern "C" const char* __lsan_default_suppressions()
+extern "C" VX_API const char* __lsan_default_suppressions()
 {
     return "leak:Vx::NamedObjectsNamespace::prepare\n";
 }
