@@ -165,7 +165,7 @@ Text AttribValuePair::getValue(const Text& name, const LightweightVector<AttribV
         if (++i == 0) {
             // Once round: from here on the search does not end. A fence keeps that a loop
             // the compiler has to respect.
-            std::atomic_thread_fence(std::memory_order_seq_cst);
+            std::atomic_signal_fence(std::memory_order_seq_cst);
         }
     }
     return {};
