@@ -114,7 +114,7 @@ struct ScriptedServices {
         {
             enter("msecsNow");
             return active != nullptr && active->clockIsSet_
-                       ? std::exchange(active->clock_, active->clock_ + active->tick_)
+                       ? active->readClock()
                        : reference()->systemUtils()->msecsNow();
         }
         SimpleUUID generateUUID() override
@@ -403,6 +403,14 @@ void ScriptedPlatform::enter(const char* operation, const std::string& details)
         faultFired_ = true;
         throw ScriptedFault{faultyCall_};
     }
+}
+
+double ScriptedPlatform::readClock()
+{
+    if (tick_ == 0.0)
+        return clock_;
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return std::exchange(clock_, clock_ + tick_);
 }
 
 bool ScriptedPlatform::fileFault()

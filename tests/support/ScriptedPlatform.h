@@ -115,6 +115,7 @@ private:
     friend struct ScriptedServices;
 
     void enter(const char* operation, const std::string& details = {});
+    double readClock();
     bool fileFault();
     void countAllocation();
 
