@@ -13,6 +13,7 @@
 #include <cwchar>
 #include <iterator>
 #include <langinfo.h>
+#include <limits>
 #include <type_traits>
 
 // What each function answers is what the scanning and printing functions of libc answer.
@@ -33,6 +34,37 @@ template <class Ch> const Ch* skipBlanks(const Ch* chars)
     return chars;
 }
 
+// The value of eight digits at once; false, with \p value untouched, when one is none.
+bool readEightDigits(const char* chars, std::uint64_t& value)
+{
+    static_assert(std::endian::native == std::endian::little,
+                  "the first character is taken for the lowest byte");
+    std::uint64_t word;
+    std::memcpy(&word, chars, sizeof word);
+    const std::uint64_t high = 0xF0F0F0F0F0F0F0F0;
+    const std::uint64_t zeros = 0x3030303030303030;
+    if ((word & high) != zeros || ((word + 0x0606060606060606) & high) != zeros)
+        return false;
+    // Neighbours are joined to numbers of two, four and eight digits.
+    word = ((word & 0x0F0F0F0F0F0F0F0F) * (10 * 256 + 1)) >> 8;
+    word = ((word & 0x00FF00FF00FF00FF) * (100 * 65536 + 1)) >> 16;
+    word = ((word & 0x0000FFFF0000FFFF) * (10'000 * (std::uint64_t(1) << 32) + 1)) >> 32;
+    value = 100'000'000 * value + word;
+    return true;
+}
+
+// Appends the digits from \p chars on to \p value, which wraps. The text ends at \p last
+// with its terminator.
+template <class Ch> const Ch* readDigits(const Ch* chars, const Ch* last, std::uint64_t& value)
+{
+    if constexpr (std::is_same_v<Ch, char>)
+        while (last - chars >= 8 && readEightDigits(chars, value))
+            chars += 8;
+    for (; isDigit(*chars); ++chars)
+        value = 10 * value + static_cast<std::uint64_t>(*chars - '0');
+    return chars;
+}
+
 enum class Outcome { Number, NoNumber, AskLibc };
 
 struct Integer {
@@ -41,16 +73,15 @@ struct Integer {
 };
 
 // Up to 18 digits fit a long, so no rule of overflow comes into play.
-template <class Ch> Integer readInteger(const Ch* chars)
+template <class Ch> Integer readInteger(const LightweightString<Ch>& text)
 {
-    chars = skipBlanks(chars);
+    const Ch* chars = skipBlanks(text.begin());
     const bool negative = *chars == '-';
     if (negative || *chars == '+')
         ++chars;
     const Ch* const digits = chars;
-    unsigned long value = 0;
-    for (; isDigit(*chars); ++chars)
-        value = 10 * value + static_cast<unsigned long>(*chars - '0');
+    std::uint64_t value = 0;
+    chars = readDigits(chars, text.end(), value);
     const std::ptrdiff_t count = chars - digits;
     if (count == 0)
         return {*chars == 0 || (*chars > ' ' && *chars <= '~') ? Outcome::NoNumber
@@ -65,7 +96,7 @@ template <class Ch> Integer readInteger(const Ch* chars)
 template <class Scanned, class Ch, class Scan>
 Scanned scanInteger(const LightweightString<Ch>& text, Scanned def, Scan scan)
 {
-    const Integer number = readInteger(text.c_str());
+    const Integer number = readInteger(text);
     if (number.outcome == Outcome::Number)
         return static_cast<Scanned>(number.value);
     Scanned scanned = def;
@@ -79,7 +110,7 @@ long convertInteger(const LightweightString<Ch>& text, long def, Convert convert
 {
     if (text.empty())
         return def;
-    const Integer number = readInteger(text.c_str());
+    const Integer number = readInteger(text);
     return number.outcome == Outcome::AskLibc ? convert(text.c_str()) : number.value;
 }
 
@@ -91,13 +122,38 @@ bool decimalPointIsDot()
     return point[0] == '.' && point[1] == 0;
 }
 
-// Reads [blanks][sign]digits[.digits][e[sign]digits] with at most 19 digits before the
-// exponent; false, with \p value untouched, when libc has to be asked. Hexadecimal
+// Rounds mantissa * 10^exponent by way of an extended number, to nearest; false, with
+// \p value untouched, when its precision does not settle the matter.
+bool readByExtended(std::uint64_t mantissa, int exponent, double& value)
+{
+    static_assert(std::numeric_limits<long double>::digits == 64,
+                  "the tie is looked for in the eleven bits that a double lacks");
+    static constexpr long double kPowers[] = {1e0L,  1e1L,  1e2L,  1e3L,  1e4L,  1e5L,  1e6L,
+                                              1e7L,  1e8L,  1e9L,  1e10L, 1e11L, 1e12L, 1e13L,
+                                              1e14L, 1e15L, 1e16L, 1e17L, 1e18L, 1e19L, 1e20L,
+                                              1e21L, 1e22L, 1e23L, 1e24L, 1e25L, 1e26L, 1e27L};
+    if (mantissa == 0 || exponent < -27 || exponent > 27)
+        return false;
+    // Both operands are exact, so the result is off by half a unit of its last bit at most.
+    // That changes the double only when the result lies on a tie between two doubles.
+    const long double exact = static_cast<long double>(mantissa);
+    const long double number =
+        exponent < 0 ? exact / kPowers[-exponent] : exact * kPowers[exponent];
+    std::uint64_t bits;
+    std::memcpy(&bits, &number, sizeof bits);
+    if ((bits & 0x7FF) == 0x400)
+        return false;
+    value = static_cast<double>(number);
+    return true;
+}
+
+// Reads [blanks][sign]digits[.digits][e[sign]digits] with at most 19 significant
+// digits; false, with \p value untouched, when libc has to be asked. Hexadecimal
 // numbers, infinities, not-a-numbers, decimal points other than '.' and whatever could
 // overflow or lose precision at the lower end are libc's.
-template <class Ch> bool readPlainDouble(const Ch* chars, double& value)
+template <class Ch> bool readPlainDouble(const LightweightString<Ch>& text, double& value)
 {
-    chars = skipBlanks(chars);
+    const Ch* chars = skipBlanks(text.begin());
     const bool negative = *chars == '-';
     if (negative || *chars == '+')
         ++chars;
@@ -105,22 +161,24 @@ template <class Ch> bool readPlainDouble(const Ch* chars, double& value)
     if (*chars == '0' && (chars[1] == 'x' || chars[1] == 'X'))
         return false;
     std::uint64_t mantissa = 0;
-    const auto readDigits = [&] {
-        const Ch* const digits = chars;
-        for (; isDigit(*chars); ++chars)
-            mantissa = 10 * mantissa + static_cast<std::uint64_t>(*chars - '0');
-        return chars - digits;
-    };
-    std::ptrdiff_t digits = readDigits();
+    chars = readDigits(chars, text.end(), mantissa);
+    std::ptrdiff_t digits = chars - start;
     std::ptrdiff_t exponent = 0;
     const bool hasPoint = *chars == '.';
     if (hasPoint) {
-        ++chars;
-        exponent = -readDigits();
+        const Ch* const decimals = ++chars;
+        chars = readDigits(chars, text.end(), mantissa);
+        exponent = decimals - chars;
         digits -= exponent;
     }
-    if (digits == 0 || digits > 19)
+    if (digits == 0)
         return false;
+    if (digits > 19) { // zeros in front do not count
+        for (const Ch* zero = start; *zero == '0' || *zero == '.'; ++zero)
+            digits -= *zero == '0' ? 1 : 0;
+        if (digits > 19)
+            return false;
+    }
     if (*chars == 'e' || *chars == 'E') {
         ++chars;
         const bool exponentIsNegative = *chars == '-';
@@ -150,9 +208,16 @@ template <class Ch> bool readPlainDouble(const Ch* chars, double& value)
         return true;
     }
 
-    // from_chars knows one rounding mode. Within these exponents the number is finite and
-    // has its full precision.
-    if (exponent < -300 || exponent > 285 || std::fegetround() != FE_TONEAREST)
+    // The ways below know one rounding mode only.
+    if (std::fegetround() != FE_TONEAREST)
+        return false;
+    if (readByExtended(mantissa, static_cast<int>(exponent), value)) {
+        value = negative ? -value : value;
+        return true;
+    }
+
+    // Within these exponents the number is finite and has its full precision.
+    if (exponent < -300 || exponent > 285 || chars - start > 32)
         return false;
     char copy[32];
     const char* first = copy;
@@ -239,6 +304,21 @@ void printRepaired(char* buffer, std::size_t size, const char* format, Arguments
     std::snprintf(buffer, size, format, arguments...);
 }
 
+// Lets \p write put up to \p most characters behind the text where they fit in place; false,
+// with nothing changed, when they do not fit or nothing was written.
+template <class Write>
+bool writeInPlace(LightweightString<char>& to, unsigned int most, Write write)
+{
+    const unsigned int length = to.length();
+    if (to.useCount() != 1 || to.capacity() - length <= most)
+        return false;
+    const unsigned int count = write(to.mutableChars() + length);
+    if (count == 0)
+        return false;
+    to.resizeFor(length + count); // keeps the characters and terminates them
+    return true;
+}
+
 template <class Number> struct Digits {
     explicit Digits(Number value)
         : length(static_cast<unsigned int>(
@@ -248,6 +328,19 @@ template <class Number> struct Digits {
     char chars[32];
     unsigned int length;
 };
+
+template <class Number>
+LightweightString<char>& appendInteger(LightweightString<char>& to, Number value)
+{
+    constexpr unsigned int kMost = 11; // "-2147483648"
+    const auto write = [value](char* out) {
+        return static_cast<unsigned int>(std::to_chars(out, out + kMost, value).ptr - out);
+    };
+    if (writeInPlace(to, kMost, write))
+        return to;
+    const Digits digits(value);
+    return to.append(digits.chars, digits.length);
+}
 
 // The "%f" of value, in chars.
 struct SixDecimals {
@@ -307,7 +400,7 @@ long Vx::Int64FromWString(const LightweightString<wchar_t>& text, long def)
 double Vx::FloatFromString(const LightweightString<char>& text, double def)
 {
     double number = def;
-    if (text.empty() || readPlainDouble(text.c_str(), number))
+    if (text.empty() || readPlainDouble(text, number))
         return number;
     return std::sscanf(text.c_str(), "%lf", &number) == 1 ? number : def;
 }
@@ -315,7 +408,7 @@ double Vx::FloatFromString(const LightweightString<char>& text, double def)
 double Vx::FloatFromWString(const LightweightString<wchar_t>& text, double def)
 {
     double number = def;
-    if (text.empty() || readPlainDouble(text.c_str(), number))
+    if (text.empty() || readPlainDouble(text, number))
         return number;
     return std::swscanf(text.c_str(), L"%lf", &number) == 1 ? number : def;
 }
@@ -323,25 +416,26 @@ double Vx::FloatFromWString(const LightweightString<wchar_t>& text, double def)
 double Vx::asDouble(const LightweightString<char>& text)
 {
     double number = 0.0;
-    if (text.empty() || readPlainDouble(text.c_str(), number))
+    if (text.empty() || readPlainDouble(text, number))
         return number;
     return std::strtod(text.c_str(), nullptr);
 }
 
 LightweightString<char>& operator+=(LightweightString<char>& to, int value)
 {
-    const Digits digits(value);
-    return to.append(digits.chars, digits.length);
+    return appendInteger(to, value);
 }
 
 LightweightString<char>& operator+=(LightweightString<char>& to, unsigned int value)
 {
-    const Digits digits(value);
-    return to.append(digits.chars, digits.length);
+    return appendInteger(to, value);
 }
 
 LightweightString<char>& operator+=(LightweightString<char>& to, double value)
 {
+    const auto write = [value](char* out) { return formatPlain(out, value, 6); };
+    if (writeInPlace(to, kPlainSize, write))
+        return to;
     const SixDecimals text(value);
     return to.append(text.chars, text.length);
 }

@@ -6,13 +6,12 @@
 #include <array>
 #include <cstdio>
 #include <cwchar>
+#include <utility>
 
 namespace {
 
+using Vx::UUIDDetail::kOffsets;
 using Vx::UUIDDetail::kPlaces;
-
-// The place of each pair of digits in the text.
-constexpr int kOffsets[16] = {0, 2, 4, 6, 9, 11, 14, 16, 19, 21, 24, 26, 28, 30, 32, 34};
 
 constexpr std::array<std::array<char, 2>, 256> kDigitPairs = [] {
     std::array<std::array<char, 2>, 256> pairs{};
@@ -56,13 +55,19 @@ template <class Ch> bool read(const Ch* text, unsigned int length, unsigned char
     return true;
 }
 
+template <class Ch, std::size_t... I>
+void printPairs(const unsigned char (&bytes)[16], Ch* buffer, std::index_sequence<I...>)
+{
+    const auto printPair = [buffer](int offset, const std::array<char, 2>& pair) {
+        buffer[offset] = static_cast<Ch>(pair[0]);
+        buffer[offset + 1] = static_cast<Ch>(pair[1]);
+    };
+    (printPair(kOffsets[I], kDigitPairs[bytes[kPlaces[I]]]), ...);
+}
+
 template <class Ch> int print(const unsigned char (&bytes)[16], Ch* buffer)
 {
-    for (int i = 0; i < 16; ++i) {
-        const std::array<char, 2>& pair = kDigitPairs[bytes[kPlaces[i]]];
-        buffer[kOffsets[i]] = static_cast<Ch>(pair[0]);
-        buffer[kOffsets[i] + 1] = static_cast<Ch>(pair[1]);
-    }
+    printPairs(bytes, buffer, std::make_index_sequence<16>());
     for (int hyphen : {8, 13, 18, 23})
         buffer[hyphen] = '-';
     buffer[36] = 0;

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <functional>
 #include <ostream>
+#include <utility>
 #if defined(__cpp_impl_three_way_comparison) && __cplusplus >= 202002L
 #include <compare>
 #endif
@@ -24,6 +25,9 @@ namespace UUIDDetail {
 
 /// The byte that each pair of digits stands for, in the order of the text.
 inline constexpr int kPlaces[16] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
+
+/// The place of each pair of digits in the text.
+inline constexpr int kOffsets[16] = {0, 2, 4, 6, 9, 11, 14, 16, 19, 21, 24, 26, 28, 30, 32, 34};
 
 /// The value of each hexadecimal digit; kNoDigit, a bit above theirs, for all else.
 inline constexpr unsigned int kNoDigit = 0x80;
@@ -50,23 +54,36 @@ constexpr unsigned int digitValue(wchar_t c) noexcept
     return code < 256 ? kDigitValues.of[code] : kNoDigit;
 }
 
+/// Reads the pair of digits at one place, and the hyphen in front of a group.
+template <std::size_t I, class Ch>
+constexpr bool readPair(const Ch* text, unsigned char (&bytes)[16]) noexcept
+{
+    const Ch* const pair = text + kOffsets[I];
+    if constexpr (I == 4 || I == 6 || I == 8 || I == 10)
+        if (pair[-1] != '-')
+            return false;
+    const unsigned int high = digitValue(pair[0]);
+    if (high == kNoDigit)
+        return false;
+    const unsigned int low = digitValue(pair[1]);
+    if (low == kNoDigit)
+        return false;
+    bytes[kPlaces[I]] = static_cast<unsigned char>(high * 16 + low);
+    return true;
+}
+
+template <class Ch, std::size_t... I>
+constexpr bool readPairs(const Ch* text, unsigned char (&bytes)[16],
+                         std::index_sequence<I...>) noexcept
+{
+    return (readPair<I>(text, bytes) && ...);
+}
+
 /// Reads the 36 characters of the plain form; false, with \p bytes unspecified, for any
 /// other text. Looks at no character behind the first that is out of place.
 template <class Ch> constexpr bool readPlain(const Ch* text, unsigned char (&bytes)[16]) noexcept
 {
-    for (int i = 0; i < 16; ++i) {
-        if ((i == 4 || i == 6 || i == 8 || i == 10) && *text++ != '-')
-            return false;
-        const unsigned int high = digitValue(*text);
-        if (high == kNoDigit)
-            return false;
-        const unsigned int low = digitValue(text[1]);
-        if (low == kNoDigit)
-            return false;
-        bytes[kPlaces[i]] = static_cast<unsigned char>(high * 16 + low);
-        text += 2;
-    }
-    return true;
+    return readPairs(text, bytes, std::make_index_sequence<16>());
 }
 
 /// Reads a whole zero-terminated text of the plain form, with or without braces.
