@@ -497,7 +497,7 @@ TEST(NumericLocale, AThreadsOwnLocaleIsHonouredAndKept)
 {
     const ScratchLocale german("de_DE");
     ASSERT_TRUE(german.chosen()) << "needs localedef and the locale sources (package locales)";
-    const locale_t own = newlocale(LC_ALL_MASK, "de_DE", nullptr);
+    const locale_t own = duplocale(LC_GLOBAL_LOCALE);
     ASSERT_NE(own, nullptr);
     ASSERT_STREQ(std::setlocale(LC_ALL, "C"), "C");
     const locale_t before = uselocale(own);
