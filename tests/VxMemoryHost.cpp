@@ -105,7 +105,8 @@ template <class Work> int statusOf(Work work)
 {
     const pid_t child = fork();
     if (child == 0) {
-        std::freopen("/dev/null", "w", stderr);
+        if (std::freopen("/dev/null", "w", stderr) == nullptr)
+            _exit(99);
         work();
         _exit(0);
     }

@@ -6,7 +6,7 @@
 #include <memory>
 
 // Modules create locks by this factory without knowing the type.
-template struct VX_API Vx::TypeManip::TemplatedNew<CriticalSection>;
+template struct Vx::TypeManip::TemplatedNew<CriticalSection>;
 
 CriticalSection::CriticalSection() { init(0); }
 

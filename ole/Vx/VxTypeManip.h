@@ -12,7 +12,7 @@ namespace TypeManip {
 template <class T> struct TemplatedNew {
     /// A new, default-constructed T, untyped. The caller owns it and deletes it as
     /// a T.
-    static void* new_() { return new T; }
+    VX_API static void* new_() { return new T; }
 };
 
 } // namespace TypeManip
