@@ -1,11 +1,9 @@
 #include <Vx/CriticalSection.h>
 
-#include <Vx/VxTypeManip.h>
 #include <Vx/platform/OS.h>
 #include <cstring>
 #include <memory>
 
-// Modules create locks by this factory without knowing the type.
 template struct Vx::TypeManip::TemplatedNew<CriticalSection>;
 
 CriticalSection::CriticalSection() { init(0); }

@@ -4,6 +4,7 @@
 #include <Vx/LightweightString.h>
 #include <Vx/VxExport.h>
 #include <Vx/VxPtr.h>
+#include <Vx/VxTypeManip.h>
 #include <Vx/platform/iThreading.h>
 
 /// A recursive lock around a lock of the platform. It knows its owner and can carry a
@@ -85,3 +86,6 @@ private:
     Vx::Ptr<Rep, Vx::DtorTraits, Vx::ExternalRefCountTraits> rep_;
 };
 static_assert(sizeof(CriticalSection) == 16, "a lock is one handle, part of the binary interface");
+
+// Compiled into the library: modules create locks by this factory without knowing the type.
+extern template struct VX_API Vx::TypeManip::TemplatedNew<CriticalSection>;

@@ -9,10 +9,10 @@ namespace TypeManip {
 
 /// Makes objects through a plain function pointer, for registries that know no
 /// types.
-template <class T> struct TemplatedNew {
+template <class T> struct VX_API TemplatedNew {
     /// A new, default-constructed T, untyped. The caller owns it and deletes it as
     /// a T.
-    VX_API static void* new_() { return new T; }
+    static void* new_() { return new T; }
 };
 
 } // namespace TypeManip

@@ -76,9 +76,9 @@ void uuidFork()
         return write(ends[1], bytes.data(), 16) == 16 ? 0 : 1;
     });
     const Bytes mine = newUUID();
-    Bytes childs = {};
-    require(status == 0 && read(ends[0], childs.data(), 16) == 16, "the child died");
-    require(mine != childs, "parent and child got the same identifier after fork");
+    Bytes theirs = {};
+    require(status == 0 && read(ends[0], theirs.data(), 16) == 16, "the child died");
+    require(mine != theirs, "parent and child got the same identifier after fork");
 }
 
 void callStack()
