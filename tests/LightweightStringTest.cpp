@@ -229,6 +229,19 @@ TYPED_TEST(LightweightStringOf, DeliberatelyAppendsNothingForTheCharacterZero)
     EXPECT_EQ(read(text + TypeParam(0)), widen<TypeParam>("ab"));
 }
 
+TYPED_TEST(LightweightStringOf, PushBackTakesEveryCharacter)
+{
+    LightweightString<TypeParam> text;
+    for (TypeParam c : widen<TypeParam>(std::string("ab\0c", 4)))
+        text.push_back(c);
+    EXPECT_EQ(read(text), widen<TypeParam>(std::string("ab\0c", 4)));
+    EXPECT_EQ(text.capacity(), 8u);
+    const LightweightString<TypeParam> sharer(text);
+    text.push_back(TypeParam(0));
+    EXPECT_EQ(text.length(), 5u);
+    EXPECT_EQ(sharer.length(), 4u);
+}
+
 TYPED_TEST(LightweightStringOf, AppendsPartsOfItself)
 {
     for (unsigned int length = 1; length < 10; ++length)

@@ -46,13 +46,15 @@ inline void copyUpToZero(char* to, const char* from, unsigned int count) noexcep
 {
     const std::size_t kept = strnlen(from, count);
     std::memmove(to, from, kept);
-    std::memset(to + kept, 0, count - kept);
+    if (kept != count)
+        std::memset(to + kept, 0, count - kept);
 }
 inline void copyUpToZero(wchar_t* to, const wchar_t* from, unsigned int count) noexcept
 {
     const std::size_t kept = wcsnlen(from, count);
     std::wmemmove(to, from, kept);
-    std::wmemset(to + kept, 0, count - kept);
+    if (kept != count)
+        std::wmemset(to + kept, 0, count - kept);
 }
 
 /// Negative, 0 or positive: characters as unsigned numbers first, then the length.
@@ -194,7 +196,26 @@ public:
     /// and all behind it become 0, the length grows by \p count all the same. In
     /// place, without allocating, when the block is not shared and has room. \p chars
     /// may point into this string; it is not null unless \p count is 0.
-    LightweightString& append(const Ch* chars, unsigned int count);
+    LightweightString& append(const Ch* chars, unsigned int count)
+    {
+        if (Ch* const end = roomFor(count)) {
+            Vx::StringDetail::copyUpToZero(end, chars, count);
+            setEnd(end + count);
+            return *this;
+        }
+        return appendInNewBlock(chars, count);
+    }
+
+    /// Appends one character, zero or not.
+    void push_back(Ch character)
+    {
+        if (Ch* const end = roomFor(1)) {
+            *end = character;
+            setEnd(end + 1);
+        } else {
+            appendInNewBlock(&character, 1);
+        }
+    }
 
     /// Makes the string empty; releases the block.
     LightweightString& clear() noexcept
@@ -267,6 +288,22 @@ private:
         std::memcpy(impl_->data, chars, sizeof(Ch) * std::size_t(count));
     }
 
+    /// Where \p count more characters and a terminator can be written in place, or null.
+    Ch* roomFor(unsigned int count) const noexcept
+    {
+        return impl_ && count < impl_->capacity - impl_->length && soleOwner()
+                   ? impl_->data + impl_->length
+                   : nullptr;
+    }
+
+    void setEnd(Ch* end) noexcept
+    {
+        *end = 0;
+        impl_->length = static_cast<unsigned int>(end - impl_->data);
+    }
+
+    LightweightString& appendInNewBlock(const Ch* chars, unsigned int count);
+
     /// Only a sole owner writes in place. Acquires what former sharers did before they
     /// let go.
     bool soleOwner() const noexcept { return impl_.useCount() == 1; }
@@ -295,27 +332,16 @@ template <class Ch> LightweightString<Ch>& LightweightString<Ch>::resizeFor(unsi
 }
 
 template <class Ch>
-LightweightString<Ch>& LightweightString<Ch>::append(const Ch* chars, unsigned int count)
+LightweightString<Ch>& LightweightString<Ch>::appendInNewBlock(const Ch* chars, unsigned int count)
 {
     if (count == 0)
         return *this;
-    if (!impl_) {
-        impl_ = Handle(newImpl(count, true));
-        Vx::StringDetail::copyUpToZero(impl_->data, chars, count);
-        return *this;
-    }
-    const unsigned int oldLength = impl_->length;
+    const unsigned int oldLength = length();
     if (count > 0xFFFFFFFFu - oldLength)
         Vx::StringDetail::throwTooLong();
-    const unsigned int newLength = oldLength + count;
-    if (newLength < impl_->capacity && soleOwner()) {
-        Vx::StringDetail::copyUpToZero(impl_->data + oldLength, chars, count);
-        impl_->data[newLength] = 0;
-        impl_->length = newLength;
-        return *this;
-    }
-    Handle grown(newImpl(newLength, true));
-    std::memcpy(grown->data, impl_->data, sizeof(Ch) * std::size_t(oldLength));
+    Handle grown(newImpl(oldLength + count, true));
+    if (oldLength != 0)
+        std::memcpy(grown->data, impl_->data, sizeof(Ch) * std::size_t(oldLength));
     if (chars != nullptr)
         Vx::StringDetail::copyUpToZero(grown->data + oldLength, chars, count);
     else
@@ -360,7 +386,9 @@ LightweightString<Ch>& operator+=(LightweightString<Ch>& to, Vx::StringDetail::C
 /// separator of 0 joins texts without one.
 template <class Ch> LightweightString<Ch>& operator+=(LightweightString<Ch>& to, Ch character)
 {
-    return character != 0 ? to.append(&character, 1) : to;
+    if (character != 0)
+        to.push_back(character);
+    return to;
 }
 
 /// Appends \p text, decoded as UTF-8 up to its first 0.

@@ -126,10 +126,16 @@ unsigned int splitIf(const String& text, Matcher matches, typename StringToVec<S
                      unsigned int flags)
 {
     std::vector<unsigned int> positions;
+    if (!text.empty())
+        positions.reserve(16);
     findSeparators(text, matches, positions, flags);
     if (positions.empty()) {
         out.push_back(text);
     } else {
+        // One growth for all pieces, but never less than doubling: callers collect texts.
+        const std::size_t wanted = out.size() + positions.size() + 1;
+        if (wanted > out.capacity())
+            out.reserve(wanted > 2 * out.capacity() ? wanted : 2 * out.capacity());
         SplitOutputBuilder<String> builder(out, text);
         convertIndicesToSubStrings(text, positions, builder, flags);
     }

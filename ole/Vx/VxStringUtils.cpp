@@ -201,8 +201,25 @@ std::vector<unsigned int> findFromTheRight(const WideString& text, const WideStr
 
     std::vector<unsigned int> hits;
     const wchar_t* const chars = text.c_str();
+    const wchar_t last = patternAt(0);
     unsigned int matched = 0;
-    for (unsigned int i = text.length(); i-- != 0;) {
+    for (unsigned int i = text.length(); i != 0;) {
+        if (matched == 0) {
+            // Most of a text is skipped here, eight characters at a time.
+            while (i >= 8) {
+                unsigned int found = 0;
+                for (unsigned int k = 1; k <= 8; ++k)
+                    found |= chars[i - k] == last;
+                if (found != 0)
+                    break;
+                i -= 8;
+            }
+            while (i != 0 && chars[i - 1] != last)
+                --i;
+            if (i == 0)
+                break;
+        }
+        --i;
         while (matched != 0 && chars[i] != patternAt(matched))
             matched = borders[matched];
         if (chars[i] == patternAt(matched) && ++matched == n) {
