@@ -135,13 +135,16 @@ bool readByExtended(std::uint64_t mantissa, int exponent, double& value)
     if (mantissa == 0 || exponent < -27 || exponent > 27)
         return false;
     // Both operands are exact, so the result is off by half a unit of its last bit at most.
-    // That changes the double only when the result lies on a tie between two doubles.
+    // That changes the double only when the result lies on a tie between two doubles. Where
+    // extended numbers have no more bits than doubles, as in some emulators, the surplus
+    // ones are all 0, and nothing is settled.
     const long double exact = static_cast<long double>(mantissa);
     const long double number =
         exponent < 0 ? exact / kPowers[-exponent] : exact * kPowers[exponent];
     std::uint64_t bits;
     std::memcpy(&bits, &number, sizeof bits);
-    if ((bits & 0x7FF) == 0x400)
+    const std::uint64_t surplus = bits & 0x7FF;
+    if (surplus == 0x400 || surplus == 0)
         return false;
     value = static_cast<double>(number);
     return true;

@@ -4,32 +4,34 @@
 #include <clocale>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <string>
 #include <unistd.h>
 
-/// A numeric locale for the lifetime of the object: "C", or one that is built on the spot
-/// from the C library's locale sources. Nothing on the machine changes.
+/// The numeric category of a locale, for the lifetime of the object; the rest is "C.UTF-8".
+/// Built on the spot from the C library's locale sources: nothing on the machine changes.
 class ScratchLocale {
 public:
     /// \p source names a locale source ("de_DE"), or is "C".
     explicit ScratchLocale(const std::string& source)
         : folder_(std::filesystem::path(::testing::TempDir()) /
-                  ("vx-locale-" + source + "-" + std::to_string(::getpid())))
+                  ("vx-locale-" + source + "-" + std::to_string(::getpid()))),
+          name_(source)
     {
-        if (source == "C") {
-            chosen_ = std::setlocale(LC_ALL, "C") != nullptr;
-            return;
+        if (source != "C") {
+            std::filesystem::create_directories(folder_);
+            const std::string recipe = (folder_ / "recipe").string();
+            std::ofstream(recipe) << "LC_NUMERIC\ncopy \"" << source << "\"\nEND LC_NUMERIC\n";
+            // Its exit code tells of the categories left out; whether the locale works shows
+            // below.
+            [[maybe_unused]] const int code =
+                std::system(("localedef --no-archive -c -f UTF-8 -i '" + recipe + "' '" +
+                             (folder_ / source).string() + "' >/dev/null 2>&1")
+                                .c_str());
+            ::setenv("LOCPATH", folder_.c_str(), 1);
         }
-        std::filesystem::create_directories(folder_);
-        const std::string path = (folder_ / source).string();
-        // Its exit code tells of warnings; whether the locale works shows below.
-        [[maybe_unused]] const int code = std::system(
-            ("localedef --no-archive -c -i " + source + " -f UTF-8 '" + path + "' 2>/dev/null")
-                .c_str());
-        ::setenv("LOCPATH", folder_.c_str(), 1);
-        name_ = source;
-        chosen_ = choose();
+        chosen_ = std::setlocale(LC_ALL, "C.UTF-8") != nullptr && choose();
     }
     ~ScratchLocale()
     {
@@ -40,16 +42,14 @@ public:
     ScratchLocale(const ScratchLocale&) = delete;
     ScratchLocale& operator=(const ScratchLocale&) = delete;
 
-    /// Makes it the process's locale, again if need be.
-    bool choose() const { return std::setlocale(LC_ALL, name_.c_str()) != nullptr; }
+    /// Makes it the process's numeric locale, again if need be.
+    bool choose() const { return std::setlocale(LC_NUMERIC, name_.c_str()) != nullptr; }
 
     /// Whether the locale could be made. A test that needs it fails without.
     bool chosen() const { return chosen_; }
 
-    const char* name() const { return name_.c_str(); }
-
 private:
     std::filesystem::path folder_;
-    std::string name_ = "C";
+    std::string name_;
     bool chosen_ = false;
 };

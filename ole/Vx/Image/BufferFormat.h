@@ -38,7 +38,10 @@ public:
 /// Threads: a plain value; share it for reading, guard it for writing.
 class VX_API Data : public Interface {
 public:
+    /// Orientation 1, stride 0, not set.
     VX_API Data();
+
+    /// \p orientation is stored as 0 or 1.
     VX_API Data(bool orientation, unsigned int stride, bool set);
     VX_API Data(const Data& other);
     Data& operator=(const Data&) = default;

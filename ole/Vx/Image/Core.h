@@ -46,6 +46,7 @@ public:
 /// Threads: a plain value; share it for reading, guard it for writing.
 class VX_API Data : public Interface {
 public:
+    /// All zero, the format Format::None, not set.
     VX_API Data();
     VX_API Data(unsigned int width, unsigned int height, Format dataFormat,
                 unsigned short bitsPerComponent, unsigned short bitsPerPixel, eLayout layout,

@@ -41,6 +41,7 @@ public:
 /// Threads: a plain value; share it for reading, guard it for writing.
 class VX_API Data : public Interface {
 public:
+    /// All zero, the format "0", not set.
     VX_API Data();
     VX_API Data(ScanMode scanMode, AspectRatio aspectRatio, FormatUID videoFormatUID, bool set);
     VX_API Data(const Data& other);

@@ -40,6 +40,7 @@ public:
 /// Threads: a plain value; share it for reading, guard it for writing.
 class VX_API Data : public Interface {
 public:
+    /// All zero, not set.
     VX_API Data();
     VX_API Data(Polarity polarity, Colorimetry colorimetry, GamutScaling gamutScaling, bool set);
     VX_API Data(const Data& other);

@@ -36,13 +36,14 @@ public:
 /// Threads: a plain value; share it for reading, guard it for writing.
 class VX_API Data : public Interface {
 public:
+    /// Frame rate 0, not set.
     VX_API Data();
     VX_API Data(FrameRate frameRate, bool set);
     VX_API Data(const Data& other);
     Data& operator=(const Data&) = default;
 
-    /// Reads the text form. A text that is no VideoSequence record of version 1 in 4 pieces gives
-    /// the defaults, with the flag false. Numbers are read by `strtol` and cut to the width
+    /// Reads the text form. A text that is no VideoSequence record of version 1 in 4 pieces
+    /// gives the defaults, with the flag false. Numbers are read by `strtol` and cut to the width
     /// of their field; what is no number is 0.
     VX_API explicit Data(const LightweightString<char>& text);
 
