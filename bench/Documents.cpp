@@ -1,0 +1,263 @@
+// INI documents: load and save, 4 MB in 1,000 sections of 100 pairs. QSettings is not among
+// the peers: it keeps files that it has read for the rest of the process.
+#include "Documents.h"
+#include "Table.h"
+
+#include <Vx/VxIniFile.h>
+#include <map>
+
+#if BENCH_GLIB
+#include <glib.h>
+#endif
+#if BENCH_BOOST
+#include <boost/property_tree/ini_parser.hpp>
+#endif
+#if BENCH_SIMPLEINI
+#define SI_NO_CONVERSION
+#define SI_IMPLEMENTATION
+#include <SimpleIni.h>
+#endif
+#if BENCH_INIH
+#include <ini.h>
+#endif
+
+namespace {
+
+using bench::keep;
+using bench::Row;
+using bench::State;
+
+constexpr std::size_t kSections = 1000;
+constexpr std::size_t kPairs = 100;
+constexpr const char* kProbeSection = "Section00500";
+constexpr const char* kProbeName = "property0050";
+
+// The file, and the value that every reader must find in it.
+struct Sample {
+    Sample() : text(bench::iniText(kSections, kPairs)), path(folder.file("sample.ini"))
+    {
+        bench::writeFile(path, text);
+        const std::size_t section = text.find(std::string("[") + kProbeSection);
+        const std::size_t value = text.find('=', text.find(kProbeName, section)) + 1;
+        probe = text.substr(value, text.find('\n', value) - value);
+    }
+
+    bench::Folder folder;
+    std::string text;
+    std::string path;
+    std::string probe;
+};
+
+const Sample& sample()
+{
+    static const Sample only;
+    return only;
+}
+
+bool holdsSample(const VxIniFile& document)
+{
+    return document.getNumSections() == kSections &&
+           Vx::AttribValuePair::getValue(LightweightString<char>(kProbeName), [&] {
+               LightweightVector<Vx::AttribValuePair> pairs;
+               for (const auto& pair : document.getSection(kProbeSection))
+                   pairs.push_back(pair);
+               return pairs;
+           }()) == sample().probe.c_str();
+}
+
+void loadOurs(State& state)
+{
+    const auto path = bench::widePath(sample().path);
+    bench::runBytes(state, sample().text.size(), holdsSample(VxIniFile(path, true, true)), [&] {
+        const VxIniFile document(path, true, true);
+        keep(document.sections.size());
+    });
+}
+
+void loadOursKept(State& state)
+{
+    const auto path = bench::widePath(sample().path);
+    for (auto _ : state) {
+        auto* const document = new VxIniFile(path, true, true);
+        keep(document->sections.size());
+        state.PauseTiming();
+        delete document;
+        state.ResumeTiming();
+    }
+    state.SetBytesProcessed(static_cast<std::int64_t>(sample().text.size()) * state.iterations());
+}
+
+std::string contentOf(const std::string& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// To /dev/null the library writes straight away, so the text is made and handed to the
+// system, and no disk takes part.
+constexpr const char* kNowhere = "/dev/null";
+
+template <class Save> void saveOurs(State& state, const char* path, Save save)
+{
+    VxIniFile document(bench::widePath(sample().path), true, true);
+    const std::string copy = sample().folder.file("saved-by-us.ini");
+    const bool right = save(document, bench::widePath(copy)) &&
+                       holdsSample(VxIniFile(bench::widePath(copy), true, true));
+    const auto target = bench::widePath(path == nullptr ? copy : path);
+    bench::runBytes(state, contentOf(copy).size(), right, [&] { keep(save(document, target)); });
+}
+
+const auto plainSave = [](VxIniFile& document, const LightweightString<wchar_t>& path) {
+    return document.save(path);
+};
+const auto saveWithAnonymous = [](VxIniFile& document, const LightweightString<wchar_t>& path) {
+    document.getSection(VxIniFile::kAnonymousSection()).resize(0, Vx::AttribValuePair("", '='));
+    return document.saveAll(path);
+};
+
+#if BENCH_INIH
+struct Counter {
+    std::size_t pairs = 0;
+    bool probeFound = false;
+};
+
+int countPair(void* context, const char* section, const char* name, const char* value)
+{
+    Counter& counter = *static_cast<Counter*>(context);
+    ++counter.pairs;
+    if (std::strcmp(section, kProbeSection) == 0 && std::strcmp(name, kProbeName) == 0)
+        counter.probeFound = value == sample().probe;
+    return 1;
+}
+#endif
+
+void addLoad()
+{
+    const std::string keepers = "GKeyFile|SimpleIni|property_tree";
+    Row row("documents", "load 4 MB and drop it", {1.0 / 3, keepers});
+    row.ours(loadOurs);
+    Row kept("documents", "load 4 MB, not dropped in the time");
+    kept.ours(loadOursKept);
+#if BENCH_GLIB
+    row.peer("GKeyFile", [](State& state) {
+        const auto load = [] {
+            GKeyFile* const file = g_key_file_new();
+            g_key_file_load_from_file(file, sample().path.c_str(), G_KEY_FILE_NONE, nullptr);
+            return file;
+        };
+        GKeyFile* const first = load();
+        char* const value = g_key_file_get_string(first, kProbeSection, kProbeName, nullptr);
+        const bool right = value != nullptr && value == sample().probe;
+        g_free(value);
+        g_key_file_free(first);
+        bench::runBytes(state, sample().text.size(), right, [&] { g_key_file_free(load()); });
+    });
+#endif
+#if BENCH_SIMPLEINI
+    row.peer("SimpleIni", [](State& state) {
+        CSimpleIniCaseA first;
+        first.LoadFile(sample().path.c_str());
+        const bool right =
+            std::string(first.GetValue(kProbeSection, kProbeName, "")) == sample().probe;
+        bench::runBytes(state, sample().text.size(), right, [] {
+            CSimpleIniCaseA file;
+            keep(file.LoadFile(sample().path.c_str()));
+        });
+    });
+#endif
+#if BENCH_BOOST
+    row.peer("property_tree", [](State& state) {
+        boost::property_tree::ptree first;
+        boost::property_tree::read_ini(sample().path, first);
+        const bool right =
+            first.get<std::string>(std::string(kProbeSection) + "." + kProbeName) == sample().probe;
+        bench::runBytes(state, sample().text.size(), right, [] {
+            boost::property_tree::ptree tree;
+            boost::property_tree::read_ini(sample().path, tree);
+            keep(tree.size());
+        });
+    });
+#endif
+#if BENCH_INIH
+    row.peer("inih, no document", [](State& state) {
+        Counter first;
+        const bool right = ini_parse(sample().path.c_str(), countPair, &first) == 0 &&
+                           first.probeFound && first.pairs == kSections * kPairs;
+        bench::runBytes(state, sample().text.size(), right, [] {
+            Counter counter;
+            ini_parse(sample().path.c_str(), countPair, &counter);
+            keep(counter.pairs);
+        });
+    });
+#endif
+}
+
+void addSave()
+{
+    Row row("documents", "save 4 MB, no disk", {0.5});
+    row.ours([](State& state) { saveOurs(state, kNowhere, plainSave); });
+    Row all("documents", "save 4 MB with an anonymous section, no disk", {0.5});
+    all.ours([](State& state) { saveOurs(state, kNowhere, saveWithAnonymous); });
+    Row durable("documents", "save 4 MB, durably, in a folder in memory");
+    durable.ours([](State& state) { saveOurs(state, nullptr, plainSave); });
+    for (Row* target : {&row, &all}) {
+#if BENCH_GLIB
+        target->peer("GKeyFile", [](State& state) {
+            GKeyFile* const file = g_key_file_new();
+            g_key_file_load_from_file(file, sample().path.c_str(), G_KEY_FILE_NONE, nullptr);
+            const auto save = [&] {
+                std::size_t length = 0;
+                char* const text = g_key_file_to_data(file, &length, nullptr);
+                std::FILE* const out = std::fopen(kNowhere, "w");
+                std::fwrite(text, 1, length, out);
+                std::fclose(out);
+                g_free(text);
+                return length;
+            };
+            const std::size_t length = save();
+            bench::runBytes(state, length, length > sample().text.size() / 2, save);
+            g_key_file_free(file);
+        });
+#endif
+#if BENCH_BOOST
+        target->peer("property_tree", [](State& state) {
+            boost::property_tree::ptree tree;
+            boost::property_tree::read_ini(sample().path, tree);
+            const std::string copy = sample().folder.file("saved-by-property-tree.ini");
+            boost::property_tree::write_ini(copy, tree);
+            const std::size_t length = contentOf(copy).size();
+            bench::runBytes(state, length, length > sample().text.size() / 2,
+                            [&] { boost::property_tree::write_ini(kNowhere, tree); });
+        });
+#endif
+#if BENCH_SIMPLEINI
+        target->peer("SimpleIni", [](State& state) {
+            CSimpleIniCaseA file;
+            file.LoadFile(sample().path.c_str());
+            std::string saved;
+            file.Save(saved);
+            bench::runBytes(state, saved.size(), saved.size() > sample().text.size() / 2,
+                            [&] { keep(file.SaveFile(kNowhere)); });
+        });
+#endif
+    }
+#if BENCH_GLIB
+    durable.peer("GKeyFile", [](State& state) {
+        GKeyFile* const file = g_key_file_new();
+        g_key_file_load_from_file(file, sample().path.c_str(), G_KEY_FILE_NONE, nullptr);
+        const std::string copy = sample().folder.file("saved-by-glib.ini");
+        const bool right = g_key_file_save_to_file(file, copy.c_str(), nullptr) != FALSE;
+        bench::runBytes(state, contentOf(copy).size(), right,
+                        [&] { keep(g_key_file_save_to_file(file, copy.c_str(), nullptr)); });
+        g_key_file_free(file);
+    });
+#endif
+}
+
+} // namespace
+
+void bench::addDocuments()
+{
+    addLoad();
+    addSave();
+}

@@ -1,0 +1,63 @@
+// Documents.h - INI files to measure with, in a folder of their own.
+#pragma once
+
+#include "Inputs.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sys/stat.h>
+
+namespace bench {
+
+/// A folder that goes with its owner. In memory where there is such a file system, so that
+/// no disk is timed.
+class Folder {
+public:
+    Folder()
+    {
+        std::string pattern =
+            (std::filesystem::is_directory("/dev/shm") ? std::filesystem::path("/dev/shm")
+                                                       : std::filesystem::temp_directory_path()) /
+            "vx-bench-XXXXXX";
+        if (mkdtemp(pattern.data()) == nullptr)
+            throw std::runtime_error("no folder to work in");
+        path_ = pattern;
+    }
+    ~Folder() { std::filesystem::remove_all(path_); }
+    Folder(const Folder&) = delete;
+    Folder& operator=(const Folder&) = delete;
+
+    std::string file(const std::string& name) const { return path_ / name; }
+
+private:
+    std::filesystem::path path_;
+};
+
+/// \p sections sections of \p pairs pairs, lines of about 40 characters.
+inline std::string iniText(std::size_t sections, std::size_t pairs)
+{
+    Numbers numbers(41);
+    std::string text;
+    char line[80];
+    for (std::size_t i = 0; i < sections; ++i) {
+        std::snprintf(line, sizeof line, "[Section%05zu]\n", i);
+        text += line;
+        for (std::size_t j = 0; j < pairs; ++j) {
+            std::snprintf(line, sizeof line, "property%04zu=value %u of the clip %05u\n", j,
+                          numbers.below(10), numbers.below(100000));
+            text += line;
+        }
+    }
+    return text;
+}
+
+inline void writeFile(const std::string& path, const std::string& text)
+{
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+inline LightweightString<wchar_t> widePath(const std::string& path) { return wide(widened(path)); }
+
+} // namespace bench

@@ -1,0 +1,163 @@
+// UUIDs: making, reading, printing.
+#include "Inputs.h"
+#include "Table.h"
+
+#include <Vx/Image/UUID.h>
+#include <cstring>
+#include <random>
+#include <sys/random.h>
+
+#if BENCH_QT
+#include <QUuid>
+#endif
+#if BENCH_BOOST
+#include <boost/uuid/uuid.hpp>
+#include <boost/uuid/uuid_generators.hpp>
+#include <boost/uuid/uuid_io.hpp>
+#endif
+#if BENCH_UUID
+#include <uuid/uuid.h>
+#endif
+
+namespace {
+
+using bench::keep;
+using bench::Row;
+using bench::run;
+using bench::State;
+
+constexpr const char* kText = "0123abcd-4567-89ef-0123-456789abcdef";
+
+void addGenerate()
+{
+    Row row("identifiers", "UUID, generate", {0.13, "getrandom"});
+    row.ours([](State& state) {
+        Vx::UUID id;
+        id.generate();
+        const Vx::UUID first = id;
+        id.generate();
+        run(state, id.valid() && id != first, [&] {
+            id.generate();
+            keep(id);
+        });
+    });
+    row.peer("getrandom", [](State& state) {
+        unsigned char bytes[16] = {};
+        const auto fill = [&] { return getrandom(bytes, sizeof bytes, 0); };
+        run(state, fill() == sizeof bytes, [&] { keep(fill()); });
+    });
+    row.peer("std::mt19937_64", [](State& state) {
+        std::mt19937_64 generator(1);
+        std::uint64_t halves[2] = {};
+        run(state, generator() != generator(), [&] {
+            halves[0] = generator();
+            halves[1] = generator();
+            keep(halves);
+        });
+    });
+#if BENCH_QT
+    row.peer("QUuid", [](State& state) {
+        run(state, QUuid::createUuid() != QUuid::createUuid(), [] { keep(QUuid::createUuid()); });
+    });
+#endif
+#if BENCH_BOOST
+    row.peer("boost::uuids::random_generator", [](State& state) {
+        boost::uuids::random_generator generator;
+        run(state, generator() != generator(), [&] { keep(generator()); });
+    });
+#endif
+#if BENCH_UUID
+    row.peer("libuuid", [](State& state) {
+        uuid_t a, b;
+        uuid_generate_random(a);
+        uuid_generate_random(b);
+        run(state, uuid_compare(a, b) != 0, [&] { uuid_generate_random(a); });
+    });
+#endif
+}
+
+void addParse()
+{
+    Row row("identifiers", "UUID, parse", {0.44});
+    row.ours([](State& state) {
+        Vx::UUID id(kText);
+        run(state, id.asString() == kText, [&] {
+            benchmark::ClobberMemory();
+            id.initFromString(kText, 36);
+            keep(id);
+        });
+    });
+#if BENCH_QT
+    row.peer("QUuid", [](State& state) {
+        const auto parse = [] { return QUuid::fromString(QLatin1StringView(kText)); };
+        run(state, parse().toByteArray(QUuid::WithoutBraces) == kText, [&] { keep(parse()); });
+    });
+#endif
+#if BENCH_BOOST
+    row.peer("boost::uuids::string_generator", [](State& state) {
+        const auto parse = [] { return boost::uuids::string_generator()(kText, kText + 36); };
+        run(state, boost::uuids::to_string(parse()) == kText, [&] { keep(parse()); });
+    });
+#endif
+#if BENCH_UUID
+    row.peer("libuuid", [](State& state) {
+        uuid_t id;
+        const auto parse = [&] { return uuid_parse(kText, id); };
+        char text[37];
+        const bool right = parse() == 0;
+        uuid_unparse_lower(id, text);
+        run(state, right && std::strcmp(text, kText) == 0, [&] {
+            keep(parse());
+            keep(id);
+        });
+    });
+#endif
+}
+
+void addPrint()
+{
+    Row row("identifiers", "UUID, print to a buffer", {0.5});
+    row.ours([](State& state) {
+        const Vx::UUID id(kText);
+        char text[37] = {};
+        run(state, id.asString(text) == 36 && std::strcmp(text, kText) == 0, [&] {
+            keep(id.asString(text));
+            keep(text);
+        });
+    });
+#if BENCH_QT
+    row.peer("QUuid", [](State& state) {
+        const QUuid id = QUuid::fromString(QLatin1StringView(kText));
+        const auto print = [&] { return id.toByteArray(QUuid::WithoutBraces); };
+        run(state, print() == kText, [&] { keep(print().constData()); });
+    });
+#endif
+#if BENCH_BOOST
+    row.peer("boost::uuids::to_string", [](State& state) {
+        const auto id = boost::uuids::string_generator()(kText, kText + 36);
+        run(state, boost::uuids::to_string(id) == kText,
+            [&] { keep(boost::uuids::to_string(id).data()); });
+    });
+#endif
+#if BENCH_UUID
+    row.peer("libuuid", [](State& state) {
+        uuid_t id;
+        uuid_parse(kText, id);
+        char text[37] = {};
+        uuid_unparse_lower(id, text);
+        run(state, std::strcmp(text, kText) == 0, [&] {
+            uuid_unparse_lower(id, text);
+            keep(text);
+        });
+    });
+#endif
+}
+
+} // namespace
+
+void bench::addIdentifiers()
+{
+    addGenerate();
+    addParse();
+    addPrint();
+}

@@ -1,0 +1,137 @@
+// Splitting and joining.
+#include "Inputs.h"
+#include "Table.h"
+
+#include <Vx/VxStringSplit.h>
+#include <vector>
+
+#if BENCH_QT
+#include <QStringList>
+#endif
+#if BENCH_GLIB
+#include <glib.h>
+#endif
+#if BENCH_ABSL
+#include <absl/strings/str_join.h>
+#include <absl/strings/str_split.h>
+#endif
+#if BENCH_BOOST
+#include <boost/algorithm/string.hpp>
+#endif
+
+namespace {
+
+using bench::keep;
+using bench::Row;
+using bench::State;
+
+std::vector<std::string> fields(std::size_t count)
+{
+    bench::Numbers numbers(31);
+    std::vector<std::string> list;
+    for (std::size_t i = 0; i < count; ++i)
+        list.push_back("field" + std::to_string(numbers.below(10000)));
+    return list;
+}
+
+std::string joined(const std::vector<std::string>& list)
+{
+    std::string text;
+    for (const std::string& field : list)
+        text += (text.empty() ? "" : ",") + field;
+    return text;
+}
+
+void addSplit(const std::string& operation, std::size_t count)
+{
+    Row row("lists", operation, {1.0});
+    const std::vector<std::string> list = fields(count);
+    const std::string text = joined(list);
+    row.ours([=](State& state) {
+        const auto source = bench::wide(bench::widened(text));
+        const auto pieces = Vx::unpack(source, L',');
+        bool right = pieces.size() == count;
+        for (std::size_t i = 0; right && i < count; ++i)
+            right = bench::widened(list[i]).c_str() == pieces[i];
+        bench::run(state, right, [&] { keep(Vx::unpack(source, L',').data()); });
+    });
+#if BENCH_QT
+    row.peer("QString", [=](State& state) {
+        const QString source = QString::fromStdString(text);
+        bench::run(state, source.split(u',').size() == qsizetype(count),
+                   [&] { keep(source.split(u',').constData()); });
+    });
+#endif
+#if BENCH_GLIB
+    row.peer("g_strsplit", [=](State& state) {
+        char** const first = g_strsplit(text.c_str(), ",", -1);
+        const bool right = g_strv_length(first) == count && first[count - 1] == list.back();
+        g_strfreev(first);
+        bench::run(state, right, [&] { g_strfreev(g_strsplit(text.c_str(), ",", -1)); });
+    });
+#endif
+#if BENCH_ABSL
+    row.peer("absl::StrSplit", [=](State& state) {
+        const auto split = [&] {
+            std::vector<std::string> pieces = absl::StrSplit(text, ',');
+            return pieces;
+        };
+        bench::run(state, split() == list, [&] { keep(split().data()); });
+    });
+#endif
+#if BENCH_BOOST
+    row.peer("boost::split", [=](State& state) {
+        const auto split = [&] {
+            std::vector<std::string> pieces;
+            boost::split(pieces, text, [](char c) { return c == ','; });
+            return pieces;
+        };
+        bench::run(state, split() == list, [&] { keep(split().data()); });
+    });
+#endif
+}
+
+void addJoin(const std::string& operation, std::size_t count)
+{
+    Row row("lists", operation, {1.0});
+    const std::vector<std::string> list = fields(count);
+    const std::string text = joined(list);
+    row.ours([=](State& state) {
+        std::vector<LightweightString<wchar_t>, StdAllocator<LightweightString<wchar_t>>> items;
+        for (const std::string& field : list)
+            items.push_back(bench::wide(bench::widened(field)));
+        bench::run(state, Vx::pack(items, L',') == bench::widened(text).c_str(),
+                   [&] { keep(Vx::pack(items, L',').c_str()); });
+    });
+#if BENCH_QT
+    row.peer("QStringList", [=](State& state) {
+        QStringList items;
+        for (const std::string& field : list)
+            items.push_back(QString::fromStdString(field));
+        bench::run(state, items.join(u',') == QString::fromStdString(text),
+                   [&] { keep(items.join(u',').constData()); });
+    });
+#endif
+#if BENCH_ABSL
+    row.peer("absl::StrJoin", [=](State& state) {
+        bench::run(state, absl::StrJoin(list, ",") == text,
+                   [&] { keep(absl::StrJoin(list, ",").data()); });
+    });
+#endif
+#if BENCH_BOOST
+    row.peer("boost::join", [=](State& state) {
+        bench::run(state, boost::join(list, ",") == text,
+                   [&] { keep(boost::join(list, ",").data()); });
+    });
+#endif
+}
+
+} // namespace
+
+void bench::addLists()
+{
+    addSplit("split 10 fields", 10);
+    addSplit("split 10,000 fields", 10000);
+    addJoin("join 10 fields", 10);
+    addJoin("join 10,000 fields", 10000);
+}

@@ -1,0 +1,297 @@
+"""Turns the results of the benchmarks into the table, the document and the picture.
+
+usage: report.py RESULTS.json LIBRARY-FOLDER [--write DOCS-FOLDER]
+
+Prints the table. With --write also writes benchmarks.md and benchmarks.svg.
+"""
+import datetime
+import json
+import math
+import os
+import statistics
+import subprocess
+import sys
+from xml.sax.saxutils import escape
+
+OURS = "Vx"
+
+
+def load(path):
+    with open(path, encoding="utf-8") as file:
+        data = json.load(file)
+    samples = {}  # benchmark -> times of its repetitions in nanoseconds
+    rates = {}
+    wrong = []
+    for run in data["benchmarks"]:
+        if run.get("run_type") == "aggregate":
+            continue
+        name = run["run_name"]
+        if run.get("error_occurred"):
+            wrong.append(f"{name}: {run['error_message']}")
+            continue
+        scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[run["time_unit"]]
+        # The processor's time: other programs on the machine do not count into it. Where
+        # several threads or processes take part, the clock on the wall.
+        wall = name.endswith("/real_time") or "/real_time/" in name
+        time = run["real_time"] if wall else run["cpu_time"]
+        samples.setdefault(name, []).append(time * scale)
+        if "bytes_per_second" in run:
+            rates.setdefault(name, []).append(run["bytes_per_second"] / 1e9)
+    medians = {name: statistics.median(times) for name, times in samples.items()}
+    rates = {name: statistics.median(values) for name, values in rates.items()}
+    return data["context"], medians, rates, wrong
+
+
+def split(name):
+    row, _, who = name.partition(" @ ")
+    return row, who.split("/")[0]
+
+
+def announced(context, kind):
+    for key in sorted(k for k in context if k.startswith(kind) and k[len(kind):].isdigit()):
+        yield context[key].split("\t")
+
+
+def rows(context, medians, rates):
+    found = {}
+    for name, time in medians.items():
+        row, who = split(name)
+        found.setdefault(row, {})[who] = (time, rates.get(name))
+    for row, factor, against in announced(context, "row"):
+        times = found.get(row)
+        if not times or OURS not in times:
+            continue
+        peers = {who: value for who, value in times.items() if who != OURS}
+        best = min((who for who in peers if "UTF-16" not in who),
+                   key=lambda who: peers[who][0], default=None)
+        rivals = [who for who in against.split("|") if who in peers] if against else list(peers)
+        rival = min(rivals, key=lambda who: peers[who][0]) if rivals else None
+        goal = float(factor)
+        yield {
+            "row": row,
+            "ours": times[OURS],
+            "peers": peers,
+            "best": best,
+            "ratio": times[OURS][0] / peers[best][0] if best else None,
+            "goal": goal or None,
+            "rival": rival,
+            "reached": times[OURS][0] <= goal * peers[rival][0] * 1.005 if goal and rival else None,
+            "towards": times[OURS][0] / peers[rival][0] if rival else None,
+        }
+
+
+def duration(nanoseconds):
+    for unit, scale in (("s", 1e9), ("ms", 1e6), ("us", 1e3)):
+        if nanoseconds >= scale:
+            return f"{nanoseconds / scale:.3g} {unit}"
+    return f"{nanoseconds:.3g} ns"
+
+
+def measured(value):
+    time, rate = value
+    return duration(time) + (f" ({rate:.3g} GB/s)" if rate else "")
+
+
+def goal_text(row):
+    if row["goal"] is None:
+        return "", ""
+    whom = "" if row["rival"] == row["best"] else f" of {row['rival']}"
+    verdict = "yes" if row["reached"] else f"no, {row['towards']:.2f}" if whom else "no"
+    return f"{row['goal']:.2f}{whom}", verdict
+
+
+def table(all_rows):
+    lines = [["Operation", "Vx", "Best peer", "Ratio", "To reach", "Reached", "All peers"]]
+    for row in all_rows:
+        goal, verdict = goal_text(row)
+        others = sorted(row["peers"].items(), key=lambda item: item[1][0])
+        best = row["best"]
+        lines.append([
+            row["row"],
+            measured(row["ours"]),
+            f"{best} {measured(row['peers'][best])}" if best else "",
+            f"{row['ratio']:.2f}" if best else "",
+            goal,
+            verdict,
+            "; ".join(f"{who} {duration(value[0])}" for who, value in others),
+        ])
+    return lines
+
+
+def curves(context, medians):
+    found = {}
+    for name, time in medians.items():
+        row, _ = split(name)
+        size = int(name.partition(" @ ")[2].split("/")[0].split(":")[0]) if row.startswith("growth") else 0
+        found.setdefault(row, []).append((size, time))
+    lines = [["Operation", "Grows as", "Cost by size", "Steepest step"]]
+    for row, expected in announced(context, "curve"):
+        points = sorted(found.get(row, []))
+        if not points:
+            continue
+        steps = [
+            math.log(after[1] / before[1]) / math.log(after[0] / before[0])
+            for before, after in zip(points, points[1:])
+        ]
+        lines.append([
+            row.removeprefix("growth: "),
+            expected,
+            ", ".join(f"{size:,}: {duration(time)}" for size, time in points),
+            f"n^{max(steps):.2f}" if steps else "",
+        ])
+    return lines
+
+
+def markdown(lines):
+    def line(cells):
+        return "| " + " | ".join(cell.replace("|", "/") for cell in cells) + " |"
+
+    return "\n".join([line(lines[0]), "|" + "---|" * len(lines[0])] + [line(x) for x in lines[1:]])
+
+
+def sizes(folder):
+    lines = [["Library", "Text", "Data", "Relocations", "of these by name", "Needs"]]
+    for name in ("libVx.so", "libOS.so", "libVxIPP.so"):
+        path = next((os.path.join(base, name) for base, _, files in os.walk(folder)
+                     if name in files), None)
+        if path is None:
+            continue
+        run = lambda *command: subprocess.run(command, capture_output=True, text=True, check=True).stdout
+        text, data = run("size", path).splitlines()[1].split()[:2]
+        relocations = [x for x in run("readelf", "-rW", path).splitlines() if " R_X86_64_" in x]
+        relative = [x for x in relocations if "R_X86_64_RELATIVE" in x]
+        needs = [x.split("[")[1].rstrip("]") for x in run("readelf", "-dW", path).splitlines()
+                 if "(NEEDED)" in x]
+        lines.append([name, f"{int(text):,}", f"{int(data):,}", str(len(relocations)),
+                      str(len(relocations) - len(relative)), ", ".join(needs)])
+    return lines
+
+
+def machine(context):
+    model = "unknown processor"
+    with open("/proc/cpuinfo", encoding="utf-8") as file:
+        for line in file:
+            if line.startswith("model name"):
+                model = line.split(":", 1)[1].strip()
+                break
+    return f"{model}, {context['num_cpus']} processors at {context['mhz_per_cpu']} MHz"
+
+
+def picture(all_rows):
+    """Bars of our time by the best peer's, on a logarithmic scale."""
+    drawn = [row for row in all_rows if row["ratio"] and not row["row"].startswith("allocation")]
+    left, width, height, step = 370, 420, 16, 20
+    low, high = math.log(1 / 32), math.log(8)
+
+    def x(ratio):
+        place = (min(max(math.log(ratio), low), high) - low) / (high - low)
+        return left + place * width
+
+    bottom = 50 + step * len(drawn)
+    parts = [
+        f'<svg xmlns="http://www.w3.org/2000/svg" width="{left + width + 70}" height="{bottom + 20}"'
+        ' font-family="sans-serif" font-size="12">',
+        '<rect width="100%" height="100%" fill="white"/>',
+        '<text x="10" y="20" font-size="15">Our time divided by the best peer\'s'
+        " (shorter is faster; the mark is what is to be reached)</text>",
+    ]
+    for power in range(-5, 4):
+        ratio = 2.0 ** power
+        label = f"{ratio:g}" if power >= 0 else f"1/{2 ** -power}"
+        colour = "#333" if power == 0 else "#ddd"
+        parts.append(f'<line x1="{x(ratio):.1f}" x2="{x(ratio):.1f}" y1="44" y2="{bottom}" stroke="{colour}"/>')
+        parts.append(f'<text x="{x(ratio):.1f}" y="40" text-anchor="middle" fill="#555">{label}</text>')
+    for i, row in enumerate(drawn):
+        top = 50 + i * step
+        colour = "#4a8f5c" if row["ratio"] <= 1 else "#c7883c" if row["reached"] else "#b8453f"
+        if row["goal"] is None:
+            colour = "#8a93a0"
+        start, end = sorted((x(1), x(row["ratio"])))
+        parts.append(f'<text x="{left - 8}" y="{top + 12}" text-anchor="end">{escape(row["row"])}</text>')
+        parts.append(f'<rect x="{start:.1f}" y="{top}" width="{max(end - start, 1):.1f}" height="{height}" fill="{colour}"/>')
+        if row["goal"]:
+            goal = row["goal"] * row["peers"][row["rival"]][0] / row["peers"][row["best"]][0]
+            parts.append(f'<line x1="{x(goal):.1f}" x2="{x(goal):.1f}" y1="{top - 1}" y2="{top + height + 1}" stroke="#222" stroke-width="2"/>')
+        parts.append(f'<text x="{left + width + 8}" y="{top + 12}">{row["ratio"]:.2f}</text>')
+    return "\n".join(parts + ["</svg>", ""])
+
+
+def notes(folder):
+    path = os.path.join(os.path.dirname(os.path.abspath(__file__)), "notes.md")
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
+def document(context, all_rows, growth, size_lines, partial):
+    lost = [row for row in all_rows if row["ratio"] and row["ratio"] > 1.005
+            and not row["row"].startswith("allocation")]
+    short = [row for row in all_rows if row["reached"] is False]
+    text = [
+        "# Benchmarks",
+        "",
+        "Written by `./dev bench`; the remarks come from `bench/notes.md`.",
+        "",
+        f"- Machine: {machine(context)}",
+        f"- Compiler and flags: {context['compiler']}, `{context['flags']}`",
+        f"- Date: {datetime.date.today().isoformat()}",
+        f"- Peers: {context['peers'].rstrip(', ')}, and the C++ library and libc",
+        f"- Peers not installed: {context['missing'].rstrip(', ') or 'none'}",
+        f"- Load of the machine when the run began: {', '.join(str(round(x, 1)) for x in context['load_avg'])}",
+        "",
+        notes(context).strip(),
+        "",
+        "![Our time divided by the best peer's](benchmarks.svg)",
+        "",
+        "## The table",
+        "",
+        markdown(table(all_rows)),
+        "",
+        "## Rows that another library wins",
+        "",
+        "\n".join(f"- {row['row']}: {row['ratio']:.2f} of {row['best']}" for row in lost) or "None.",
+        "",
+        "## Rows that fall short of what is to be reached",
+        "",
+        "\n".join(f"- {row['row']}: {row['towards']:.2f} of {row['rival']}, to reach {row['goal']:.2f}"
+                  for row in short) or "None.",
+        "",
+        "## Growth",
+        "",
+        "The steepest step is the exponent between two neighbouring sizes: 1 is linear, 0 constant.",
+        "",
+        markdown(growth),
+        "",
+        "## Sizes",
+        "",
+        markdown(size_lines),
+        "",
+    ]
+    return "\n".join(text)
+
+
+def main():
+    results, libraries = sys.argv[1:3]
+    context, medians, rates, wrong = load(results)
+    all_rows = list(rows(context, medians, rates))
+    growth = curves(context, medians)
+    for lines in (table(all_rows), growth):
+        widths = [max(len(line[i]) for line in lines) for i in range(len(lines[0]) - 1)]
+        if len(lines) > 1:
+            for line in lines:
+                print("  ".join([cell.ljust(w) for cell, w in zip(line, widths)] + line[-1:]))
+            print()
+    if "--write" in sys.argv and not wrong:
+        folder = sys.argv[sys.argv.index("--write") + 1]
+        size_lines = sizes(libraries)
+        with open(os.path.join(folder, "benchmarks.md"), "w", encoding="utf-8") as file:
+            file.write(document(context, all_rows, growth, size_lines, False))
+        with open(os.path.join(folder, "benchmarks.svg"), "w", encoding="utf-8") as file:
+            file.write(picture(all_rows))
+    if context["missing"]:
+        print("not installed, left out:", context["missing"].rstrip(", "))
+    for line in wrong:
+        print("WRONG ANSWER:", line)
+    sys.exit(1 if wrong else 0)
+
+
+main()
