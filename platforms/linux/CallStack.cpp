@@ -1,11 +1,11 @@
 #include "CallStack.h"
 
 #include <array>
-#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <cxxabi.h>
+#include <dlfcn.h>
 #include <elf.h>
 #include <execinfo.h>
 #include <link.h>
@@ -13,6 +13,7 @@
 #include <new>
 #include <pthread.h>
 #include <sys/auxv.h>
+#include <unwind.h>
 #include <utility>
 
 namespace {
@@ -21,8 +22,11 @@ using Text = LightweightString<char>;
 
 // --- Finding an address's module and function.
 //
-// Deliberate: not by dladdr. It takes the lock under which a module's constructors run, and
-// a thread that throws while it holds what such a constructor waits for would never return.
+// Deliberate: neither by dladdr nor by dl_iterate_phdr. The first takes the lock under which a
+// module's constructors run, so a thread that throws while it holds what such a constructor
+// waits for would never return. The lock of the second is not given back in a child that is
+// forked while another thread has it. What is used here takes no lock at all; it is how the
+// unwinder itself finds its tables.
 
 struct Place {
     const char* module = nullptr; // null: none
@@ -55,28 +59,22 @@ std::size_t countByGnuHash(const std::uint32_t* hash) noexcept
     return std::size_t(last) + 1;
 }
 
-SymbolTable symbolsOf(const dl_phdr_info& module) noexcept
+SymbolTable symbolsOf(const link_map& module) noexcept
 {
     SymbolTable table;
-    for (int i = 0; i < module.dlpi_phnum; ++i) {
-        if (module.dlpi_phdr[i].p_type != PT_DYNAMIC)
-            continue;
-        const auto* entry =
-            reinterpret_cast<const Elf64_Dyn*>(module.dlpi_addr + module.dlpi_phdr[i].p_vaddr);
-        for (; entry->d_tag != DT_NULL; ++entry) {
-            // The loader has made these absolute, except in the kernel's own module.
-            std::uintptr_t value = entry->d_un.d_ptr;
-            if (value < module.dlpi_addr)
-                value += module.dlpi_addr;
-            if (entry->d_tag == DT_SYMTAB)
-                table.symbols = reinterpret_cast<const Elf64_Sym*>(value);
-            else if (entry->d_tag == DT_STRTAB)
-                table.names = reinterpret_cast<const char*>(value);
-            else if (entry->d_tag == DT_GNU_HASH)
-                table.count = countByGnuHash(reinterpret_cast<const std::uint32_t*>(value));
-            else if (entry->d_tag == DT_HASH && table.count == 0)
-                table.count = reinterpret_cast<const std::uint32_t*>(value)[1];
-        }
+    for (const Elf64_Dyn* entry = module.l_ld; entry->d_tag != DT_NULL; ++entry) {
+        // The loader has made these absolute, except in the kernel's own module.
+        std::uintptr_t value = entry->d_un.d_ptr;
+        if (value < module.l_addr)
+            value += module.l_addr;
+        if (entry->d_tag == DT_SYMTAB)
+            table.symbols = reinterpret_cast<const Elf64_Sym*>(value);
+        else if (entry->d_tag == DT_STRTAB)
+            table.names = reinterpret_cast<const char*>(value);
+        else if (entry->d_tag == DT_GNU_HASH)
+            table.count = countByGnuHash(reinterpret_cast<const std::uint32_t*>(value));
+        else if (entry->d_tag == DT_HASH && table.count == 0)
+            table.count = reinterpret_cast<const std::uint32_t*>(value)[1];
     }
     return table.symbols != nullptr && table.names != nullptr ? table : SymbolTable();
 }
@@ -87,68 +85,38 @@ const char* baseName(const char* path) noexcept
     return slash != nullptr ? slash + 1 : path;
 }
 
-const char* moduleName(const dl_phdr_info& module) noexcept
+const char* moduleName(const link_map& module) noexcept
 {
-    if (module.dlpi_name != nullptr && module.dlpi_name[0] != 0)
-        return baseName(module.dlpi_name);
+    if (module.l_name != nullptr && module.l_name[0] != 0)
+        return baseName(module.l_name);
     // The program itself has no name in the loader's list.
     const char* program = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
     return program != nullptr ? baseName(program) : "program";
 }
 
-bool contains(const dl_phdr_info& module, std::uintptr_t address) noexcept
-{
-    for (int i = 0; i < module.dlpi_phnum; ++i) {
-        const Elf64_Phdr& segment = module.dlpi_phdr[i];
-        if (segment.p_type == PT_LOAD &&
-            address - (module.dlpi_addr + segment.p_vaddr) < segment.p_memsz)
-            return true;
-    }
-    return false;
-}
-
 Place findPlace(std::uintptr_t address) noexcept
 {
-    struct Search {
-        std::uintptr_t address;
-        Place place;
-    } search = {address, {}};
-    const auto visit = [](dl_phdr_info* module, std::size_t, void* data) {
-        Search& wanted = *static_cast<Search*>(data);
-        if (!contains(*module, wanted.address))
-            return 0;
-        const std::uintptr_t offset = wanted.address - module->dlpi_addr;
-        wanted.place.module = moduleName(*module);
-        wanted.place.moduleOffset = offset;
-        const SymbolTable table = symbolsOf(*module);
-        for (std::size_t i = 0; i < table.count; ++i) {
-            const Elf64_Sym& symbol = table.symbols[i];
-            const unsigned int type = ELF64_ST_TYPE(symbol.st_info);
-            // Within the function, not just behind it: the name of another one misleads.
-            if ((type == STT_FUNC || type == STT_GNU_IFUNC) && symbol.st_shndx != SHN_UNDEF &&
-                offset - symbol.st_value < symbol.st_size) {
-                wanted.place.function = table.names + symbol.st_name;
-                wanted.place.functionOffset = offset - symbol.st_value;
-                break;
-            }
+    Place place;
+    dl_find_object found;
+    if (_dl_find_object(reinterpret_cast<void*>(address), &found) != 0)
+        return place;
+    const link_map& module = *found.dlfo_link_map;
+    const std::uintptr_t offset = address - module.l_addr;
+    place.module = moduleName(module);
+    place.moduleOffset = offset;
+    const SymbolTable table = symbolsOf(module);
+    for (std::size_t i = 0; i < table.count; ++i) {
+        const Elf64_Sym& symbol = table.symbols[i];
+        const unsigned int type = ELF64_ST_TYPE(symbol.st_info);
+        // Within the function, not just behind it: the name of another one misleads.
+        if ((type == STT_FUNC || type == STT_GNU_IFUNC) && symbol.st_shndx != SHN_UNDEF &&
+            offset - symbol.st_value < symbol.st_size) {
+            place.function = table.names + symbol.st_name;
+            place.functionOffset = offset - symbol.st_value;
+            break;
         }
-        return 1;
-    };
-    dl_iterate_phdr(visit, &search);
-    return search.place;
-}
-
-// Counts what has been unloaded so far: the texts that were made for an address hold as
-// long as this stands still.
-unsigned long long modulesUnloaded() noexcept
-{
-    unsigned long long count = 0;
-    const auto visit = [](dl_phdr_info* module, std::size_t, void* data) {
-        *static_cast<unsigned long long*>(data) = module->dlpi_subs;
-        return 1;
-    };
-    dl_iterate_phdr(visit, &count);
-    return count;
+    }
+    return place;
 }
 
 // --- Making text.
@@ -174,17 +142,43 @@ void appendOffset(Text& to, const char* before, std::uintptr_t offset)
 
 // --- Keeping texts.
 
+// What stands at an address. A module that is unloaded may be followed by another one at the
+// same place, even by a newer build of itself: then the extent of the module or of the
+// function around the address gives it away.
+struct Identity {
+    std::uintptr_t address = 0;
+    const void* module = nullptr;
+    const void* moduleStart = nullptr;
+    const void* moduleEnd = nullptr;
+    const void* functionStart = nullptr;
+
+    bool operator==(const Identity&) const = default;
+};
+
+Identity identityOf(void* address) noexcept
+{
+    Identity identity;
+    identity.address = reinterpret_cast<std::uintptr_t>(address);
+    dl_find_object found;
+    if (_dl_find_object(address, &found) == 0) {
+        identity.module = found.dlfo_link_map;
+        identity.moduleStart = found.dlfo_map_start;
+        identity.moduleEnd = found.dlfo_map_end;
+        identity.functionStart = _Unwind_FindEnclosingFunction(address);
+    }
+    return identity;
+}
+
 // One text for each of the most recent addresses. Made when first used and never destroyed,
 // because exceptions are thrown until the very end.
 struct Cache {
     struct Entry {
-        std::uintptr_t address = 0;
+        Identity identity;
         Text text;
     };
     static constexpr std::size_t kEntries = 1024;
 
     std::array<Entry, kEntries> entries;
-    unsigned long long unloaded; // modulesUnloaded() of the entries
 };
 
 constinit std::mutex cacheMutex;
@@ -205,22 +199,11 @@ bool holdAcrossForks() noexcept
 /// allocator may want a call stack for each of its blocks.
 class LockedCache {
 public:
-    explicit LockedCache(unsigned long long unloaded) : guard_(cacheMutex)
+    LockedCache() : guard_(cacheMutex)
     {
-        if (cache != nullptr && cache->unloaded != unloaded)
-            stale_ = std::exchange(cache, nullptr);
         if (cache == nullptr && holdAcrossForks())
             if (void* block = std::malloc(sizeof(Cache)))
-                cache = new (block) Cache{{}, unloaded};
-    }
-
-    ~LockedCache()
-    {
-        guard_.unlock();
-        if (stale_ != nullptr) {
-            stale_->~Cache();
-            std::free(stale_);
-        }
+                cache = new (block) Cache;
     }
 
     LockedCache(const LockedCache&) = delete;
@@ -234,25 +217,24 @@ public:
     }
 
 private:
-    std::unique_lock<std::mutex> guard_;
-    Cache* stale_ = nullptr;
+    std::lock_guard<std::mutex> guard_;
 };
 
-Text textOf(const void* returnAddress, unsigned long long unloaded)
+Text textOf(void* returnAddress)
 {
-    const std::uintptr_t address = reinterpret_cast<std::uintptr_t>(returnAddress);
+    const Identity identity = identityOf(returnAddress);
     {
-        const LockedCache locked(unloaded);
-        const Cache::Entry* const entry = locked.entryFor(address);
-        if (entry != nullptr && entry->address == address)
+        const LockedCache locked;
+        const Cache::Entry* const entry = locked.entryFor(identity.address);
+        if (entry != nullptr && entry->identity == identity)
             return entry->text;
     }
     Text text = CallStack::describe(returnAddress);
     Text previous; // freed when the cache is free again
-    const LockedCache locked(unloaded);
-    if (Cache::Entry* const entry = locked.entryFor(address)) {
+    const LockedCache locked;
+    if (Cache::Entry* const entry = locked.entryFor(identity.address)) {
         previous = std::exchange(entry->text, text);
-        entry->address = address;
+        entry->identity = identity;
     }
     return text;
 }
@@ -299,12 +281,9 @@ void CallStack::capture(Frames& frames, const void* firstCaller) noexcept
             ++first;
         if (first == count)
             first = 0;
-        // Only after the stack is known: everything on it is loaded, so no count from here on
-        // is older than it.
-        const unsigned long long unloaded = modulesUnloaded();
         frames.reserve(frames.size() + static_cast<std::size_t>(count - first));
         for (int i = first; i < count; ++i)
-            frames.push_back(textOf(addresses[i], unloaded));
+            frames.push_back(textOf(addresses[i]));
     } catch (...) {
     }
 }
