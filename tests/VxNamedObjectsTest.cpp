@@ -293,7 +293,7 @@ TEST(NamedObjects, ManyNamesUnderManyTypesAreAllFound)
     static int objects[3][5000];
     const std::type_info* types[] = {&typeid(Cache), &typeid(Registry), &typeid(int*)};
     const auto name = [](int n) {
-        return std::string(std::size_t(n % 37), 'x') + std::to_string(n);
+        return std::string(std::size_t(n % 47), 'x') + std::to_string(n);
     };
     for (int n = 0; n < 5000; ++n)
         for (int t = 0; t < 3; ++t)

@@ -2,6 +2,7 @@
 
 #include <Vx/VxCRC.h>
 #include <Vx/VxException.h>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -62,9 +63,21 @@ struct NamedObjectsNamespace::Key {
     std::size_t hash;
 };
 
+// A look-up among very many names is a chase through memory that no cache holds. So the
+// usual name stands in the entry once more, and the walk does not go to its block.
 struct NamedObjectsNamespace::IndexedEntry : Entry {
+    bool answersTo(const Key& key) const noexcept
+    {
+        const char* const text = key.name.size() <= sizeof nearName ? nearName : objectName.c_str();
+        return hash == key.hash && nameLength == key.name.size() &&
+               std::memcmp(text, key.name.data(), key.name.size()) == 0 &&
+               std::string_view(typeName) == key.type;
+    }
+
     std::size_t hash;
     IndexedEntry* nextInChain;
+    std::size_t nameLength;
+    char nearName[40]; // the whole name or nothing
 };
 
 // An entry with its link in the list: from here on nothing can fail.
@@ -104,9 +117,7 @@ NamedObjectsNamespace* NamedObjectsNamespace::getGlobalNamespaceInstance()
 auto NamedObjectsNamespace::lookUp(const Key& key) const noexcept -> IndexedEntry*
 {
     IndexedEntry* entry = buckets_[key.hash & (bucketCount_ - 1)];
-    while (entry != nullptr &&
-           !(entry->hash == key.hash && std::string_view(entry->objectName) == key.name &&
-             std::string_view(entry->typeName) == key.type))
+    while (entry != nullptr && !entry->answersTo(key))
         entry = entry->nextInChain;
     return entry;
 }
@@ -126,6 +137,9 @@ void NamedObjectsNamespace::prepare(const Key& key, NewEntry& prepared) const
     entry.typeHash = checksum(key.type);
     entry.nameHash = checksum(key.name);
     entry.hash = key.hash;
+    entry.nameLength = key.name.size();
+    if (key.name.size() <= sizeof entry.nearName)
+        std::memcpy(entry.nearName, key.name.data(), key.name.size());
     prepared.link.push_back(&entry);
 }
 
@@ -136,7 +150,7 @@ auto NamedObjectsNamespace::append(NewEntry& prepared, void* object) noexcept ->
     entry->object = object;
     entries.splice(entries.end(), prepared.link);
     link(entry);
-    if (entries.size() > bucketCount_)
+    if (entries.size() > bucketCount_ / 2)
         grow();
     return entry;
 }
