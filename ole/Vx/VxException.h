@@ -37,8 +37,8 @@ public:
     int line;
 
 protected:
-    Base(const char* typeName, const char* message, const char* file, int line) noexcept
-        : typeName(typeName), message(message), file(file), line(line)
+    Base(const char* type, const char* text, const char* sourceFile, int sourceLine) noexcept
+        : typeName(type), message(text), file(sourceFile), line(sourceLine)
     {}
 };
 static_assert(sizeof(Base) == 64,
@@ -61,8 +61,8 @@ public:
 /// A mistake in the program itself. Carries no call stack.
 class VX_API LogicError : public Base {
 public:
-    LogicError(const char* message, const char* file, int line) noexcept
-        : Base("LogicError", message, file, line)
+    LogicError(const char* text, const char* sourceFile, int sourceLine) noexcept
+        : Base("LogicError", text, sourceFile, sourceLine)
     {}
 
     LogicError(const LogicError&) = default;

@@ -46,8 +46,8 @@ public:
         LightweightString<char> objectName;
     };
 
-    /// An empty namespace; \p name is for diagnostics, null means none.
-    explicit NamedObjectsNamespace(const char* name);
+    /// An empty namespace; \p ownName is for diagnostics, null means none.
+    explicit NamedObjectsNamespace(const char* ownName);
 
     /// Deliberate: frees neither the entries nor the objects. They may outlive the
     /// namespace, and others own them.
@@ -62,50 +62,55 @@ public:
     // The typed front. T is always spelled out: find<Cache>("thumbnails").
 
     /// The object, or null when there is none. Waits for the thread that holds the name.
-    template <class T> T* find(const char* name) { return static_cast<T*>(find_(typeid(T), name)); }
+    template <class T> T* find(const char* objectName)
+    {
+        return static_cast<T*>(find_(typeid(T), objectName));
+    }
 
     /// Publishes \p object, which is not null.
     /// \throws Vx::Exception::RuntimeError when the name has an object already
-    template <class T> void create(const char* name, std::enable_if_t<true, T>* object)
+    template <class T> void create(const char* objectName, std::enable_if_t<true, T>* object)
     {
-        create_(typeid(T), name, object);
+        create_(typeid(T), objectName, object);
     }
 
     /// The object; when there is none, the one that \p factory makes.
     template <class T>
-    T* findOrCreate(const char* name, void* (*factory)() = TypeManip::TemplatedNew<T>::new_)
+    T* findOrCreate(const char* objectName, void* (*factory)() = TypeManip::TemplatedNew<T>::new_)
     {
-        return static_cast<T*>(findOrCreate_(typeid(T), name, factory));
+        return static_cast<T*>(findOrCreate_(typeid(T), objectName, factory));
     }
 
     /// Publishes \p object, which is not null, in place of what was there before. That is
     /// not destroyed.
-    template <class T> void createOrReplace(const char* name, std::enable_if_t<true, T>* object)
+    template <class T>
+    void createOrReplace(const char* objectName, std::enable_if_t<true, T>* object)
     {
-        createOrReplace_(typeid(T), name, object);
+        createOrReplace_(typeid(T), objectName, object);
     }
 
     /// Withdraws the object, if there is one; it is not destroyed.
-    template <class T> void remove(const char* name) { remove_(typeid(T), name); }
+    template <class T> void remove(const char* objectName) { remove_(typeid(T), objectName); }
 
     /// Enters the lock of the name, which is recursive and needs no object.
     /// \returns false when another thread holds it and \p wait is false
-    template <class T> bool lock(const char* name, bool wait = true)
+    template <class T> bool lock(const char* objectName, bool wait = true)
     {
-        return lock_(typeid(T), name, wait);
+        return lock_(typeid(T), objectName, wait);
     }
 
     /// Leaves the lock of the name. Whether the caller holds it is not checked.
     /// \throws Vx::Exception::RuntimeError when the name was never used
-    template <class T> void unlock(const char* name) { unlock_(typeid(T), name); }
+    template <class T> void unlock(const char* objectName) { unlock_(typeid(T), objectName); }
 
     /// Holds the lock of a name for its lifetime.
     template <class T> class ScopedLock {
     public:
-        /// Enters the lock of \p name; without \p wait only if that is possible at once.
-        ScopedLock(NamedObjectsNamespace& names, const char* name, bool wait = true)
-            : entry_(names.lock_(typeid(T), name, wait) ? names.findInfo_(typeid(T), name)
-                                                        : nullptr)
+        /// Enters the lock of \p objectName; without \p wait only if that is possible at once.
+        ScopedLock(NamedObjectsNamespace& names, const char* objectName, bool wait = true)
+            : entry_(names.lock_(typeid(T), objectName, wait)
+                         ? names.findInfo_(typeid(T), objectName)
+                         : nullptr)
         {}
         ~ScopedLock()
         {
@@ -124,20 +129,20 @@ public:
 
     // What the typed front stands on: the same operations, with the type given by hand.
 
-    /// The entry, or null. A null \p name reads as "".
-    Entry* findInfo_(const std::type_info& type, const char* name);
+    /// The entry, or null. A null \p objectName reads as "".
+    Entry* findInfo_(const std::type_info& type, const char* objectName);
 
-    void* find_(const std::type_info& type, const char* name);
-    void create_(const std::type_info& type, const char* name, void* object);
-    void* findOrCreate_(const std::type_info& type, const char* name, void* (*factory)());
-    void createOrReplace_(const std::type_info& type, const char* name, void* object);
-    void remove_(const std::type_info& type, const char* name);
-    bool lock_(const std::type_info& type, const char* name, bool wait);
-    void unlock_(const std::type_info& type, const char* name);
+    void* find_(const std::type_info& type, const char* objectName);
+    void create_(const std::type_info& type, const char* objectName, void* object);
+    void* findOrCreate_(const std::type_info& type, const char* objectName, void* (*factory)());
+    void createOrReplace_(const std::type_info& type, const char* objectName, void* object);
+    void remove_(const std::type_info& type, const char* objectName);
+    bool lock_(const std::type_info& type, const char* objectName, bool wait);
+    void unlock_(const std::type_info& type, const char* objectName);
 
     /// Adds an entry without looking whether there is one: the older one is found first.
-    /// A null \p name reads as "".
-    Entry* addListEntry_(const std::type_info& type, const char* name, void* object);
+    /// A null \p objectName reads as "".
+    Entry* addListEntry_(const std::type_info& type, const char* objectName, void* object);
 
 private:
     struct Key;
