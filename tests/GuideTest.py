@@ -1,0 +1,142 @@
+"""GuideTest.py PAGE... -- SUPPORT... -- COMPILER OPTION...: what the pages say is what happens.
+
+The programs of a page are compiled and run in one fresh folder, in the order in which they
+stand. Its fenced blocks say the rest:
+
+    ```ini NAME      a file for the programs, made where it stands
+    ```cpp           a program if it has a main(), which exits with 0; otherwise only text
+    ```text          what the program above prints; one more is what it prints the next time
+    ```text NAME     what the file NAME holds now, its line ends aside
+    ```gdb           what somebody types who runs the program above in gdb; the ```text behind
+                     it is what gdb prints
+
+A program without a ```text block prints nothing. In such a block "…" stands for any
+characters of a line, and alone in a line for any number of lines.
+
+Links that name a file must reach one. SUPPORT are the objects that programs with the scripted
+platform are linked with.
+"""
+
+import os
+import re
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+FENCE = re.compile(r"^```(\w*)(?: ([^\n]*))?\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+LINK = re.compile(r"\]\(([^)#\s]+)(?:#[^)]*)?\)")
+SCRIPTED = '#include "ScriptedPlatform.h"'
+
+
+class Wrong(Exception):
+    pass
+
+
+def matcher(expected):
+    """A pattern for the whole of a ```text block."""
+    lines = []
+    for line in expected.splitlines():
+        if line == "…":
+            lines.append(r"(?:.*\n)*?")
+        else:
+            lines.append(".*".join(re.escape(part) for part in line.split("…")) + r"\n")
+    return re.compile("".join(lines))
+
+
+def compare(what, actual, expected):
+    if actual and not actual.endswith("\n"):
+        actual += "\n"
+    if not matcher(expected).fullmatch(actual):
+        raise Wrong("%s, expected:\n%s\nbut it is:\n%s" % (what, expected, actual))
+
+
+class Page:
+    def __init__(self, folder, compile_command, support):
+        self.folder = Path(folder)
+        self.compile_command = compile_command
+        self.support = support
+        self.program = None
+        self.command = None  # what the next ```text block is the output of
+        self.programs = 0
+        # The platform's folders, below the page's own.
+        self.environment = dict(os.environ, HOME=folder, LC_ALL="C.UTF-8", TMPDIR=folder,
+                                XDG_CONFIG_HOME=folder + "/config", XDG_DATA_HOME=folder + "/data")
+
+    def build(self, source):
+        self.finish()
+        self.programs += 1
+        self.program = "./program%d" % self.programs
+        Path(self.folder, "program.cpp").write_text(source, encoding="utf-8")
+        compiler, *options = self.compile_command
+        support = self.support if SCRIPTED in source else []
+        done = subprocess.run([compiler, "program.cpp", *support, "-o", self.program, *options],
+                              cwd=self.folder, capture_output=True, check=False)
+        if done.returncode != 0:
+            raise Wrong("program %d:\n%s" % (self.programs, done.stderr.decode()))
+        self.command = [self.program]
+
+    def run(self, expected):
+        if self.program is None:
+            raise Wrong("no program above prints this:\n" + expected)
+        command = self.command or [self.program]
+        self.command = None
+        done = subprocess.run(command, cwd=self.folder, env=self.environment, timeout=60,
+                              stdin=subprocess.DEVNULL, capture_output=True, check=False)
+        name = " ".join(command)
+        compare(name + " printed", done.stdout.decode(), expected)
+        if done.stderr or done.returncode != 0:
+            raise Wrong("%s: exit status %d\n%s" % (name, done.returncode, done.stderr.decode()))
+
+    def debug(self, typed):
+        lines = [argument for line in typed.splitlines() for argument in ("-ex", line)]
+        self.command = ["gdb", "--batch", "-q", "-nx", "-iex", "set debuginfod enabled off",
+                        "-iex", "add-auto-load-safe-path /", *lines, self.program]
+
+    def finish(self):
+        """A program without a ```text block has not run yet."""
+        if self.command is not None:
+            self.run("")
+
+    def block(self, language, name, content):
+        if language == "cpp" and re.search(r"^int main\(", content, re.MULTILINE):
+            self.build(content)
+        elif language == "gdb":
+            self.debug(content)
+        elif language == "text" and name:
+            self.finish()
+            text = Path(self.folder, name).read_bytes().decode().replace("\r\n", "\n")
+            compare(name + " holds", text, content)
+        elif language == "text":
+            self.run(content)
+        elif name:
+            Path(self.folder, name).write_text(content, encoding="utf-8")
+
+
+def check(path, compile_command, support):
+    text = path.read_text(encoding="utf-8")
+    for target in LINK.findall(FENCE.sub("", text)):
+        if "://" not in target and not (path.parent / target).exists():
+            raise Wrong("no such file: " + target)
+    with tempfile.TemporaryDirectory() as folder:
+        page = Page(folder, compile_command, support)
+        for language, name, content in FENCE.findall(text):
+            page.block(language, name, content)
+        page.finish()
+    print("%s: %d programs" % (path.name, page.programs))
+
+
+def main():
+    arguments = sys.argv[1:]
+    first, second = (i for i, argument in enumerate(arguments) if argument == "--")
+    failures = 0
+    for name in arguments[:first]:
+        try:
+            check(Path(name), arguments[second + 1:], arguments[first + 1:second])
+        except (Wrong, OSError, subprocess.SubprocessError) as problem:
+            print("%s: %s" % (name, problem))
+            failures += 1
+    sys.exit(1 if failures else 0)
+
+
+main()
