@@ -96,7 +96,7 @@ class Text:
         self.read(data)
 
     def read(self, data):
-        item = stripped(data.type.target())
+        item = stripped(stripped(data.type).target())
         shown = limited(self.length, item.sizeof)
         # The terminator goes along: gdb leaves one 0 at the end out, and only one.
         whole = shown == self.length
@@ -113,6 +113,7 @@ def narrow_or_none(value):
     """A zero-terminated text that the program keeps elsewhere; None for null."""
     if int(value) == 0:
         return None
+    int(value.dereference())  # raises where format_string would write an error into the text
     return value.format_string(symbols=False, address=False)
 
 
@@ -217,7 +218,7 @@ class StdVector:
     def __init__(self, value):
         store = value["_M_impl"]
         self.start = store["_M_start"]
-        self.item = stripped(self.start.type.target())
+        self.item = stripped(stripped(self.start.type).target())
         begin, end = int(self.start), int(store["_M_finish"])
         room = int(store["_M_end_of_storage"])
         if not begin <= end <= room or (end - begin) % self.item.sizeof != 0:

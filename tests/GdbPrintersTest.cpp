@@ -1,5 +1,12 @@
 // What gdb is shown: GdbPrintersTest.gdb.py stops in lookHere() and prints the caller's values.
+#include <Vx/CriticalSection.h>
+#include <Vx/Image/FormatUID.h>
+#include <Vx/Image/UUID.h>
 #include <Vx/LightweightString.h>
+#include <Vx/LightweightVector.h>
+#include <Vx/VxAttribValuePair.h>
+#include <Vx/VxException.h>
+#include <Vx/VxIniFile.h>
 #include <Vx/VxObject.h>
 #include <cstring>
 #include <string>
@@ -58,8 +65,81 @@ static void pointers()
     lookHere();
 }
 
+static void documents()
+{
+    const Vx::AttribValuePair pair("rate=25", '=');
+    const Vx::AttribValuePair comment("; note", '=');
+    Vx::AttribValuePair unsplit("a=b", '=');
+    unsplit.form = 1;
+    Vx::AttribValuePair changed("a=b", '=');
+    changed.form = 2;
+    changed.value = "c";
+    Vx::AttribValuePair odd("a=b", '=');
+    odd.form = 9;
+
+    const VxIniFile nothing(true);
+    VxIniFile ini(L"editor.ini", false, false);
+    for (const char* name : {"Video", "Audio", "Empty", "Titles", "Keys", "Paths"})
+        ini.getSection(name);
+    ini["Video"].push_back(pair);
+    ini["Video"].push_back(comment);
+    ini["Audio"].emplace_back("gain", "-3", '=');
+    ini.getSection(VxIniFile::kAnonymousSection()).push_back(comment);
+    const Raw<VxIniFile> zeroed(0);
+    const Raw<VxIniFile> garbage(0xA5);
+
+    LightweightVector<Vx::AttribValuePair> list;
+    list.push_back(pair);
+    list.push_back(comment);
+    const LightweightVector<Vx::AttribValuePair> sharer(list);
+    const LightweightVector<Vx::AttribValuePair> empty;
+    const Raw<LightweightVector<Vx::AttribValuePair>> rawList(0xA5);
+    lookHere();
+}
+
+static void identifiers()
+{
+    const Vx::UUID id("{0123ABCD-4567-89EF-0123-456789ABCDEF}");
+    const Vx::UUID noId;
+    const Vx::Image::FormatUID noFormat;
+    const Vx::Image::FormatUID standard(25u);
+    const Vx::Image::FormatUID custom(LightweightString<char>("1080p5994"));
+    const Vx::Image::FormatUID null{LightweightString<char>()};
+    lookHere();
+}
+
+static void locks()
+{
+    CriticalSection free;
+    CriticalSection named("cache");
+    CriticalSection held("index");
+    held.enter();
+    held.enter();
+    const Raw<CriticalSection> garbage(0xA5);
+    lookHere();
+    held.leave();
+    held.leave();
+}
+
+static void exceptions()
+{
+    const Vx::Exception::LogicError logic("Not \"yet\"!", "ole/Vx/VxIniFile", 305);
+    Vx::Exception::RuntimeError runtime("out of frames", "ole/Vx/Example", 7);
+    runtime.callStack.clear();
+    runtime.callStack.emplace_back("inner+0x10");
+    runtime.callStack.emplace_back("outer+0x20");
+    const Vx::Exception::Base& base = runtime;
+    const Raw<Vx::Exception::RuntimeError> garbage(0xA5);
+    lookHere();
+    static_cast<void>(base);
+}
+
 int main()
 {
     strings();
     pointers();
+    documents();
+    identifiers();
+    locks();
+    exceptions();
 }

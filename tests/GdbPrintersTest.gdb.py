@@ -31,6 +31,46 @@ EXPECTED = {
         ("counter", re.compile(r"Vx::Ptr<.*Counter> \(count 1, a counter of its own\) = .*")),
         ("garbage.object", re.compile("<unreadable: .*> = .*")),
     ),
+    "documents": (
+        ("pair", '"rate" = "25" (form 0)'),
+        ("comment", '"; note" (form 0, no pair)'),
+        ("unsplit", '"a=b" (form 1, not split)'),
+        ("changed", '"a" = "c" (form 2, text is stale)'),
+        ("odd", "<damaged: form 9>"),
+        ("nothing", "VxIniFile without a path (0 sections, case-sensitive)"),
+        ("ini", 'VxIniFile L"editor.ini" (7 sections, case-blind) = {'
+                '["@@@ANONYMOUS_SECTION_RESERVED_NAME@@@"] = {"; note" (form 0, no pair)}, '
+                '["Audio"] = {"gain" = "-3" (form 0)}, ["Empty"] = no pairs, '
+                '["Keys"] = no pairs, ["Paths"] = no pairs, ["Titles"] = no pairs, '
+                '["Video"] = {"rate" = "25" (form 0), "; note" (form 0, no pair)}}'),
+        ("zeroed.object", "VxIniFile without a path (0 sections, case-blind)"),
+        ("garbage.object", re.compile("<.*>")),
+        ("list", 'LightweightVector (2 items, sharers 2) = '
+                 '{"rate" = "25" (form 0), "; note" (form 0, no pair)}'),
+        ("empty", "LightweightVector (0 items, sharers 1)"),
+        ("rawList.object", re.compile("<unreadable: .*>")),
+    ),
+    "identifiers": (
+        ("id", "{0123abcd-4567-89ef-0123-456789abcdef}"),
+        ("noId", "{00000000-0000-0000-0000-000000000000} (invalid)"),
+        ("noFormat", '"0" (no format)'),
+        ("standard", '"25" (standard)'),
+        ("custom", '"1080p5994" (custom)'),
+        ("null", '"" (no format)'),
+    ),
+    "locks": (
+        ("free", "CriticalSection (free)"),
+        ("named", 'CriticalSection "cache" (free)'),
+        ("held", re.compile(r'CriticalSection "index" \(owner thread 1 \(LWP \d+\), depth 2\)')),
+        ("garbage.object", re.compile("<unreadable: .*>")),
+    ),
+    "exceptions": (
+        ("logic", r'Vx::Exception::LogicError "Not \"yet\"!" at ole/Vx/VxIniFile(305), no stack'),
+        ("runtime", 'Vx::Exception::RuntimeError "out of frames" at ole/Vx/Example(7), 2 frames'
+                    ' = {[0] = "inner+0x10", [1] = "outer+0x20"}'),
+        ("base", re.compile(r'Vx::Exception::RuntimeError "out of frames" .*')),
+        ("garbage.object", re.compile("<unreadable: .*>")),
+    ),
 }
 
 
