@@ -1,0 +1,726 @@
+// The tool as its users run it: a process with arguments, files, output and an exit status.
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <random>
+#include <set>
+#include <spawn.h>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Words = std::vector<std::string>;
+using Json = nlohmann::json;
+
+struct Outcome {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+std::string contentOf(const fs::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    std::ostringstream all;
+    all << file.rdbuf();
+    return std::move(all).str();
+}
+
+/// A folder of its own for each test, which is also the home of the tool.
+class VxTool : public testing::Test {
+protected:
+    VxTool()
+    {
+        std::string name = (fs::temp_directory_path() / "vx-tool-XXXXXX").string();
+        folder_ = mkdtemp(name.data());
+        fs::create_directory(folder_ / "home");
+    }
+    ~VxTool() override { fs::remove_all(folder_); }
+
+    std::string path(const std::string& name) const { return (folder_ / name).string(); }
+    std::string write(const std::string& name, const std::string& content) const
+    {
+        std::ofstream(path(name), std::ios::binary) << content;
+        return path(name);
+    }
+    std::string read(const std::string& name) const { return contentOf(path(name)); }
+
+    Outcome run(const std::string& program, Words arguments, const std::string& output) const
+    {
+        arguments.insert(arguments.begin(), program);
+        std::vector<char*> argv;
+        for (std::string& word : arguments)
+            argv.push_back(word.data());
+        argv.push_back(nullptr);
+        Words variables = variables_;
+        variables.push_back("HOME=" + path("home"));
+        variables.push_back(std::string("PATH=") + std::getenv("PATH"));
+        for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"})
+            if (const char* value = std::getenv(name))
+                variables.push_back(std::string(name) + "=" + value);
+        std::vector<char*> environment;
+        for (std::string& variable : variables)
+            environment.push_back(variable.data());
+        environment.push_back(nullptr);
+
+        const std::string errors = path("err");
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0600);
+        posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0600);
+        pid_t child = -1;
+        const int failed = posix_spawnp(&child, program.c_str(), &actions, nullptr, argv.data(),
+                                        environment.data());
+        posix_spawn_file_actions_destroy(&actions);
+        EXPECT_EQ(failed, 0) << program;
+        int status = -1;
+        if (failed == 0)
+            waitpid(child, &status, 0);
+        const bool exited = WIFEXITED(status);
+        return {exited ? WEXITSTATUS(status) : -1,
+                fs::is_regular_file(output) ? contentOf(output) : "", contentOf(errors)};
+    }
+    Outcome vx(Words arguments) const { return run(VX_TOOL, std::move(arguments), path("out")); }
+
+    /// What the tool writes to a terminal.
+    std::string onTerminal(Words arguments) const
+    {
+        const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+        EXPECT_EQ(grantpt(terminal), 0);
+        EXPECT_EQ(unlockpt(terminal), 0);
+        const std::string other = ptsname(terminal);
+        EXPECT_EQ(run(VX_TOOL, std::move(arguments), other).status, 0);
+        // Nobody holds the other side any more: reading ends when all has been read.
+        std::string written;
+        char part[4096];
+        for (ssize_t n; (n = ::read(terminal, part, sizeof part)) > 0;)
+            written.append(part, static_cast<std::size_t>(n));
+        close(terminal);
+        return written;
+    }
+
+    /// The findings of a check as "line:column code", one behind the other.
+    std::string findings(const std::string& content)
+    {
+        const Outcome checked = vx({"ini", "check", write("checked.ini", content), "--json"});
+        const Json report = Json::parse(checked.out, nullptr, false);
+        if (report.is_discarded())
+            return "no JSON: " + checked.err;
+        std::string list;
+        int warnings = 0;
+        for (const Json& finding : report["findings"]) {
+            const std::string code = finding["code"];
+            codes_.insert(code);
+            warnings += finding["kind"] == "warning";
+            list += (list.empty() ? "" : ", ") + finding["line"].dump() + ":" +
+                    finding["column"].dump() + " " + code;
+        }
+        EXPECT_EQ(checked.status, warnings != 0 ? 1 : 0) << list;
+        EXPECT_EQ(report["warnings"], warnings);
+        return list;
+    }
+
+    fs::path folder_;
+    Words variables_;
+    std::set<std::string> codes_; ///< of all findings so far
+};
+
+TEST_F(VxTool, CheckPointsAtWhatLoadsDifferently)
+{
+    const struct {
+        const char* name;
+        std::string content;
+        const char* expected;
+    } rows[] = {
+        {"nothing to say", "[A]\r\nx=1\r\n; note\r\ny=a b\r\n", ""},
+        {"no file end", "[A]\nx=1", ""},
+        {"mark before a header", "\xEF\xBB\xBF[A]\nx=1\n",
+         "1:1 byte-order-mark, 1:1 top-lines, 1:1 stray-line, 2:1 top-name"},
+        {"mark before a name", "\xEF\xBB\xBFx=1\n",
+         "1:1 byte-order-mark, 1:1 top-lines, 1:1 top-name"},
+        {"lost at the end", "[A]\nn=caf\xC3\xA9\r\n", "2:6 lost-ending"},
+        {"lost at the end, blanks behind", "[A]\nn=caf\xC3\xA9 \n", ""},
+        {"lost at the beginning", "[A]\n\xC3\xA9t=1\n", "2:1 lost-beginning"},
+        {"kept at the beginning of the file", "\xC3\xA9t=1\n", "1:1 top-lines, 1:1 top-name"},
+        {"lost altogether", "[A]\n\xC3\xA9\nx=1\n", "2:1 lost-ending"},
+        {"kept in the middle", "[A]\nn=M\xC3\xBCller\n", ""},
+        {"header without an end", "[A]\nx=1\n[B\ny=2\n", "3:1 unclosed-header"},
+        {"header with a comment", "[A] ; first\n", "1:1 top-lines, 1:1 unclosed-header"},
+        {"header with a lost end", "[A]\xC3\xA9\nx=1\n", "1:4 lost-ending"},
+        {"blanks in a header", "[ A ]\nx=1\n", "1:2 blanks-around-section"},
+        {"blanks before a header", "  [A]\n  x=1\n", ""},
+        {"blanks around a name", "[A]\nk = v\n", "2:1 blanks-around-name"},
+        {"tab behind a name", "[A]\nk\t=v\n", "2:1 blanks-around-name"},
+        {"blanks before a value", "[A]\nk= v\n", "2:3 blanks-before-value"},
+        {"name twice", "[A]\nk=1\nk=2\n[B]\nk=3\n", "3:1 duplicate-name"},
+        {"name in another case", "[A]\nk=1\nK=2\n", ""},
+        {"section twice", "[A]\nk=1\n[B]\nx=1\n[a]\nk=2\n",
+         "5:1 duplicate-section, 6:1 duplicate-name"},
+        {"comment on top", "; settings\n[A]\nx=1\n", "1:1 top-lines"},
+        {"names on top", "x=1\ny=2\n[A]\nz=1\n", "1:1 top-lines, 1:1 top-name, 2:1 top-name"},
+        {"section without lines", "[A]\n[B]\nx=1\n[C]\n", "1:1 empty-section, 4:1 empty-section"},
+        {"reserved name", "[@@@ANONYMOUS_SECTION_RESERVED_NAME@@@]\nx=1\n", "1:1 reserved-name"},
+        {"value without a name", "[A]\n=1\n", "2:1 no-name"},
+        {"neither", "[A]\nword\n", "2:1 stray-line"},
+        {"comments", "[A]\n; a = b\n#c=d\n", ""},
+        {"zero byte", std::string("[A]\nx=1\0y\n", 10), "2:4 zero-byte"},
+        {"control character",
+         "[A]\nx=a\x1b"
+         "b\n",
+         "2:4 control-character"},
+        {"line ends of another time", "[A]\rx=1\r",
+         "1:1 top-lines, 1:1 unclosed-header, "
+         "1:4 carriage-return"},
+        {"empty", "", "1:1 empty-file"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(findings(row.content), row.expected);
+    }
+    EXPECT_EQ(findings(std::string("\xFF\xFE[\0A\0]\0", 8)).find("utf-16"), 4u);
+
+    const std::string manual = contentOf(VX_SOURCES "/vx.1");
+    for (std::string code : codes_) {
+        for (std::size_t at = 0; (at = code.find('-', at)) != std::string::npos; at += 2)
+            code.insert(at, "\\");
+        EXPECT_NE(manual.find(code), std::string::npos) << code << " is not in the man page";
+    }
+    EXPECT_EQ(codes_.size(), 20u);
+}
+
+TEST_F(VxTool, CheckPrintsAsCompilersDo)
+{
+    const Outcome checked =
+        vx({"ini", "check", write("a.ini", "[A]\nname=Ren\xC3\xA9\nk=1\nk=2\x1b\n")});
+    EXPECT_EQ(checked.status, 1);
+    EXPECT_EQ(checked.out, path("a.ini") +
+                               ":2:9: warning: '\xC3\xA9' at the end of the line is lost: it loads"
+                               " as 'name=Ren' [lost-ending]\n" +
+                               path("a.ini") +
+                               ":4:1: warning: 'k' stands in line 3 already: that one is found,"
+                               " this one never is [duplicate-name]\n");
+}
+
+TEST_F(VxTool, SetChangesOneLine)
+{
+    const std::string both = "[A]\nx=1\nx=2\n";
+    const struct {
+        const char* name;
+        std::string before;
+        Words words; // section, name, value
+        std::string after;
+    } rows[] = {
+        {"changes",
+         "; top\r\n[A]\r\n  x=1 \r\n\r\n; end",
+         {"A", "x", "2"},
+         "; top\r\n[A]\r\n  x=2\r\n\r\n; end"},
+        {"first of two", both, {"A", "x", "7"}, "[A]\nx=7\nx=2\n"},
+        {"same value, same bytes", "[A]\nx=1 \t\n", {"A", "x", "1"}, "[A]\nx=1\n"},
+        {"any case of the section", "[Video]\nx=1\n", {"VIDEO", "x", "2"}, "[Video]\nx=2\n"},
+        {"case of the name counts", "[A]\nx=1\n", {"A", "X", "2"}, "[A]\nx=1\nX=2\n"},
+        {"adds behind the last pair",
+         "[A]\nx=1\n\n; about B\n[B]\ny=1\n",
+         {"A", "z", "2"},
+         "[A]\nx=1\nz=2\n\n; about B\n[B]\ny=1\n"},
+        {"adds behind a bare header",
+         "[A]\n; nothing\n[B]\ny=1\n",
+         {"A", "z", "2"},
+         "[A]\nz=2\n; nothing\n[B]\ny=1\n"},
+        {"no end of the last line", "[A]\nx=1", {"A", "y", "2"}, "[A]\nx=1\ny=2\n"},
+        {"no end, changed", "[A]\nx=1", {"A", "x", "2"}, "[A]\nx=2"},
+        {"a new section", "[A]\r\nx=1\r\n", {"B", "y", "2"}, "[A]\r\nx=1\r\n\r\n[B]\r\ny=2\r\n"},
+        {"the second block",
+         "[A]\nx=1\n[B]\ny=1\n[A]\nz=1\n",
+         {"A", "n", "2"},
+         "[A]\nx=1\n[B]\ny=1\n[A]\nz=1\nn=2\n"},
+        {"on top", "; first\n\n[A]\nx=1\n", {"-", "n", "2"}, "; first\nn=2\n\n[A]\nx=1\n"},
+        {"on top of headers only", "[A]\nx=1\n", {"-", "n", "2"}, "n=2\n[A]\nx=1\n"},
+        {"into nothing", "", {"A", "n", "2"}, "[A]\r\nn=2\r\n"},
+        {"lost letters go with the value",
+         "[A]\nx=caf\xC3\xA9\r\ny=1\n",
+         {"A", "x", "tea"},
+         "[A]\nx=tea\r\ny=1\n"},
+        {"others keep theirs",
+         "[A]\nx=caf\xC3\xA9\ny=1\n",
+         {"A", "y", "2"},
+         "[A]\nx=caf\xC3\xA9\ny=2\n"},
+        {"blanks in the name", "[A]\nx = 1\n", {"A", "x ", "2"}, "[A]\nx =2\n"},
+        {"brackets and braces", "[A]\nx=1\n", {"A", "x", "[a,b]"}, "[A]\nx=[a,b]\n"},
+        {"braces", "[A]\nx=1\n", {"A", "x", "{}"}, "[A]\nx={}\n"},
+        {"empty value", "[A]\nx=1\n", {"A", "x", ""}, "[A]\nx=\n"},
+        {"behind --", "[A]\nx=1\n", {"A", "x", "--", "-3.5"}, "[A]\nx=-3.5\n"},
+        {"words of the command line",
+         "[get]\nini=1\n",
+         {"get", "ini", "uuid"},
+         "[get]\nini=uuid\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Words words{"ini", "set", write("a.ini", row.before)};
+        words.insert(words.end(), row.words.begin(), row.words.end());
+        const Outcome done = vx(words);
+        EXPECT_EQ(done.status, 0);
+        EXPECT_EQ(done.out + done.err, "");
+        EXPECT_EQ(read("a.ini"), row.after);
+    }
+}
+
+TEST_F(VxTool, SetRefusesWhatWouldNotReadBack)
+{
+    const std::string before = "[A]\nx=1\n";
+    const struct {
+        const char* name;
+        Words words;
+        const char* message;
+    } rows[] = {
+        {"lost letter",
+         {"A", "x", "caf\xC3\xA9"},
+         "it would load as the name 'x' with the value 'caf'"},
+        {"blank at the end", {"A", "x", "1 "}, "with the value '1'"},
+        {"two lines", {"A", "x", "1\n2"}, "a line break cannot stand inside a line"},
+        {"a header", {"A", "[x", "1]"}, "the line would be a section header"},
+        {"name with =", {"A", "x=y", "1"}, "it would load as the name 'x' with the value 'y=1'"},
+        {"blank before the name", {"A", " x", "1"}, "it would load as the name 'x'"},
+        {"section in two lines", {"B\nC", "x", "1"}, "a line break"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Words words{"ini", "set", write("a.ini", before)};
+        words.insert(words.end(), row.words.begin(), row.words.end());
+        const Outcome refused = vx(words);
+        EXPECT_EQ(refused.status, 3);
+        EXPECT_NE(refused.err.find(row.message), std::string::npos) << refused.err;
+        EXPECT_EQ(read("a.ini"), before);
+    }
+}
+
+TEST_F(VxTool, SetMakesAFileOnlyWhenAsked)
+{
+    const Words words{"ini", "set", path("new.ini"), "A", "x", "1"};
+    EXPECT_EQ(vx(words).status, 3);
+    EXPECT_FALSE(fs::exists(path("new.ini")));
+    Words asked = words;
+    asked.push_back("--create");
+    EXPECT_EQ(vx(asked).status, 0);
+    EXPECT_EQ(read("new.ini"), "[A]\r\nx=1\r\n");
+    const Outcome dry = vx({"ini", "set", "-n", path("new.ini"), "A", "x", "2"});
+    EXPECT_EQ(dry.out, "[A]\r\nx=2\r\n");
+    EXPECT_EQ(read("new.ini"), "[A]\r\nx=1\r\n");
+}
+
+TEST_F(VxTool, UnsetRemovesTheNameEverywhereInItsSection)
+{
+    write("a.ini", "; x=0\n[A]\nx=1\n; kept\nx=2\n[B]\nx=3\n[a]\nx=4");
+    EXPECT_EQ(vx({"ini", "unset", path("a.ini"), "A", "x"}).status, 0);
+    EXPECT_EQ(read("a.ini"), "; x=0\n[A]\n; kept\n[B]\nx=3\n[a]\n");
+    const Outcome again = vx({"ini", "unset", path("a.ini"), "A", "x"});
+    EXPECT_EQ(again.status, 1);
+    EXPECT_EQ(again.err, "vx: there is no 'x' in [A]\n");
+}
+
+/// Whatever the file: the tool agrees with the library on its lines, an edit reads back, and
+/// touches no other line.
+TEST_F(VxTool, EditsOfRandomFilesTouchOneLine)
+{
+    const unsigned int seed = std::random_device{}();
+    SCOPED_TRACE("seed " + std::to_string(seed));
+    std::mt19937 random(seed);
+    const std::string pieces[] = {"\n",
+                                  "\n",
+                                  "\n",
+                                  "\r\n",
+                                  "[",
+                                  "]",
+                                  "[A]",
+                                  "[B]\n",
+                                  "=",
+                                  " ",
+                                  "\t",
+                                  "\xC3\xA9",
+                                  "\xEF\xBB\xBF",
+                                  std::string(1, '\0'),
+                                  "x",
+                                  "x=1\n",
+                                  ";",
+                                  "\x01",
+                                  "A",
+                                  "\xFF"};
+    const auto linesOf = [](const std::string& text) {
+        std::multiset<std::string> lines;
+        std::istringstream all(text);
+        for (std::string line; std::getline(all, line);) {
+            while (!line.empty() && line.back() == '\r')
+                line.pop_back();
+            if (!line.empty())
+                lines.insert(line);
+        }
+        return lines;
+    };
+    int edits = 0;
+    for (int round = 0; round < 60; ++round) {
+        std::string before;
+        for (auto i = random() % 25 + 1; i != 0; --i)
+            before += pieces[random() % std::size(pieces)];
+        write("a.ini", before);
+        const std::string section = random() % 3 == 0 ? "-" : random() % 2 == 0 ? "A" : "B";
+        const Outcome done = vx({"ini", "set", path("a.ini"), section, "x", "42"});
+        ASSERT_EQ(done.status, 0) << Json(before).dump(-1, ' ', true,
+                                                       Json::error_handler_t::replace)
+                                  << done.err;
+        const std::string after = read("a.ini");
+        EXPECT_EQ(vx({"ini", "get", path("a.ini"), section, "x"}).out, "42\n");
+        std::multiset<std::string> gone = linesOf(before);
+        std::multiset<std::string> came = linesOf(after);
+        for (auto line = gone.begin(); line != gone.end();) {
+            const auto same = came.find(*line);
+            line = same != came.end() ? (came.erase(same), gone.erase(line)) : std::next(line);
+        }
+        EXPECT_LE(gone.size(), 1u);                    // the old value
+        EXPECT_LE(came.size(), gone.empty() ? 2 : 1u); // a header and a line, or the new value
+        edits += after != before;
+    }
+    EXPECT_GT(edits, 30);
+}
+
+TEST_F(VxTool, ShowsADocumentAsItLoads)
+{
+    write("a.ini", "; top\n[Video]\nrate=25\nlonger=\x1b[31m\nrate=30\n[audio]\n; note\n");
+    const Outcome shown = vx({"ini", "show", path("a.ini")});
+    EXPECT_EQ(shown.status, 0);
+    EXPECT_EQ(shown.out, "(above the first header)\n  ; top\n\n[audio]\n  ; note\n\n[Video]\n"
+                         "  rate   = 25\n  longer = \\x1b[31m\n"
+                         "  rate   = 30   (never found: the name stands above)\n");
+    const Json json = Json::parse(vx({"ini", "show", path("a.ini"), "VIDEO", "--json"}).out);
+    EXPECT_EQ(json["sections"].dump(),
+              R"([{"items":[{"name":"rate","value":"25"},{"name":"longer","value":"\u001b[31m"},)"
+              R"({"name":"rate","value":"30"}],"section":"Video"}])");
+    EXPECT_EQ(vx({"ini", "show", path("a.ini"), "Nothing"}).status, 1);
+    EXPECT_EQ(vx({"ini", "show", "-c", path("a.ini"), "VIDEO"}).status, 1);
+}
+
+TEST_F(VxTool, GetsTheValueThatIsFound)
+{
+    write("a.ini", "v=1\n[A]\nx=1\nx=2\nk = v\ne=\n");
+    const struct {
+        Words words;
+        int status;
+        const char* out;
+        const char* err;
+    } rows[] = {
+        {{"A", "x"}, 0, "1\n", ""},
+        {{"a", "x", "--all"}, 0, "1\n2\n", ""},
+        {{"A", "x", "--all", "--json"}, 0, "[\n  \"1\",\n  \"2\"\n]\n", ""},
+        {{"A", "e"}, 0, "\n", ""},
+        {{"-", "v"}, 0, "1\n", ""},
+        {{"A", "k "}, 0, " v\n", ""},
+        {{"A", "k"}, 1, "", "vx: there is no 'k' in [A], but there is 'k '\n"},
+        {{"A", "X"}, 1, "", "vx: there is no 'X' in [A], but there is 'x'\n"},
+        {{"-c", "a", "x"}, 1, "", "vx: there is no section [a], but there is [A]\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.words));
+        Words words{"ini", "get", path("a.ini")};
+        words.insert(words.end(), row.words.begin(), row.words.end());
+        const Outcome got = vx(words);
+        EXPECT_EQ(got.status, row.status);
+        EXPECT_EQ(got.out, row.out);
+        EXPECT_EQ(got.err, row.err);
+    }
+}
+
+TEST_F(VxTool, ComparesByMeaning)
+{
+    write("a.ini", "; one\r\n[A]\r\nx=1\r\ny=2\r\n[B]\r\nz=1\r\n");
+    write("b.ini", "[b]\nz=1\n\n[A]\ny=2\nx=1\n# two\n");
+    write("c.ini", "[A]\nx=1\nx=5\n[C]\nn=1\n");
+    const Outcome same = vx({"ini", "diff", path("a.ini"), path("b.ini")});
+    EXPECT_EQ(same.status, 0);
+    EXPECT_EQ(same.out, "");
+    const Outcome other = vx({"ini", "diff", path("a.ini"), path("c.ini")});
+    EXPECT_EQ(other.status, 1);
+    EXPECT_EQ(other.out, "[A]\n- x=1\n+ x=1\n+ x=5\n- y=2\n[B]\n- z=1\n[C]\n+ n=1\n");
+    EXPECT_EQ(vx({"ini", "diff", "-c", path("a.ini"), path("b.ini")}).status, 1);
+    const Json json = Json::parse(vx({"ini", "diff", path("b.ini"), path("c.ini"), "--json"}).out);
+    EXPECT_EQ(json["differences"].size(), 4u);
+}
+
+TEST_F(VxTool, MakesAndReadsUuids)
+{
+    std::set<std::string> all;
+    std::istringstream made(vx({"uuid", "new", "-n", "50"}).out + vx({"uuid"}).out);
+    for (std::string line; std::getline(made, line);)
+        all.insert(line);
+    EXPECT_EQ(all.size(), 51u);
+    EXPECT_EQ(all.begin()->size(), 36u);
+
+    const Outcome good = vx({"uuid", "show", "{0123ABCD-4567-49EF-8123-456789ABCDEF}"});
+    EXPECT_EQ(good.status, 0);
+    EXPECT_EQ(good.out, "0123abcd-4567-49ef-8123-456789abcdef\n"
+                        "  stored bytes  cd ab 23 01 67 45 ef 49 81 23 45 67 89 ab cd ef\n"
+                        "  version       4 (RFC 4122)\n");
+    const struct {
+        const char* text;
+        const char* reason;
+    } rows[] = {
+        {"", "0 bytes"},
+        {"0123abcd-4567-89ef-0123-456789abcde", "35 bytes"},
+        {"{0123abcd-4567-89ef-0123-456789abcdef)", "braces"},
+        {"0123abcd-4567-89ef-0123-456789abcdxy", "hexadecimal"},
+        {"00000000-0000-0000-0000-000000000000", "all zero"},
+    };
+    for (const auto& row : rows) {
+        const Outcome bad = vx({"uuid", "show", row.text});
+        EXPECT_EQ(bad.status, 1) << row.text;
+        EXPECT_NE(bad.err.find(row.reason), std::string::npos) << bad.err;
+    }
+}
+
+TEST_F(VxTool, TranslatesPlayoutCodesBothWays)
+{
+    const struct {
+        Words words;
+        const char* out;
+    } rows[] = {
+        {{"mjpa"}, "mjpa (0x61706a6d) plays out as MJPG (0x47504a4d)\n"},
+        {{"MJPG"}, "MJPG (0x47504a4d) is not translated\nwhat plays out as MJPG: mjpa\n"},
+        {{"dvc"}, "'dvc ' (0x20637664) plays out as dvsd (0x64737664)\n"},
+        {{"1235"}, "1235 (0x000004d3) plays out as AVdx (0x78645641)\n"},
+        {{"0x4d3"}, "1235 (0x000004d3) plays out as AVdx (0x78645641)\n"},
+        {{"--code", "1235"}, "1235 (0x35333231) is not translated\n"},
+        {{"AVdr"},
+         "AVdr (0x72645641) is not translated\nwhat plays out as AVdr: 1256 1270 1271 1272"
+         " 1273 1274 AVdh\n"},
+    };
+    for (const auto& row : rows) {
+        Words words{"fcc"};
+        words.insert(words.end(), row.words.begin(), row.words.end());
+        EXPECT_EQ(vx(words).out, row.out);
+    }
+    EXPECT_EQ(vx({"fcc", "abcde"}).status, 2);
+    EXPECT_EQ(vx({"fcc", "4294967296"}).status, 2);
+
+    const Json all = Json::parse(vx({"fcc", "--json"}).out);
+    EXPECT_EQ(all.size(), 16u);
+    std::size_t stored = 0;
+    for (const Json& entry : all)
+        stored += entry["stored"].size();
+    EXPECT_EQ(stored, 88u);
+}
+
+TEST_F(VxTool, ExplainsMetadataTexts)
+{
+    const struct {
+        const char* text;
+        int status;
+        const char* reason;
+        const char* fields; // name=value of each, and ! where there is a note
+    } rows[] = {
+        {"Metadata::VideoSequence,1,25,1,", 0, "", "frameRate=25 set=true "},
+        {"Metadata::Core,1,1920,1080,-1,3,8,24,1,", 0, "",
+         "width=1920 height=1080 dataFormat=-1 layout=0! bitsPerComponent=8 bitsPerPixel=24 "
+         "set=true "},
+        {"Metadata::BufferFormat,1,0,-5,7,2,", 0, "",
+         "orientation=0 stride=4294967291! (constant)=! set=true! "},
+        {"Metadata::Video,1,1,2,abc,0", 0, "",
+         "scanMode=1 aspectRatio=2 videoFormatUID=abc set=false "},
+        {"Metadata::VideoSample,1,,2x,3,1,", 0, "",
+         "polarity=0! colorimetry=2! gamutScaling=3 set=true "},
+        {"Metadata::VideoSequence,2,25,1,", 1, "version '2' reads as 2; only 1 is known",
+         "frameRate= set= "},
+        {"Metadata::VideoSequence,1,25,1,extra,", 1, "5 pieces; a Metadata::VideoSequence has 4",
+         "frameRate= set= (too many)= "},
+        {"metadata::VideoSequence,1,25,1,", 1,
+         "no record is called 'metadata::VideoSequence'; 'Metadata::VideoSequence' is, and case"
+         " counts",
+         "frameRate= set= "},
+        {"Metadata::Sound,1,2,", 1, "no record is called 'Metadata::Sound'", ""},
+        {"", 1, "1 piece between commas; every record has more than 2", ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        const Outcome explained = vx({"meta", row.text, "--json"});
+        EXPECT_EQ(explained.status, row.status);
+        const Json json = Json::parse(explained.out);
+        EXPECT_EQ(json["reason"], row.reason);
+        std::string fields;
+        for (const Json& field : json["fields"])
+            fields += std::string(field["field"]) + "=" + std::string(field["value"]) +
+                      (field["note"] == "" ? " " : "! ");
+        EXPECT_EQ(fields, row.fields);
+    }
+    EXPECT_EQ(vx({"meta", "Metadata::VideoSequence,1,25,1,"}).out,
+              "Metadata::VideoSequence: accepted\nPIECE  FIELD      TEXT  VALUE  NOTE\n"
+              "    2  frameRate  25    25\n    3  set        1     true\n");
+}
+
+const char kPoolLog[] =
+    "\n----------------------------------------------------------- Thu Jan  8 10:00:00 2026\n\n"
+    "Frames: maxInUse 12 Peak Demand 250.00 allocs/sec @ 81234.50 Thu Jan  8 09:59:00 2026\n"
+    "A: maxInUse 3 <b>: maxInUse 4 Peak Demand 0.00 allocs/sec @ 0.00 Thu Jan  1 00:00:00 1970\n"
+    "\n----------------------------------------------------------- Fri Jan  9 11:00:00 2026\n\n"
+    "Frames: maxInUse 20 Peak Demand 500,25 allocs/sec @ 91234.50 Fri Jan  9 10:59:00 2026\n"
+    "torn line\n";
+
+TEST_F(VxTool, ShowsThePoolLog)
+{
+    const Outcome table = vx({"pools", write("pool.log", kPoolLog)});
+    EXPECT_EQ(table.status, 0);
+    EXPECT_EQ(table.err, "vx: " + path("pool.log") + ":10: no line of a pool log, left out\n");
+    EXPECT_EQ(table.out,
+              "RUN  WRITTEN                   POOL               MOST IN USE  PEAK/S  PEAK AT\n"
+              "  1  Thu Jan  8 10:00:00 2026  Frames                      12  250.00  "
+              "Thu Jan  8 09:59:00 2026\n"
+              "  1  Thu Jan  8 10:00:00 2026  A: maxInUse 3 <b>            4    0.00  -\n"
+              "  2  Fri Jan  9 11:00:00 2026  Frames                      20  500.25  "
+              "Fri Jan  9 10:59:00 2026\n");
+    const Json json = Json::parse(vx({"pools", path("pool.log"), "--json"}).out);
+    EXPECT_EQ(json[1]["pools"][0]["peakPerSecond"], 500.25);
+    EXPECT_EQ(vx({"pools", path("pool.log"), "--pool", "Nobody"}).status, 1);
+    EXPECT_EQ(vx({"pools", write("empty.log", "")}).status, 1);
+}
+
+TEST_F(VxTool, DrawsThePoolLog)
+{
+    write("pool.log", kPoolLog);
+    EXPECT_EQ(vx({"pools", "--plot", "--pool", "Frames", path("pool.log")}).out,
+              "Peak demand, allocations a second\n\nFrames\n"
+              "  Thu Jan  8 10:00:00 2026      250.00  ####################\n"
+              "  Fri Jan  9 11:00:00 2026      500.25  ########################################\n");
+    ASSERT_EQ(vx({"pools", "--plot", "-o", path("peaks.svg"), path("pool.log")}).status, 0);
+    const std::string svg = read("peaks.svg");
+    EXPECT_EQ(svg.substr(0, 4), "<svg");
+    EXPECT_NE(svg.find("A: maxInUse 3 &lt;b&gt;"), std::string::npos);
+    EXPECT_EQ(svg.find("nan"), std::string::npos);
+    EXPECT_NE(svg.find("Frames: 500.25, Fri Jan  9 11:00:00 2026"), std::string::npos);
+    EXPECT_EQ(vx({"pools", "-o", path("x.svg"), path("pool.log")}).status, 2);
+}
+
+TEST_F(VxTool, AnswersScriptsByItsExitStatus)
+{
+    write("a.ini", "[A]\nx=1\n");
+    fs::create_directory(path("folder"));
+    const struct {
+        Words words;
+        int status;
+    } rows[] = {
+        {{}, 2},
+        {{"nothing"}, 2},
+        {{"ini"}, 2},
+        {{"ini", "get", path("a.ini"), "A"}, 2},
+        {{"ini", "show", path("a.ini"), "--nothing"}, 2},
+        {{"--color", "pink", "version"}, 2},
+        {{"--help"}, 0},
+        {{"--version"}, 0},
+        {{"ini", "show", path("missing.ini")}, 3},
+        {{"ini", "show", path("folder")}, 3},
+        {{"ini", "check", path("missing.ini")}, 3},
+        {{"ini", "set", path("folder"), "A", "x", "1", "--create"}, 3},
+        {{"ini", "set", path("none/a.ini"), "A", "x", "1", "--create"}, 3},
+        {{"pools", path("missing.log")}, 3},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::PrintToString(row.words));
+        const Outcome done = vx(row.words);
+        EXPECT_EQ(done.status, row.status);
+        EXPECT_EQ(done.err.empty(), row.status == 0) << done.err;
+    }
+    const Outcome full = run(VX_TOOL, {"ini", "show", path("a.ini")}, "/dev/full");
+    EXPECT_EQ(full.status, 3);
+    EXPECT_EQ(full.err, "vx: standard output could not be written\n");
+}
+
+TEST_F(VxTool, ColoursOnlyWhereItMay)
+{
+    write("a.ini", "[A]\nx=1\n");
+    variables_ = {"TERM=xterm"};
+    EXPECT_EQ(vx({"ini", "show", path("a.ini")}).out.find('\x1b'), std::string::npos);
+    EXPECT_NE(vx({"--color", "always", "ini", "show", path("a.ini")}).out.find('\x1b'),
+              std::string::npos);
+    EXPECT_NE(onTerminal({"ini", "show", path("a.ini")}).find('\x1b'), std::string::npos);
+    variables_.push_back("NO_COLOR=1");
+    const std::string plain = onTerminal({"ini", "show", path("a.ini")});
+    EXPECT_EQ(plain, "[A]\r\n  x = 1\r\n");
+}
+
+TEST_F(VxTool, LeavesTheSettingsOfItsHostsAlone)
+{
+    ASSERT_EQ(vx({"version"}).status, 0);
+    for (const auto& entry : fs::recursive_directory_iterator(path("home")))
+        EXPECT_FALSE(entry.is_regular_file()) << entry.path();
+}
+
+TEST_F(VxTool, SaysWhichVersionItIs)
+{
+    const Json json = Json::parse(vx({"version", "--json"}).out);
+    const std::string version = json["library"];
+    EXPECT_EQ(vx({"--version"}).out, version + "\n");
+    EXPECT_EQ(version.substr(0, 3), "17.");
+    EXPECT_EQ(json["release"], "2025");
+}
+
+/// What completion offers is what the tool takes, command by command.
+TEST_F(VxTool, CompletesWhatItTakes)
+{
+    const auto offered = [&](Words line) {
+        std::string script = "source " VX_SOURCES "/vx.bash; COMP_WORDS=(vx";
+        for (const std::string& word : line)
+            script += " '" + word + "'";
+        script += "); COMP_CWORD=" + std::to_string(line.size()) +
+                  "; _vx; printf '%s\\n' \"${COMPREPLY[@]}\"";
+        std::set<std::string> words;
+        std::istringstream all(run("bash", {"-c", script}, path("out")).out);
+        for (std::string word; std::getline(all, word);)
+            if (!word.empty())
+                words.insert(word);
+        return words;
+    };
+    const auto optionsIn = [](const std::string& help) {
+        std::set<std::string> options;
+        std::istringstream all(help.substr(0, help.find("\nExample")));
+        for (std::string line; std::getline(all, line);) {
+            const std::size_t at = line.find("--");
+            if (line.compare(0, 3, "  -") == 0 && at < 8)
+                options.insert(line.substr(at, line.find_first_of(" ,", at) - at));
+        }
+        return options;
+    };
+    const std::set<std::string> commands = {"fcc", "ini", "meta", "pools", "uuid", "version"};
+    const std::set<std::string> ini = {"check", "diff", "get", "set", "show", "unset"};
+    EXPECT_EQ(offered({""}), commands);
+    EXPECT_EQ(offered({"ini", ""}), ini);
+    EXPECT_EQ(offered({"uuid", ""}), (std::set<std::string>{"new", "show"}));
+
+    std::vector<Words> lines{{},       {"uuid", "new"}, {"uuid", "show"}, {"fcc"},
+                             {"meta"}, {"pools"},       {"version"}};
+    for (const std::string& command : ini)
+        lines.push_back({"ini", command});
+    for (Words line : lines) {
+        SCOPED_TRACE(testing::PrintToString(line));
+        Words asked = line;
+        asked.push_back("--help");
+        const Outcome help = vx(asked);
+        EXPECT_EQ(help.status, 0);
+        line.push_back("-");
+        line.back() += "-";
+        EXPECT_EQ(offered(line), optionsIn(help.out));
+    }
+
+    write("a.ini", "[Video In]\nrate=1\n; no=1\n[Audio]\nx=1\n");
+    EXPECT_EQ(offered({"ini", "get", path("a.ini"), ""}),
+              (std::set<std::string>{"Audio", "Video\\ In"}));
+    EXPECT_EQ(offered({"ini", "get", path("a.ini"), "Video In", ""}),
+              std::set<std::string>{"rate"});
+}
+
+} // namespace

@@ -1,0 +1,197 @@
+#include "Commands.h"
+#include "Terminal.h"
+#include "Text.h"
+
+#include <Vx/Image/PlayoutFCC.h>
+#include <algorithm>
+#include <charconv>
+#include <fmt/format.h>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+
+namespace tool {
+namespace {
+
+/// What every code of the table is made of.
+constexpr std::string_view kAlphabet =
+    " 0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+/// Compression identifiers are small numbers.
+constexpr unsigned int kLastNumber = 0xFFFF;
+
+unsigned int codeOf(std::string_view characters)
+{
+    unsigned int code = 0;
+    for (std::size_t i = 0; i < 4; ++i)
+        code |= static_cast<unsigned int>(static_cast<unsigned char>(characters[i])) << 8 * i;
+    return code;
+}
+
+bool isCode(unsigned int code)
+{
+    for (int i = 0; i < 4; ++i) {
+        const unsigned int byte = code >> 8 * i & 0xFF;
+        if (byte < 0x20 || byte > 0x7E)
+            return false;
+    }
+    return true;
+}
+
+std::string nameOf(unsigned int code)
+{
+    if (!isCode(code))
+        return fmt::format("{}", code);
+    std::string name;
+    for (int i = 0; i < 4; ++i)
+        name += static_cast<char>(code >> 8 * i & 0xFF);
+    return name;
+}
+
+/// Quoted when blanks would be lost on the reader.
+std::string nameForPeople(unsigned int code)
+{
+    const std::string name = nameOf(code);
+    return name.find(' ') != std::string::npos ? "'" + name + "'" : name;
+}
+
+nlohmann::ordered_json jsonOf(unsigned int code)
+{
+    nlohmann::ordered_json json{{"number", code}};
+    if (isCode(code))
+        json["code"] = nameOf(code);
+    return json;
+}
+
+/// Digits are a number, in decimal or behind 0x; anything else up to four characters is a
+/// code, filled up with blanks.
+std::optional<unsigned int> read(const std::string& given, bool asCode)
+{
+    const bool hex = given.size() > 2 && given[0] == '0' && (given[1] == 'x' || given[1] == 'X');
+    const char* begin = given.data() + (hex ? 2 : 0);
+    const char* end = given.data() + given.size();
+    unsigned int number = 0;
+    const auto [rest, error] = std::from_chars(begin, end, number, hex ? 16 : 10);
+    if (!asCode && rest == end) {
+        if (error != std::errc())
+            return {};
+        return number;
+    }
+    if (given.empty() || given.size() > 4)
+        return {};
+    return codeOf(given + std::string(4 - given.size(), ' '));
+}
+
+/// Every code that the library translates, by what it becomes. The library is asked about
+/// all that could be one: its table stands nowhere else.
+std::map<unsigned int, std::vector<unsigned int>> wholeTable()
+{
+    const Progress progress("asking about every code");
+    std::map<unsigned int, std::vector<unsigned int>> table;
+    const auto ask = [&](unsigned int code) {
+        const unsigned int playout = Vx::lookupPlayoutFCC(code);
+        if (playout != code)
+            table[playout].push_back(code);
+    };
+    for (unsigned int number = 0; number <= kLastNumber; ++number)
+        ask(number);
+    char characters[4];
+    for (const char a : kAlphabet)
+        for (const char b : kAlphabet)
+            for (const char c : kAlphabet)
+                for (const char d : kAlphabet) {
+                    characters[0] = a, characters[1] = b, characters[2] = c, characters[3] = d;
+                    ask(codeOf(std::string_view(characters, 4)));
+                }
+    return table;
+}
+
+std::string listed(const std::vector<unsigned int>& codes)
+{
+    std::string list;
+    for (const unsigned int code : codes)
+        list += (list.empty() ? "" : " ") + nameForPeople(code);
+    return list;
+}
+
+nlohmann::ordered_json jsonOf(const std::vector<unsigned int>& codes)
+{
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const unsigned int code : codes)
+        list.push_back(jsonOf(code));
+    return list;
+}
+
+Status showAll(bool json)
+{
+    const auto table = wholeTable();
+    std::vector<unsigned int> playouts;
+    for (const auto& entry : table)
+        playouts.push_back(entry.first);
+    std::sort(playouts.begin(), playouts.end(),
+              [](unsigned int a, unsigned int b) { return nameOf(a) < nameOf(b); });
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    Table rows({{"PLAYOUT"}, {"STORED"}});
+    for (const unsigned int playout : playouts) {
+        list.push_back({{"playout", jsonOf(playout)}, {"stored", jsonOf(table.at(playout))}});
+        rows.add({nameForPeople(playout), listed(table.at(playout))});
+    }
+    if (json)
+        printJson(list);
+    else
+        rows.print();
+    return kYes;
+}
+
+Status showOne(const std::string& given, bool asCode, bool json)
+{
+    const std::optional<unsigned int> code = read(given, asCode);
+    if (!code) {
+        complain(inQuotes(given) + " is neither a code of up to four characters nor a number of 32"
+                                   " bits");
+        return kUsage;
+    }
+    const unsigned int playout = Vx::lookupPlayoutFCC(*code);
+    const auto table = wholeTable();
+    const auto sources = table.find(*code);
+    const std::vector<unsigned int> stored =
+        sources != table.end() ? sources->second : std::vector<unsigned int>();
+    if (json) {
+        printJson({{"stored", jsonOf(*code)},
+                   {"playout", jsonOf(playout)},
+                   {"translated", playout != *code},
+                   {"storedAs", jsonOf(stored)}});
+        return kYes;
+    }
+    if (playout != *code)
+        fmt::print("{} (0x{:08x}) plays out as {} (0x{:08x})\n", nameForPeople(*code), *code,
+                   paint(Colour::bold, nameForPeople(playout)), playout);
+    else
+        fmt::print("{} (0x{:08x}) is not translated\n", nameForPeople(*code), *code);
+    if (!stored.empty())
+        fmt::print("what plays out as {}: {}\n", nameForPeople(*code), listed(stored));
+    return kYes;
+}
+
+} // namespace
+
+void addFcc(CLI::App& app, Action& chosen)
+{
+    CLI::App* command =
+        app.add_subcommand("fcc", "Translates stored essence codes to playout codes");
+    auto given = std::make_shared<std::string>();
+    auto asCode = std::make_shared<bool>(false);
+    auto json = std::make_shared<bool>(false);
+    CLI::Option* word = command->add_option(
+        "CODE|NUMBER", *given, "Four characters, or a compression identifier; none: all");
+    command->add_flag("--code", *asCode, "Take digits for characters");
+    command->add_flag("--json", *json, "Print JSON");
+    command->footer("Case counts. A shorter code is filled up with blanks. Shows both directions:"
+                    " what a code\nbecomes, and which codes become it.\n\nExamples:\n"
+                    "  vx fcc\n  vx fcc mjpa\n  vx fcc MJPG\n  vx fcc 1235\n  vx fcc 0x61706a6d");
+    command->callback([&chosen, word, given, asCode, json] {
+        const bool one = word->count() != 0;
+        chosen = [=] { return one ? showOne(*given, *asCode, *json) : showAll(*json); };
+    });
+}
+
+} // namespace tool

@@ -1,0 +1,62 @@
+#include "Commands.h"
+#include "IniFindings.h"
+#include "Terminal.h"
+#include "Text.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace tool {
+namespace {
+
+struct Options {
+    std::string file;
+    bool caseSensitive = false;
+    bool json = false;
+};
+
+Status check(const Options& options)
+{
+    const IniText text = readIni(options.file, options.caseSensitive);
+    const std::vector<IniFinding> findings = findingsIn(text, options.caseSensitive);
+    std::size_t warnings = 0;
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (const IniFinding& finding : findings) {
+        warnings += finding.warning;
+        const char* kind = finding.warning ? "warning" : "note";
+        if (options.json)
+            list.push_back({{"line", finding.line},
+                            {"column", finding.column},
+                            {"kind", kind},
+                            {"code", finding.code},
+                            {"message", finding.message}});
+        else
+            fmt::print(
+                "{} {} {} {}\n",
+                paint(Colour::bold,
+                      fmt::format("{}:{}:{}:", shown(options.file), finding.line, finding.column)),
+                paint(finding.warning ? Colour::yellow : Colour::dim, fmt::format("{}:", kind)),
+                finding.message, paint(Colour::dim, "[" + finding.code + "]"));
+    }
+    if (options.json)
+        printJson({{"file", options.file}, {"warnings", warnings}, {"findings", list}});
+    return warnings == 0 ? kYes : kNegative;
+}
+
+} // namespace
+
+void addIniCheck(CLI::App& ini, Action& chosen)
+{
+    CLI::App* command = ini.add_subcommand(
+        "check", "Points at lines that load differently from what they look like");
+    auto options = std::make_shared<Options>();
+    command->add_option("FILE", options->file, "An INI file")->required();
+    command->add_flag("-c,--case-sensitive", options->caseSensitive,
+                      "Section names that differ in case are two sections");
+    command->add_flag("--json", options->json, "Print JSON");
+    command->footer("Prints FILE:LINE:COLUMN, as compilers do. Exit status 1 when there is a"
+                    " warning;\nnotes do not count.\n\nExample:\n  vx ini check editor.ini");
+    command->callback([&chosen, options] { chosen = [options] { return check(*options); }; });
+}
+
+} // namespace tool

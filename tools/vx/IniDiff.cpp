@@ -1,0 +1,143 @@
+#include "Commands.h"
+#include "IniText.h"
+#include "Terminal.h"
+#include "Text.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+
+namespace tool {
+namespace {
+
+struct Options {
+    std::string left;
+    std::string right;
+    bool caseSensitive = false;
+    bool json = false;
+};
+
+/// The values of each name, in order: duplicates count.
+using Values = std::map<LightweightString<char>, std::vector<LightweightString<char>>>;
+
+Values valuesOf(const VxIniFile::Pairs& pairs)
+{
+    Values values;
+    for (const Vx::AttribValuePair& pair : pairs)
+        if (isSplit(pair) && !looksLikeComment(pair))
+            values[pair.name].push_back(pair.value);
+    return values;
+}
+
+/// Prints or collects the differences.
+class Report {
+public:
+    explicit Report(bool json) : json_(json) {}
+
+    void values(const LightweightString<char>& section, const LightweightString<char>& name,
+                const std::vector<LightweightString<char>>& left,
+                const std::vector<LightweightString<char>>& right)
+    {
+        if (left == right)
+            return;
+        different_ = true;
+        if (json_) {
+            nlohmann::ordered_json title = nullptr;
+            if (section != VxIniFile::kAnonymousSection())
+                title = view(section);
+            list_.push_back({{"section", title},
+                             {"name", view(name)},
+                             {"left", texts(left)},
+                             {"right", texts(right)}});
+            return;
+        }
+        if (!headed_)
+            fmt::print("{}\n", paint(Colour::bold, sectionTitle(section)));
+        headed_ = true;
+        for (const auto& value : left)
+            fmt::print("{}\n", paint(Colour::red, fmt::format("- {}={}", shown(view(name)),
+                                                              shown(view(value)))));
+        for (const auto& value : right)
+            fmt::print("{}\n", paint(Colour::green, fmt::format("+ {}={}", shown(view(name)),
+                                                                shown(view(value)))));
+    }
+    void nextSection() { headed_ = false; }
+
+    Status finish(const Options& options)
+    {
+        if (json_)
+            printJson({{"left", options.left}, {"right", options.right}, {"differences", list_}});
+        return different_ ? kNegative : kYes;
+    }
+
+private:
+    static nlohmann::ordered_json texts(const std::vector<LightweightString<char>>& values)
+    {
+        nlohmann::ordered_json list = nlohmann::ordered_json::array();
+        for (const auto& value : values)
+            list.push_back(view(value));
+        return list;
+    }
+
+    const bool json_;
+    bool headed_ = false;
+    bool different_ = false;
+    nlohmann::ordered_json list_ = nlohmann::ordered_json::array();
+};
+
+void compareSection(Report& report, const LightweightString<char>& section, const Values& left,
+                    const Values& right)
+{
+    std::set<LightweightString<char>> names;
+    for (const auto& entry : left)
+        names.insert(entry.first);
+    for (const auto& entry : right)
+        names.insert(entry.first);
+    const std::vector<LightweightString<char>> none;
+    for (const auto& name : names) {
+        const auto l = left.find(name);
+        const auto r = right.find(name);
+        report.values(section, name, l != left.end() ? l->second : none,
+                      r != right.end() ? r->second : none);
+    }
+}
+
+Status diff(const Options& options)
+{
+    const VxIniFile left = loadIni(options.left, options.caseSensitive);
+    const VxIniFile right = loadIni(options.right, options.caseSensitive);
+    // One document with both, for the names of all sections in their order.
+    std::set<LightweightString<char>, VxIniFile_Private::StringLT_Fancy> sections(
+        VxIniFile_Private::StringLT_Fancy{options.caseSensitive});
+    for (const VxIniFile* ini : {&left, &right})
+        for (auto it = ini->getSectionIterator(); it.valid(); ++it)
+            sections.insert(it.name());
+    Report report(options.json);
+    for (const auto& section : sections) {
+        report.nextSection();
+        compareSection(report, section, valuesOf(left.getSection(section)),
+                       valuesOf(right.getSection(section)));
+    }
+    return report.finish(options);
+}
+
+} // namespace
+
+void addIniDiff(CLI::App& ini, Action& chosen)
+{
+    CLI::App* command = ini.add_subcommand("diff", "Compares two files by what they say");
+    auto options = std::make_shared<Options>();
+    command->add_option("FILE1", options->left, "An INI file")->required();
+    command->add_option("FILE2", options->right, "An INI file")->required();
+    command->add_flag("-c,--case-sensitive", options->caseSensitive,
+                      "Section names that differ in case are two sections");
+    command->add_flag("--json", options->json, "Print JSON");
+    command->footer("The order of sections and names, comments, blank lines and line ends make no"
+                    " difference;\nseveral values of one name do. Exit status 1 when the files"
+                    " differ.\n\nExample:\n  vx ini diff editor.ini editor.ini.bak");
+    command->callback([&chosen, options] { chosen = [options] { return diff(*options); }; });
+}
+
+} // namespace tool

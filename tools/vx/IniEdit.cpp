@@ -1,0 +1,205 @@
+#include "IniEdit.h"
+
+#include "Files.h"
+#include "Terminal.h"
+#include "Text.h"
+#include "Tool.h"
+
+#include <fmt/format.h>
+#include <optional>
+
+namespace tool {
+namespace {
+
+bool sameSection(const LightweightString<char>& a, const LightweightString<char>& b,
+                 bool caseSensitive)
+{
+    const VxIniFile_Private::StringLT_Fancy less{caseSensitive};
+    return !less(a, b) && !less(b, a);
+}
+
+/// The places in the lines that an edit is about.
+struct Found {
+    std::vector<std::size_t> named;      ///< lines with the wanted name
+    std::optional<std::size_t> lastPair; ///< last line of the section with any name
+    std::optional<std::size_t> header;   ///< first header of the section
+    std::optional<std::size_t> lastTop;  ///< last line above the first header
+};
+
+Found find(const IniText& text, const IniPlace& place)
+{
+    Found found;
+    LightweightString<char> current = VxIniFile::kAnonymousSection();
+    bool top = true;
+    for (std::size_t i = 0; i < text.lines().size(); ++i) {
+        const IniLine& line = text.lines()[i];
+        if (line.kind == IniLine::Kind::header) {
+            top = false;
+            current = line.name;
+            if (!found.header && sameSection(current, place.section, place.caseSensitive))
+                found.header = i;
+        }
+        if (line.kind != IniLine::Kind::pair)
+            continue;
+        if (top)
+            found.lastTop = i;
+        if (!isSplit(line.pair) || !sameSection(current, place.section, place.caseSensitive))
+            continue;
+        // A comment with a '=' in it is no place to put a new line behind.
+        if (!looksLikeComment(line.pair))
+            found.lastPair = i;
+        if (line.pair.name == place.name)
+            found.named.push_back(i);
+    }
+    return found;
+}
+
+/// How the lines of the file end; as the library writes them where there are none.
+std::string lineEnd(const IniText& text)
+{
+    if (text.lines().empty() || !text.lines().front().ended)
+        return "\r\n";
+    const std::string_view raw = text.lines().front().raw;
+    return !raw.empty() && raw.back() == '\r' ? "\r\n" : "\n";
+}
+
+/// A text put together from the lines of another and new ones.
+class Writer {
+public:
+    explicit Writer(const IniText& source) : source_(source), end_(lineEnd(source)) {}
+
+    void copy(std::size_t from, std::size_t to)
+    {
+        for (std::size_t i = from; i < to; ++i) {
+            const IniLine& line = source_.lines()[i];
+            result_ += line.raw;
+            if (line.ended)
+                result_ += '\n';
+        }
+    }
+    void add(std::string_view line)
+    {
+        // The last line of the source may have no end yet.
+        if (!result_.empty() && result_.back() != '\n')
+            result_ += end_;
+        result_ += line;
+        result_ += end_;
+    }
+    void raw(std::string_view bytes) { result_ += bytes; }
+    std::string take() { return std::move(result_); }
+
+private:
+    const IniText& source_;
+    std::string end_;
+    std::string result_;
+};
+
+std::string edited(const IniText& before, const IniPlace& place, const std::string& value)
+{
+    const Found found = find(before, place);
+    const std::size_t count = before.lines().size();
+    const std::string line = std::string(view(place.name)) + "=" + value;
+    const bool top = place.section == VxIniFile::kAnonymousSection();
+    Writer writer(before);
+    if (!found.named.empty()) {
+        const std::size_t at = found.named.front();
+        const IniLine& old = before.lines()[at];
+        writer.copy(0, at);
+        writer.raw(std::string(old.head()) + line);
+        // Of the tail only the line's end stays: what else stood there was part of the old
+        // value to whoever wrote it.
+        if (!old.raw.empty() && old.raw.back() == '\r')
+            writer.raw("\r");
+        writer.raw(old.ended ? "\n" : "");
+        writer.copy(at + 1, count);
+        return writer.take();
+    }
+    std::optional<std::size_t> behind = found.lastPair;
+    if (!behind)
+        behind = top ? found.lastTop : found.header;
+    if (behind || top) {
+        const std::size_t at = behind ? *behind + 1 : 0;
+        writer.copy(0, at);
+        writer.add(line);
+        writer.copy(at, count);
+        return writer.take();
+    }
+    writer.copy(0, count);
+    if (count != 0 && before.lines().back().kind != IniLine::Kind::blank)
+        writer.add("");
+    writer.add("[" + std::string(view(place.section)) + "]");
+    writer.add(line);
+    return writer.take();
+}
+
+/// Takes the first pair with the wanted name out of \p sections.
+std::optional<Vx::AttribValuePair> takeFirst(VxIniFile::Sections& sections, const IniPlace& place)
+{
+    const auto section = sections.find(place.section);
+    if (section == sections.end())
+        return {};
+    for (auto pair = section->second.begin(); pair != section->second.end(); ++pair) {
+        if (!isSplit(*pair) || pair->name != place.name)
+            continue;
+        Vx::AttribValuePair taken = *pair;
+        section->second.erase(pair);
+        if (section->second.empty())
+            sections.erase(section);
+        return taken;
+    }
+    return {};
+}
+
+/// Why a line does not read back as it was meant.
+std::string reason(const IniPlace& place, const std::string& value)
+{
+    const std::string line = std::string(view(place.name)) + "=" + value;
+    if ((line + std::string(view(place.section))).find('\n') != std::string::npos)
+        return "a line break cannot stand inside a line";
+    const IniText alone("first\n" + line + "\n");
+    const IniLine& read = alone.lines()[1];
+    if (read.kind == IniLine::Kind::header)
+        return "the line would be a section header";
+    if (read.kind == IniLine::Kind::pair && isSplit(read.pair))
+        return fmt::format("it would load as the name {} with the value {}",
+                           inQuotes(view(read.pair.name)), inQuotes(view(read.pair.value)));
+    return "it would not load as a name and a value";
+}
+
+} // namespace
+
+std::string withValue(const IniText& before, const IniPlace& place, const std::string& value)
+{
+    std::string after = edited(before, place, value);
+    VxIniFile::Sections was = before.sections(place.caseSensitive);
+    VxIniFile::Sections is = IniText(after).sections(place.caseSensitive);
+    takeFirst(was, place);
+    const auto taken = takeFirst(is, place);
+    if (!taken || view(taken->value) != value || !sameSections(was, is))
+        throw Failure(fmt::format("{}={} would not read back: {}", shown(view(place.name)),
+                                  shown(value), reason(place, value)));
+    return after;
+}
+
+std::size_t removeName(const IniText& before, const IniPlace& place, std::string& after)
+{
+    const Found found = find(before, place);
+    Writer writer(before);
+    std::size_t next = 0;
+    for (const std::size_t line : found.named) {
+        writer.copy(next, line);
+        next = line + 1;
+    }
+    writer.copy(next, before.lines().size());
+    after = writer.take();
+    return found.named.size();
+}
+
+void replaceIni(const std::string& path, const IniText& before, const std::string& after)
+{
+    if (fileExists(path) ? readFile(path) != before.bytes() : !before.bytes().empty())
+        throw Failure(inQuotes(path) + " has changed in the meantime; nothing was written");
+    replaceFile(path, after);
+}
+
+} // namespace tool

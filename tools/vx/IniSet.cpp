@@ -1,0 +1,58 @@
+#include "Commands.h"
+#include "Files.h"
+#include "IniEdit.h"
+#include "Terminal.h"
+#include "Text.h"
+
+#include <fmt/format.h>
+
+namespace tool {
+namespace {
+
+struct Options {
+    std::string file;
+    std::string section;
+    std::string name;
+    std::string value;
+    bool create = false;
+    bool dryRun = false;
+    bool caseSensitive = false;
+};
+
+Status set(const Options& options)
+{
+    const bool isNew = options.create && !fileExists(options.file);
+    const IniText before =
+        isNew ? IniText(std::string()) : readIni(options.file, options.caseSensitive);
+    const IniPlace place{sectionArgument(options.section), text(options.name),
+                         options.caseSensitive};
+    const std::string after = withValue(before, place, options.value);
+    if (options.dryRun)
+        fmt::print("{}", after);
+    else if (isNew || after != before.bytes())
+        replaceIni(options.file, before, after);
+    return kYes;
+}
+
+} // namespace
+
+void addIniSet(CLI::App& ini, Action& chosen)
+{
+    CLI::App* command = ini.add_subcommand("set", "Gives a name a value");
+    auto options = std::make_shared<Options>();
+    command->add_option("FILE", options->file, "An INI file")->required();
+    command->add_option("SECTION", options->section, "'-': above the first header")->required();
+    command->add_option("NAME", options->name, "Taken as it is")->required();
+    command->add_option("VALUE", options->value, "Taken as it is")->required();
+    command->add_flag("--create", options->create, "Make the file when there is none");
+    command->add_flag("-n,--dry-run", options->dryRun, "Print the new text and write nothing");
+    command->add_flag("-c,--case-sensitive", options->caseSensitive,
+                      "Section names that differ in case are two sections");
+    command->footer(
+        "Changes the line that the library finds, or adds one; every other line stays byte by"
+        " byte.\nA value that would not read back is refused.\n\nExamples:\n"
+        "  vx ini set editor.ini Video rate 50\n  vx ini set editor.ini Audio gain -- -3.5");
+    command->callback([&chosen, options] { chosen = [options] { return set(*options); }; });
+}
+
+} // namespace tool

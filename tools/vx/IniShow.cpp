@@ -1,0 +1,115 @@
+#include "Commands.h"
+#include "IniText.h"
+#include "Terminal.h"
+#include "Text.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+#include <set>
+
+namespace tool {
+namespace {
+
+struct Options {
+    std::string file;
+    std::string section;
+    bool oneSection = false;
+    bool caseSensitive = false;
+    bool json = false;
+};
+
+void printSection(const LightweightString<char>& name, const VxIniFile::Pairs& pairs)
+{
+    const bool anonymous = name == VxIniFile::kAnonymousSection();
+    fmt::print("{}\n",
+               paint(Colour::bold, anonymous ? "(above the first header)" : sectionTitle(name)));
+    int widest = 0;
+    for (const Vx::AttribValuePair& pair : pairs)
+        if (isSplit(pair) && !looksLikeComment(pair))
+            widest = std::max(widest, static_cast<int>(pair.name.length()));
+    widest = std::min(widest, 30);
+    std::set<LightweightString<char>> seen;
+    for (const Vx::AttribValuePair& pair : pairs) {
+        if (!isSplit(pair) || looksLikeComment(pair)) {
+            fmt::print("  {}\n", paint(Colour::dim, shown(view(pair.text))));
+            continue;
+        }
+        const bool hidden = !seen.insert(pair.name).second;
+        fmt::print("  {} = {}{}\n",
+                   paint(Colour::blue, fmt::format("{:<{}}", shown(view(pair.name)), widest)),
+                   shown(view(pair.value)),
+                   hidden ? paint(Colour::yellow, "   (never found: the name stands above)") : "");
+    }
+}
+
+nlohmann::ordered_json jsonOf(const VxIniFile::Pairs& pairs)
+{
+    nlohmann::ordered_json items = nlohmann::ordered_json::array();
+    for (const Vx::AttribValuePair& pair : pairs) {
+        if (isSplit(pair))
+            items.push_back({{"name", view(pair.name)}, {"value", view(pair.value)}});
+        else
+            items.push_back({{"text", view(pair.text)}});
+    }
+    return items;
+}
+
+Status show(const Options& options)
+{
+    const VxIniFile ini = loadIni(options.file, options.caseSensitive);
+    const LightweightString<char> wanted = sectionArgument(options.section);
+    if (options.oneSection && !ini.sectionExists(wanted)) {
+        complain(fmt::format("{} has no section {}", inQuotes(options.file), sectionTitle(wanted)));
+        return kNegative;
+    }
+    nlohmann::ordered_json sections = nlohmann::ordered_json::array();
+    bool first = true;
+    const auto one = [&](const LightweightString<char>& name, const VxIniFile::Pairs& pairs) {
+        if (options.json) {
+            nlohmann::ordered_json title = nullptr;
+            if (name != VxIniFile::kAnonymousSection())
+                title = view(name);
+            sections.push_back({{"section", title}, {"items", jsonOf(pairs)}});
+            return;
+        }
+        if (!first)
+            fmt::print("\n");
+        first = false;
+        printSection(name, pairs);
+    };
+    // What stands above the first header comes first, wherever the map has it.
+    const LightweightString<char>& anonymous = VxIniFile::kAnonymousSection();
+    if (options.oneSection) {
+        const auto found = ini.sections.find(wanted);
+        one(found->first, found->second);
+    } else {
+        if (ini.sectionExists(anonymous))
+            one(anonymous, ini.getSection(anonymous));
+        for (auto it = ini.getSectionIterator(); it.valid(); ++it)
+            if (it.name() != anonymous)
+                one(it.name(), *it);
+    }
+    if (options.json)
+        printJson({{"file", options.file}, {"sections", sections}});
+    return kYes;
+}
+
+} // namespace
+
+void addIniShow(CLI::App& ini, Action& chosen)
+{
+    CLI::App* command = ini.add_subcommand("show", "Shows the document as the library loads it");
+    auto options = std::make_shared<Options>();
+    command->add_option("FILE", options->file, "An INI file")->required();
+    CLI::Option* section = command->add_option("SECTION", options->section, "Only this section");
+    command->add_flag("-c,--case-sensitive", options->caseSensitive,
+                      "Section names that differ in case are two sections");
+    command->add_flag("--json", options->json, "Print JSON");
+    command->footer("Examples:\n  vx ini show editor.ini\n  vx ini show editor.ini Video --json");
+    command->callback([&chosen, options, section] {
+        options->oneSection = section->count() != 0;
+        chosen = [options] { return show(*options); };
+    });
+}
+
+} // namespace tool

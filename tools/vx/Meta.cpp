@@ -1,0 +1,58 @@
+#include "Commands.h"
+#include "MetaRecords.h"
+#include "Terminal.h"
+#include "Text.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace tool {
+namespace {
+
+Status show(const std::string& given, bool json)
+{
+    const MetaReading reading = readMeta(given);
+    if (json) {
+        nlohmann::ordered_json fields = nlohmann::ordered_json::array();
+        for (const MetaField& field : reading.fields)
+            fields.push_back({{"piece", field.piece},
+                              {"field", field.name},
+                              {"text", field.text},
+                              {"value", field.value},
+                              {"note", field.note}});
+        printJson({{"accepted", reading.reason.empty()},
+                   {"record", reading.record},
+                   {"reason", reading.reason},
+                   {"fields", fields}});
+        return reading.reason.empty() ? kYes : kNegative;
+    }
+    if (reading.reason.empty())
+        fmt::print("{}\n", paint(Colour::green, reading.record + ": accepted"));
+    else
+        fmt::print("{}\n", paint(Colour::red, "rejected: " + reading.reason));
+    if (reading.fields.empty())
+        return reading.reason.empty() ? kYes : kNegative;
+    Table table({{"PIECE", true}, {"FIELD"}, {"TEXT"}, {"VALUE"}, {"NOTE"}});
+    for (const MetaField& field : reading.fields)
+        table.add({fmt::format("{}", field.piece), field.name, shown(field.text),
+                   shown(field.value), field.note});
+    table.print();
+    return reading.reason.empty() ? kYes : kNegative;
+}
+
+} // namespace
+
+void addMeta(CLI::App& app, Action& chosen)
+{
+    CLI::App* command = app.add_subcommand("meta", "Explains the text of an image-metadata record");
+    auto given = std::make_shared<std::string>();
+    auto json = std::make_shared<bool>(false);
+    command->add_option("TEXT", *given, "For example Metadata::VideoSequence,1,25,1,")->required();
+    command->add_flag("--json", *json, "Print JSON");
+    command->footer("Pieces are counted from 0, the tag. Exit status 1 when the library rejects the"
+                    " text.\n\nExample:\n  vx meta 'Metadata::Core,1,1920,1080,-1,0,8,24,1,'");
+    command->callback(
+        [&chosen, given, json] { chosen = [given, json] { return show(*given, *json); }; });
+}
+
+} // namespace tool

@@ -1,0 +1,110 @@
+#include "Commands.h"
+#include "Files.h"
+#include "PoolLog.h"
+#include "PoolPlot.h"
+#include "Terminal.h"
+#include "Text.h"
+
+#include <algorithm>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace tool {
+namespace {
+
+struct Options {
+    std::string file;
+    std::string pool;
+    std::string svg;
+    bool plot = false;
+    bool json = false;
+};
+
+void keepOnly(PoolLog& log, const std::string& pool)
+{
+    for (PoolRun& run : log.runs)
+        run.pools.erase(std::remove_if(run.pools.begin(), run.pools.end(),
+                                       [&](const PoolDemand& d) { return d.pool != pool; }),
+                        run.pools.end());
+}
+
+void printTable(const PoolLog& log)
+{
+    Table table({{"RUN", true},
+                 {"WRITTEN"},
+                 {"POOL"},
+                 {"MOST IN USE", true},
+                 {"PEAK/S", true},
+                 {"PEAK AT"}});
+    for (std::size_t run = 0; run < log.runs.size(); ++run)
+        for (const PoolDemand& demand : log.runs[run].pools)
+            table.add({fmt::format("{}", run + 1), shown(log.runs[run].written), shown(demand.pool),
+                       fmt::format("{}", demand.mostInUse), fmt::format("{:.2f}", demand.peak),
+                       demand.peak > 0 ? shown(demand.when) : "-"});
+    table.print();
+}
+
+void printJsonOf(const PoolLog& log)
+{
+    nlohmann::ordered_json runs = nlohmann::ordered_json::array();
+    for (const PoolRun& run : log.runs) {
+        nlohmann::ordered_json pools = nlohmann::ordered_json::array();
+        for (const PoolDemand& demand : run.pools)
+            pools.push_back({{"pool", demand.pool},
+                             {"mostInUse", demand.mostInUse},
+                             {"peakPerSecond", demand.peak},
+                             {"peakMsecs", demand.peakMsecs},
+                             {"peakAt", demand.when}});
+        runs.push_back({{"written", run.written}, {"pools", pools}});
+    }
+    printJson(runs);
+}
+
+Status show(const Options& options)
+{
+    PoolLog log = readPoolLog(readFile(options.file));
+    for (std::size_t i = 0; i < std::min<std::size_t>(log.strays.size(), 5); ++i)
+        complain(fmt::format("{}:{}: no line of a pool log, left out", shown(options.file),
+                             log.strays[i]));
+    if (log.strays.size() > 5)
+        complain(fmt::format("{}: {} more such lines", shown(options.file), log.strays.size() - 5));
+    if (!options.pool.empty())
+        keepOnly(log, options.pool);
+    const bool found = std::any_of(log.runs.begin(), log.runs.end(),
+                                   [](const PoolRun& run) { return !run.pools.empty(); });
+    if (!found) {
+        complain(options.pool.empty() ? inQuotes(options.file) + " tells of no pool"
+                                      : inQuotes(options.file) + " tells nothing of the pool " +
+                                            inQuotes(options.pool));
+        return kNegative;
+    }
+    if (!options.svg.empty())
+        replaceFile(options.svg, svgChart(log));
+    else if (options.plot)
+        fmt::print("Peak demand, allocations a second\n\n{}", terminalChart(log));
+    else if (options.json)
+        printJsonOf(log);
+    else
+        printTable(log);
+    return kYes;
+}
+
+} // namespace
+
+void addPools(CLI::App& app, Action& chosen)
+{
+    CLI::App* command = app.add_subcommand("pools", "Shows the log of pooled objects");
+    auto options = std::make_shared<Options>();
+    command->add_option("FILE", options->file, "A PooledObjects.log")->required();
+    command->add_option("--pool", options->pool, "Only the pool of this name");
+    CLI::Option* plot = command->add_flag("--plot", options->plot, "Draw the peaks over the runs");
+    command->add_option("-o,--output", options->svg, "Draw them into this file, as SVG")
+        ->needs(plot);
+    command->add_flag("--json", options->json, "Print JSON")->excludes(plot);
+    command->footer("Exit status 1 when there is nothing to show.\n\nExamples:\n"
+                    "  vx pools ~/.config/Editor/Logs/PooledObjects.log\n"
+                    "  vx pools --plot -o peaks.svg PooledObjects.log");
+    command->callback([&chosen, options] { chosen = [options] { return show(*options); }; });
+}
+
+} // namespace tool

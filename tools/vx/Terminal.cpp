@@ -1,0 +1,152 @@
+#include "Terminal.h"
+
+#include "Text.h"
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fmt/format.h>
+#include <unistd.h>
+
+namespace tool {
+namespace {
+
+bool colourful = false;
+
+bool isSet(const char* variable)
+{
+    const char* value = std::getenv(variable);
+    return value != nullptr && *value != 0;
+}
+
+bool terminalTakesColour()
+{
+    const char* kind = std::getenv("TERM");
+    return isatty(STDOUT_FILENO) == 1 && !isSet("NO_COLOR") && kind != nullptr &&
+           std::string_view(kind) != "dumb";
+}
+
+/// The columns of \p text on a terminal, counted as fmt pads.
+std::size_t width(const std::string& text)
+{
+    // fmt knows the width of every character but does not tell it; padding does.
+    const std::size_t wide = text.size() + 1;
+    return wide - (fmt::format("{:<{}}", text, wide).size() - text.size());
+}
+
+/// What a terminal would obey: C0, DEL and C1.
+bool isControl(unsigned int code) { return code < 0x20 || (code >= 0x7F && code < 0xA0); }
+
+/// What nobody sees, or what turns the text around: marks, joiners, directions.
+bool isInvisible(unsigned int code)
+{
+    return code == 0xFEFF || code == 0xAD || (code >= 0x200B && code <= 0x200F) ||
+           (code >= 0x2028 && code <= 0x202E) || (code >= 0x2060 && code <= 0x206F);
+}
+
+} // namespace
+
+void chooseColour(const std::string& when)
+{
+    colourful = when == "always" || (when == "auto" && terminalTakesColour());
+}
+
+std::string paint(Colour colour, std::string_view text)
+{
+    static constexpr const char* kCodes[] = {"0", "1", "2", "31", "32", "33", "34"};
+    if (!colourful || colour == Colour::plain)
+        return std::string(text);
+    return fmt::format("\x1b[{}m{}\x1b[0m", kCodes[static_cast<int>(colour)], text);
+}
+
+std::string shown(std::string_view bytes)
+{
+    std::string result;
+    for (const wchar_t c : fromUtf8(bytes)) {
+        const unsigned int code = static_cast<unsigned int>(c);
+        if (isControl(code))
+            result += fmt::format("\\x{:02x}", code);
+        else if (isInvisible(code))
+            result += fmt::format("\\u{{{:x}}}", code);
+        else
+            result += view(toUtf8(LightweightString<wchar_t>(&c, 1)));
+    }
+    return result;
+}
+
+std::string inQuotes(std::string_view bytes) { return "'" + shown(bytes) + "'"; }
+
+bool utf8Terminal()
+{
+    for (const char* variable : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        if (!isSet(variable))
+            continue;
+        const std::string_view value(std::getenv(variable));
+        for (const char* name : {"UTF-8", "utf-8", "UTF8", "utf8"})
+            if (value.find(name) != std::string_view::npos)
+                return true;
+        return false; // the first that is set decides
+    }
+    return false;
+}
+
+void Table::print() const
+{
+    std::vector<std::size_t> widths;
+    for (std::size_t c = 0; c < columns_.size(); ++c) {
+        std::size_t widest = columns_[c].heading.size();
+        for (const auto& row : rows_)
+            widest = std::max(widest, width(row[c]));
+        widths.push_back(widest);
+    }
+    const auto line = [&](auto&& cell, Colour colour) {
+        std::string text;
+        for (std::size_t c = 0; c < columns_.size(); ++c) {
+            const bool last = c + 1 == columns_.size();
+            if (columns_[c].right)
+                text += fmt::format("{:>{}}", cell(c), widths[c]);
+            else
+                text += fmt::format("{:<{}}", cell(c), last ? 0 : widths[c]);
+            text += last ? "" : "  ";
+        }
+        text.erase(text.find_last_not_of(' ') + 1);
+        fmt::print("{}\n", paint(colour, text));
+    };
+    line([&](std::size_t c) { return columns_[c].heading; }, Colour::bold);
+    for (const auto& row : rows_)
+        line([&](std::size_t c) { return row[c]; }, Colour::plain);
+}
+
+Progress::Progress(std::string what) : what_(std::move(what))
+{
+    if (isatty(STDERR_FILENO) == 1)
+        watcher_ = std::thread([this] { watch(); });
+}
+
+Progress::~Progress()
+{
+    {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        over_ = true;
+    }
+    ended_.notify_one();
+    if (watcher_.joinable())
+        watcher_.join();
+}
+
+void Progress::watch()
+{
+    std::unique_lock<std::mutex> guard(mutex_);
+    for (int seconds = 1;; ++seconds) {
+        if (ended_.wait_for(guard, std::chrono::seconds(1), [this] { return over_; })) {
+            if (seconds > 1)
+                std::fputs("\r\x1b[K", stderr);
+            return;
+        }
+        const int percent = percent_.load(std::memory_order_relaxed);
+        const std::string far = percent < 0 ? std::string() : fmt::format(", {} %", percent);
+        std::fputs(fmt::format("\r\x1b[K{}: {} s{}", what_, seconds, far).c_str(), stderr);
+    }
+}
+
+} // namespace tool

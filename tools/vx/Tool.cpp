@@ -1,0 +1,42 @@
+#include "Tool.h"
+
+#include <Vx/VxException.h>
+#include <Vx/VxStringUtils.h>
+#include <Vx/VxVersion.h>
+#include <cstdio>
+#include <fmt/format.h>
+#include <new>
+
+namespace tool {
+
+void complain(const std::string& message)
+{
+    // One write for the line: nothing of it is torn when standard output is the same terminal.
+    std::fputs(("vx: " + message + "\n").c_str(), stderr);
+}
+
+Tool::Tool(Action action)
+    : Application(L"vx", Vx::WStringFromAscii(vxDllVersionStr())), action_(std::move(action))
+{}
+
+void Tool::run()
+{
+    try {
+        status_ = action_();
+    } catch (const Failure& failure) {
+        complain(failure.what());
+    } catch (const Vx::Exception::Base& e) {
+        complain(fmt::format("{}: {} ({}:{})", e.typeName, e.message, e.file, e.line));
+    } catch (const std::bad_alloc&) {
+        complain("out of memory");
+    } catch (const std::exception& e) {
+        complain(e.what());
+    }
+    // A full disk behind a redirection must not look like success.
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        complain("standard output could not be written");
+        status_ = kFailed;
+    }
+}
+
+} // namespace tool

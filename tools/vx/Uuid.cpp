@@ -1,0 +1,121 @@
+#include "Commands.h"
+#include "Terminal.h"
+#include "Text.h"
+
+#include <Vx/Image/UUID.h>
+#include <cctype>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace tool {
+namespace {
+
+std::string canonical(const Vx::UUID& id) { return std::string(view(id.asString())); }
+
+Status makeNew(unsigned int count, bool json)
+{
+    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    for (unsigned int i = 0; i < count; ++i) {
+        Vx::UUID id;
+        id.generate();
+        if (json)
+            list.push_back(canonical(id));
+        else
+            fmt::print("{}\n", canonical(id));
+    }
+    if (json)
+        printJson(list);
+    return kYes;
+}
+
+/// Why the library takes \p given for the invalid value.
+std::string reason(const std::string& given)
+{
+    if (given.size() != 36 && given.size() != 38)
+        return fmt::format("it has {} bytes; 36, or 38 with braces, are needed", given.size());
+    if (given.size() == 38 && (given.front() != '{' || given.back() != '}'))
+        return "38 characters need braces around them";
+    for (const char c : given)
+        if (c != '0' && c != '-' && c != '{' && c != '}')
+            return "it needs 8-4-4-4-12 hexadecimal digits";
+    return "all zero means no identifier";
+}
+
+std::string variantOf(unsigned char byte)
+{
+    if ((byte & 0x80) == 0)
+        return "NCS";
+    if ((byte & 0x40) == 0)
+        return "RFC 4122";
+    return (byte & 0x20) == 0 ? "Microsoft" : "reserved";
+}
+
+Status show(const std::string& given, bool json)
+{
+    const Vx::UUID id(text(given));
+    if (!id.valid()) {
+        const std::string why = reason(given);
+        if (json)
+            printJson({{"text", given}, {"valid", false}, {"reason", why}});
+        else
+            complain(inQuotes(given) + " is not valid: " + why);
+        return kNegative;
+    }
+    const unsigned char* bytes = id.data();
+    std::string stored;
+    for (int i = 0; i < 16; ++i)
+        stored += fmt::format("{}{:02x}", i == 0 ? "" : " ", bytes[i]);
+    // The third group is a little-endian number: its high digit stands in the second byte.
+    const int version = bytes[7] >> 4;
+    const std::string variant = variantOf(bytes[8]);
+    std::string plain = given.size() == 38 ? given.substr(1, 36) : given;
+    for (char& c : plain)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const bool lenient = plain != canonical(id);
+    if (json) {
+        printJson({{"text", canonical(id)},
+                   {"valid", true},
+                   {"bytes", stored},
+                   {"version", version},
+                   {"variant", variant},
+                   {"readLeniently", lenient}});
+        return kYes;
+    }
+    fmt::print("{}\n  stored bytes  {}\n  version       {} ({})\n", canonical(id), stored, version,
+               variant);
+    if (lenient)
+        complain(inQuotes(given) + " is not written as it reads; other programs may refuse it");
+    return kYes;
+}
+
+} // namespace
+
+void addUuid(CLI::App& app, Action& chosen)
+{
+    CLI::App* uuid = app.add_subcommand("uuid", "Makes and reads UUIDs");
+    uuid->require_subcommand(0, 1);
+    uuid->footer("Examples:\n  vx uuid\n  vx uuid new --count 3\n"
+                 "  vx uuid show '{0123ABCD-4567-89EF-0123-456789ABCDEF}'");
+    uuid->callback([&chosen, uuid] {
+        if (uuid->get_subcommands().empty())
+            chosen = [] { return makeNew(1, false); };
+    });
+
+    CLI::App* make = uuid->add_subcommand("new", "Makes new ones");
+    auto json = std::make_shared<bool>(false);
+    auto count = std::make_shared<unsigned int>(1);
+    make->add_option("-n,--count", *count, "How many")->check(CLI::Range(1u, 1000000u));
+    make->add_flag("--json", *json, "Print JSON");
+    make->callback(
+        [&chosen, json, count] { chosen = [json, count] { return makeNew(*count, *json); }; });
+
+    CLI::App* read = uuid->add_subcommand("show", "Shows what the library reads from a text");
+    auto given = std::make_shared<std::string>();
+    read->add_option("TEXT", *given, "36 characters, or 38 with braces")->required();
+    read->add_flag("--json", *json, "Print JSON");
+    read->footer("Exit status 1 when the text is not valid.");
+    read->callback(
+        [&chosen, json, given] { chosen = [json, given] { return show(*given, *json); }; });
+}
+
+} // namespace tool

@@ -1,0 +1,31 @@
+#include "Commands.h"
+#include "Text.h"
+
+#include <Vx/VxVersion.h>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+namespace tool {
+
+void addVersion(CLI::App& app, Action& chosen)
+{
+    CLI::App* command = app.add_subcommand("version", "Says which Vx this is");
+    auto json = std::make_shared<bool>(false);
+    command->add_flag("--json", *json, "Print JSON");
+    command->footer("Example:\n  vx version --json");
+    command->callback([&chosen, json] {
+        chosen = [json] {
+            const std::string_view version = vxDllVersionStr();
+            const std::string_view major = version.substr(0, version.find('.'));
+            const auto label = toUtf8(Vx::getVersionLabel());
+            const auto year = toUtf8(Vx::getVersionDisplayString(text(major)));
+            if (*json)
+                printJson({{"library", version}, {"release", view(year)}, {"label", view(label)}});
+            else
+                fmt::print("{}\nlibVx.so {}, release {}\n", view(label), version, view(year));
+            return kYes;
+        };
+    });
+}
+
+} // namespace tool

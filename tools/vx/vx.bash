@@ -1,0 +1,77 @@
+# Completion for vx, for bash. Section and name words come from the file itself.
+
+# The names of one kind in an INI file, one a line: "sections", or the names of a section.
+_vx_ini_words()
+{
+    local file=$1 section=${2-}
+    [ -r "$file" ] || return
+    # As vx reads them: blanks belong to the name inside the brackets.
+    awk -v wanted="$section" -v all="$#" '
+        { sub(/[[:space:]]+$/, ""); sub(/^ +/, "") }
+        /^\[.*\]$/ { name = substr($0, 2, length($0) - 2); if (all == 1) print name; next }
+        all == 2 && !/^[;#]/ && /=/ && (name == wanted || (wanted == "-" && name == "")) {
+            print substr($0, 1, index($0, "=") - 1) }' "$file" 2>/dev/null
+}
+
+# Offers the lines of standard input that begin with the current word, blanks and all.
+_vx_offer()
+{
+    local line
+    COMPREPLY=()
+    while IFS= read -r line; do
+        [[ $line == "$cur"* ]] && COMPREPLY+=("$(printf '%q' "$line")")
+    done
+}
+
+_vx()
+{
+    local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+    local words=() word i
+    COMPREPLY=()
+    # What has been said so far, without options.
+    for ((i = 1; i < COMP_CWORD; i++)); do
+        word=${COMP_WORDS[i]}
+        [[ $word == -* && $word != - ]] || words+=("$word")
+    done
+    case $previous in
+        --color)
+            mapfile -t COMPREPLY < <(compgen -W "auto always never" -- "$cur")
+            return ;;
+        -o | --output)
+            mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+            return ;;
+        --pool | -n | --count)
+            [[ ${words[0]-} == ini ]] || return ;;
+    esac
+    if [[ $cur == -* ]]; then
+        local options="--help"
+        case "${words[0]-} ${words[1]-}" in
+            " ") options+=" --version --color" ;;
+            "ini show" | "ini check" | "ini diff") options+=" --case-sensitive --json" ;;
+            "ini get") options+=" --all --case-sensitive --json" ;;
+            "ini set") options+=" --create --dry-run --case-sensitive" ;;
+            "ini unset") options+=" --dry-run --case-sensitive" ;;
+            "uuid new") options+=" --count --json" ;;
+            "uuid show" | "meta "* | "version "*) options+=" --json" ;;
+            "fcc "*) options+=" --code --json" ;;
+            "pools "*) options+=" --pool --plot --output --json" ;;
+        esac
+        mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur")
+        return
+    fi
+    case ${#words[@]}:${words[0]-}:${words[1]-} in
+        0:*) mapfile -t COMPREPLY < <(compgen -W "ini uuid fcc meta pools version" -- "$cur") ;;
+        1:ini:*) mapfile -t COMPREPLY < <(
+            compgen -W "show get set unset check diff" -- "$cur") ;;
+        1:uuid:*) mapfile -t COMPREPLY < <(compgen -W "new show" -- "$cur") ;;
+        2:ini:* | 1:pools:* | 3:ini:diff)
+            compopt -o filenames 2>/dev/null
+            mapfile -t COMPREPLY < <(compgen -f -- "$cur") ;;
+        3:ini:show | 3:ini:get | 3:ini:set | 3:ini:unset)
+            _vx_offer < <(_vx_ini_words "${words[2]}" | sort -u) ;;
+        4:ini:get | 4:ini:set | 4:ini:unset)
+            _vx_offer < <(_vx_ini_words "${words[2]}" "${words[3]}" | sort -u) ;;
+    esac
+}
+
+complete -F _vx vx
