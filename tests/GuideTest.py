@@ -89,9 +89,11 @@ class Page:
             raise Wrong("%s: exit status %d\n%s" % (name, done.returncode, done.stderr.decode()))
 
     def debug(self, typed):
-        lines = [argument for line in typed.splitlines() for argument in ("-ex", line)]
-        self.command = ["gdb", "--batch", "-q", "-nx", "-iex", "set debuginfod enabled off",
-                        "-iex", "add-auto-load-safe-path /", *lines, self.program]
+        settings = ("set auto-load safe-path /", "set debuginfod enabled off", "set width 0",
+                    "set disable-randomization off")
+        commands = [("-iex", line) for line in settings]
+        commands += [("-ex", line) for line in typed.splitlines()]
+        self.command = ["gdb", "--batch", "-q", "-nx", *sum(commands, ()), self.program]
 
     def finish(self):
         """A program without a ```text block has not run yet."""
