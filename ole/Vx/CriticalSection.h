@@ -63,8 +63,8 @@ public:
     /// Deliberate: prints nothing. A place for a breakpoint.
     void debugPrint();
 
-    // The standard library's names, so that its guards work.
-
+    /// The standard library's names, so that its guards work: enter(), whether attemptEntry()
+    /// entered, leave().
     void lock() { enter(); }
     bool try_lock() { return attemptEntry() == 0; }
     void unlock() { leave(); }

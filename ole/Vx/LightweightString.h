@@ -103,6 +103,7 @@ public:
     struct Impl {
         /// Gives the block back to the platform allocator.
         struct DtorTraits {
+            /// Called by the handle of the last sharer.
             static void destroy(Impl* impl) noexcept { OS()->memoryAllocator()->deallocate(impl); }
         };
 
@@ -112,6 +113,7 @@ public:
         unsigned int refCount; ///< strings that share the block; atomic
     };
 
+    /// The standard library's names for the parts of a container that is read.
     using value_type = Ch;
     using size_type = unsigned int;
     using difference_type = std::ptrdiff_t;
@@ -119,6 +121,8 @@ public:
     using const_reference = const Ch&;
     using iterator = const Ch*;
     using const_iterator = const Ch*;
+
+    /// What the string converts to, and is made of.
     using View = std::basic_string_view<Ch>;
 
     /// The empty string.
@@ -141,6 +145,8 @@ public:
     LightweightString(LightweightString&&) noexcept = default;
     LightweightString& operator=(const LightweightString&) noexcept = default;
     LightweightString& operator=(LightweightString&&) noexcept = default;
+
+    /// Becomes a copy of a zero-terminated text, in a block of its own; null reads as empty.
     LightweightString& operator=(const Ch* text) { return *this = LightweightString(text); }
 
     /// Lets go of the block; the last sharer frees it.
@@ -148,8 +154,11 @@ public:
 
     // Reading.
 
+    /// Characters, embedded zeros included, the terminator not.
     unsigned int length() const noexcept { return impl_ ? impl_->length : 0; }
     unsigned int size() const noexcept { return length(); }
+
+    /// Whether there are no characters; then there is no block either.
     bool empty() const noexcept { return length() == 0; }
 
     /// Character slots of the block, the terminator's included; 0 without a block.
@@ -169,6 +178,7 @@ public:
     const Ch& front() const noexcept { return c_str()[0]; }
     const Ch& back() const noexcept { return c_str()[length() - 1]; }
 
+    /// The characters as a range, for reading; valid as long as c_str() is.
     const Ch* begin() const noexcept { return c_str(); }
     const Ch* end() const noexcept { return c_str() + length(); }
 
@@ -369,6 +379,7 @@ static_assert(sizeof(LightweightString<char>::Impl) == 24 &&
 
 // Appending. Every form appends as LightweightString::append does.
 
+/// Appends all characters of \p text, which may be \p to itself.
 template <class Ch>
 LightweightString<Ch>& operator+=(LightweightString<Ch>& to, const LightweightString<Ch>& text)
 {
@@ -409,6 +420,8 @@ VX_API LightweightString<char> operator+(const char* left, const LightweightStri
 VX_API LightweightString<wchar_t> operator+(const wchar_t* left,
                                             const LightweightString<wchar_t>& right);
 
+/// \p left with \p right behind it, as `operator+=` appends; shares the block of \p left
+/// when nothing is added.
 template <class Ch>
 LightweightString<Ch> operator+(LightweightString<Ch> left, const LightweightString<Ch>& right)
 {
@@ -427,8 +440,7 @@ template <class Ch> LightweightString<Ch> operator+(LightweightString<Ch> left, 
     return left;
 }
 
-// Comparison: characters as unsigned numbers, then the length; embedded zeros count. A
-// null pointer is the empty text.
+// Comparison.
 
 namespace Vx {
 namespace StringDetail {
@@ -448,6 +460,8 @@ int order(const LightweightString<Ch>& a, const Ch* b, unsigned int bLength) noe
 } // namespace StringDetail
 } // namespace Vx
 
+/// Compares characters as unsigned numbers, then lengths; embedded zeros count. A null
+/// pointer is the empty text.
 template <class Ch>
 bool operator==(const LightweightString<Ch>& a, const LightweightString<Ch>& b) noexcept
 {
@@ -540,6 +554,7 @@ bool operator>=(Vx::StringDetail::Chars<Ch> a, const LightweightString<Ch>& b) n
     return !(a < b);
 }
 #if defined(__cpp_impl_three_way_comparison) && __cplusplus >= 202002L
+/// The same order, for code that is read as C++20.
 template <class Ch>
 std::strong_ordering operator<=>(const LightweightString<Ch>& a,
                                  const LightweightString<Ch>& b) noexcept
@@ -567,6 +582,7 @@ VX_API std::istream& operator>>(std::istream& stream, LightweightString<char>& w
 
 /// Equal strings have equal hashes, embedded zeros included.
 template <class Ch> struct std::hash<LightweightString<Ch>> {
+    /// \returns the hash of the characters, the same as their view's
     std::size_t operator()(const LightweightString<Ch>& text) const noexcept
     {
         return std::hash<std::basic_string_view<Ch>>()(text);

@@ -24,6 +24,7 @@
 /// Errors: memory exhaustion passes through and leaves the items as they were.
 template <class T> class VX_API LightweightVector : public iVirtual {
 public:
+    /// The standard library's names for the parts of a container.
     using value_type = T;
     using iterator = typename std::vector<T>::iterator;
     using const_iterator = typename std::vector<T>::const_iterator;
@@ -41,6 +42,7 @@ public:
     /// become invalid when the vector grows.
     void push_back(const T& item) { items_->push_back(item); }
 
+    /// The items, or whether there are none.
     unsigned int size() const noexcept { return static_cast<unsigned int>(items_->size()); }
     bool empty() const noexcept { return items_->empty(); }
 
@@ -52,6 +54,7 @@ public:
         return items[index];
     }
 
+    /// The items as a range; valid until the vector grows, through whichever copy.
     iterator begin() noexcept { return items_->begin(); }
     iterator end() noexcept { return items_->end(); }
     const_iterator begin() const noexcept { return items_->cbegin(); }

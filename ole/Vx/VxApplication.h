@@ -51,6 +51,7 @@ public:
     /// The folder "Logs" in it, with a path separator at its end.
     virtual LightweightString<wchar_t> getLogsPath() const;
 
+    /// What the constructor was given.
     virtual LightweightString<wchar_t> getVersion() const;
 
     /// The host's work: from start to stop.
@@ -73,8 +74,7 @@ public:
     /// Whether the previous run came to its shutdown.
     bool previousExitWasNormal() const noexcept { return previousExitWasNormal_; }
 
-    // Shutdown::addCallback() in its three forms.
-
+    /// Shutdown::addCallback() in its three forms.
     void atShutdown(std::function<void(Shutdown::eExitType)> function, unsigned int priority);
     void atShutdown(std::function<void()> function, unsigned int priority);
     void atShutdown(const Vx::Ptr<iCallbackBase<void, Shutdown::eExitType>>& callback,

@@ -106,10 +106,10 @@ public:
     static LightweightString<wchar_t> getValue(const LightweightString<wchar_t>& name,
                                                const LightweightVector<AttribValuePair>& pairs);
 
-    int form;                     ///< which of the texts count, see above
-    LightweightString<char> text; ///< the whole item
-    LightweightString<char> name;
-    LightweightString<char> value;
+    int form;                      ///< which of the texts count, see above
+    LightweightString<char> text;  ///< the whole item
+    LightweightString<char> name;  ///< what stands before the first separator
+    LightweightString<char> value; ///< what stands behind it
 };
 static_assert(sizeof(AttribValuePair) == 56 && offsetof(AttribValuePair, form) == 0 &&
                   offsetof(AttribValuePair, text) == 8 && offsetof(AttribValuePair, name) == 24 &&

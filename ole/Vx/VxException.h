@@ -22,6 +22,7 @@ namespace Exception {
 /// Errors: copying may run out of memory, as copying any vector.
 class VX_API Base {
 public:
+    /// A text for each frame, in the platform's own words.
     using CallStack = std::vector<LightweightString<char>, StdAllocator<LightweightString<char>>>;
 
     Base(const Base&) = default;
@@ -32,11 +33,12 @@ public:
 
     CallStack callStack;  ///< a text for each frame, innermost first; may be empty
     const char* typeName; ///< "RuntimeError" or "LogicError"
-    const char* message;
-    const char* file; ///< the source file that raised it
-    int line;
+    const char* message;  ///< what went wrong, for people
+    const char* file;     ///< the source file that raised it
+    int line;             ///< the line in it
 
 protected:
+    /// Keeps the three pointers; no call stack.
     Base(const char* type, const char* text, const char* sourceFile, int sourceLine) noexcept
         : typeName(type), message(text), file(sourceFile), line(sourceLine)
     {}
@@ -61,6 +63,7 @@ public:
 /// A mistake in the program itself. Carries no call stack.
 class VX_API LogicError : public Base {
 public:
+    /// Keeps the three pointers.
     LogicError(const char* text, const char* sourceFile, int sourceLine) noexcept
         : Base("LogicError", text, sourceFile, sourceLine)
     {}

@@ -19,8 +19,9 @@ namespace VxIniFile_Private {
 /// strcasecmp follows the process's character-type locale. A host that changes it while a
 /// case-blind document with non-ASCII names is alive changes the order under the map.
 struct StringLT_Fancy {
-    bool caseSensitive;
+    bool caseSensitive; ///< which of the two orders
 
+    /// Whether \p a stands before \p b.
     bool operator()(const LightweightString<char>& a, const LightweightString<char>& b) const
     {
         return (caseSensitive ? std::strcmp(a.c_str(), b.c_str())
@@ -52,7 +53,10 @@ struct StringLT_Fancy {
 /// Threads: one thread at a time, also while loading and saving.
 class VX_API VxIniFile {
 public:
+    /// A section: its pairs, in the order of their lines.
     using Pairs = std::vector<Vx::AttribValuePair>;
+
+    /// All sections by name.
     using Sections = std::map<LightweightString<char>, Pairs, VxIniFile_Private::StringLT_Fancy>;
 
     /// Walks the sections in map order:
@@ -87,13 +91,20 @@ public:
     /// The same over a document that is only read.
     class VX_API ConstSectionIterator {
     public:
+        /// Stands nowhere: not valid().
         ConstSectionIterator();
+        /// Stands at \p position of a map that ends at \p end.
         ConstSectionIterator(Sections::const_iterator position, Sections::const_iterator end);
 
+        /// Whether there is a section here.
         bool valid() const;
+        /// To the next section in map order.
         ConstSectionIterator& operator++();
+        /// To the next section. \returns the old position
         ConstSectionIterator operator++(int);
+        /// The name of the section.
         LightweightString<char> name() const;
+        /// The pairs of the section.
         const Pairs& operator*() const;
 
     private:
@@ -119,6 +130,7 @@ public:
 
     // Sections.
 
+    /// What the constructor was given.
     bool getSectionNameCaseSensitivity() const;
 
     /// The anonymous section counts when it is present.
@@ -134,6 +146,7 @@ public:
     const Pairs& getSection(const LightweightString<char>& name) const;
     const Pairs& operator[](const LightweightString<char>& name) const;
 
+    /// Whether there is such a section, be it empty.
     bool sectionExists(const LightweightString<char>& name) const;
 
     /// Nothing happens when there is no such section.
@@ -211,7 +224,7 @@ public:
     LightweightString<wchar_t> path; ///< what an empty path means to load and save
     /// Fixed at construction; the map has its own copy.
     bool sectionNameCaseSensitive;
-    Sections sections;
+    Sections sections; ///< the content; change it as any map of vectors
 };
 static_assert(sizeof(VxIniFile) == 72 && sizeof(VxIniFile::SectionIterator) == 16,
               "path, flag and map, and two map positions, are part of the binary interface");

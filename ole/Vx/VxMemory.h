@@ -23,9 +23,11 @@
 ///     std::vector<int, StdAllocator<int>> numbers;
 template <class T> class StdAllocator {
 public:
+    /// The standard library's name for what is allocated.
     using value_type = T;
 
     StdAllocator() noexcept = default;
+    /// The same allocator for another type.
     template <class U> StdAllocator(const StdAllocator<U>&) noexcept {}
 
     /// Room for \p count objects.
@@ -40,8 +42,10 @@ public:
         return static_cast<T*>(OS()->memoryAllocator()->allocate(count * sizeof(T)));
     }
 
+    /// Gives a block of allocate() back.
     void deallocate(T* block, std::size_t) noexcept { OS()->memoryAllocator()->deallocate(block); }
 
+    /// Any two are equal: what one has allocated any other may give back.
     template <class U> bool operator==(const StdAllocator<U>&) const noexcept { return true; }
     template <class U> bool operator!=(const StdAllocator<U>&) const noexcept { return false; }
 };

@@ -5,11 +5,10 @@
 
 namespace Vx {
 
-// Fill `count` elements (not bytes) at `destination`, which is aligned for them, with
-// `value`. Plain forwards to ippsSet_8u, _16s, _32s and _64s: no argument is checked here.
-//
-// Threads: any, on memory of their own.
-
+/// Fill \p count elements (not bytes) at \p destination, which is aligned for them, with
+/// \p value. Plain forwards to ippsSet_8u, _16s, _32s and _64s: no argument is checked here.
+///
+/// Threads: any, on memory of their own.
 VX_API void Memset(void* destination, unsigned char value, unsigned int count);
 VX_API void Memset16(void* destination, unsigned short value, unsigned int count);
 VX_API void Memset32(void* destination, unsigned int value, unsigned int count);

@@ -38,12 +38,12 @@ class VX_API NamedObjectsNamespace {
 public:
     /// One pair of type and name.
     struct Entry {
-        unsigned int typeHash;            ///< checksum of typeName
-        unsigned int nameHash;            ///< checksum of objectName
-        void* object;                     ///< guarded by lock; null when there is none
-        CriticalSection lock;             ///< what lock() and unlock() of the name enter
-        LightweightString<char> typeName; ///< std::type_info::name() without a leading '*'
-        LightweightString<char> objectName;
+        unsigned int typeHash;              ///< checksum of typeName
+        unsigned int nameHash;              ///< checksum of objectName
+        void* object;                       ///< guarded by lock; null when there is none
+        CriticalSection lock;               ///< what lock() and unlock() of the name enter
+        LightweightString<char> typeName;   ///< std::type_info::name() without a leading '*'
+        LightweightString<char> objectName; ///< the name under which it was published
     };
 
     /// An empty namespace; \p ownName is for diagnostics, null means none.
@@ -132,6 +132,7 @@ public:
     /// The entry, or null. A null \p objectName reads as "".
     Entry* findInfo_(const std::type_info& type, const char* objectName);
 
+    /// As the operation of the same name without the underscore, for objects of \p type.
     void* find_(const std::type_info& type, const char* objectName);
     void create_(const std::type_info& type, const char* objectName, void* object);
     void* findOrCreate_(const std::type_info& type, const char* objectName, void* (*factory)());

@@ -20,6 +20,7 @@ namespace Vx {
 class VX_API InternalRefCount {
 public:
     InternalRefCount() noexcept {}
+    /// Leaves the count alone: it belongs to the object.
     InternalRefCount(const InternalRefCount&) noexcept {}
     InternalRefCount& operator=(const InternalRefCount&) noexcept { return *this; }
     virtual ~InternalRefCount() = default;

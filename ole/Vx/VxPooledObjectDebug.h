@@ -62,11 +62,12 @@ VX_API void LoggingTraitsBase_exit(Shutdown::eExitType);
 /// The loggers of the process, the newest first: a stack without a lock. Nodes are never
 /// freed, so that whoever looks at one may go on looking.
 struct LoggerStack {
+    /// A logger's place in the stack, which outlives it.
     struct Node {
-        Node* next;
+        Node* next;                ///< the next older one
         LoggingTraitsBase* logger; ///< null once the logger is destroyed
     };
-    Node* head;
+    Node* head;         ///< the newest one
     unsigned int count; ///< nodes in the stack
 };
 

@@ -11,6 +11,7 @@ namespace Vx {
 
 /// Says how the last Vx::Ptr destroys: with the object's own destructor.
 struct DtorTraits {
+    /// Ends the life of \p object and gives its memory back.
     template <class T> static void destroy(T* object) noexcept { delete object; }
 };
 
@@ -18,6 +19,7 @@ struct DtorTraits {
 /// descendant it is the count of that base; any other class offers a public
 /// `unsigned int refCount`.
 struct InternalRefCountTraits {
+    /// The count of \p object.
     template <class T> static unsigned int* counterOf(T* object)
     {
         if constexpr (std::is_base_of_v<InternalRefCount, T>)
@@ -25,12 +27,15 @@ struct InternalRefCountTraits {
         else
             return &object->refCount;
     }
+    /// Nothing: the count goes with the object.
     static void freeCounter(unsigned int*) noexcept {}
 };
 
 /// Says where the count lives: in a counter of its own, allocated with `new`.
 struct ExternalRefCountTraits {
+    /// A new counter, at 0. \throws whatever `new` throws
     template <class T> static unsigned int* counterOf(T*) { return new unsigned int(0); }
+    /// Gives the counter back, before the object goes.
     static void freeCounter(unsigned int* counter) noexcept { delete counter; }
 };
 
@@ -49,6 +54,7 @@ struct ExternalRefCountTraits {
 ///   process.
 template <class T, class Destroy, class Count> class Ptr {
 public:
+    /// The standard library's name for what is pointed at.
     using element_type = T;
 
     /// Holds nothing.
@@ -84,8 +90,10 @@ public:
         incRef();
     }
 
+    /// One holder more.
     Ptr(const Ptr& other) noexcept : count(other.count), object(other.object) { incRef(); }
 
+    /// Takes the place of \p other, which becomes empty.
     Ptr(Ptr&& other) noexcept
         : count(std::exchange(other.count, nullptr)), object(std::exchange(other.object, nullptr))
     {}
@@ -110,6 +118,7 @@ public:
         return *this;
     }
 
+    /// Lets go and takes the place of \p other, which becomes empty.
     Ptr& operator=(Ptr&& other) noexcept
     {
         Ptr(std::move(other)).swap(*this);
@@ -122,15 +131,19 @@ public:
     /// Lets go and becomes a holder of \p next.
     void reset(T* next) { Ptr(next).swap(*this); }
 
+    /// Exchanges what the two hold; no count changes.
     void swap(Ptr& other) noexcept
     {
         std::swap(count, other.count);
         std::swap(object, other.object);
     }
 
+    /// The object; null, and not to be followed, when empty.
     T* get() const noexcept { return object; }
     T* operator->() const noexcept { return object; }
     T& operator*() const noexcept { return *object; }
+
+    /// Whether there is an object.
     explicit operator bool() const noexcept { return object != nullptr; }
 
     /// The number of holders at this moment; 0 for an empty pointer.

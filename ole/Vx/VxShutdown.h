@@ -13,6 +13,7 @@
 /// Something that can be called and is shared by count.
 template <class Result, class Argument> class VX_API iCallbackBase : public virtual iObject {
 public:
+    /// What the callback is there for.
     virtual Result execute(const Argument& argument) = 0;
 };
 
@@ -36,6 +37,7 @@ namespace Shutdown {
 /// down in an orderly way only; every other number is the host's.
 enum eExitType : int { kOrderlyExit = 0 };
 
+/// What is executed at shutdown.
 using Callback = iCallbackBase<void, eExitType>;
 
 /// The last priority of the first pass.
@@ -44,6 +46,7 @@ constexpr unsigned int kLastOfFirstPass = 200;
 /// A callback that calls a function.
 class VX_API FunctionCallback : public Callback {
 public:
+    /// Keeps \p function, which may be empty until it is executed.
     explicit FunctionCallback(std::function<void(eExitType)> function);
 
     /// \throws std::bad_function_call when the function is empty
@@ -64,9 +67,9 @@ struct VX_API CallbackItem {
     /// Takes the next number of the process as the item's age. Any thread.
     void init();
 
-    unsigned int priority;
-    unsigned int sequence; ///< unique for an item and its copies
-    Vx::Ptr<Callback> callback;
+    unsigned int priority;      ///< lowest first
+    unsigned int sequence;      ///< unique for an item and its copies
+    Vx::Ptr<Callback> callback; ///< shared with whoever added it
 };
 static_assert(sizeof(CallbackItem) == 24 && offsetof(CallbackItem, sequence) == 4 &&
                   offsetof(CallbackItem, callback) == 8,

@@ -18,8 +18,10 @@ enum SplitFlags : unsigned int {
 /// Matches one character.
 template <class Ch> class IsMatchingChar {
 public:
+    /// Matches \p character and no other.
     constexpr explicit IsMatchingChar(Ch character) noexcept : character_(character) {}
 
+    /// Whether \p c is the character.
     constexpr bool operator()(Ch c) const noexcept { return c == character_; }
 
 private:
@@ -28,12 +30,14 @@ private:
 
 /// The vector of strings that the splitting functions fill.
 template <class String> struct StringToVec {
+    /// Its items come from the platform's memory, as those of every vector that crosses over.
     using VecT = std::vector<String, StdAllocator<String>>;
 };
 
 /// Appends pieces of one text to a vector. Both must outlive the builder.
 template <class String> class SplitOutputBuilder {
 public:
+    /// Keeps references to both.
     SplitOutputBuilder(typename StringToVec<String>::VecT& out, const String& source) noexcept
         : out_(out), source_(source)
     {}

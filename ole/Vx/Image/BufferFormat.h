@@ -20,10 +20,13 @@ namespace BufferFormat {
 /// flag says whether the record has been set.
 class VX_API Interface : public virtual iVirtual {
 public:
+    /// Which way up the lines are stored.
     virtual Orientation getOrientation() const = 0;
     virtual void setOrientation(Orientation value) = 0;
+    /// The distance of two lines, in a unit that the applications agree on.
     virtual unsigned int getStride() const = 0;
     virtual void setStride(unsigned int value) = 0;
+    /// Whether the record has been set.
     virtual bool getBufferFormatDataSet() const = 0;
     virtual void setBufferFormatDataSet(bool value) = 0;
 };
@@ -39,10 +42,13 @@ public:
 class VX_API Data : public Interface {
 public:
     /// Orientation 1, stride 0, not set.
+    /// The defaults, with the flag false.
     VX_API Data();
+    /// Takes the fields as they are.
 
     /// \p orientation is stored as 0 or 1.
     VX_API Data(bool orientation, unsigned int stride, bool set);
+    /// The same fields.
     VX_API Data(const Data& other);
     Data& operator=(const Data&) = default;
 
@@ -68,6 +74,7 @@ public:
     /// All fields in the order of their declaration, valid as long as the record.
     auto fields() const noexcept { return std::tie(orientation, stride, bufferFormatDataSet); }
 
+    /// Has the record compared and hashed as all metadata records are.
     using IsMetadata = void;
 
 private:
@@ -81,6 +88,7 @@ static_assert(sizeof(Data) == 24, "the record's layout is part of the binary int
 } // namespace Image
 } // namespace Vx
 
+/// Equal records have equal hashes.
 template <>
 struct std::hash<Vx::Image::BufferFormat::Data>
     : Vx::Image::MetadataHash<Vx::Image::BufferFormat::Data> {};

@@ -20,18 +20,24 @@ namespace Core {
 /// flag says whether the record has been set.
 class VX_API Interface : public virtual iVirtual {
 public:
+    /// Pixels in a line, and lines.
     virtual unsigned int getWidth() const = 0;
     virtual unsigned int getHeight() const = 0;
     virtual void setWidth(unsigned int value) = 0;
     virtual void setHeight(unsigned int value) = 0;
+    /// The pixel format.
     virtual Format getDataFormat() const = 0;
     virtual void setDataFormat(Format value) = 0;
+    /// Bits of one component of a pixel.
     virtual unsigned short getBitsPerComponent() const = 0;
     virtual void setBitsPerComponent(unsigned short value) = 0;
+    /// Bits of a whole pixel.
     virtual unsigned short getBitsPerPixel() const = 0;
     virtual void setBitsPerPixel(unsigned short value) = 0;
+    /// The arrangement of the picture.
     virtual eLayout getLayout() const = 0;
     virtual void setLayout(eLayout value) = 0;
+    /// Whether the record has been set.
     virtual bool getCoreDataSet() const = 0;
     virtual void setCoreDataSet(bool value) = 0;
 };
@@ -47,10 +53,13 @@ public:
 class VX_API Data : public Interface {
 public:
     /// All zero, the format Format::None, not set.
+    /// The defaults, with the flag false.
     VX_API Data();
+    /// Takes the fields as they are.
     VX_API Data(unsigned int width, unsigned int height, Format dataFormat,
                 unsigned short bitsPerComponent, unsigned short bitsPerPixel, eLayout layout,
                 bool set);
+    /// The same fields.
     VX_API Data(const Data& other);
     Data& operator=(const Data&) = default;
 
@@ -88,6 +97,7 @@ public:
                         coreDataSet);
     }
 
+    /// Has the record compared and hashed as all metadata records are.
     using IsMetadata = void;
 
 private:
@@ -105,5 +115,6 @@ static_assert(sizeof(Data) == 32, "the record's layout is part of the binary int
 } // namespace Image
 } // namespace Vx
 
+/// Equal records have equal hashes.
 template <>
 struct std::hash<Vx::Image::Core::Data> : Vx::Image::MetadataHash<Vx::Image::Core::Data> {};

@@ -60,6 +60,7 @@ public:
     VX_API bool operator!=(const FormatUID& other) const noexcept;
     VX_API bool operator<(const FormatUID& other) const noexcept;
 
+    /// The text as it was given; valid as long as this object is.
     const LightweightString<char>& text() const noexcept { return text_; }
 
 private:
@@ -68,6 +69,7 @@ private:
 static_assert(sizeof(FormatUID) == sizeof(LightweightString<char>),
               "an identifier is its text: the layout is part of the binary interface");
 
+/// What follows from the comparisons that are members.
 inline bool operator!=(const FormatUID& a, unsigned int id) noexcept { return !(a == id); }
 inline bool operator!=(const FormatUID& a, const LightweightString<char>& text) noexcept
 {
@@ -77,6 +79,7 @@ inline bool operator>(const FormatUID& a, const FormatUID& b) noexcept { return 
 inline bool operator<=(const FormatUID& a, const FormatUID& b) noexcept { return !(b < a); }
 inline bool operator>=(const FormatUID& a, const FormatUID& b) noexcept { return !(a < b); }
 #if defined(__cpp_impl_three_way_comparison) && __cplusplus >= 202002L
+/// By the texts; weak, because texts that differ behind a 0 are equivalent.
 inline std::weak_ordering operator<=>(const FormatUID& a, const FormatUID& b) noexcept
 {
     return a < b   ? std::weak_ordering::less
@@ -105,7 +108,9 @@ inline std::ostream& operator<<(std::ostream& stream, const FormatUID& id)
 } // namespace Image
 } // namespace Vx
 
+/// Equal identifiers have equal hashes.
 template <> struct std::hash<Vx::Image::FormatUID> {
+    /// \returns the hash of the text up to its first 0
     std::size_t operator()(const Vx::Image::FormatUID& id) const noexcept
     {
         // Up to the first 0, because equality sees no further.

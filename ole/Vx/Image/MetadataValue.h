@@ -11,6 +11,7 @@ namespace Image {
 
 /// A hash over all fields of a record.
 template <class Record> struct MetadataHash {
+    /// Equal records have equal hashes.
     std::size_t operator()(const Record& record) const noexcept
     {
         return std::apply(
@@ -23,13 +24,16 @@ template <class Record> struct MetadataHash {
     }
 };
 
+/// A type for metadata records, none for any other.
 template <class Record> using IfMetadata = typename Record::IsMetadata;
 
 } // namespace Image
 } // namespace Vx
 
-// Records compare field by field, in the order of declaration. At global scope, where the
-// records' root class stands, so that one set of operators serves all five.
+// At global scope, where the records' root class stands, so that one set of operators serves
+// all five.
+
+/// Records compare field by field, in the order of declaration.
 template <class Record, class = Vx::Image::IfMetadata<Record>>
 bool operator==(const Record& a, const Record& b) noexcept
 {

@@ -118,10 +118,9 @@ public:
     /// The invalid value.
     VX_UUID_API constexpr UUID() noexcept : bytes_{} {}
 
+    /// The same 16 bytes.
     VX_UUID_API constexpr UUID(const UUID& other) noexcept : UUID(other.bytes_) {}
     constexpr UUID& operator=(const UUID&) noexcept = default;
-
-    /// The same 16 bytes.
     VX_UUID_API constexpr UUID(const SimpleUUID& bytes) noexcept : UUID(bytes.bytes) {}
 
     /// Reads a zero-terminated text as initFromString() does; null reads as empty. In a
@@ -166,6 +165,7 @@ public:
     /// Whether any byte is not zero.
     VX_UUID_API constexpr bool valid() const noexcept { return *this != UUID(); }
 
+    /// Whether the 16 bytes are the same, or not.
     VX_UUID_API constexpr bool operator==(const UUID& other) const noexcept
     {
         return compare(other) == 0;
@@ -219,10 +219,12 @@ private:
 static_assert(sizeof(UUID) == 16 && alignof(UUID) == 1,
               "an identifier is its 16 bytes: the layout is part of the binary interface");
 
+/// Order of the stored bytes.
 constexpr bool operator>(const UUID& a, const UUID& b) noexcept { return b < a; }
 constexpr bool operator<=(const UUID& a, const UUID& b) noexcept { return !(b < a); }
 constexpr bool operator>=(const UUID& a, const UUID& b) noexcept { return !(a < b); }
 #if defined(__cpp_impl_three_way_comparison) && __cplusplus >= 202002L
+/// Order of the stored bytes.
 constexpr std::strong_ordering operator<=>(const UUID& a, const UUID& b) noexcept
 {
     return a.compare(b) <=> 0;
@@ -245,10 +247,12 @@ inline std::wostream& operator<<(std::wostream& stream, const UUID& id)
 
 } // namespace Vx
 
+/// Equal identifiers have equal hashes.
 template <> struct std::hash<Vx::UUID> {
+    /// \returns a number in which every bit of \p id has its say
     std::size_t operator()(const Vx::UUID& id) const noexcept
     {
-        // Identifiers may differ in a few low bits only, so every bit has its say.
+        // Identifiers may differ in a few low bits only.
         std::uint64_t halves[2];
         std::memcpy(halves, id.data(), sizeof halves);
         std::uint64_t mixed = halves[0] ^ halves[1] * std::uint64_t(0x9E3779B97F4A7C15);

@@ -21,12 +21,16 @@ namespace Video {
 /// flag says whether the record has been set.
 class VX_API Interface : public virtual iVirtual {
 public:
+    /// How the lines of a frame were scanned.
     virtual ScanMode getScanMode() const = 0;
     virtual void setScanMode(ScanMode value) = 0;
+    /// The shape of the picture.
     virtual AspectRatio getAspectRatio() const = 0;
     virtual void setAspectRatio(AspectRatio value) = 0;
+    /// The video format; valid until the record changes or goes.
     virtual const FormatUID& getVideoFormatUID() const = 0;
     virtual void setVideoFormatUID(FormatUID value) = 0;
+    /// Whether the record has been set.
     virtual bool getVideoDataSet() const = 0;
     virtual void setVideoDataSet(bool value) = 0;
 };
@@ -42,8 +46,11 @@ public:
 class VX_API Data : public Interface {
 public:
     /// All zero, the format "0", not set.
+    /// The defaults, with the flag false.
     VX_API Data();
+    /// Takes the fields as they are.
     VX_API Data(ScanMode scanMode, AspectRatio aspectRatio, FormatUID videoFormatUID, bool set);
+    /// The same fields.
     VX_API Data(const Data& other);
     Data& operator=(const Data&) = default;
 
@@ -74,6 +81,7 @@ public:
         return std::tie(scanMode, aspectRatio, videoFormatUID, videoDataSet);
     }
 
+    /// Has the record compared and hashed as all metadata records are.
     using IsMetadata = void;
 
 private:
@@ -88,5 +96,6 @@ static_assert(sizeof(Data) == 40, "the record's layout is part of the binary int
 } // namespace Image
 } // namespace Vx
 
+/// Equal records have equal hashes.
 template <>
 struct std::hash<Vx::Image::Video::Data> : Vx::Image::MetadataHash<Vx::Image::Video::Data> {};

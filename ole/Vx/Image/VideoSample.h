@@ -20,12 +20,16 @@ namespace VideoSample {
 /// flag says whether the record has been set.
 class VX_API Interface : public virtual iVirtual {
 public:
+    /// The polarity of the samples.
     virtual Polarity getPolarity() const = 0;
     virtual void setPolarity(Polarity value) = 0;
+    /// The colour space of the samples.
     virtual Colorimetry getColorimetry() const = 0;
     virtual void setColorimetry(Colorimetry value) = 0;
+    /// How the samples fill their range.
     virtual GamutScaling getGamutScaling() const = 0;
     virtual void setGamutScaling(GamutScaling value) = 0;
+    /// Whether the record has been set.
     virtual bool getVideoSampleDataSet() const = 0;
     virtual void setVideoSampleDataSet(bool value) = 0;
 };
@@ -41,8 +45,11 @@ public:
 class VX_API Data : public Interface {
 public:
     /// All zero, not set.
+    /// The defaults, with the flag false.
     VX_API Data();
+    /// Takes the fields as they are.
     VX_API Data(Polarity polarity, Colorimetry colorimetry, GamutScaling gamutScaling, bool set);
+    /// The same fields.
     VX_API Data(const Data& other);
     Data& operator=(const Data&) = default;
 
@@ -71,6 +78,7 @@ public:
         return std::tie(polarity, colorimetry, gamutScaling, videoSampleDataSet);
     }
 
+    /// Has the record compared and hashed as all metadata records are.
     using IsMetadata = void;
 
 private:
@@ -85,6 +93,7 @@ static_assert(sizeof(Data) == 24, "the record's layout is part of the binary int
 } // namespace Image
 } // namespace Vx
 
+/// Equal records have equal hashes.
 template <>
 struct std::hash<Vx::Image::VideoSample::Data>
     : Vx::Image::MetadataHash<Vx::Image::VideoSample::Data> {};

@@ -20,8 +20,10 @@ namespace VideoSequence {
 /// flag says whether the record has been set.
 class VX_API Interface : public virtual iVirtual {
 public:
+    /// The frame rate.
     virtual FrameRate getFrameRate() const = 0;
     virtual void setFrameRate(FrameRate value) = 0;
+    /// Whether the record has been set.
     virtual bool getVideoSequenceDataSet() const = 0;
     virtual void setVideoSequenceDataSet(bool value) = 0;
 };
@@ -37,8 +39,11 @@ public:
 class VX_API Data : public Interface {
 public:
     /// Frame rate 0, not set.
+    /// The defaults, with the flag false.
     VX_API Data();
+    /// Takes the fields as they are.
     VX_API Data(FrameRate frameRate, bool set);
+    /// The same fields.
     VX_API Data(const Data& other);
     Data& operator=(const Data&) = default;
 
@@ -60,6 +65,7 @@ public:
     /// All fields in the order of their declaration, valid as long as the record.
     auto fields() const noexcept { return std::tie(frameRate, videoSequenceDataSet); }
 
+    /// Has the record compared and hashed as all metadata records are.
     using IsMetadata = void;
 
 private:
@@ -72,6 +78,7 @@ static_assert(sizeof(Data) == 16, "the record's layout is part of the binary int
 } // namespace Image
 } // namespace Vx
 
+/// Equal records have equal hashes.
 template <>
 struct std::hash<Vx::Image::VideoSequence::Data>
     : Vx::Image::MetadataHash<Vx::Image::VideoSequence::Data> {};

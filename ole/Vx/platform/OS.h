@@ -16,6 +16,7 @@
 ///   usable throughout.
 class iPlatformServices {
 public:
+    /// The service of that name, never null.
     virtual iMemoryAllocator* memoryAllocator() = 0;
     virtual iReclaimRegistry* reclaimRegistry() = 0;
     virtual iSystemUtils* systemUtils() = 0;

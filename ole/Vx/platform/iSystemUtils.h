@@ -6,7 +6,7 @@
 
 /// 16 raw bytes of an identifier, in the layout of Vx::UUID.
 struct SimpleUUID {
-    unsigned char bytes[16];
+    unsigned char bytes[16]; ///< as they are stored, not as they are printed
 };
 static_assert(sizeof(SimpleUUID) == 16, "an identifier is 16 bytes and nothing else");
 

@@ -1,0 +1,98 @@
+"""doxygen-filter.py HEADER: the header as Doxygen should read it.
+
+Our headers say things once; Doxygen wants everything said everywhere. So:
+
+- The first comment of a header describes the file.
+- A line of a description that begins with a label ("Threads: any.") is a paragraph with a
+  title, one that begins with a number ("0: everything.") an item of a list.
+- A declaration directly below a documented one, without an empty line between, shares its words.
+- Explicit instantiations, and defaulted members without words, are for the compiler only.
+"""
+
+import re
+import sys
+
+OPENS_BODY = re.compile(r'((template *<.*> *)?(class|struct|enum|namespace)\b|extern "C")[^;]*$')
+ENUMERATOR = re.compile(r"\w+( = \w+)?,$")
+DECLARES_NOTHING = re.compile(r"[}#)]|(public|private|protected):|static_assert|friend\b|return\b")
+
+LABEL = re.compile(r"( *///) ([A-Z][a-z]+(?: [a-z]+){0,2}): +(.*)")
+NUMBERED = re.compile(r"( *///) +(\d[\d, and]*): +(.*)")
+
+
+def laid_out(words, line):
+    """A line of a description, given the lines before it."""
+    # What would be a command, or the end of a comment.
+    if not line.strip().startswith("///     "):
+        line = re.sub(r"\\n\b", "&#92;n", line)
+    line = re.sub(r"/\*\w+=\*/", "", line)
+    label, numbered = LABEL.match(line), NUMBERED.match(line)
+    if label and words:
+        prefix, title, text = label.groups()
+        if re.match(r"[a-z-]+[ ,;:.]", text):
+            text = text[0].upper() + text[1:]
+        return ["%s \\par %s" % (prefix, title), "%s %s" % (prefix, text)]
+    if numbered:
+        return ["%s - %s: %s" % numbered.groups()]
+    return [line]
+
+
+def depth_of(code):
+    return sum(code.count(c) for c in "({") - sum(code.count(c) for c in ")}")
+
+
+def statements(lines):
+    """Yields ("other", lines), ("doc", lines) and ("code", lines) in order."""
+    pending, depth = [], 0
+    for line, following in zip(lines, lines[1:] + [""]):
+        bare = line.strip()
+        if not pending and (not bare or bare.startswith(("//", "#"))):
+            yield ("doc" if re.match(r"///(?!<)", bare) else "other"), [line]
+            continue
+        code = re.sub(r"//.*", "", bare).strip()
+        if not pending and (OPENS_BODY.match(code) or DECLARES_NOTHING.match(code)):
+            yield "other", [line]
+            continue
+        pending.append(line)
+        depth += depth_of(code)
+        ended = code.endswith((";", "}")) and following.strip() != "{" or ENUMERATOR.match(code)
+        if depth <= 0 and ended:
+            yield "code", pending
+            pending, depth = [], 0
+    yield "other", pending
+
+
+def main():
+    with open(sys.argv[1], encoding="utf-8") as header:
+        lines = header.read().splitlines()
+    about = re.match(r"// \S+ - (.)(.*)", lines[0]) if lines else None
+    if about:
+        lines[0] = "/// \\brief " + about[1].upper() + about[2]
+        for i in range(1, len(lines)):
+            if not lines[i].startswith("//"):
+                break
+            lines[i] = "/" + lines[i]
+        print("/// \\file")
+
+    words, fresh = [], False
+    for kind, text in statements(lines):
+        first = text[0].strip() if text else ""
+        if kind == "doc":
+            words = words if fresh else []
+            text = laid_out(words, text[0])
+            words = words + text
+            fresh = True
+        elif kind == "other":
+            words, fresh = [], False
+        elif first.startswith("extern template"):
+            text = [""] * len(text)
+        elif not words and text[-1].rstrip().endswith("= default;"):
+            text = [""] * len(text)
+        else:
+            if words and not fresh and "///<" not in text[-1]:
+                text = words + text
+            fresh = False
+        print("\n".join(text))
+
+
+main()
