@@ -205,7 +205,9 @@ template <class Ch> bool readPlainDouble(const LightweightString<Ch>& text, doub
                                          1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
                                          1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
     if (mantissa <= std::uint64_t(1) << 53 && exponent >= -22 && exponent <= 22) {
-        const double exact = static_cast<double>(mantissa);
+        // From a signed number: compilers may compose the unsigned conversion of a difference,
+        // which makes -0.0 of 0 when rounding goes downward.
+        const double exact = static_cast<double>(static_cast<std::int64_t>(mantissa));
         const double number = negative ? -exact : exact;
         value = exponent < 0 ? number / kPowers[-exponent] : number * kPowers[exponent];
         return true;
