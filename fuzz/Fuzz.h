@@ -1,0 +1,87 @@
+// Fuzz.h - what the fuzz targets share: a claim that ends the run, and the input in pieces.
+#pragma once
+
+#include <Vx/LightweightString.h>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+/// One run of a target. It claims what must hold for every input.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
+
+/// Ends the process when \p condition does not hold, in every build.
+#define FUZZ_CLAIM(condition)                                                                      \
+    do {                                                                                           \
+        if (!(condition)) {                                                                        \
+            std::fprintf(stderr, "%s:%d: does not hold: %s\n", __FILE__, __LINE__, #condition);    \
+            std::abort();                                                                          \
+        }                                                                                          \
+    } while (false)
+
+/// The bytes of an input, taken from the front.
+class Input {
+public:
+    Input(const std::uint8_t* data, std::size_t size) : at_(data), left_(size) {}
+
+    bool empty() const { return left_ == 0; }
+
+    /// The next bytes as a number; where they run out, zeros.
+    template <class Number> Number take()
+    {
+        Number number{};
+        const std::size_t count = left_ < sizeof number ? left_ : sizeof number;
+        if (count != 0)
+            std::memcpy(&number, at_, count);
+        at_ += count;
+        left_ -= count;
+        return number;
+    }
+
+    /// Up to the next '\n' or the end.
+    std::string line()
+    {
+        std::string text;
+        while (!empty()) {
+            const char c = take<char>();
+            if (c == '\n')
+                break;
+            text += c;
+        }
+        return text;
+    }
+
+    /// All bytes that are left.
+    std::string rest()
+    {
+        std::string bytes(reinterpret_cast<const char*>(at_), left_);
+        left_ = 0;
+        return bytes;
+    }
+
+    /// All bytes that are left, each as a character, or four to a character.
+    std::wstring wideRest(bool four)
+    {
+        std::wstring text;
+        while (!empty())
+            text += four ? take<wchar_t>() : static_cast<wchar_t>(take<std::uint8_t>());
+        return text;
+    }
+
+private:
+    const std::uint8_t* at_;
+    std::size_t left_;
+};
+
+/// A string of the library, zeros included, in a block of the exact size that it asks for.
+template <class Ch> LightweightString<Ch> ours(const std::basic_string<Ch>& text)
+{
+    return LightweightString<Ch>(text.data(), static_cast<unsigned int>(text.size()));
+}
+
+template <class Ch> std::basic_string<Ch> plain(const LightweightString<Ch>& text)
+{
+    return std::basic_string<Ch>(text.c_str(), text.length());
+}

@@ -1,0 +1,79 @@
+// Pair lists: reading, printing, reading again, and look-ups, against plain rules.
+#include "Fuzz.h"
+#include "Pieces.h"
+
+#include <Vx/VxAttribValuePair.h>
+
+namespace {
+
+// Appending stops taking characters at the first zero and goes on with zeros.
+std::string asAppended(std::string text)
+{
+    const std::size_t zero = std::min(text.find('\0'), text.size());
+    return text.replace(zero, std::string::npos, text.size() - zero, '\0');
+}
+
+struct PlainPair {
+    std::string text, name, value;
+};
+
+std::vector<PlainPair> plainPairs(const std::string& text, char pairSeparator, char itemSeparator)
+{
+    std::vector<PlainPair> pairs;
+    for (const std::string& item : plainPieces(text, itemSeparator, Vx::SkipEmpty)) {
+        if (pairSeparator == 0)
+            continue; // all name and no value
+        const std::size_t at = std::string(item.c_str()).find(pairSeparator);
+        if (at != std::string::npos && at != 0 && at + 1 != item.size())
+            pairs.push_back({item, item.substr(0, at), item.substr(at + 1)});
+    }
+    return pairs;
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    Input input(data, size);
+    const char pairSeparator = input.take<char>();
+    const char itemSeparator = input.take<char>();
+    const std::string wanted = input.line();
+    const std::string text = input.rest();
+    if (text.size() > 20'000)
+        return 0; // far below the length from which look-ups no longer end
+
+    const auto pairs = Vx::AttribValuePair::vecFromString(ours(text), pairSeparator, itemSeparator);
+    const std::vector<PlainPair> expected = plainPairs(text, pairSeparator, itemSeparator);
+    FUZZ_CLAIM(pairs.size() == expected.size());
+    std::string joined, value;
+    bool found = false;
+    for (unsigned int i = 0; i < pairs.size(); ++i) {
+        FUZZ_CLAIM(plain(pairs[i].text) == expected[i].text);
+        FUZZ_CLAIM(plain(pairs[i].name) == expected[i].name);
+        FUZZ_CLAIM(plain(pairs[i].value) == expected[i].value);
+        FUZZ_CLAIM(pairs[i].valid() && pairs[i] == Vx::AttribValuePair(pairs[i]));
+        if (i != 0 && itemSeparator != 0)
+            joined += itemSeparator;
+        joined += asAppended(expected[i].text);
+        if (!found && std::strcmp(expected[i].name.c_str(), wanted.c_str()) == 0) {
+            value = expected[i].value;
+            found = true;
+        }
+    }
+    FUZZ_CLAIM(plain(Vx::AttribValuePair::getValue(ours(wanted), pairs)) == value);
+    const auto printed = Vx::AttribValuePair::asString(pairs, pairSeparator, itemSeparator);
+    FUZZ_CLAIM(plain(printed) == joined);
+
+    // Zeros do not come back from appending, and an item that begins with its own separator
+    // cannot be told from an empty one; all else does.
+    if (text.find('\0') == std::string::npos && itemSeparator != 0 &&
+        pairSeparator != itemSeparator) {
+        const auto again =
+            Vx::AttribValuePair::vecFromString(printed, pairSeparator, itemSeparator);
+        FUZZ_CLAIM(again.size() == pairs.size());
+        for (unsigned int i = 0; i < pairs.size(); ++i)
+            FUZZ_CLAIM(again[i] == pairs[i]);
+    }
+    Vx::AttribValuePair::asWString(pairs, pairSeparator, itemSeparator);
+    return 0;
+}
