@@ -24,7 +24,7 @@ def laid_out(words, line):
     """A line of a description, given the lines before it."""
     # What would be a command, or the end of a comment.
     if not line.strip().startswith("///     "):
-        line = re.sub(r"\\n\b", "&#92;n", line)
+        line = line.replace(r"'\n'", r"'\\n'")
     line = re.sub(r"/\*\w+=\*/", "", line)
     label, numbered = LABEL.match(line), NUMBERED.match(line)
     if label and words:
