@@ -24,7 +24,7 @@ RB_NODE_HEADER = 32  # std::_Rb_tree_node_base
 # gdb refuses values that are larger than its max-value-size, 64 KiB unless told otherwise.
 MOST_BYTES = 60000
 # Longer lists are taken for memory that nobody has initialised.
-MOST_ITEMS = 1 << 40
+MOST_ITEMS = 1 << 26
 
 
 class Damaged(Exception):
@@ -227,25 +227,33 @@ class StdVector:
         if self.size > MOST_ITEMS:
             raise Damaged("%d items" % self.size)
 
-    def shown(self):
-        return limited(self.size, self.item.sizeof)
+        self.shown = limited(self.size, self.item.sizeof)
 
     def as_array(self):
-        return array_at(self.start, self.item, self.shown())
+        return array_at(self.start, self.item, self.shown)
 
     def items(self):
-        for i in range(self.shown()):
+        # One more than the user wants to see makes gdb say that there is more.
+        for i in range(min(self.size, self.shown + 1)):
             yield "[%d]" % i, (self.start + i).dereference()
 
 
+def map_size(tree_map):
+    """How many items a std::map says it has."""
+    tree = tree_map["_M_t"]["_M_impl"]
+    count = int(tree["_M_node_count"])
+    if count > MOST_ITEMS or (count == 0) != (int(tree["_M_header"]["_M_parent"]) == 0):
+        raise Damaged("no map of %d items" % count)
+    return count
+
+
 def map_nodes(tree_map):
-    """The addresses of the key and value pairs of a std::map, in order."""
+    """The addresses of the key and value pairs of a std::map, in order; as many as the user
+    wants to see, so that a large document, or a broken one, costs no more than a small one."""
     header = tree_map["_M_t"]["_M_impl"]["_M_header"]
-    count = int(tree_map["_M_t"]["_M_impl"]["_M_node_count"])
-    if count > MOST_ITEMS:
-        raise Damaged("%d sections" % count)
+    count = map_size(tree_map)
     node = header["_M_left"]
-    for _ in range(count):
+    for _ in range(limited(count, 1)):
         if int(node) == int(header.address) or int(node) == 0:
             raise Damaged("the map ends early")
         yield int(node) + RB_NODE_HEADER
@@ -283,7 +291,9 @@ class DocumentPrinter:
     @guarded
     def to_string(self):
         path = Text(self.value["path"])
-        count = sum(1 for _ in map_nodes(self.sections))
+        count = map_size(self.sections)
+        for _ in map_nodes(self.sections):
+            pass  # raises where the map is no map
         case = "case-sensitive" if self.value["sectionNameCaseSensitive"] else "case-blind"
         place = path.quoted if path.length else "without a path"
         noun = "section" if count == 1 else "sections"
@@ -293,14 +303,14 @@ class DocumentPrinter:
     def children(self):
         map_type = stripped(self.sections.type)
         key_type, list_type = map_type.template_argument(0), map_type.template_argument(1)
-        most = shown_elements()
         for i, address in enumerate(map_nodes(self.sections)):
-            if most is not None and i >= most:
-                return
             name = gdb.Value(address).cast(key_type.pointer()).dereference()
             pairs = gdb.Value(address + key_type.sizeof).cast(list_type.pointer()).dereference()
             vector = StdVector(pairs)
-            yield "name%d" % i, Text(name).quoted
+            title = Text(name).quoted
+            if vector.shown < vector.size:
+                title += " (the first %d of %d)" % (vector.shown, vector.size)
+            yield "name%d" % i, title
             yield "pairs%d" % i, vector.as_array() if vector.size else "no pairs"
 
     def display_hint(self):

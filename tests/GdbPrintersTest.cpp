@@ -93,6 +93,11 @@ static void documents()
     list.push_back(comment);
     const LightweightVector<Vx::AttribValuePair> sharer(list);
     const LightweightVector<Vx::AttribValuePair> empty;
+    LightweightVector<int> many;
+    for (int i = 0; i < 250; ++i)
+        many.push_back(i);
+    for (int i = 0; i < 250; ++i)
+        ini["Many"].push_back(pair);
     const Raw<LightweightVector<Vx::AttribValuePair>> rawList(0xA5);
     lookHere();
 }

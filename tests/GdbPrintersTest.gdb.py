@@ -38,16 +38,19 @@ EXPECTED = {
         ("changed", '"a" = "c" (form 2, text is stale)'),
         ("odd", "<damaged: form 9>"),
         ("nothing", "VxIniFile without a path (0 sections, case-sensitive)"),
-        ("ini", 'VxIniFile L"editor.ini" (7 sections, case-blind) = {'
+        ("ini", 'VxIniFile L"editor.ini" (8 sections, case-blind) = {'
                 '["@@@ANONYMOUS_SECTION_RESERVED_NAME@@@"] = {"; note" (form 0, no pair)}, '
                 '["Audio"] = {"gain" = "-3" (form 0)}, ["Empty"] = no pairs, '
-                '["Keys"] = no pairs, ["Paths"] = no pairs, ["Titles"] = no pairs, '
+                '["Keys"] = no pairs, ["Many" (the first 200 of 250)] = '
+                '{"rate" = "25" (form 0) <repeats 200 times>}, ["Paths"] = no pairs, ["Titles"] = no pairs, '
                 '["Video"] = {"rate" = "25" (form 0), "; note" (form 0, no pair)}}'),
         ("zeroed.object", "VxIniFile without a path (0 sections, case-blind)"),
         ("garbage.object", re.compile("<.*>")),
         ("list", 'LightweightVector (2 items, sharers 2) = '
                  '{"rate" = "25" (form 0), "; note" (form 0, no pair)}'),
         ("empty", "LightweightVector (0 items, sharers 1)"),
+        ("many", re.compile(r"LightweightVector \(250 items, sharers 1\) = "
+                            r"\{0, 1, 2, .*, 199\.\.\.\}")),
         ("rawList.object", re.compile("<unreadable: .*>")),
     ),
     "identifiers": (
