@@ -105,7 +105,7 @@ static void documents()
 static void identifiers()
 {
     const Vx::UUID id("{0123ABCD-4567-89EF-0123-456789ABCDEF}");
-    const Vx::UUID noId;
+    [[maybe_unused]] const Vx::UUID noId;
     const Vx::Image::FormatUID noFormat;
     const Vx::Image::FormatUID standard(25u);
     const Vx::Image::FormatUID custom(LightweightString<char>("1080p5994"));

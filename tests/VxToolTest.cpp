@@ -667,6 +667,8 @@ TEST_F(VxTool, SaysWhichVersionItIs)
     EXPECT_EQ(vx({"--version"}).out, version + "\n");
     EXPECT_EQ(version.substr(0, 3), "17.");
     EXPECT_EQ(json["release"], "2025");
+    const std::string label = json["label"];
+    EXPECT_EQ(label.substr(0, 6), "vx 17.");
 }
 
 /// What completion offers is what the tool takes, command by command.

@@ -1,7 +1,8 @@
 #include "Tool.h"
 
+#include "Text.h"
+
 #include <Vx/VxException.h>
-#include <Vx/VxStringUtils.h>
 #include <Vx/VxVersion.h>
 #include <cstdio>
 #include <fmt/format.h>
@@ -15,9 +16,14 @@ void complain(const std::string& message)
     std::fputs(("vx: " + message + "\n").c_str(), stderr);
 }
 
-Tool::Tool(Action action)
-    : Application(L"vx", Vx::WStringFromAscii(vxDllVersionStr())), action_(std::move(action))
-{}
+/// The tool's version is the library's, without the build number, which labels add.
+static LightweightString<wchar_t> ownVersion()
+{
+    const std::string_view library = vxDllVersionStr();
+    return fromUtf8(library.substr(0, library.rfind('.')));
+}
+
+Tool::Tool(Action action) : Application(L"vx", ownVersion()), action_(std::move(action)) {}
 
 void Tool::run()
 {
