@@ -6,7 +6,8 @@ Our headers say things once; Doxygen wants everything said everywhere. So:
 - A line of a description that begins with a label ("Threads: any.") is a paragraph with a
   title, one that begins with a number ("0: everything.") an item of a list.
 - A declaration directly below a documented one, without an empty line between, shares its words.
-- Explicit instantiations, and defaulted members without words, are for the compiler only.
+- Explicit instantiations are for the compiler only. So are members that say all there is to say
+  by their form and have no words: destructors, and what is defaulted or deleted.
 """
 
 import re
@@ -14,6 +15,7 @@ import sys
 
 OPENS_BODY = re.compile(r'((template *<.*> *)?(class|struct|enum|namespace)\b|extern "C")[^;]*$')
 ENUMERATOR = re.compile(r"\w+( = \w+)?,$")
+SAYS_ALL = re.compile(r"= (default|delete);$|^ *(VX_API |virtual )?~")
 DECLARES_NOTHING = re.compile(r"[}#)]|(public|private|protected):|static_assert|friend\b|return\b")
 
 LABEL = re.compile(r"( *///) ([A-Z][a-z]+(?: [a-z]+){0,2}): +(.*)")
@@ -86,7 +88,7 @@ def main():
             words, fresh = [], False
         elif first.startswith("extern template"):
             text = [""] * len(text)
-        elif not words and text[-1].rstrip().endswith("= default;"):
+        elif not words and SAYS_ALL.search(" ".join(text)):
             text = [""] * len(text)
         else:
             if words and not fresh and "///<" not in text[-1]:

@@ -32,6 +32,8 @@ public:
 
     CriticalSection(const CriticalSection&) noexcept = default;
     CriticalSection& operator=(const CriticalSection&) noexcept = default;
+
+    /// Lets go; the last copy destroys the lock, which nobody may hold then.
     ~CriticalSection();
 
     /// Becomes a new, free, nameless lock, and lets go of what it was; copies keep that.

@@ -27,7 +27,10 @@ public:
 /// Threads: as the registry, which must take calls from any thread.
 class VX_API Reclaimable : public iReclaimable {
 public:
+    /// Enters the registry. The derived part does not exist yet.
     Reclaimable();
+
+    /// Leaves the registry. The derived part is gone.
     ~Reclaimable() override;
 
     Reclaimable(const Reclaimable&) = delete;

@@ -21,10 +21,12 @@ namespace Vx {
 ///   0: all three agree; every constructor ends with it.
 ///   1: only the text; name and value have not been split out yet.
 ///   2: name and value; the text is stale.
-///   Nothing in the library makes forms 1 and 2; whoever changes a public member by hand
-///   sets the form that says so, and comparison, assignment and printing honour it.
-/// Comparison of texts, here and in the functions below: byte by byte, case-sensitive, up
-///   to the first 0, as strcmp does.
+///
+/// Nothing in the library makes forms 1 and 2; whoever changes a public member by hand sets the
+/// form that says so, and comparison, assignment and printing honour it.
+///
+/// Comparison: of texts, here and in the functions below, byte by byte, case-sensitive, up to
+///   the first 0, as strcmp does.
 /// Separators: one byte each. The separator 0 adds nothing where texts are joined.
 ///   Nothing is quoted, escaped or trimmed, neither when parsing nor when joining.
 /// Errors: a text that is no pair is represented, never refused. Memory exhaustion

@@ -19,7 +19,9 @@ namespace Vx {
 /// only atomically.
 class VX_API InternalRefCount {
 public:
+    /// A count of 0: nobody holds the object yet.
     InternalRefCount() noexcept {}
+
     /// Leaves the count alone: it belongs to the object.
     InternalRefCount(const InternalRefCount&) noexcept {}
     InternalRefCount& operator=(const InternalRefCount&) noexcept { return *this; }

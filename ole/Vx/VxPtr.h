@@ -108,6 +108,7 @@ public:
         incRef();
     }
 
+    /// Lets go; the last holder destroys the object.
     ~Ptr() { decRef(); }
 
     /// Holds what \p other holds. The new pair is installed before the old one is

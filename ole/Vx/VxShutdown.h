@@ -35,7 +35,9 @@ namespace Shutdown {
 
 /// How the process ends; handed through to every callback. The library itself shuts
 /// down in an orderly way only; every other number is the host's.
-enum eExitType : int { kOrderlyExit = 0 };
+enum eExitType : int {
+    kOrderlyExit = 0, ///< the host has stopped its work and goes
+};
 
 /// What is executed at shutdown.
 using Callback = iCallbackBase<void, eExitType>;
