@@ -1,4 +1,16 @@
 // VxFormat.h - texts and identifiers in std::format and in fmt. Optional: nothing includes it.
+//
+// Texts take what a string_view takes in a replacement field: fill, width, precision.
+//
+//     std::format("{:>12}|", LightweightString<char>("clip"));   // "        clip|"
+//     fmt::print("{} {}\n", pair, Vx::UUID(text));               // "rate=25 0123abcd-..."
+//
+// Formats: LightweightString of both widths, each in format strings of its own width;
+//   Vx::AttribValuePair as its asString('='), Vx::UUID as its 36 characters and
+//   Vx::Image::FormatUID as its text, in narrow format strings.
+// Embedded zeros: written like every other character.
+// Which library: std::format wherever the C++ library has it. For fmt, include one of its
+//   headers before this one; Vx itself needs neither.
 #pragma once
 
 #include <Vx/Image/FormatUID.h>
@@ -11,18 +23,6 @@
 #include <format>
 #endif
 #endif
-
-// Texts take what a string_view takes in a replacement field: fill, width, precision.
-//
-//     std::format("{:>12}|", LightweightString<char>("clip"));   // "        clip|"
-//     fmt::print("{} {}\n", pair, Vx::UUID(text));               // "rate=25 0123abcd-..."
-//
-// Formats: LightweightString of both widths, each in format strings of its own width;
-//   Vx::AttribValuePair as its asString('='), Vx::UUID as its 36 characters and
-//   Vx::Image::FormatUID as its text, in narrow format strings.
-// Embedded zeros: written like every other character.
-// Which library: std::format wherever the C++ library has it. For fmt, include one of its
-//   headers before this one; Vx itself needs neither.
 
 namespace Vx {
 namespace FormatDetail {
