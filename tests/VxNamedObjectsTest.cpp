@@ -265,13 +265,13 @@ TEST(NamedObjects, MemoryFailuresLeaveTheNamespaceAsItWas)
 TEST(NamedObjects, OldestOfEqualEntriesIsFound)
 {
     Namespace names("test");
-    names.addListEntry_(typeid(Cache), "same", &one);
+    names.addListEntry<Cache>("same", &one);
     names.addListEntry_(typeid(Cache), "same", &two);
     for (int n = 0; n < 100; ++n) // the index is rebuilt on the way
         names.addListEntry_(typeid(Cache), std::to_string(n).c_str(), &two);
     EXPECT_EQ(names.find<Cache>("same"), &one);
     EXPECT_EQ(names.addListEntry_(typeid(Cache), nullptr, &two)->objectName, "");
-    EXPECT_EQ(names.findInfo_(typeid(Cache), nullptr)->object, &two);
+    EXPECT_EQ(names.findInfo<Cache>(nullptr)->object, &two);
 }
 
 TEST(NamedObjects, FactoryMayUseTheNamespace)

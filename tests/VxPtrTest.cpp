@@ -40,8 +40,8 @@ TEST(VxPtr, LastHolderDestroysOnce)
         Vx::Ptr<Shared> again(second.get()); // the count is found in the object
         EXPECT_EQ(first.useCount(), 3u);
         EXPECT_TRUE(first == second && again == first);
-        EXPECT_FALSE(first != second || first == Vx::Ptr<Shared>() || first == nullptr);
-        EXPECT_TRUE(first != Vx::Ptr<Shared>() && first != nullptr);
+        EXPECT_FALSE(first != second || first == Vx::Ptr<Shared>() || nullptr == first);
+        EXPECT_TRUE(first != Vx::Ptr<Shared>() && first != nullptr && nullptr != first);
         EXPECT_EQ(living, 1);
     }
     EXPECT_EQ(first.useCount(), 1u);

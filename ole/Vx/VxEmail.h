@@ -7,8 +7,8 @@
 namespace Vx {
 
 /// Whether \p address, as a user typed it, could be an e-mail address: one '@' with text on
-/// both sides, none of the characters " ( ) : ; , and backslash, and behind the '@' a '.' whose last
-/// one is followed by at least two bytes of UTF-8.
+/// both sides, none of the characters " ( ) : ; , and backslash, and behind the '@' a '.' whose
+/// last one is followed by at least two bytes of UTF-8.
 ///
 /// Nothing else is looked at: blanks, several dots in a row and a leading dot pass.
 /// Errors: none for any text; memory exhaustion passes through.

@@ -103,6 +103,20 @@ public:
     /// \throws Vx::Exception::RuntimeError when the name was never used
     template <class T> void unlock(const char* objectName) { unlock_(typeid(T), objectName); }
 
+    /// The entry, or null when the name was never used. A null \p objectName reads as "".
+    template <class T> Entry* findInfo(const char* objectName)
+    {
+        return findInfo_(typeid(T), objectName);
+    }
+
+    /// Adds an entry without looking whether there is one: the older one is found first. A
+    /// null \p objectName reads as "".
+    template <class T>
+    Entry* addListEntry(const char* objectName, std::enable_if_t<true, T>* object)
+    {
+        return addListEntry_(typeid(T), objectName, object);
+    }
+
     /// Holds the lock of a name for its lifetime.
     template <class T> class ScopedLock {
     public:
@@ -129,10 +143,8 @@ public:
 
     // What the typed front stands on: the same operations, with the type given by hand.
 
-    /// The entry, or null. A null \p objectName reads as "".
-    Entry* findInfo_(const std::type_info& type, const char* objectName);
-
     /// As the operation of the same name without the underscore, for objects of \p type.
+    Entry* findInfo_(const std::type_info& type, const char* objectName);
     void* find_(const std::type_info& type, const char* objectName);
     void create_(const std::type_info& type, const char* objectName, void* object);
     void* findOrCreate_(const std::type_info& type, const char* objectName, void* (*factory)());
@@ -140,9 +152,6 @@ public:
     void remove_(const std::type_info& type, const char* objectName);
     bool lock_(const std::type_info& type, const char* objectName, bool wait);
     void unlock_(const std::type_info& type, const char* objectName);
-
-    /// Adds an entry without looking whether there is one: the older one is found first.
-    /// A null \p objectName reads as "".
     Entry* addListEntry_(const std::type_info& type, const char* objectName, void* object);
 
 private:

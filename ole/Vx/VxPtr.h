@@ -207,5 +207,15 @@ bool operator!=(const Ptr<T, Destroy, Count>& a, std::nullptr_t) noexcept
 {
     return a.get() != nullptr;
 }
+template <class T, class Destroy, class Count>
+bool operator==(std::nullptr_t, const Ptr<T, Destroy, Count>& b) noexcept
+{
+    return b.get() == nullptr;
+}
+template <class T, class Destroy, class Count>
+bool operator!=(std::nullptr_t, const Ptr<T, Destroy, Count>& b) noexcept
+{
+    return b.get() != nullptr;
+}
 
 } // namespace Vx
