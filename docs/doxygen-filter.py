@@ -31,7 +31,7 @@ def laid_out(words, line):
     label, numbered = LABEL.match(line), NUMBERED.match(line)
     if label and words:
         prefix, title, text = label.groups()
-        if re.match(r"[a-z-]+[ ,;:.]", text):
+        if re.match(r"[a-z-]+([ ,;.]|: )", text):
             text = text[0].upper() + text[1:]
         return ["%s \\par %s" % (prefix, title), "%s %s" % (prefix, text)]
     if numbered:
