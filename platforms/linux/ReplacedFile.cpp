@@ -72,11 +72,14 @@ bool ReplacedFile::write(const void* bytes, unsigned int byteCount)
         return sync();
     if (byteCount > UINT_MAX - size_)
         return failed(EFBIG);
+    // The first write goes straight through: whoever writes everything at once learns here
+    // whether there is room for it.
+    const bool straight = size_ == 0 || byteCount >= kBufferSize;
     unsynced_ = true;
     size_ += byteCount;
     if (byteCount > kBufferSize - buffered_ && !flush())
         return false;
-    if (byteCount >= kBufferSize)
+    if (straight)
         return toDescriptor(static_cast<const char*>(bytes), byteCount);
     std::memcpy(buffer_ + buffered_, bytes, byteCount);
     buffered_ += byteCount;

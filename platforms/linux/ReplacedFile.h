@@ -42,9 +42,10 @@ public:
     /// Takes \p byteCount bytes. Once it has returned false it always will, and the old
     /// file stands. More than 4 GiB - 1 in all is refused, since size() could not tell it.
     ///
-    /// True for a small write means buffered. A write of 0 bytes asks for more: that
-    /// everything written so far is on the medium. With a true answer to that, only taking
-    /// the name can still fail.
+    /// True for the first write means that the system has taken it, for a small one after
+    /// that, that it is buffered. A write of 0 bytes asks for more: that everything written
+    /// so far is on the medium. With a true answer to that, only taking the name can still
+    /// fail.
     bool write(const void* bytes, unsigned int byteCount) override;
 
     /// Replaces the file now, for those who need the answer; the last holder then only
