@@ -217,6 +217,7 @@ TYPED_TEST(LightweightStringOf, DeliberatelyAppendsZerosBehindTheFirstZero)
     roomy.append(widen<TypeParam>("12345678").data(), 8).resizeFor(3);
     const TypeParam* const block = roomy.c_str();
     EXPECT_EQ(read(roomy.append(source.data(), 3)), widen<TypeParam>("123") + copied);
+    EXPECT_EQ(read(roomy.append(nullptr, 0)), widen<TypeParam>("123") + copied);
     EXPECT_EQ(roomy.c_str(), block);
     EXPECT_EQ(read(String() + make<TypeParam>(std::string("a\0b", 3))), copied);
     EXPECT_EQ(read(String(source.data(), 3)), source) << "constructors keep what follows";

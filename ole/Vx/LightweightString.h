@@ -208,6 +208,8 @@ public:
     /// may point into this string; it is not null unless \p count is 0.
     LightweightString& append(const Ch* chars, unsigned int count)
     {
+        if (count == 0)
+            return *this;
         if (Ch* const end = roomFor(count)) {
             Vx::StringDetail::copyUpToZero(end, chars, count);
             setEnd(end + count);
@@ -344,8 +346,6 @@ template <class Ch> LightweightString<Ch>& LightweightString<Ch>::resizeFor(unsi
 template <class Ch>
 LightweightString<Ch>& LightweightString<Ch>::appendInNewBlock(const Ch* chars, unsigned int count)
 {
-    if (count == 0)
-        return *this;
     const unsigned int oldLength = length();
     if (count > 0xFFFFFFFFu - oldLength)
         Vx::StringDetail::throwTooLong();
