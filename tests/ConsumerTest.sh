@@ -25,6 +25,7 @@ with_cmake()
     cmake --build "$scratch/build" -- --quiet
     expect "$scratch/build/consumer" reference
     expect "$scratch/build/consumer_with_platform" own
+    "$scratch/build/consumer_test"
 }
 
 case $way in

@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 TEST(CriticalSection, AsksThePlatformLockOnEveryEntry)
 {

@@ -7,7 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 using Text = LightweightString<char>;
 using Vx::Image::FormatUID;

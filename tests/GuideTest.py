@@ -1,4 +1,4 @@
-"""GuideTest.py PAGE... -- SUPPORT... -- COMPILER OPTION...: what the pages say is what happens.
+"""GuideTest.py PAGE... -- COMPILER OPTION...: what the pages say is what happens.
 
 The programs of a page are compiled and run in one fresh folder, in the order in which they
 stand. Its fenced blocks say the rest:
@@ -13,8 +13,7 @@ stand. Its fenced blocks say the rest:
 A program without a ```text block prints nothing. In such a block "…" stands for any
 characters of a line, and alone in a line for any number of lines.
 
-Links that name a file must reach one. SUPPORT are the objects that programs with the scripted
-platform are linked with.
+Links that name a file must reach one.
 """
 
 import os
@@ -26,7 +25,6 @@ from pathlib import Path
 
 FENCE = re.compile(r"^```(\w*)(?: ([^\n]*))?\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 LINK = re.compile(r"\]\(([^)#\s]+)(?:#[^)]*)?\)")
-SCRIPTED = '#include "ScriptedPlatform.h"'
 
 
 class Wrong(Exception):
@@ -52,10 +50,9 @@ def compare(what, actual, expected):
 
 
 class Page:
-    def __init__(self, folder, compile_command, support):
+    def __init__(self, folder, compile_command):
         self.folder = Path(folder)
         self.compile_command = compile_command
-        self.support = support
         self.program = None
         self.command = None  # what the next ```text block is the output of
         self.programs = 0
@@ -69,8 +66,7 @@ class Page:
         self.program = "./program%d" % self.programs
         Path(self.folder, "program.cpp").write_text(source, encoding="utf-8")
         compiler, *options = self.compile_command
-        support = self.support if SCRIPTED in source else []
-        done = subprocess.run([compiler, "program.cpp", *support, "-o", self.program, *options],
+        done = subprocess.run([compiler, "program.cpp", "-o", self.program, *options],
                               cwd=self.folder, capture_output=True, check=False)
         if done.returncode != 0:
             raise Wrong("program %d:\n%s" % (self.programs, done.stderr.decode()))
@@ -115,13 +111,13 @@ class Page:
             Path(self.folder, name).write_text(content, encoding="utf-8")
 
 
-def check(path, compile_command, support):
+def check(path, compile_command):
     text = path.read_text(encoding="utf-8")
     for target in LINK.findall(FENCE.sub("", text)):
         if "://" not in target and not (path.parent / target).exists():
             raise Wrong("no such file: " + target)
     with tempfile.TemporaryDirectory() as folder:
-        page = Page(folder, compile_command, support)
+        page = Page(folder, compile_command)
         for language, name, content in FENCE.findall(text):
             page.block(language, name, content)
         page.finish()
@@ -130,11 +126,11 @@ def check(path, compile_command, support):
 
 def main():
     arguments = sys.argv[1:]
-    first, second = (i for i, argument in enumerate(arguments) if argument == "--")
+    separator = arguments.index("--")
     failures = 0
-    for name in arguments[:first]:
+    for name in arguments[:separator]:
         try:
-            check(Path(name), arguments[second + 1:], arguments[first + 1:second])
+            check(Path(name), arguments[separator + 1:])
         except (Wrong, OSError, subprocess.SubprocessError) as problem:
             print("%s: %s" % (name, problem))
             failures += 1

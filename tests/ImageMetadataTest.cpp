@@ -15,7 +15,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
 

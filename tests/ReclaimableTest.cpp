@@ -3,7 +3,7 @@
 #include <Vx/platform/iReclaimRegistry.h>
 #include <gtest/gtest.h>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <string>
 #include <unordered_set>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
 

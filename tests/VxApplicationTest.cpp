@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <sys/time.h>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 using Vx::AttribValuePair;
 using Text = LightweightString<char>;

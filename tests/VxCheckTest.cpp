@@ -7,7 +7,7 @@
 #include <limits>
 #include <string>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 using namespace Vx::Check::Private;
 

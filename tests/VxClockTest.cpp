@@ -3,7 +3,7 @@
 #include <Vx/VxCPUInfo.h>
 #include <gtest/gtest.h>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 TEST(VxClock, ForwardsThePlatformsReading)
 {

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <utility>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 using namespace std::string_view_literals;
 using Vx::AttribValuePair;
@@ -481,8 +481,7 @@ TEST(VxIniFileSave, WritesPieceByPiece)
     platform.logCalls();
     EXPECT_TRUE(ini.save(L"a.ini"));
     EXPECT_EQ(platform.file(L"a.ini"), "[A]\r\nn=1\r\n; note\r\n\r\n[B]\r\nk=v\r\n");
-    EXPECT_EQ(std::vector<unsigned int>(platform.writes().begin(), platform.writes().end()),
-              (std::vector<unsigned int>{5, 5, 8, 2, 5, 5}));
+    EXPECT_EQ(platform.writes(), (std::vector<unsigned int>{5, 5, 8, 2, 5, 5}));
     EXPECT_EQ(platform.takeLog(), "openFile(2,3,0,0) write write write write write write close");
     EXPECT_EQ(ini.path, L"a.ini");
 }

@@ -7,7 +7,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 // What needs a platform allocator of another kind, or another moment than that of a test, is
 // in VxMemoryHost.cpp and VxMemoryLoader.cpp.

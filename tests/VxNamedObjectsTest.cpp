@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 using Namespace = Vx::NamedObjectsNamespace;
 

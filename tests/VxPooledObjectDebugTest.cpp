@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 using Vx::PooledObjectDebug::gAllLoggers;
 using Vx::PooledObjectDebug::LoggingTraitsBase;

@@ -18,7 +18,7 @@
 #include <string>
 
 #include "ScratchLocales.h"
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <random>
 #include <string>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
 

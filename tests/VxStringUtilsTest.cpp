@@ -9,7 +9,7 @@
 #include <random>
 #include <string>
 
-#include "ScriptedPlatform.h"
+#include <Vx/testing/ScriptedPlatform.h>
 
 using Narrow = LightweightString<char>;
 using Wide = LightweightString<wchar_t>;
