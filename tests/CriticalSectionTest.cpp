@@ -1,12 +1,8 @@
 #include <Vx/CriticalSection.h>
 
-#include <Vx/VxTypeManip.h>
-#include <barrier>
-#include <gtest/gtest.h>
 #include <mutex>
-#include <thread>
-#include <vector>
 
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 TEST(CriticalSection, AsksThePlatformLockOnEveryEntry)
@@ -118,21 +114,6 @@ TEST(CriticalSection, InitStartsAnewAndLeavesCopiesTheOld)
     EXPECT_EQ(copy.name(), "old");
 }
 
-TEST(CriticalSection, NameStorageFollowsTheGrowthRule)
-{
-    const struct {
-        const char* name;
-        unsigned int capacity;
-    } rows[] = {{"", 0}, {"a", 2}, {"abc", 4}, {"abcdefg", 8}, {"abcdefgh", 16}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        CriticalSection lock(row.name);
-        EXPECT_EQ(lock.name(), row.name);
-        EXPECT_EQ(lock.name().capacity(), row.capacity);
-    }
-    EXPECT_EQ(CriticalSection(nullptr).name().capacity(), 0u);
-}
-
 TEST(CriticalSection, RenamingReusesItsOwnRoomOnly)
 {
     ScriptedPlatform platform;
@@ -185,15 +166,6 @@ TEST(CriticalSection, FailedConstructionLeavesNothingBehind)
     EXPECT_EQ(platform.liveBlocks(), before);
 }
 
-TEST(CriticalSection, IsMadeByAPlainFactory)
-{
-    void* (*factory)() = Vx::TypeManip::TemplatedNew<CriticalSection>::new_;
-    auto* lock = static_cast<CriticalSection*>(factory());
-    EXPECT_EQ(lock->attemptEntry(), 0);
-    lock->leave();
-    delete lock;
-}
-
 TEST(CriticalSection, DebugPrintPrintsNothing)
 {
     CriticalSection lock("silent");
@@ -211,27 +183,19 @@ TEST(CriticalSection, ThreadsExcludeEachOtherWhileOthersLook)
     CriticalSection lock;
     long total = 0;
     long entered = 0;
-    std::barrier start(kThreads);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i)
-        threads.emplace_back([&, i] {
-            CriticalSection mine(lock);
-            start.arrive_and_wait();
-            for (int n = 0; n < kRounds; ++n) {
-                (void)mine.owner();
-                if (i == 0 && mine.attemptEntry() != 0)
-                    mine.enter();
-                else if (i != 0)
-                    mine.enter();
+    onThreads(kThreads, [&](int i) {
+        CriticalSection mine(lock);
+        for (int n = 0; n < kRounds; ++n) {
+            (void)mine.owner();
+            if (i != 0 || mine.attemptEntry() != 0)
                 mine.enter();
-                ++total;
-                mine.leave();
-                ++entered;
-                mine.leave();
-            }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+            mine.enter();
+            ++total;
+            mine.leave();
+            ++entered;
+            mine.leave();
+        }
+    });
     EXPECT_EQ(total, long{kThreads} * kRounds);
     EXPECT_EQ(entered, long{kThreads} * kRounds);
     EXPECT_EQ(lock.owner(), 0u);

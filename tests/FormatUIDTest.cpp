@@ -1,12 +1,8 @@
 #include <Vx/Image/FormatUID.h>
 
-#include <gtest/gtest.h>
-#include <map>
-#include <sstream>
-#include <string>
 #include <unordered_map>
-#include <vector>
 
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 using Text = LightweightString<char>;

@@ -5,16 +5,8 @@
 #include <Vx/Image/VideoSequence.h>
 
 #include <climits>
-#include <cstdint>
-#include <cstring>
-#include <gtest/gtest.h>
-#include <map>
-#include <string>
-#include <tuple>
-#include <type_traits>
-#include <unordered_set>
-#include <vector>
 
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {

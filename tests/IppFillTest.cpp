@@ -1,11 +1,7 @@
 // The fills of libVxIPP.so against the loop that they stand for.
 
+#include <Testing.h>
 #include <Vx/platform/ipps.h>
-
-#include <cstring>
-#include <gtest/gtest.h>
-#include <limits>
-#include <vector>
 
 namespace {
 

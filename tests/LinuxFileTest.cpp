@@ -2,19 +2,13 @@
 #include <FileSystem.h>
 #include <ScratchFolder.h>
 #include <SystemCallScript.h>
+#include <Testing.h>
 #include <Vx/platform/OS.h>
 #include <csignal>
-#include <cstring>
 #include <fcntl.h>
 #include <grp.h>
-#include <gtest/gtest.h>
-#include <map>
-#include <memory>
-#include <random>
 #include <sched.h>
 #include <sys/mount.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace {
 
@@ -47,17 +41,6 @@ mode_t modeOf(const std::string& path)
     return status.st_mode & 07777;
 }
 
-/// Runs \p body in a child process. \returns its wait status: 0 when it returned true
-template <class Body> int statusOfChild(Body body)
-{
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(body() ? 0 : 1);
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    return status;
-}
-
 /// What a save can meet: a file or none under the name, a file system with unnamed files or
 /// without.
 const struct {
@@ -73,6 +56,25 @@ const struct {
 
 const std::string kOld = "old content\n";
 const std::string kNew(100000, 'n'); // more than one buffer
+
+/// A folder of such a world.
+struct Place : ScratchFolder {
+    template <class World>
+    explicit Place(const World& world, const std::string& below = inMemory()) : ScratchFolder(below)
+    {
+        if (world.exists)
+            put("a", kOld);
+    }
+};
+
+/// The system calls of such a world.
+struct Calls : SystemCallScript {
+    template <class World> explicit Calls(const World& world)
+    {
+        if (!world.unnamed)
+            refuseUnnamedFiles();
+    }
+};
 
 } // namespace
 
@@ -157,6 +159,8 @@ TEST(FileSystem, OpensNothingElse)
         EXPECT_FALSE(OS()->fileSystem()->openFile(folder.wide("file"), access, disposition, flags,
                                                   reserved));
     EXPECT_EQ(folder.get("file"), kOld);
+    EXPECT_TRUE(openToWrite(folder.wide("file")));
+    EXPECT_EQ(folder.get("file"), "") << "nothing written makes an empty file";
 }
 
 TEST(ReplacedFile, IsSeenWholeWhenTheLastHolderLetsGo)
@@ -188,14 +192,6 @@ TEST(ReplacedFile, IsSeenWholeWhenTheLastHolderLetsGo)
         EXPECT_EQ(folder.get("a"), expected);
         EXPECT_EQ(folder.names(), "a ");
     }
-}
-
-TEST(ReplacedFile, NothingWrittenMakesAnEmptyFile)
-{
-    const ScratchFolder folder;
-    folder.put("a", kOld);
-    EXPECT_TRUE(openToWrite(folder.wide("a")));
-    EXPECT_EQ(folder.get("a"), "");
 }
 
 TEST(ReplacedFile, FollowsLinksAndKeepsPermissions)
@@ -293,18 +289,14 @@ TEST(ReplacedFile, AFaultAnywhereLeavesTheOldFileOrTheNew)
                 ASSERT_LT(n, 200) << "never completes";
                 SCOPED_TRACE(std::string(world.name) + ", " + strerrorname_np(error) + " in call " +
                              std::to_string(n));
-                const ScratchFolder folder{ScratchFolder::inMemory()};
-                if (world.exists)
-                    folder.put("a", kOld);
+                const Place folder(world);
                 const std::string old = folder.get("a");
                 const int descriptors = openDescriptors();
                 bool fired;
                 bool told; // that it was saved, by the result and by silence
                 testing::internal::CaptureStderr();
                 {
-                    SystemCallScript script;
-                    if (!world.unnamed)
-                        script.refuseUnnamedFiles();
+                    Calls script(world);
                     script.cutShort();
                     script.failCall(n, error);
                     told = save(folder.wide("a"), kNew);
@@ -395,12 +387,8 @@ TEST(ReplacedFile, IsNotTouchedByAForkedChild)
 {
     for (const auto& world : kWorlds) {
         SCOPED_TRACE(world.name);
-        const ScratchFolder folder;
-        if (world.exists)
-            folder.put("a", kOld);
-        SystemCallScript script;
-        if (!world.unnamed)
-            script.refuseUnnamedFiles();
+        const Place folder(world);
+        Calls script(world);
         Vx::Ptr<iFile> file = openToWrite(folder.wide("a"));
         ASSERT_TRUE(write(file, kNew));
         const std::string before = folder.get("a");
@@ -420,12 +408,8 @@ TEST(ReplacedFile, TwoWritersDoNotDisturbEachOther)
     for (const auto& world : kWorlds)
         for (const char* moment : {"flock", "fsync", "linkat", "renameat2"}) {
             SCOPED_TRACE(std::string(world.name) + ", the other one before " + moment);
-            const ScratchFolder folder;
-            if (world.exists)
-                folder.put("a", kOld);
-            SystemCallScript script;
-            if (!world.unnamed)
-                script.refuseUnnamedFiles();
+            const Place folder(world);
+            Calls script(world);
             bool met = false;
             script.before = [&](const std::string& name) {
                 if (name != moment || met)
@@ -502,25 +486,6 @@ TEST(ReplacedFile, RefusesToOutgrowAFullFileSystem)
     if (WIFEXITED(status) && WEXITSTATUS(status) == kNotAllowed)
         GTEST_SKIP() << "no file system may be mounted here";
     EXPECT_EQ(status, 0);
-}
-
-TEST(ReplacedFile, PutsContentOnTheMediumOnceHoweverOftenAsked)
-{
-    const ScratchFolder folder;
-    SystemCallScript script;
-    const auto syncs = [&] {
-        return std::count_if(script.trace.begin(), script.trace.end(),
-                             [](const auto& call) { return call.name == "fsync"; });
-    };
-    Vx::Ptr<iFile> file = openToWrite(folder.wide("a"));
-    EXPECT_TRUE(write(file, kOld));
-    EXPECT_EQ(syncs(), 0);
-    EXPECT_TRUE(file->write(nullptr, 0));
-    EXPECT_TRUE(file->write(nullptr, 0));
-    EXPECT_EQ(syncs(), 1);
-    file.reset();
-    EXPECT_EQ(syncs(), 2) << "the folder";
-    EXPECT_EQ(folder.get("a"), kOld);
 }
 
 TEST(ReplacedFile, RespectsWhatTheUserMayDo)
@@ -609,14 +574,10 @@ TEST(ReplacedFile, KilledBeforeAnyCallTheNextSaveLeavesNoTrace)
         for (int n = 1;; ++n) {
             ASSERT_LT(n, 200) << "never completes";
             SCOPED_TRACE(std::string(world.name) + ", killed before call " + std::to_string(n));
-            const ScratchFolder folder{ScratchFolder::inMemory()};
-            if (world.exists)
-                folder.put("a", kOld);
+            const Place folder(world);
             const std::string old = folder.get("a");
             const int status = statusOfChild([&] {
-                SystemCallScript script;
-                if (!world.unnamed)
-                    script.refuseUnnamedFiles();
+                Calls script(world);
                 script.before = [&](const std::string&) {
                     if (script.calls() == n)
                         raise(SIGKILL);
@@ -633,9 +594,7 @@ TEST(ReplacedFile, KilledBeforeAnyCallTheNextSaveLeavesNoTrace)
                 EXPECT_TRUE(!world.unnamed || now == old);
             }
             {
-                SystemCallScript script;
-                if (!world.unnamed)
-                    script.refuseUnnamedFiles();
+                Calls script(world);
                 EXPECT_TRUE(save(folder.wide("a"), "again"));
             }
             EXPECT_EQ(folder.get("a"), "again");
@@ -652,9 +611,7 @@ TEST(ReplacedFile, KilledBeforeAnyCallTheNextSaveLeavesNoTrace)
 
 TEST(ReplacedFile, KilledAtAnyMomentItIsComplete)
 {
-    const unsigned int seed = std::random_device{}();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
+    Seeded random;
     const ScratchFolder folder{ScratchFolder::inMemory()};
     folder.put("a", version(0));
     const char* kills = std::getenv("VX_KILLS");
@@ -828,15 +785,11 @@ TEST(ReplacedFile, APowerFailureAnywhereLeavesTheOldFileOrTheNew)
     int states = 0;
     for (const auto& world : kWorlds) {
         SCOPED_TRACE(world.name);
-        const ScratchFolder folder;
-        if (world.exists)
-            folder.put("a", kOld);
+        const Place folder(world);
         const std::string old = folder.get("a");
         std::vector<SystemCallScript::Call> trace;
         {
-            SystemCallScript script;
-            if (!world.unnamed)
-                script.refuseUnnamedFiles();
+            Calls script(world);
             script.cutShort();
             ASSERT_TRUE(save(folder.wide("a"), kNew));
             trace = script.trace;

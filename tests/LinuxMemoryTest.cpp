@@ -1,20 +1,10 @@
 // The small blocks of the Linux platform: what their shape and their threads promise.
 #include "SmallBlocks.h"
 
+#include <Testing.h>
 #include <Vx/LightweightString.h>
-#include <atomic>
-#include <barrier>
-#include <cstring>
-#include <gtest/gtest.h>
-#include <memory>
 #include <pthread.h>
-#include <random>
-#include <set>
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -44,16 +34,9 @@ struct Held {
 // Opaque to the compiler, which sees otherwise that these blocks are not ours.
 [[gnu::noinline]] bool deallocateAny(void* block) { return SmallBlocks::deallocate(block); }
 
-// Runs \p work in a child process, which ends well when it returns true.
 template <class Work> bool holdsInChild(Work work)
 {
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(30);
-        _exit(work() ? 0 : 1);
-    }
-    int status = -1;
-    return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    return statusOfChild([&] { return alarm(30), work(); }) == 0;
 }
 
 bool makesAndFrees(std::size_t count)
@@ -158,29 +141,25 @@ TEST(SmallBlocks, ManyThreadsAtOnceNeverShareABlock)
 {
     constexpr int kThreads = 8;
     std::atomic<bool> allIntact = true;
-    std::vector<std::thread> threads;
     // Each hands its blocks to its neighbour, so the stacks are pushed and popped all the time.
     std::vector<std::atomic<std::vector<Held>*>> mailboxes(kThreads);
-    for (int self = 0; self < kThreads; ++self)
-        threads.emplace_back([&, self] {
-            std::mt19937 random(static_cast<unsigned int>(self));
-            for (int round = 0; round < 300; ++round) {
-                auto* const made = new std::vector<Held>;
-                for (int i = 0; i < 200; ++i)
-                    made->push_back(Held::make(16 + random() % 3 * 16,
-                                               static_cast<unsigned char>(self * 31 + i)));
-                const std::unique_ptr<std::vector<Held>> received(
-                    mailboxes[static_cast<std::size_t>(random() % kThreads)].exchange(made));
-                if (received != nullptr)
-                    for (const Held& block : *received) {
-                        if (!block.intact())
-                            allIntact = false;
-                        SmallBlocks::deallocate(block.bytes);
-                    }
-            }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    onThreads(kThreads, [&](int self) {
+        std::mt19937 random(static_cast<unsigned int>(self));
+        for (int round = 0; round < 300; ++round) {
+            auto* const made = new std::vector<Held>;
+            for (int i = 0; i < 200; ++i)
+                made->push_back(
+                    Held::make(16 + random() % 3 * 16, static_cast<unsigned char>(self * 31 + i)));
+            const std::unique_ptr<std::vector<Held>> received(
+                mailboxes[static_cast<std::size_t>(random() % kThreads)].exchange(made));
+            if (received != nullptr)
+                for (const Held& block : *received) {
+                    if (!block.intact())
+                        allIntact = false;
+                    SmallBlocks::deallocate(block.bytes);
+                }
+        }
+    });
     for (auto& mailbox : mailboxes)
         delete mailbox.load();
     EXPECT_TRUE(allIntact);

@@ -4,13 +4,10 @@
 #include <SettingsStore.h>
 #include <Shell.h>
 #include <SystemCallScript.h>
+#include <Testing.h>
 #include <Vx/platform/OS.h>
 #include <csignal>
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
 
 namespace {
 
@@ -38,17 +35,7 @@ protected:
         scratch.put("Vx/user.ini", text);
     }
 
-    std::string filesBeside() const
-    {
-        std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(scratch.path("Vx")))
-            names.push_back(entry.path().filename());
-        std::sort(names.begin(), names.end());
-        std::string all;
-        for (const std::string& name : names)
-            all += name + " ";
-        return all;
-    }
+    std::string filesBeside() const { return scratch.names("Vx"); }
 
     const ScratchFolder scratch{ScratchFolder::inMemory()};
     const ScopedEnvironment config{"XDG_CONFIG_HOME", scratch.path().c_str()};
@@ -57,7 +44,6 @@ protected:
 
 const SettingsKey kKey{"Section", "Key"};
 
-/// Runs \p body in a child; 0 when it returned true.
 template <class Body> pid_t inChild(Body body)
 {
     const pid_t child = fork();
@@ -149,7 +135,7 @@ TEST_F(Settings, KeepWhatPeopleWroteIntoTheFile)
 TEST_F(Settings, AreSharedInTheProcessAndApartByScope)
 {
     // In a child, because the stores of the process have only one first use.
-    const auto body = [this] {
+    const int status = statusOfChild([this] {
         const Vx::Ptr<iSettings> one = OS()->shell()->getSettings(0);
         const Vx::Ptr<iSettings> same = OS()->shell()->getSettings(0);
         const Vx::Ptr<iSettings> other = OS()->shell()->getSettings(1);
@@ -165,8 +151,8 @@ TEST_F(Settings, AreSharedInTheProcessAndApartByScope)
         EXPECT_EQ(file(), "[section]\nkey=value\n");
         EXPECT_EQ(scratch.get("Vx/machine.ini"), "[section]\nkey=of the machine\n");
         return !HasFailure();
-    };
-    EXPECT_EQ(statusOf(inChild(body)), 0);
+    });
+    EXPECT_EQ(status, 0);
 }
 
 TEST_F(Settings, OfTheMachineStandInItsFolderWhereThatCanBeWritten)
@@ -286,16 +272,12 @@ TEST_F(Settings, OfManyProcessesAtOnceAreAllKept)
 TEST_F(Settings, OfManyThreadsAreAllKept)
 {
     SettingsStore& store = started();
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread)
-        threads.emplace_back([&store, thread] {
-            for (int n = 0; n < 10; ++n) {
-                store.set({"T", std::to_string(thread * 10 + n)}, "set");
-                store.save();
-            }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    onThreads(4, [&store](int thread) {
+        for (int n = 0; n < 10; ++n) {
+            store.set({"T", std::to_string(thread * 10 + n)}, "set");
+            store.save();
+        }
+    });
     for (int n = 0; n < 40; ++n)
         EXPECT_EQ(value({"T", std::to_string(n)}), "set") << n;
 }
@@ -315,12 +297,12 @@ TEST_F(Settings, WorkInAChildForkedWhileOthersUseThem)
         }
     });
     for (int n = 0; n < 30; ++n)
-        EXPECT_EQ(statusOf(inChild([&] {
+        EXPECT_EQ(statusOfChild([&] {
                       alarm(60); // a lock that stays held would never end
                       settings->setValue("child", "value", "S");
                       settings->save();
                       return settings->getValue("before", "", "S") == "fork";
-                  })),
+                  }),
                   0);
     stop = true;
     busy.join();

@@ -1,9 +1,5 @@
+#include <Testing.h>
 #include <Vx/Image/PlayoutFCC.h>
-
-#include <gtest/gtest.h>
-#include <map>
-#include <string>
-#include <vector>
 
 namespace {
 

@@ -1,8 +1,8 @@
 #include <Vx/Reclaimable.h>
 
 #include <Vx/platform/iReclaimRegistry.h>
-#include <gtest/gtest.h>
 
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {

@@ -1,7 +1,6 @@
+#include <Testing.h>
 #include <Vx/CriticalSection.h>
 #include <Vx/testing/ScriptedPlatform.h>
-#include <gtest/gtest.h>
-#include <memory>
 
 namespace {
 

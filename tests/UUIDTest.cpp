@@ -1,17 +1,9 @@
 #include <Vx/Image/UUID.h>
 
 #include <cctype>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <cwchar>
-#include <gtest/gtest.h>
-#include <map>
-#include <random>
-#include <sstream>
-#include <string>
-#include <unordered_set>
 
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {

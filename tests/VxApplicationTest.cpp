@@ -1,11 +1,6 @@
 #include <Vx/VxApplication.h>
 
-#include <cstring>
-#include <gtest/gtest.h>
-#include <stdexcept>
-#include <string>
-#include <utility>
-
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {

@@ -1,9 +1,5 @@
+#include <Testing.h>
 #include <Vx/VxCRC.h>
-
-#include <cstring>
-#include <gtest/gtest.h>
-#include <random>
-#include <vector>
 
 namespace {
 
@@ -50,9 +46,7 @@ TEST(CRC, OneByteIsEightStepsOfTheRegister)
 
 TEST(CRC, BlocksOfEveryLengthAndAlignmentFollowTheRule)
 {
-    const unsigned int seed = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
+    Seeded random;
     std::vector<unsigned char> bytes(5000);
     for (unsigned char& byte : bytes)
         byte = static_cast<unsigned char>(random());

@@ -2,11 +2,8 @@
 
 #include <Vx/VxException.h>
 #include <cmath>
-#include <cstring>
-#include <gtest/gtest.h>
-#include <limits>
-#include <string>
 
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 using namespace Vx::Check::Private;

@@ -1,8 +1,8 @@
 #include <Vx/VxClock.h>
 
 #include <Vx/VxCPUInfo.h>
-#include <gtest/gtest.h>
 
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 TEST(VxClock, ForwardsThePlatformsReading)

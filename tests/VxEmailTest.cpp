@@ -1,7 +1,7 @@
 #include <Vx/VxEmail.h>
 
+#include <Testing.h>
 #include <Vx/LightweightString.h>
-#include <gtest/gtest.h>
 
 TEST(IsAcceptableEmailAddress, AsksForOneAtAndADotWithTwoBytesBehindIt)
 {

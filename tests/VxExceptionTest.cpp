@@ -1,9 +1,6 @@
 #include <Vx/VxException.h>
 
-#include <exception>
-#include <gtest/gtest.h>
-#include <type_traits>
-
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 using Vx::Exception::Base;

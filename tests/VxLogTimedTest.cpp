@@ -1,9 +1,6 @@
 #include <Vx/VxLogTimed.h>
 
-#include <cstdio>
-#include <gtest/gtest.h>
-#include <string>
-
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {

@@ -1,12 +1,6 @@
 #include <Vx/VxMemory.h>
 
-#include <gtest/gtest.h>
-#include <limits>
-#include <memory>
-#include <new>
-#include <type_traits>
-#include <vector>
-
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 // What needs a platform allocator of another kind, or another moment than that of a test, is

@@ -1,8 +1,5 @@
+#include <Testing.h>
 #include <Vx/VxMemset.h>
-
-#include <cstdint>
-#include <gtest/gtest.h>
-#include <vector>
 
 namespace {
 

@@ -1,15 +1,8 @@
 #include <Vx/VxNamedObjects.h>
 
 #include <Vx/VxException.h>
-#include <atomic>
-#include <barrier>
-#include <functional>
-#include <gtest/gtest.h>
-#include <string>
-#include <thread>
-#include <utility>
-#include <vector>
 
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 using Namespace = Vx::NamedObjectsNamespace;
@@ -135,15 +128,6 @@ TEST(NamedObjects, RemovedNameKeepsItsEntryAndTakesANewObject)
     names.create<Cache>("a", &two);
     EXPECT_EQ(names.find<Cache>("a"), &two);
     EXPECT_EQ(names.findInfo_(typeid(Cache), "a"), entry);
-}
-
-TEST(NamedObjects, CreateOrReplaceTakesOver)
-{
-    Namespace names("test");
-    names.createOrReplace<Cache>("a", &one);
-    EXPECT_EQ(names.find<Cache>("a"), &one);
-    names.createOrReplace<Cache>("a", &two);
-    EXPECT_EQ(names.find<Cache>("a"), &two);
 }
 
 TEST(NamedObjects, FindOrCreateCallsTheFactoryOnlyForWhatIsMissing)
@@ -362,16 +346,11 @@ TEST(NamedObjects, GlobalNamespaceIsOneForAllThreads)
     constexpr int kThreads = 8;
     std::vector<Namespace*> seen(kThreads);
     std::vector<int*> objects(kThreads);
-    std::barrier start(kThreads);
-    std::vector<std::thread> threads;
-    for (std::size_t i = 0; i < kThreads; ++i)
-        threads.emplace_back([&, i] {
-            start.arrive_and_wait();
-            seen[i] = Namespace::getGlobalNamespaceInstance();
-            objects[i] = seen[i]->findOrCreate<int>("first use");
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    onThreads(kThreads, [&](int thread) {
+        const auto i = static_cast<std::size_t>(thread);
+        seen[i] = Namespace::getGlobalNamespaceInstance();
+        objects[i] = seen[i]->findOrCreate<int>("first use");
+    });
     for (std::size_t i = 0; i < kThreads; ++i) {
         EXPECT_EQ(seen[i], Namespace::getGlobalNamespaceInstance());
         EXPECT_EQ(objects[i], objects[0]);
@@ -399,31 +378,25 @@ TEST(NamedObjects, ThreadsShareNamesAndLocks)
     Namespace names("test");
     int guarded[kNames] = {};
     std::atomic<int> made{0};
-    std::barrier start(kThreads);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i)
-        threads.emplace_back([&, i] {
-            start.arrive_and_wait();
-            for (int n = 0; n < kRounds; ++n) {
-                const int which = (n * 5 + i) % kNames;
-                const std::string name = "shared" + std::to_string(which);
-                EXPECT_EQ(names.findOrCreate<Cache>(name.c_str(), giveOne), &one);
-                if (Namespace::ScopedLock<int> hold(names, name.c_str(), n % 3 != 0); hold) {
-                    ++guarded[which];
-                    ++made;
-                    EXPECT_EQ(names.find<int>(name.c_str()), nullptr);
-                }
-                const std::string own = std::to_string(i) + "/" + std::to_string(n % 100);
-                names.createOrReplace<Cache>(own.c_str(), &two);
-                EXPECT_EQ(names.find<Cache>(own.c_str()), &two);
-                names.remove<Cache>(own.c_str());
-                names.createOrReplace<Registry>(name.c_str(), reinterpret_cast<Registry*>(&two));
-                names.remove<Registry>(name.c_str());
-                (void)names.find<Registry>(name.c_str());
+    onThreads(kThreads, [&](int i) {
+        for (int n = 0; n < kRounds; ++n) {
+            const int which = (n * 5 + i) % kNames;
+            const std::string name = "shared" + std::to_string(which);
+            EXPECT_EQ(names.findOrCreate<Cache>(name.c_str(), giveOne), &one);
+            if (Namespace::ScopedLock<int> hold(names, name.c_str(), n % 3 != 0); hold) {
+                ++guarded[which];
+                ++made;
+                EXPECT_EQ(names.find<int>(name.c_str()), nullptr);
             }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+            const std::string own = std::to_string(i) + "/" + std::to_string(n % 100);
+            names.createOrReplace<Cache>(own.c_str(), &two);
+            EXPECT_EQ(names.find<Cache>(own.c_str()), &two);
+            names.remove<Cache>(own.c_str());
+            names.createOrReplace<Registry>(name.c_str(), reinterpret_cast<Registry*>(&two));
+            names.remove<Registry>(name.c_str());
+            (void)names.find<Registry>(name.c_str());
+        }
+    });
     int total = 0;
     for (int count : guarded)
         total += count;

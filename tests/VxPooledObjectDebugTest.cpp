@@ -4,18 +4,9 @@
 #include <Vx/LightweightString.h>
 #include <Vx/VxApplication.h>
 #include <Vx/VxNamedObjects.h>
-#include <barrier>
-#include <cstdlib>
 #include <ctime>
-#include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <memory>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
 
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 using Vx::PooledObjectDebug::gAllLoggers;
@@ -229,15 +220,11 @@ TEST_F(PooledObjectLog, LoggerThatOutlivesShutdownWritesOnceMore)
         EXPECT_EQ(order(), "pool");
     }
     EXPECT_EQ(order(), "pool pool");
+    LoggingTraitsBase_exit(Shutdown::kOrderlyExit); // an empty stack is left alone
+    EXPECT_EQ(gAllLoggers.head, nullptr);
+    EXPECT_EQ(order(), "pool pool");
     LoggingTraitsBase late("late"); // nobody calls back any more
     EXPECT_EQ(gAllLoggers.count, 1u);
-}
-
-TEST_F(PooledObjectLog, EmptyStackIsLeftAlone)
-{
-    LoggingTraitsBase_exit(Shutdown::kOrderlyExit);
-    EXPECT_EQ(gAllLoggers.head, nullptr);
-    EXPECT_EQ(gAllLoggers.count, 0u);
 }
 
 TEST_F(PooledObjectLog, WithoutApplicationOrFolderNothingIsWrittenNorThrown)
@@ -299,12 +286,8 @@ TEST_F(PooledObjectLog, HooksTakeNoLockAndAllocateNothing)
     platform.advanceClock(8000);
     platform.logCalls();
     const unsigned long allocations = platform.allocations();
-    for (int n = 0; n < 3; ++n) {
-        logger.ltb_beforePop(1);
-        logger.ltb_afterPop(this, 1);
-        logger.ltb_beforePush(this, 1);
-        logger.ltb_afterPush(this, 1);
-    }
+    pops(logger, 3);
+    pushes(logger, 3);
     EXPECT_EQ(platform.allocations(), allocations);
     const std::string log = platform.takeLog();
     EXPECT_EQ(log.find("ock"), std::string::npos) << "lock, tryLock, unlock, createLock: " << log;
@@ -319,20 +302,14 @@ TEST_F(PooledObjectLog, ThreadsCountExactly)
     makeLogsFolder();
     LoggingTraitsBase logger("shared");
     platform.advanceClock(8000);
-    std::barrier start(kThreads);
     std::barrier<> allOut(kThreads);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i)
-        threads.emplace_back([&] {
-            start.arrive_and_wait();
-            pops(logger, kRounds);
-            allOut.arrive_and_wait();
-            pushes(logger, kRounds);
-            LoggingTraitsBase own("own");
-            pops(own, 3);
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    onThreads(kThreads, [&](int) {
+        pops(logger, kRounds);
+        allOut.arrive_and_wait();
+        pushes(logger, kRounds);
+        LoggingTraitsBase own("own");
+        pops(own, 3);
+    });
     pops(logger, 1); // back at 0, so no new maximum
     logger.dump();
     EXPECT_EQ(order(), "own own own own shared");

@@ -1,13 +1,8 @@
 #include <Vx/VxPtr.h>
 
 #include <Vx/VxTypeManip.h>
-#include <atomic>
-#include <barrier>
-#include <gtest/gtest.h>
-#include <thread>
-#include <type_traits>
-#include <vector>
 
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {

@@ -1,15 +1,6 @@
 #include <Vx/VxShutdown.h>
 
-#include <atomic>
-#include <barrier>
-#include <cstdio>
-#include <cstring>
-#include <gtest/gtest.h>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
-
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
@@ -125,25 +116,20 @@ TEST(Shutdown, RemovesTheFirstInOrderByIdentity)
     EXPECT_EQ(twice.useCount(), 1u);
 }
 
-TEST(Shutdown, FirstPassReleasesWhatAnExceptionLeavesUnrun)
+TEST(Shutdown, AnExceptionReleasesTheRestOfTheFirstPassAndKeepsThatOfTheFinalOne)
 {
-    Shutdown::addCallback([] { throw std::runtime_error("stop"); }, 1);
+    const auto stop = [] { throw std::runtime_error("stop"); };
+    Shutdown::addCallback(Handle(), 0); // empty: skipped
+    Shutdown::addCallback(stop, 1);
     Shutdown::addCallback(Handle(new Noting("unrun")), 2);
-    Shutdown::addCallback(Handle(new Noting("final")), 201);
-    EXPECT_THROW(Shutdown::executeCallbacks(kOrderlyExit), std::runtime_error);
-    EXPECT_EQ(takeEvents(), "~unrun");
-    EXPECT_EQ(Shutdown::status, 1);
-    Shutdown::executeCallbacks(kOrderlyExit);
-    EXPECT_EQ(takeEvents(), "final0 ~final");
-}
-
-TEST(Shutdown, FinalPassKeepsWhatAnExceptionLeavesUnrun)
-{
-    Shutdown::addCallback([] { throw std::runtime_error("stop"); }, 201);
+    Shutdown::addCallback(Handle(), 201);
+    Shutdown::addCallback(stop, 201);
     Shutdown::addCallback(Handle(new Noting("kept")), 202);
-    EXPECT_THROW(Shutdown::executeCallbacks(kOrderlyExit), std::runtime_error);
-    EXPECT_EQ(takeEvents(), "");
-    EXPECT_EQ(Shutdown::status, 2);
+    for (const char* after : {"~unrun", ""}) {
+        EXPECT_THROW(Shutdown::executeCallbacks(kOrderlyExit), std::runtime_error);
+        EXPECT_EQ(takeEvents(), after);
+        EXPECT_EQ(Shutdown::status, *after != 0 ? 1 : 2);
+    }
     Shutdown::executeCallbacks(kOrderlyExit);
     EXPECT_EQ(takeEvents(), "kept0 ~kept");
 }
@@ -155,15 +141,6 @@ TEST(Shutdown, EmptyFunctionsRaiseWhenTheirTurnComes)
     Shutdown::beginShutdown();
     Shutdown::addCallback(std::function<void(eExitType)>(), 1);
     EXPECT_THROW(Shutdown::executeCallbacks(kOrderlyExit), std::bad_function_call);
-}
-
-TEST(Shutdown, EmptyPointersAreSkipped)
-{
-    Shutdown::addCallback(Handle(), 1);
-    Shutdown::addCallback(Handle(), 201);
-    Shutdown::addCallback(noting("end"), 202);
-    Shutdown::executeCallbacks(kOrderlyExit);
-    EXPECT_EQ(takeEvents(), "end");
 }
 
 TEST(Shutdown, FlushesStandardOutputBetweenThePasses)
@@ -224,25 +201,19 @@ TEST(Shutdown, ThreadsAddAndRemoveTogether)
     constexpr int kRounds = 500;
     CallbackItemList list;
     std::atomic<int> runs{0};
-    std::barrier start(kThreads);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i)
-        threads.emplace_back([&] {
-            start.arrive_and_wait();
-            for (int n = 0; n < kRounds; ++n) {
-                const Handle kept(new Shutdown::FunctionCallback([&](eExitType) { ++runs; }));
-                const Handle removed(new Shutdown::FunctionCallback([&](eExitType) { runs = -1; }));
-                list.add(CallbackItem(removed, 7));
-                list.add(CallbackItem(kept, 7));
-                list.remove(removed);
-                EXPECT_EQ(removed.useCount(), 1u);
-                Shutdown::addCallback(kept, 7);
-                Shutdown::removeCallback(kept);
-                EXPECT_FALSE(Shutdown::isExiting());
-            }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    onThreads(kThreads, [&](int) {
+        for (int n = 0; n < kRounds; ++n) {
+            const Handle kept(new Shutdown::FunctionCallback([&](eExitType) { ++runs; }));
+            const Handle removed(new Shutdown::FunctionCallback([&](eExitType) { runs = -1; }));
+            list.add(CallbackItem(removed, 7));
+            list.add(CallbackItem(kept, 7));
+            list.remove(removed);
+            EXPECT_EQ(removed.useCount(), 1u);
+            Shutdown::addCallback(kept, 7);
+            Shutdown::removeCallback(kept);
+            EXPECT_FALSE(Shutdown::isExiting());
+        }
+    });
     list.execute(kOrderlyExit);
     EXPECT_EQ(runs, kThreads * kRounds) << "two items with one number would be one item";
 }

@@ -7,17 +7,11 @@
 #include <climits>
 #include <clocale>
 #include <cmath>
-#include <cstdint>
-#include <cstdio>
-#include <cstring>
 #include <cwchar>
-#include <gtest/gtest.h>
-#include <limits>
 #include <locale.h>
-#include <random>
-#include <string>
 
 #include "ScratchLocales.h"
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
@@ -178,40 +172,15 @@ private:
                    (random_() % 2 == 0 ? "" : "e-" + std::to_string(random_() % 30));
         }
         default: {
-            static const char* const kOdd[] = {"0x1f",
-                                               "0x",
-                                               "inf",
-                                               "nan",
-                                               "infinity",
-                                               "NAN(12)",
-                                               ".",
-                                               "1e",
-                                               "1e+",
-                                               "-",
-                                               "+-1",
-                                               "1,5",
-                                               "1,234.5",
-                                               "4294967296",
-                                               "-1",
-                                               "2147483648",
-                                               "1.5.5",
-                                               "1e5.5",
-                                               "1\u066B5",
-                                               ",5",
-                                               "\u066B5",
-                                               "0x1p3",
-                                               "4.9e-324",
-                                               "1.8e308",
-                                               "1e-330",
-                                               "0e999",
-                                               "-0",
-                                               "-0.0e-5",
-                                               "9223372036854775808",
-                                               "18446744073709551616",
-                                               "\xA0"
-                                               "1",
-                                               "1\u00A0000"};
-            return kOdd[random_() % std::size(kOdd)];
+            static const std::vector<std::string> kOdd = [] {
+                std::istringstream words(
+                    "0x1f 0x inf nan infinity NAN(12) . 1e 1e+ - +-1 1,5 1,234.5 4294967296 -1 "
+                    "2147483648 1.5.5 1e5.5 1\u066B5 ,5 \u066B5 0x1p3 4.9e-324 1.8e308 1e-330 "
+                    "0e999 -0 -0.0e-5 9223372036854775808 18446744073709551616 \xA0\x31 "
+                    "1\u00A0000");
+                return std::vector<std::string>(std::istream_iterator<std::string>(words), {});
+            }();
+            return kOdd[random_() % kOdd.size()];
         }
         }
     }
@@ -335,27 +304,11 @@ TEST(NumbersFromText, ReadTheNumberOrGiveTheDefault)
 
 TEST(NumbersFromText, EndAtAnEmbeddedZero)
 {
-    EXPECT_EQ(Vx::IntFromString(Narrow("12\0"
-                                       "34",
-                                       5),
-                                7),
-              12);
-    EXPECT_EQ(Vx::Int64FromWString(Wide(L"\0"
-                                        L"34",
-                                        3),
-                                   7),
-              0)
-        << "not empty, so no default";
-    EXPECT_EQ(Vx::FloatFromString(Narrow("1.5\0"
-                                         "5",
-                                         5),
-                                  7),
-              1.5);
-    EXPECT_EQ(Vx::FloatFromWString(Wide(L"\0"
-                                        L"5",
-                                        2),
-                                   7),
-              7);
+    const Wide zero(L"\0\x35", 2);
+    EXPECT_EQ(Vx::IntFromString(Narrow("12\0\x33\x34", 5), 7), 12);
+    EXPECT_EQ(Vx::FloatFromString(Narrow("1.5\0\x35", 5), 7), 1.5);
+    EXPECT_EQ(Vx::Int64FromWString(zero, 7), 0) << "not empty, so no default";
+    EXPECT_EQ(Vx::FloatFromWString(zero, 7), 7);
 }
 
 TEST(TextFromNumbers, WritesDecimalDigits)

@@ -1,9 +1,6 @@
 #include <Vx/VxStringSplit.h>
 
-#include <gtest/gtest.h>
-#include <random>
-#include <string>
-
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
@@ -137,9 +134,7 @@ TYPED_TEST(SplitOf, RespectsQuotesWhenAsked)
 
 TYPED_TEST(SplitOf, FollowsTheRulesForRandomTexts)
 {
-    const unsigned int seed = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
+    Seeded random;
     for (int i = 0; i < 30000; ++i) {
         std::string text;
         for (std::size_t length = random() % 12; length != 0; --length)
@@ -303,9 +298,7 @@ TEST(SplitFilename, GivesTheLastComponent)
 
 TEST(SplitFilename, IsTheLastPieceOfASplit)
 {
-    const unsigned int seed = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
+    Seeded random;
     for (int i = 0; i < 5000; ++i) {
         Wide path;
         for (std::size_t length = random() % 8; length != 0; --length)

@@ -4,11 +4,9 @@
 #include <clocale>
 #include <cwctype>
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 #include <locale.h>
-#include <random>
-#include <string>
 
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 using Narrow = LightweightString<char>;
@@ -120,9 +118,7 @@ TEST(WideCase, IsTheCLibrarysForEveryCodePoint)
 TEST(WideCase, EveryLengthAndMixtureIsTheCLibrarys)
 {
     ASSERT_NE(std::setlocale(LC_ALL, "C.UTF-8"), nullptr);
-    const unsigned int seed = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
+    Seeded random;
     for (unsigned int length = 0; length < 200; ++length)
         for (unsigned int rare : {1u, 4u, 30u, 1000u}) {
             std::wstring text;
@@ -304,9 +300,7 @@ TEST(SubstituteCaseInsensitive, ReplacesFromTheRight)
 
 TEST(SubstituteCaseInsensitive, FollowsTheRuleForRandomTexts)
 {
-    const unsigned int seed = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
+    Seeded random;
     const auto text = [&](std::size_t length) {
         std::wstring result;
         for (std::size_t i = 0; i < length; ++i)

@@ -1,11 +1,8 @@
 #include <Vx/VxTolerance.h>
 
+#include <Testing.h>
 #include <bit>
 #include <cmath>
-#include <cstdint>
-#include <gtest/gtest.h>
-#include <limits>
-#include <random>
 
 namespace {
 
@@ -97,9 +94,7 @@ TEST(TolerantEq, TheMostNegativeDistanceIsItsOwnAbsoluteValue)
 
 TEST(TolerantEq, FollowsTheRuleForRandomBits)
 {
-    const unsigned int seed = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
+    Seeded random;
     int equal = 0;
     for (int i = 0; i < 200000; ++i) {
         const std::uint32_t a = static_cast<std::uint32_t>(random());

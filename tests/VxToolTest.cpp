@@ -1,18 +1,8 @@
 // The tool as its users run it: a process with arguments, files, output and an exit status.
-#include <cstdlib>
+#include <Testing.h>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-#include <random>
-#include <set>
 #include <spawn.h>
-#include <sstream>
-#include <string>
-#include <sys/wait.h>
-#include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -333,9 +323,7 @@ TEST_F(VxTool, UnsetRemovesTheNameEverywhereInItsSection)
 /// touches no other line.
 TEST_F(VxTool, EditsOfRandomFilesTouchOneLine)
 {
-    const unsigned int seed = std::random_device{}();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::mt19937 random(seed);
+    Seeded random;
     const std::string pieces[] = {"\n",
                                   "\n",
                                   "\n",

@@ -1,8 +1,8 @@
 #include <Vx/VxVersion.h>
 
 #include <Vx/VxApplication.h>
-#include <gtest/gtest.h>
 
+#include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {

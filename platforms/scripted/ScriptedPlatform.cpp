@@ -135,7 +135,7 @@ struct ScriptedObjects {
     };
 };
 
-ScriptedPlatform::ScriptedPlatform()
+ScriptedPlatform::ScriptedPlatform() : folder_(L"/data/")
 {
     if (active.exchange(this) != nullptr)
         std::abort(); // one at a time

@@ -1,17 +1,9 @@
 // ScratchFolder.h - a fresh folder for one test, removed with all it holds.
 #pragma once
 
+#include "Testing.h"
 #include <Vx/LightweightString.h>
-#include <algorithm>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
-#include <stdexcept>
-#include <string>
-#include <unistd.h>
-#include <vector>
 
 class ScratchFolder {
 public:
@@ -64,11 +56,11 @@ public:
         return std::string(std::istreambuf_iterator<char>(file), {});
     }
 
-    /// The names in the folder, sorted, each followed by a blank.
-    std::string names() const
+    /// The names in the folder, or in one inside, sorted, each followed by a blank.
+    std::string names(const std::string& inside = "") const
     {
         std::vector<std::string> found;
-        for (const auto& entry : std::filesystem::directory_iterator(path_))
+        for (const auto& entry : std::filesystem::directory_iterator(path(inside)))
             found.push_back(entry.path().filename());
         std::sort(found.begin(), found.end());
         std::string all;

@@ -1,13 +1,8 @@
 // ScratchLocales.h - locales with other decimal points, made for a test in a folder of its own.
 #pragma once
 
+#include "Testing.h"
 #include <clocale>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
-#include <string>
-#include <unistd.h>
 
 /// The numeric category of a locale, for the lifetime of the object; the rest is "C.UTF-8".
 /// Built on the spot from the C library's locale sources: nothing on the machine changes.

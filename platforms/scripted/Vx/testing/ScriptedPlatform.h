@@ -175,7 +175,7 @@ private:
     SimpleUUID uuid_ = {};
     bool uuidIsSet_ = false;
     std::vector<std::string> callStack_;
-    Text<wchar_t> folder_ = L"/data/";
+    Text<wchar_t> folder_;
     Map<Text<wchar_t>, Text<char>> files_;
     List<unsigned int> writes_;
     Map<std::pair<int, Text<char>>, Text<char>> settings_;

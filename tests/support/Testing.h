@@ -1,0 +1,63 @@
+// Testing.h - what most tests need.
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <barrier>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <gtest/gtest.h>
+#include <limits>
+#include <map>
+#include <memory>
+#include <random>
+#include <set>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+/// Runs body(0), body(1), ... on as many threads, which start together.
+template <class Body> void onThreads(int count, Body&& body)
+{
+    std::barrier start(count);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < count; ++i)
+        threads.emplace_back([&, i] {
+            start.arrive_and_wait();
+            body(i);
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+/// Runs \p body in a child process. \returns its wait status: 0 when it returned true
+template <class Body> int statusOfChild(Body&& body)
+{
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(body() ? 0 : 1);
+    int status = -1;
+    EXPECT_EQ(waitpid(child, &status, 0), child);
+    return status;
+}
+
+/// Other numbers in every run; a failure names the seed.
+class Seeded : public std::mt19937 {
+public:
+    explicit Seeded(unsigned int seed = std::random_device()())
+        : std::mt19937(seed), trace_(__FILE__, __LINE__, "seed " + std::to_string(seed))
+    {}
+
+private:
+    testing::ScopedTrace trace_;
+};
