@@ -1,5 +1,5 @@
 # What `cmake --install` lays down: headers, libraries, a CMake package and a pkg-config file.
-# Components: runtime, development, test-platform, tools.
+# Components: runtime, development, testing, tools.
 
 include(CMakePackageConfigHelpers)
 
@@ -12,11 +12,11 @@ install(DIRECTORY ole/Vx DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT devel
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Vx)
 install(EXPORT VxTargets NAMESPACE Vx:: DESTINATION ${package_folder} COMPONENT development)
 install(TARGETS TestPlatform EXPORT VxTestPlatformTargets
-    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT test-platform)
+    ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT testing)
 install(DIRECTORY platforms/scripted/Vx DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-    COMPONENT test-platform)
+    COMPONENT testing)
 install(EXPORT VxTestPlatformTargets NAMESPACE Vx:: DESTINATION ${package_folder}
-    COMPONENT test-platform)
+    COMPONENT testing)
 configure_package_config_file(cmake/VxConfig.cmake.in ${PROJECT_BINARY_DIR}/VxConfig.cmake
     INSTALL_DESTINATION ${package_folder})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/VxConfigVersion.cmake

@@ -2,8 +2,8 @@
 // plainly.
 #include "Fuzz.h"
 
-#include <ScriptedPlatform.h>
 #include <Vx/VxIniFile.h>
+#include <Vx/testing/ScriptedPlatform.h>
 #include <cctype>
 #include <vector>
 

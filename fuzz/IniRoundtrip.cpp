@@ -1,8 +1,8 @@
 // What saveAll() writes of a loaded document loads as an equal one, and saves as equal bytes.
 #include "Fuzz.h"
 
-#include <ScriptedPlatform.h>
 #include <Vx/VxIniFile.h>
+#include <Vx/testing/ScriptedPlatform.h>
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
