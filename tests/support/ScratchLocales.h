@@ -8,7 +8,7 @@
 /// Built on the spot from the C library's locale sources: nothing on the machine changes.
 class ScratchLocale {
 public:
-    /// \p source names a locale source ("de_DE"), or is "C".
+    /// Fails the test when it cannot be made. \p source names a locale source ("de_DE"), or is "C".
     explicit ScratchLocale(const std::string& source)
         : folder_(std::filesystem::path(::testing::TempDir()) /
                   ("vx-locale-" + source + "-" + std::to_string(::getpid()))),
@@ -26,7 +26,8 @@ public:
                                 .c_str());
             ::setenv("LOCPATH", folder_.c_str(), 1);
         }
-        chosen_ = std::setlocale(LC_ALL, "C.UTF-8") != nullptr && choose();
+        EXPECT_TRUE(std::setlocale(LC_ALL, "C.UTF-8") != nullptr && choose())
+            << "needs localedef and the locale sources (package locales)";
     }
     ~ScratchLocale()
     {
@@ -40,11 +41,7 @@ public:
     /// Makes it the process's numeric locale, again if need be.
     bool choose() const { return std::setlocale(LC_NUMERIC, name_.c_str()) != nullptr; }
 
-    /// Whether the locale could be made. A test that needs it fails without.
-    bool chosen() const { return chosen_; }
-
 private:
     std::filesystem::path folder_;
     std::string name_;
-    bool chosen_ = false;
 };
