@@ -48,7 +48,4 @@ HostPlatform platform;
 
 } // namespace
 
-iPlatformServices* OS()
-{
-    return &platform;
-}
+iPlatformServices* OS() { return &platform; }
