@@ -69,14 +69,10 @@ TEST(ScriptedPlatform, FailsTheNthCallOnceOrForEver)
     platform.failFileCall(0);
     EXPECT_EQ(outcome(open), "++++");
 
-    platform.failAllocation(1);
-    EXPECT_EQ(outcome(allocate), "-+++");
     platform.failAllocation(2, ScriptedPlatform::ForEver);
     EXPECT_EQ(outcome(allocate), "+---");
     platform.failAllocation(0);
 
-    platform.failCall("numProcessors", 2);
-    EXPECT_EQ(outcome(count), "+n++");
     platform.failCall("numProcessors", 2, ScriptedPlatform::ForEver);
     EXPECT_EQ(outcome(count), "+nnn");
     EXPECT_EQ(outcome(open), "++++") << "another service";

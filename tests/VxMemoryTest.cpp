@@ -49,17 +49,13 @@ TEST(AllocationOperators, OnlyTheNothrowFormsHideExhaustion)
 {
     ScriptedPlatform platform;
     void* block = &block;
-    platform.failAllocation(1);
+    platform.failAllocation(1, ScriptedPlatform::ForEver);
     EXPECT_THROW(block = operator new(1), std::bad_alloc);
-    platform.failAllocation(1);
     EXPECT_THROW(block = operator new[](1), std::bad_alloc);
-    platform.failAllocation(1);
-    block = operator new(1, std::nothrow);
-    EXPECT_EQ(block, nullptr);
-    block = &block;
-    platform.failAllocation(1);
-    block = operator new[](1, std::nothrow);
-    EXPECT_EQ(block, nullptr);
+    void* plain = operator new(1, std::nothrow);
+    void* array = operator new[](1, std::nothrow);
+    platform.failAllocation(0);
+    EXPECT_TRUE(block == &block && plain == nullptr && array == nullptr);
 }
 
 TEST(StdAllocator, DrawsFromThePlatform)

@@ -1,19 +1,14 @@
 // The standard library's habits: what its algorithms, views and containers may count on.
+#include <Testing.h>
 #include <Vx/Image/FormatUID.h>
 #include <Vx/Image/UUID.h>
 #include <Vx/LightweightString.h>
 #include <Vx/LightweightVector.h>
 #include <Vx/VxAttribValuePair.h>
-#include <algorithm>
 #include <compare>
 #include <concepts>
-#include <gtest/gtest.h>
 #include <ranges>
 #include <span>
-#include <sstream>
-#include <string>
-#include <string_view>
-#include <unordered_set>
 
 namespace {
 

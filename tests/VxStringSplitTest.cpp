@@ -270,24 +270,18 @@ TEST(Unpack, DeliberatelyLosesEmptyItems)
 
 TEST(SplitFilename, GivesTheLastComponent)
 {
-    const struct {
-        const char *path, *name;
-    } rows[] = {
-        {"/x/y.ext", "y.ext"},
-        {"dir/name/", "name"},
-        {"dir//name//", "name"},
-        {"name", "name"},
-        {"/name", "name"},
-        {"name/", "name"},
-        {"", ""},
-        {"/", ""},
-        {"///", ""},
-        {"dir\\name", "dir\\name"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.path);
-        EXPECT_EQ(plain(Vx::splitFilename(make<wchar_t>(row.path))), row.name);
-    }
+    const char* const rows[][2] = {{"/x/y.ext", "y.ext"},
+                                   {"dir/name/", "name"},
+                                   {"dir//name//", "name"},
+                                   {"name", "name"},
+                                   {"/name", "name"},
+                                   {"name/", "name"},
+                                   {"", ""},
+                                   {"/", ""},
+                                   {"///", ""},
+                                   {"dir\\name", "dir\\name"}};
+    for (const auto& row : rows)
+        EXPECT_EQ(plain(Vx::splitFilename(make<wchar_t>(row[0]))), row[1]) << row[0];
     const Wide name(L"name");
     EXPECT_EQ(Vx::splitFilename(name).c_str(), name.c_str()) << "the whole text is shared";
     ScriptedPlatform platform;
