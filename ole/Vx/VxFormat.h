@@ -50,7 +50,7 @@ inline std::string_view textOf(const UUID& id, char* buffer) noexcept
 template <class Base, class Ch> struct AsText : Base {
     template <class T, class Context> auto format(const T& value, Context& context) const
     {
-        char buffer[UUID::kTextLength + 1];
+        char buffer[UUID::kTextLength + 1] = {}; // not every text is written there
         const auto& text = textOf(value, buffer);
         return Base::format(std::basic_string_view<Ch>(text), context);
     }
