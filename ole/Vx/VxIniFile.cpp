@@ -381,14 +381,11 @@ bool VxIniFile::save(LightweightString<wchar_t> newPath)
 {
     if (!newPath.empty())
         path = newPath;
-    const Vx::Ptr<iFile> file = openForWriting(path);
-    if (!file)
-        return false;
-    std::string piece; // its room serves all of them
-    const auto writePiece = [&] {
-        file->write(piece.data(), static_cast<unsigned int>(piece.size()));
-        piece.clear();
-    };
+
+    // The pieces first: if memory runs out, the file has not been touched.
+    std::string text;
+    std::vector<std::size_t> ends;
+    const auto endPiece = [&] { ends.push_back(text.size()); };
 
     const auto anonymous = sections.find(kAnonymousSection());
     if (anonymous != sections.end() && !anonymous->second.empty()) {
@@ -396,30 +393,40 @@ bool VxIniFile::save(LightweightString<wchar_t> newPath)
         // so has one text for all of them. A section ends at that pair only if the pair
         // is its own, so the sections run out first.
         for (auto section = anonymous; section != sections.end(); ++section) {
-            piece += PairText(anonymous->second.front()).view;
-            writePiece();
+            text += PairText(anonymous->second.front()).view;
+            endPiece();
         }
     }
 
     Text previousName;
-    for (auto section = sections.begin(); section != sections.end(); ++section) {
-        // Deliberate: the anonymous entry is looked at again and again and never passed.
-        if (section == anonymous)
-            stall();
+    auto section = sections.begin();
+    // Deliberate: the anonymous entry is looked at again and again and never passed.
+    for (; section != sections.end() && section != anonymous; ++section) {
         const auto& [name, pairs] = *section;
         if (!isEssentiallyEmpty(previousName)) {
-            piece += kLineEnd;
-            writePiece();
+            text += kLineEnd;
+            endPiece();
         }
         previousName = name;
-        appendHeader(piece, name);
-        writePiece();
+        appendHeader(text, name);
+        endPiece();
         for (const Vx::AttribValuePair& pair : pairs) {
-            piece += PairText(pair).view;
-            piece += kLineEnd;
-            writePiece();
+            text += PairText(pair).view;
+            text += kLineEnd;
+            endPiece();
         }
     }
+
+    const Vx::Ptr<iFile> file = openForWriting(path);
+    if (!file)
+        return false;
+    std::size_t start = 0;
+    for (const std::size_t end : ends) {
+        file->write(text.data() + start, static_cast<unsigned int>(end - start));
+        start = end;
+    }
+    if (section != sections.end())
+        stall();
     return true;
 }
 

@@ -49,7 +49,8 @@ struct StringLT_Fancy {
 ///   depend on its exact sequence of writes. A file that starts with a comment has an
 ///   anonymous section.
 /// Errors: look-ups never fail. load(), save() and saveAll() answer false; they print and
-///   throw nothing, except that memory exhaustion passes through, with the file closed.
+///   throw nothing, except that memory exhaustion passes through, with the file closed and
+///   nothing written to it.
 /// Threads: one thread at a time, also while loading and saving.
 class VX_API VxIniFile {
 public:
