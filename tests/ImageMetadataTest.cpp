@@ -289,15 +289,3 @@ TEST(ImageMetadata, RecordsAreKeys)
     EXPECT_EQ(hashed.count(Core::Data(kCore)), 1u);
     EXPECT_NE(std::hash<Video::Data>()(kVideo), std::hash<Video::Data>()(earlier));
 }
-
-TEST(ImageMetadata, ReadingNeedsMemoryAndGivesItBack)
-{
-    ScriptedPlatform platform;
-    const Text text("Metadata::Video,1,1,2,abc,1,");
-    const long before = platform.liveBlocks();
-    const unsigned int failures = failEachAllocation(
-        platform, [&] { Video::Data record(text); },
-        [&] { EXPECT_EQ(platform.liveBlocks(), before); });
-    EXPECT_GE(failures, 6u) << "a block for each piece at least";
-    EXPECT_EQ(platform.liveBlocks(), before);
-}

@@ -288,21 +288,6 @@ TEST(LightweightVector, CopiesShareItemsAndTheLastOneFreesThem)
     EXPECT_EQ(platform.liveBlocks(), 0);
 }
 
-TEST(LightweightVector, FailedAllocationChangesNothing)
-{
-    ScriptedPlatform platform;
-    const Text text("name;a=1;b=2");
-    const unsigned int failures = failEachAllocation(
-        platform, [&] { AttribValuePair::vecFromString(text, '=', ';'); }, [] {});
-    EXPECT_GT(failures, 10u);
-
-    Pairs pairs;
-    const AttribValuePair pair("a=1", '=');
-    failEachAllocation(
-        platform, [&] { pairs.push_back(pair); }, [&] { EXPECT_TRUE(pairs.empty()); });
-    EXPECT_EQ(pairs.size(), 1u);
-}
-
 TEST(GetValue, FindsTheFirstOfThatName)
 {
     Pairs pairs;

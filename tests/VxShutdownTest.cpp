@@ -180,21 +180,6 @@ TEST(Shutdown, ListOfOneOwnRunsWholeAndEndsEmpty)
     EXPECT_EQ(takeEvents(), "");
 }
 
-TEST(Shutdown, FailedAdditionLeavesNothingBehind)
-{
-    ScriptedPlatform platform;
-    CallbackItemList list;
-    const long before = platform.liveBlocks();
-    failEachAllocation(
-        platform, [&] { list.add(CallbackItem([](eExitType) {}, 1)); },
-        [&] {
-            EXPECT_EQ(platform.liveBlocks(), before);
-            std::thread([&] { list.remove(Handle()); }).join(); // the lock is free
-        });
-    list.execute(kOrderlyExit);
-    EXPECT_EQ(platform.liveBlocks(), before);
-}
-
 TEST(Shutdown, ThreadsAddAndRemoveTogether)
 {
     constexpr int kThreads = 4;

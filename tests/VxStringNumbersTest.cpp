@@ -387,18 +387,6 @@ TEST(WStringFromFloat, DeliberatelyTrimsZerosWithoutAPoint)
     EXPECT_EQ(str(Vx::WStringFromFloat(0.0, 0, true)), L"0") << "zeros alone stay";
 }
 
-TEST(TextFromNumbers, FailedAllocationKeepsTheOldText)
-{
-    ScriptedPlatform platform;
-    Narrow text("ab");
-    EXPECT_GE(failEachAllocation(
-                  platform, [&] { text += 0.25; }, [&] { EXPECT_EQ(str(text), "ab"); }),
-              1u);
-    EXPECT_EQ(str(text), "ab0.250000");
-    failEachAllocation(
-        platform, [] { Vx::WStringFromFloat(1.0, 3, true); }, [] {});
-}
-
 TEST(NumericLocale, CommaIsRepairedOnceAndSaidOnce)
 {
     const ScratchLocale german("de_DE");

@@ -192,29 +192,6 @@ TYPED_TEST(SplitOf, BuilderCutsAtTheEndOfTheText)
     EXPECT_EQ(show(out), "<b><bc><><><>");
 }
 
-TEST(SplitIf, LeaksNothingWhenMemoryRunsOut)
-{
-    ScriptedPlatform platform;
-    {
-        const Wide text(L"one,two,three,four,five");
-        WideVec out(1, Wide(L"old"));
-        const long before = platform.liveBlocks();
-        EXPECT_GT(failEachAllocation(
-                      platform,
-                      [&] {
-                          WideVec local(out);
-                          Vx::splitIf(text, Vx::IsMatchingChar<wchar_t>(L','), local, 0);
-                          EXPECT_EQ(local.size(), 6u);
-                      },
-                      [&] {
-                          EXPECT_EQ(platform.liveBlocks(), before);
-                          EXPECT_EQ(show(out), "<old>");
-                      }),
-                  5u);
-    }
-    EXPECT_EQ(platform.liveBlocks(), 0);
-}
-
 TEST(Pack, JoinsAsAppendingWould)
 {
     const struct {

@@ -228,29 +228,6 @@ TEST(Strip, NewBlocksHaveTheCapacityOfWhatIsKept)
     EXPECT_EQ(same.c_str(), sharer.c_str()) << "nothing to strip, nothing to copy";
 }
 
-TEST(Strip, KeepsTheTextWhenMemoryRunsOut)
-{
-    const Wide wide(L"xxtext  xx");
-    const Narrow narrow("text  ");
-    const auto tryAll = [&](auto text, auto&& change) {
-        const auto old = text;
-        ScriptedPlatform platform;
-        EXPECT_EQ(failEachAllocation(
-                      platform, [&] { change(text); },
-                      [&] {
-                          EXPECT_EQ(text, old);
-                          EXPECT_EQ(text.c_str(), old.c_str());
-                      }),
-                  1u);
-        EXPECT_NE(text, old);
-    };
-    tryAll(wide, [](Wide& text) { Vx::stripLeadingChars(text, L'x'); });
-    tryAll(wide, [](Wide& text) { Vx::stripTrailingChars(text, L'x'); });
-    tryAll(wide, [](Wide& text) { Vx::toUpper(text); });
-    tryAll(narrow, [](Narrow& text) { Vx::toUpper(text); });
-    tryAll(narrow, [](Narrow& text) { trimTrailingSpaces(text); });
-}
-
 TEST(EndsWith, LooksAtTheLastCharacter)
 {
     std::setlocale(LC_ALL, "C.UTF-8");

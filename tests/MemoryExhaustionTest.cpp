@@ -1,0 +1,306 @@
+// Memory runs out at every point of every operation that allocates: its first allocation fails,
+// then its second, and so on until it gets through. The pool log and exceptions, which need
+// more to show, do the same with their families.
+#include "ScriptedPlatform.h"
+
+#include <Vx/Image/BufferFormat.h>
+#include <Vx/Image/Core.h>
+#include <Vx/Image/UUID.h>
+#include <Vx/Image/Video.h>
+#include <Vx/Image/VideoSample.h>
+#include <Vx/Image/VideoSequence.h>
+#include <Vx/VxApplication.h>
+#include <Vx/VxEmail.h>
+#include <Vx/VxIniFile.h>
+#include <Vx/VxNamedObjects.h>
+#include <Vx/VxStringNumbers.h>
+#include <Vx/VxStringSplit.h>
+#include <Vx/VxStringUtils.h>
+#include <Vx/VxVersion.h>
+#include <algorithm>
+#include <climits>
+#include <gtest/gtest.h>
+#include <list>
+#include <memory>
+
+namespace {
+
+using Narrow = LightweightString<char>;
+using Wide = LightweightString<wchar_t>;
+using Pair = Vx::AttribValuePair;
+using Pairs = LightweightVector<Pair>;
+
+struct MemoryExhaustion : testing::Test {
+    ~MemoryExhaustion() override
+    {
+        std::printf("%u points of failure in %u operations\n", points, operations);
+    }
+
+    /// \p work on what \p make makes. After each failure \p show tells what it told before,
+    /// no memory is gone and no lock is held; in the end it tells what it does where nothing
+    /// ever failed.
+    template <class Make, class Work, class Show>
+    void exhaust(const char* name, Make make, Work work, Show show, unsigned int least = 1)
+    {
+        SCOPED_TRACE(name);
+        auto state = make();
+        const auto before = show(state);
+        const long blocks = platform.liveBlocks();
+        const unsigned int failures = failEachAllocation(
+            platform, [&] { work(state); },
+            [&] {
+                EXPECT_EQ(platform.liveBlocks(), blocks);
+                EXPECT_EQ(show(state), before);
+                const std::string calls = " " + platform.takeLog() + " ";
+                EXPECT_EQ(count(calls, " lock "), count(calls, " unlock ")) << calls;
+            });
+        platform.takeLog();
+        EXPECT_GE(failures, least) << "it allocates nothing: what is it doing here?";
+        points += failures;
+        ++operations;
+        auto untroubled = make();
+        work(untroubled);
+        EXPECT_EQ(show(state), show(untroubled));
+        platform.takeLog();
+    }
+
+    /// An operation that only has a result.
+    template <class Work> void exhaust(const char* name, Work work)
+    {
+        exhaust(
+            name, [] { return 0; }, [&work](int) { work(); }, [](int none) { return none; });
+    }
+
+    /// An operation that changes a text in place: one that shares its block with another, who
+    /// must not notice, and one of its own.
+    template <class String, class Work>
+    void exhaustText(const char* name, const String& text, Work work)
+    {
+        const auto show = [&](const String& s) { return std::pair(s, String(text.c_str())); };
+        exhaust(
+            name, [&] { return text; }, work, show);
+        exhaust(
+            name, [&] { return String(text.c_str()); }, work, show, 0);
+    }
+
+    template <class Ch> void exhaustStrings()
+    {
+        using String = LightweightString<Ch>;
+        static const Ch kMore[] = {'m', 'o', 'r', 'e', 0};
+        for (const String& text : {String(), String(kMore)}) {
+            exhaustText("append", text, [](String& s) { s.append(kMore, 4); });
+            exhaustText("append a string", text, [](String& s) { s += String(kMore, 4); });
+            exhaustText("append a character", text, [](String& s) { s += Ch('x'); });
+            exhaustText("resizeFor", text, [](String& s) {
+                s.resizeFor(50);
+                std::fill_n(s.mutableChars(), 50, Ch(1));
+            });
+            exhaustText("assign", text, [](String& s) { s = kMore; });
+            exhaustText("concatenate", text, [](String& s) { s = kMore + s + kMore + Ch('x'); });
+        }
+        exhaustText("create", String(), [](String& s) {
+            s.createImpl(4, true);
+            std::copy_n(kMore, 4, s.mutableChars());
+        });
+        exhaustText("append itself", String(kMore), [](String& s) { s += s; });
+        exhaustText("write", String(kMore), [](String& s) { s.mutableChars()[0] = 'x'; });
+    }
+
+    template <class Record> void exhaustRecord(const char* text)
+    {
+        const Narrow form(text);
+        exhaust(text, [&] { EXPECT_EQ(Record(form).asString(), form); });
+    }
+
+    static int count(const std::string& text, const std::string& word)
+    {
+        int n = 0;
+        for (std::size_t at = 0; (at = text.find(word, at)) != text.npos; ++at)
+            ++n;
+        return n;
+    }
+
+    ScriptedPlatform platform;
+    unsigned int points = 0, operations = 0;
+};
+
+std::string dump(const Pair& pair)
+{
+    return std::to_string(pair.form) + pair.text.c_str() + "|" + pair.name.c_str() + "|" +
+           pair.value.c_str();
+}
+
+std::string dump(const Pairs& pairs) { return Pair::asString(pairs, '=', ';').c_str(); }
+
+std::string dump(const VxIniFile& ini)
+{
+    std::string all;
+    for (const auto& [name, pairs] : ini.sections) {
+        all.append("[").append(name.c_str()).append("]");
+        for (const Pair& pair : pairs)
+            all.append("{").append(pair.text.c_str()).append("}");
+    }
+    return all;
+}
+
+} // namespace
+
+TEST_F(MemoryExhaustion, Strings)
+{
+    exhaustStrings<char>();
+    exhaustStrings<wchar_t>();
+    const Narrow narrow("Text  ");
+    const Wide wide(L"xxTextxx");
+    exhaustText("to lower", narrow, [](Narrow& s) { Vx::toLower(s); });
+    exhaustText("to upper", wide, [](Wide& s) { Vx::toUpper(s); });
+    exhaustText("strip in front", wide, [](Wide& s) { Vx::stripLeadingChars(s, L'x'); });
+    exhaustText("strip behind", wide, [](Wide& s) { Vx::stripTrailingChars(s, L'x'); });
+    exhaustText("trim", narrow, [](Narrow& s) { trimTrailingSpaces(s); });
+    exhaustText("append wide", narrow, [](Narrow& s) { s += Wide(L"caf\u00E9"); });
+    exhaustText("append narrow", wide, [](Wide& s) { s += Narrow("more"); });
+    exhaustText("append an int", narrow, [](Narrow& s) { s += INT_MIN; });
+    exhaustText("append an unsigned int", narrow, [](Narrow& s) { s += UINT_MAX; });
+    exhaustText("append a double", narrow, [](Narrow& s) { s += -1e300; });
+    exhaust("substitute", [&] { Vx::substituteCaseInsensitive(wide, L"x", L"longer"); });
+    exhaust("widen", [] { Vx::WStringFromAscii("text"); });
+    exhaust("to UTF-8 and back", [&] { EXPECT_EQ(fromUTF8(toUTF8(wide)), wide); });
+    exhaust("text of an int", [] { Vx::StringFromInteger(1); });
+    exhaust("wide text of a long", [] { Vx::WStringFromInteger(LONG_MIN); });
+    exhaust("text of a double", [] { Vx::StringFromFloat(0.5); });
+    exhaust("wide text of a double", [] { Vx::WStringFromFloat(1e200, 3, true); });
+    exhaust("file name", [] { EXPECT_EQ(Vx::splitFilename(L"/dir/name/"), L"name"); });
+    exhaust("pack and unpack", [] {
+        const Wide text(L"one,two,three,four,five,six");
+        EXPECT_EQ(Vx::pack(Vx::unpack(text, L','), L','), text);
+    });
+    exhaust("split", [&] {
+        Vx::StringToVec<Narrow>::VecT pieces{narrow};
+        const Vx::IsMatchingChar<char> matches(',');
+        EXPECT_EQ(Vx::splitIf(Narrow("a,\"b,c\",d"), matches, pieces, Vx::RespectQuotes), 4u);
+    });
+    exhaust("address", [] { EXPECT_TRUE(Vx::isAcceptableEmailAddress(L"a@b.org")); });
+}
+
+TEST_F(MemoryExhaustion, ConfigurationData)
+{
+    const auto show = [](const auto& value) { return dump(value); };
+    const auto pair = [] { return Pair("old=1", '='); };
+    Pair textOnly("name=value", '='), nameAndValue(textOnly);
+    textOnly.form = 1;
+    nameAndValue.form = 2;
+    exhaust("wide texts", [] { Pair(Wide(L"name"), Wide(L"value"), ':').asWString(':'); });
+    exhaust(
+        "from a text", pair, [](Pair& p) { p = Pair("name=value", '='); }, show);
+    exhaust(
+        "from name and value", pair, [](Pair& p) { p = Pair("n", "v", '='); }, show);
+    exhaust(
+        "assign form 1", pair, [&](Pair& p) { p = textOnly; }, show);
+    exhaust("print form 2", [&] { nameAndValue.asString('='); });
+
+    const Narrow text("name;a=1;b=2;c=3");
+    const Pairs list = Pair::vecFromString(text, '=', ';');
+    exhaust("pairs from a text", [&] { Pair::vecFromString(text, '=', ';'); });
+    exhaust("text of pairs", [&] { Pair::asWString(list, '=', ';'); });
+    exhaust("value of a pair", [&] { EXPECT_EQ(Pair::getValue(Wide(L"b"), list), L"2"); });
+    const auto noPairs = [] { return Pairs(); };
+    exhaust(
+        "add a pair", noPairs, [&](Pairs& pairs) { pairs.push_back(textOnly); }, show);
+
+    exhaust("reserved name", [] { VxIniFile::kAnonymousSection(); });
+    platform.addFile(L"a", "top=1\n[S]\nx=1\ny=2\n[T]\n; note\n[S]\nz=3\n");
+    const auto empty = [] { return VxIniFile(L"a", false, true); };
+    const auto filled = [] {
+        VxIniFile ini(L"a", false, true);
+        for (const char* section : {"S", "T"}) // neither may have the new pairs alone
+            ini[section].emplace_back("a text that is long enough=1", '=');
+        return ini;
+    };
+    const auto load = [](VxIniFile& ini) { EXPECT_TRUE(ini.load({}, '\n')); };
+    exhaust("load", empty, load, show);
+    exhaust("load and merge", filled, load, show);
+    exhaust("load at once", [] { EXPECT_TRUE(VxIniFile(L"a", true, false).sectionExists("s")); });
+    exhaust(
+        "new section", filled, [](VxIniFile& ini) { ini["new"]; }, show);
+    exhaust("copy", [ini = filled()] { EXPECT_EQ(dump(VxIniFile(ini)), dump(ini)); });
+    for (const auto save : {&VxIniFile::save, &VxIniFile::saveAll}) {
+        platform.addFile(L"a", "old");
+        const auto showWithFile = [&](const VxIniFile& ini) {
+            // What opening the file allocates comes last; until then it is not touched.
+            const std::string file = platform.file(L"a");
+            return dump(ini) + (file.empty() ? "old" : file);
+        };
+        exhaust(
+            "save", filled, [&](VxIniFile& ini) { (ini.*save)({}); }, showWithFile);
+        EXPECT_EQ(count(platform.file(L"a"), "a text that is long enough=1\r\n"), 2);
+    }
+}
+
+TEST_F(MemoryExhaustion, Media)
+{
+    exhaustRecord<Vx::Image::Core::Data>("Metadata::Core,1,1920,1080,-1,0,10,30,1,");
+    exhaustRecord<Vx::Image::BufferFormat::Data>("Metadata::BufferFormat,1,1,7680,1,1,");
+    exhaustRecord<Vx::Image::Video::Data>("Metadata::Video,1,1,2,a name of its own,1,");
+    exhaustRecord<Vx::Image::VideoSample::Data>("Metadata::VideoSample,1,1,2,3,1,");
+    exhaustRecord<Vx::Image::VideoSequence::Data>("Metadata::VideoSequence,1,25,1,");
+    exhaust("format", [] { EXPECT_TRUE(Vx::Image::FormatUID(7u) == 7u); });
+    exhaust("identifier", [] { EXPECT_EQ(toUTF8(Vx::UUID().asWString()), Vx::UUID().asString()); });
+}
+
+TEST_F(MemoryExhaustion, SharedState)
+{
+    platform.logCalls();
+    const auto lock = [] { return CriticalSection("old"); };
+    const auto name = [](const CriticalSection& named) { return named.name(); };
+    exhaust("new lock", [] { CriticalSection named("name"); });
+    exhaust(
+        "rename", lock, [](CriticalSection& named) { named.setName("much longer"); }, name);
+    exhaust(
+        "renew", lock, [](CriticalSection& named) { named.init(0); }, name);
+
+    using Namespace = Vx::NamedObjectsNamespace;
+    static auto& spaces = *new std::list<Namespace>; // what is named stays for ever
+    static int one = 1;
+    const auto space = [] { return &spaces.emplace_back("test"); };
+    const auto entry = [](Namespace* names) {
+        const Namespace::Entry* found = names->findInfo_(typeid(int), "n");
+        return std::pair(found != nullptr, found != nullptr ? found->object : nullptr);
+    };
+    exhaust(
+        "create", space, [](Namespace* n) { n->create<int>("n", &one); }, entry);
+    exhaust(
+        "replace", space, [](Namespace* n) { n->createOrReplace<int>("n", &one); }, entry);
+    void* (*factory)() = []() -> void* { return &one; };
+    exhaust(
+        "find", space, [&](Namespace* n) { n->findOrCreate<int>("n", factory); }, entry);
+    exhaust(
+        "lock a name", space, [](Namespace* n) { Namespace::ScopedLock<int>(*n, "n"); }, entry);
+
+    // The namespace of the process and its guard stay.
+    long blocks = platform.liveBlocks();
+    points += failEachAllocation(
+        platform, [] { Namespace::getGlobalNamespaceInstance(); }, [] {});
+    const long kept = platform.liveBlocks() - blocks;
+    blocks = platform.liveBlocks();
+    const std::unique_ptr<Namespace> same(new Namespace("GLOBAL"));
+    const CriticalSection guard;
+    EXPECT_EQ(kept, platform.liveBlocks() - blocks);
+
+    const auto callback = [](Shutdown::eExitType) {};
+    exhaust("shutdown list", [&] {
+        Shutdown::CallbackItemList list;
+        list.add(Shutdown::CallbackItem(callback, 7));
+    });
+    exhaust("at shutdown", [&] { Shutdown::addCallback(callback, 7); });
+
+    struct Host : Vx::Application {
+        Host() : Application(L"Host", L"1") {}
+        void run() override {}
+    };
+    static Host host;
+    const auto instance = [](int) { return Vx::Application::instance() == &host; };
+    exhaust(
+        "application", [] { return 0; }, [](int) { static Host second; }, instance);
+    exhaust("folders", [] { EXPECT_NE(host.getLogsPath() + L"x", L""); });
+    exhaust("at exit", [] { host.atShutdown([] {}, 7); });
+    exhaust("version", [] { EXPECT_NE(Vx::getVersionLabel(), L""); });
+}
