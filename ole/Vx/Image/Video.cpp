@@ -9,6 +9,22 @@ namespace {
 constexpr char kTag[] = "Metadata::Video";
 constexpr std::size_t kPieces = 6;
 
+// The identifier is constructed, not assigned: assignment would keep the default "0" for a text
+// that equals it up to a zero.
+Data read(const LightweightString<char>& text)
+{
+    const MetadataText::Reader reader(text);
+    if (!reader.accepted(kTag, kPieces))
+        return Data();
+    ScanMode scanMode{};
+    AspectRatio aspectRatio{};
+    bool set = false;
+    reader.read(2, scanMode);
+    reader.read(3, aspectRatio);
+    reader.read(5, set);
+    return Data(scanMode, aspectRatio, FormatUID(reader.text(4)), set);
+}
+
 } // namespace
 
 Data::Data() {}
@@ -22,16 +38,7 @@ Data::Data(ScanMode scanMode, AspectRatio aspectRatio, FormatUID videoFormatUID,
 
 Data::Data(const Data&) = default;
 
-Data::Data(const LightweightString<char>& text) : Data()
-{
-    const MetadataText::Reader reader(text);
-    if (!reader.accepted(kTag, kPieces))
-        return;
-    reader.read(2, scanMode);
-    reader.read(3, aspectRatio);
-    videoFormatUID = reader.text(4);
-    reader.read(5, videoDataSet);
-}
+Data::Data(const LightweightString<char>& text) : Data(read(text)) {}
 
 Data::~Data() = default;
 
