@@ -1,8 +1,6 @@
 // Memory runs out at every point of every operation that allocates: its first allocation fails,
 // then its second, and so on until it gets through. The pool log and exceptions, which need
 // more to show, do the same with their families.
-#include "ScriptedPlatform.h"
-
 #include <Vx/Image/BufferFormat.h>
 #include <Vx/Image/Core.h>
 #include <Vx/Image/UUID.h>
@@ -19,9 +17,11 @@
 #include <Vx/VxVersion.h>
 #include <algorithm>
 #include <climits>
-#include <gtest/gtest.h>
 #include <list>
 #include <memory>
+
+#include <Testing.h>
+#include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
 
