@@ -333,6 +333,24 @@ TEST(TextFromNumbers, AppendingLeavesSharersAlone)
     EXPECT_EQ(str(sharer), "ab");
 }
 
+TEST(TextFromNumbers, AppendingWhereThereIsRoomStaysInTheBlock)
+{
+    Narrow text("ab");
+    text.resizeFor(300).mutableChars()[0] = 'c';
+    text.mutableChars()[1] = 'd';
+    const char* const block = text.resizeFor(2).c_str();
+    std::string expected = "cd";
+    for (double value : {1.5, -0.0625, 1e30, HUGE_VAL}) {
+        text += value;
+        text += -12;
+        text += 7u;
+        expected += printedByLibc(value) + "-127";
+        EXPECT_EQ(str(text), expected);
+        EXPECT_EQ(text.c_str()[text.length()], '\0');
+    }
+    EXPECT_EQ(text.c_str(), block);
+}
+
 TEST(TextFromNumbers, DoublesLookAsPrintfWritesThem)
 {
     EXPECT_EQ(str(Vx::StringFromFloat(-1e-9)), "-0.000000");
