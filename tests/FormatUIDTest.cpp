@@ -103,7 +103,8 @@ TEST(FormatUID, SharesItsTextAndKeepsItWhenAssignedAnEqualOne)
     const FormatUID equal{Text("abcde")};
     id = equal;
     EXPECT_EQ(id.text().c_str(), text.c_str()) << "nothing changes";
-    id = id;
+    const FormatUID& itself = id;
+    id = itself;
     EXPECT_EQ(id.text().c_str(), text.c_str());
     const FormatUID other{Text("abcdf")};
     id = other;

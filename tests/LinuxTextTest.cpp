@@ -213,7 +213,7 @@ TEST(Utf8, NoticesAGapAtEveryPlaceInAscii)
 {
     for (const std::string part : {"\xC3", "\xE2\x82", "\xF0\x9F\x98", "\xA9"})
         for (std::size_t before = 0; before < 150; ++before)
-            for (std::size_t behind : {0, 1, 90}) {
+            for (std::size_t behind : {std::size_t{0}, std::size_t{1}, std::size_t{90}}) {
                 const std::string text = std::string(before, 'a') + part + std::string(behind, 'b');
                 expectDecodes(text, decodeByIcu(text));
                 if (HasFatalFailure())

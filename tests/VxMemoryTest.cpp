@@ -20,9 +20,11 @@ TEST(AllocationOperators, EveryFormIsOneCallOfThePlatform)
          [](void* p) { operator delete(p, std::nothrow); }},
         {"nothrow array", [] { return operator new[](100, std::nothrow); },
          [](void* p) { operator delete[](p, std::nothrow); }},
+#ifdef __cpp_sized_deallocation
         {"sized", [] { return operator new(100); }, [](void* p) { operator delete(p, 100); }},
         {"sized array", [] { return operator new[](100); },
          [](void* p) { operator delete[](p, 100); }},
+#endif
         {"of the platform itself", [] { return OS()->memoryAllocator()->allocate(100); },
          [](void* p) { operator delete(p); }},
         {"to the platform itself", [] { return operator new(100); },

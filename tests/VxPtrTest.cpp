@@ -127,7 +127,8 @@ TEST(VxPtr, AssignmentInstallsBeforeItReleases)
     EXPECT_EQ(Watcher::seenRef(), next.get());
     holder = *&holder;
     EXPECT_EQ(next.useCount(), 2u);
-    holder = std::move(holder);
+    Vx::Ptr<iObject>& itself = holder;
+    holder = std::move(itself);
     EXPECT_EQ(next.useCount(), 2u);
 }
 
