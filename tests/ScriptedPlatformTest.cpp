@@ -80,6 +80,9 @@ TEST(ScriptedPlatform, FailsTheNthCallOnceOrForEver)
 
 TEST(ScriptedPlatform, SaysWhoHoldsMemory)
 {
+#ifdef __SANITIZE_ADDRESS__
+    GTEST_SKIP() << "operator new stands in the program itself, whose functions have no names";
+#endif
     ScriptedPlatform platform;
     const auto before = std::make_unique<char[]>(5000);
     platform.trackMemory();
