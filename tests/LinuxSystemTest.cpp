@@ -84,34 +84,7 @@ TEST(SystemInfo, CountsTheProcessorsThatTheThreadMayUse)
     ASSERT_EQ(sched_setaffinity(0, sizeof all, &all), 0);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-TEST(MemoryAllocator, ThrowsWhenThereIsNoMore)
-{
-    MemoryAllocator allocator;
-    void* const zero[] = {allocator.allocate(0), allocator.allocate(0)};
-    EXPECT_NE(zero[0], zero[1]) << "a block of size 0 is a block";
-    for (void* block : {zero[0], zero[1], static_cast<void*>(nullptr)})
-        allocator.deallocate(block);
-    EXPECT_THROW(allocator.allocate(1ul << 62), std::bad_alloc);
-    EXPECT_THROW(allocator.allocate(~0ul), std::bad_alloc);
-}
-#endif
-
 // --- Thread identifiers
-
-TEST(Threading, IdentifiesThreadsByTheKernelsNumber)
-{
-    Threading threading;
-    EXPECT_EQ(threading.currentThreadId(), static_cast<unsigned int>(gettid()));
-    std::vector<unsigned int> ids(4);
-    onThreads(4, [&](int i) {
-        const unsigned int id = Threading().currentThreadId();
-        if (id == static_cast<unsigned int>(gettid()) && id == Threading().currentThreadId())
-            ids[static_cast<std::size_t>(i)] = id;
-    });
-    EXPECT_EQ(std::set<unsigned int>(ids.begin(), ids.end()).size(), 4u);
-    EXPECT_EQ(std::count(ids.begin(), ids.end(), 0u), 0);
-}
 
 TEST(Threading, ForkedChildrenHaveIdentifiersOfTheirOwn)
 {
@@ -133,38 +106,6 @@ TEST(Threading, ForkedChildrenHaveIdentifiersOfTheirOwn)
 }
 
 // --- Locks
-
-TEST(Lock, HolderMayEnterAgainAndOthersWait)
-{
-    Threading threading;
-    const Vx::Ptr<iLock> lock = threading.createLock(0);
-    ASSERT_TRUE(lock);
-    EXPECT_EQ(lock.useCount(), 1u);
-    const auto freeForOthers = [&] {
-        bool free = false;
-        std::thread([&] {
-            free = lock->tryLock();
-            if (free)
-                lock->unlock();
-        }).join();
-        return free;
-    };
-    lock->lock();
-    lock->lock();
-    EXPECT_TRUE(lock->tryLock());
-    for (int held = 3; held > 0; --held) {
-        EXPECT_FALSE(freeForOthers()) << held;
-        lock->unlock();
-    }
-    // Once more without anyone in between: a holder of before is a stranger now.
-    lock->lock();
-    EXPECT_FALSE(freeForOthers());
-    lock->unlock();
-    EXPECT_TRUE(lock->tryLock());
-    EXPECT_FALSE(freeForOthers());
-    lock->unlock();
-    EXPECT_TRUE(freeForOthers());
-}
 
 TEST(Lock, AdmitsOneThreadAtATime)
 {
@@ -446,19 +387,6 @@ std::string between(const std::string& text, const std::string& before, const st
 }
 
 std::string asString(const LightweightString<char>& text) { return std::string(text.c_str()); }
-
-TEST(CallStack, BeginsWithTheCallerAndAppends)
-{
-    CallStack::Frames frames{LightweightString<char>("kept")};
-    Outer::callToCapture(frames);
-    ASSERT_GE(frames.size(), 4u);
-    EXPECT_EQ(asString(frames[0]), "kept");
-    const std::string first = asString(frames[1]), second = asString(frames[2]);
-    EXPECT_EQ(first.rfind("captureFromHere(std::vector<", 0), 0u) << first;
-    EXPECT_EQ(second.rfind("Outer::callToCapture(std::vector<", 0), 0u) << second;
-    EXPECT_EQ(between(first, " (", "+0x"), "LinuxSystemTest");
-    EXPECT_NE(between(first, ")+0x", " ("), "");
-}
 
 TEST(CallStack, OffsetsLeadToTheLine)
 {

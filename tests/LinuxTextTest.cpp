@@ -149,27 +149,6 @@ TEST(Utf8, EveryScalarValueGoesBothWays)
     expectDecodes(bytes, all);
 }
 
-TEST(Utf8, ReplacesMaximalSubparts)
-{
-    const struct {
-        const char* name;
-        std::string bytes;
-        Wide expected;
-    } rows[] = {
-        {"mixed", "a\xF1\x80\x80\xE1\x80\xC2z\x80y\x80\xBFx",
-         U"a\xFFFD\xFFFD\xFFFDz\xFFFDy\xFFFD\xFFFDx"},
-        {"overlong", "\xC0\xAF\xE0\x80\xBF\xF0\x81\x82z", Wide(8, U'\xFFFD') + U'z'},
-        {"surrogate", "\xED\xA0\x80\xED\xBF\xBFz", Wide(6, U'\xFFFD') + U'z'},
-        {"too large", "\xF4\x91\x92\x93\xFFz\x80\xBFy", Wide(5, U'\xFFFD') + U"z\xFFFD\xFFFDy"},
-        {"truncated", "\xE1\x80\xE2\xF0\x91\x92\xF1\xBFz", Wide(4, U'\xFFFD') + U'z'},
-        {"cut at the end", "x\xF0\x9F\x98", U"x\xFFFD"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        expectDecodes(row.bytes, row.expected);
-    }
-}
-
 // Alone, so that the end cuts them off, and inside texts long enough for every fast method.
 void expectDecodesEverywhere(const std::string& sequence)
 {
@@ -260,21 +239,6 @@ TEST(SystemUtils, TextEndsWhereTheCallerSays)
 
     const char zeros[] = "a\0b\0";
     EXPECT_EQ(toWide(utils.fromUTF8(zeros, 4)), Wide(U"a\0b\0", 4));
-    EXPECT_EQ(toWide(utils.fromUTF8(zeros, iSystemUtils::kUpToTerminator)), U"a");
-    const std::string_view narrow = utils.toUTF8(LightweightString<wchar_t>(L"a\0b", 3));
-    EXPECT_EQ(narrow.size(), 3u);
-}
-
-TEST(SystemUtils, WidensEveryByteToTheSameNumber)
-{
-    SystemUtils utils;
-    std::string bytes;
-    Wide expected;
-    for (unsigned int c = 1; c < 0x100; ++c) {
-        bytes += static_cast<char>(c);
-        expected += static_cast<char32_t>(c);
-        ASSERT_EQ(toWide(utils.wideFromAscii(bytes.c_str())), expected);
-    }
 }
 
 TEST(SystemUtils, EmptyTextHasNoBlock)

@@ -3,8 +3,11 @@
 
 #include <SystemCalls.h>
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <functional>
+#include <gtest/gtest.h>
+#include <initializer_list>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -173,3 +176,19 @@ private:
     std::string failName_;
     std::string failedName_;
 };
+
+/// body(error, n) for n = 1, 2, ... with each error, until its n-th call does not come to fail
+/// and it says false. \returns how many failed
+template <class Body> int forEachFault(std::initializer_list<int> errors, Body body)
+{
+    int points = 0;
+    for (const int error : errors)
+        for (int n = 1;; ++n, ++points) {
+            SCOPED_TRACE(std::string(strerrorname_np(error)) + " in call " + std::to_string(n));
+            if (n < 200 && body(error, n))
+                continue;
+            EXPECT_LT(n, 200) << "never completes";
+            break;
+        }
+    return points;
+}
