@@ -18,18 +18,22 @@ namespace Vx {
 ///
 ///     int main()
 ///     {
-///         static Editor editor; // lives until the process ends
-///         editor.start();
+///         Editor* const editor = new Editor; // never destroyed
+///         editor->start();
 ///     }
 ///
 /// Marker: the setting "Normal Exit" in section "Configuration" of scope 0. A shutdown
 ///   stores "true"; the next application finds it, remembers it and stores "false". So
 ///   whoever finds anything else knows that the run before did not come to its shutdown.
+///   "false" reaches the medium with the next save only, so a host calls saveSettings()
+///   early in run(): else a crash before its first save looks like a clean end.
 /// Errors: what the platform or run() throws passes through. A constructor that fails
 ///   leaves nothing behind: the application before stays the instance.
 /// Threads: construction, start, shutdown and saveSettings on the host's main thread; the
 ///   rest from any, once construction is done.
-/// Ownership: the host's. The library keeps the address for ever and never destroys it.
+/// Ownership: the host's. The library keeps the address for ever and never destroys the
+///   object. Nor does the host, not even by a static object: the loggers of pools ask it for
+///   the logs folder when they are destroyed themselves, which may be as late as that.
 class VX_API Application {
 public:
     /// Becomes the instance, settles the folders, tells the shell where diagnostic output
