@@ -42,11 +42,8 @@ public:
 class VX_API Data : public Interface {
 public:
     /// Orientation 1, stride 0, not set.
-    /// The defaults, with the flag false.
     VX_API Data();
-    /// Takes the fields as they are.
-
-    /// \p orientation is stored as 0 or 1.
+    /// Takes the fields as they are; \p orientation is stored as 0 or 1.
     VX_API Data(bool orientation, unsigned int stride, bool set);
     /// The same fields.
     VX_API Data(const Data& other);

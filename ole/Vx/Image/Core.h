@@ -53,7 +53,6 @@ public:
 class VX_API Data : public Interface {
 public:
     /// All zero, the format Format::None, not set.
-    /// The defaults, with the flag false.
     VX_API Data();
     /// Takes the fields as they are.
     VX_API Data(unsigned int width, unsigned int height, Format dataFormat,

@@ -46,7 +46,6 @@ public:
 class VX_API Data : public Interface {
 public:
     /// All zero, the format "0", not set.
-    /// The defaults, with the flag false.
     VX_API Data();
     /// Takes the fields as they are.
     VX_API Data(ScanMode scanMode, AspectRatio aspectRatio, FormatUID videoFormatUID, bool set);

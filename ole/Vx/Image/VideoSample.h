@@ -45,7 +45,6 @@ public:
 class VX_API Data : public Interface {
 public:
     /// All zero, not set.
-    /// The defaults, with the flag false.
     VX_API Data();
     /// Takes the fields as they are.
     VX_API Data(Polarity polarity, Colorimetry colorimetry, GamutScaling gamutScaling, bool set);

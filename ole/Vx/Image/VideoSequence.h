@@ -39,7 +39,6 @@ public:
 class VX_API Data : public Interface {
 public:
     /// Frame rate 0, not set.
-    /// The defaults, with the flag false.
     VX_API Data();
     /// Takes the fields as they are.
     VX_API Data(FrameRate frameRate, bool set);
