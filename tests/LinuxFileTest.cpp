@@ -1,5 +1,6 @@
 // The Linux platform's files: what is read, what is replaced, and what faults leave behind.
 #include <FileSystem.h>
+#include <Report.h>
 #include <ScratchFolder.h>
 #include <SystemCallScript.h>
 #include <Testing.h>
@@ -331,6 +332,20 @@ TEST(ReplacedFile, FailuresStayAndAreToldOnce)
         EXPECT_EQ(folder.get("a"), kOld);
         EXPECT_EQ(folder.names(), "a ");
     }
+}
+
+TEST(Report, OutlivesTheReaderOfStandardError)
+{
+    EXPECT_EQ(statusOfChild([] {
+                  int ends[2];
+                  if (std::signal(SIGPIPE, SIG_DFL) == SIG_ERR || pipe(ends) != 0 ||
+                      dup2(ends[1], STDERR_FILENO) < 0 || close(ends[0]) != 0)
+                      return false;
+                  report("could not write", "a", ENOSPC);
+                  sigset_t pending;
+                  return sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 0;
+              }),
+              0);
 }
 
 TEST(ReplacedFile, IsAbandonedByAnExceptionThatPassesIt)

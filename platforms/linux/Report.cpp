@@ -1,11 +1,43 @@
 #include "Report.h"
 
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <cstring>
+#include <ctime>
 #include <unistd.h>
 
 namespace {
+
+// Whoever read our standard error may be gone, a launcher or a log collector. That must not end
+// the process, least of all when there is work to be saved elsewhere.
+class WithoutPipeSignal {
+public:
+    WithoutPipeSignal()
+    {
+        sigset_t pending;
+        sigpending(&pending);
+        wasPending_ = sigismember(&pending, SIGPIPE) == 1;
+        sigemptyset(&pipeSignal_);
+        sigaddset(&pipeSignal_, SIGPIPE);
+        pthread_sigmask(SIG_BLOCK, &pipeSignal_, &before_);
+    }
+    ~WithoutPipeSignal()
+    {
+        const timespec atOnce = {};
+        if (!wasPending_) // else it is not ours to take
+            while (sigtimedwait(&pipeSignal_, nullptr, &atOnce) == -1 && errno == EINTR) {
+            }
+        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+    WithoutPipeSignal(const WithoutPipeSignal&) = delete;
+    WithoutPipeSignal& operator=(const WithoutPipeSignal&) = delete;
+
+private:
+    sigset_t before_;
+    sigset_t pipeSignal_;
+    bool wasPending_;
+};
 
 class Line {
 public:
@@ -32,6 +64,7 @@ public:
     void send()
     {
         text_[length_++] = '\n';
+        const WithoutPipeSignal guard;
         // Nobody is left to be told when standard error fails.
         [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, text_, length_);
     }
