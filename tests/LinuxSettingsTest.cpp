@@ -391,6 +391,15 @@ TEST(Shell, FindsFoldersByTheXdgRules)
         std::filesystem::remove_all(scratch.path("set"));
         std::filesystem::remove_all(home);
     }
+    const std::string latin1 = scratch.path("K\xFCste");
+    {
+        const ScopedEnvironment notUtf8("XDG_CONFIG_HOME", latin1.c_str());
+        testing::internal::CaptureStderr();
+        OS()->shell()->getFolder(4);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "Vx: could not name the folder " + latin1 +
+                      "/: it is not UTF-8, so one with U+FFFD in its name takes its place\n");
+    }
     const ScopedEnvironment noHome("HOME", nullptr);
     const std::string fallback = folder(Shell::kHomeFolder);
     EXPECT_EQ(fallback.front(), '/');

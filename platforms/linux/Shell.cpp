@@ -6,6 +6,7 @@
 
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iSystemUtils.h>
+#include <string_view>
 #include <type_traits>
 
 static_assert(std::is_trivially_destructible_v<Shell>, "the service outlives every destructor");
@@ -16,7 +17,12 @@ LightweightString<wchar_t> Shell::getFolder(int kind)
     if (isOwnFolder(kind))
         if (const int error = makeFolders(path))
             report("could not make the folder", path.c_str(), error);
-    return OS()->systemUtils()->fromUTF8(path.data(), static_cast<unsigned int>(path.size()));
+    const LightweightString<wchar_t> wide =
+        OS()->systemUtils()->fromUTF8(path.data(), static_cast<unsigned int>(path.size()));
+    if (std::string_view(OS()->systemUtils()->toUTF8(wide)) != path)
+        report("could not name the folder", path.c_str(), 0,
+               "it is not UTF-8, so one with U+FFFD in its name takes its place");
+    return wide;
 }
 
 void Shell::setOutputDiagnosticsFolder(const LightweightString<wchar_t>& folder)

@@ -9,7 +9,8 @@
 /// The user's folders by the XDG base-directory rules, and the settings (see Settings).
 ///
 /// Errors: a folder that cannot be made gives one line on standard error; what is stored in
-///   it later fails in its own way. Memory exhaustion leaves as std::bad_alloc.
+///   it later fails in its own way. A path that is not UTF-8 gives one, too: wide text cannot
+///   tell it. Memory exhaustion leaves as std::bad_alloc.
 /// Threads: any.
 class Shell final : public iShell {
 public:
