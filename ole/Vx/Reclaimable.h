@@ -15,7 +15,8 @@ public:
     /// \returns the bytes freed
     virtual unsigned long reclaim(unsigned long bytes) = 0;
 
-    /// How dear the content is: the registry asks objects of low priority first.
+    /// How dear the content is: the registry asks objects of low priority first. It may be
+    /// locked meanwhile, so this creates and destroys no Reclaimable, and throws nothing.
     virtual int reclaimPriority() = 0;
 };
 

@@ -34,10 +34,13 @@ public:
     LoggingTraitsBase(const LoggingTraitsBase&) = delete;
     LoggingTraitsBase& operator=(const LoggingTraitsBase&) = delete;
 
-    /// Deliberate: does nothing, as ltb_beforePop() does.
+    /// Deliberate: does nothing. No hook looks at its arguments; the number is the pool's own.
     void ltb_beforePush(void* object, unsigned long);
+    /// One object less is in use.
     void ltb_afterPush(void* object, unsigned long);
+    /// Deliberate: does nothing.
     void ltb_beforePop(unsigned long);
+    /// One object more is in use, and the demand is one pop higher.
     void ltb_afterPop(void* object, unsigned long);
 
     /// Appends the line of this logger to the log.

@@ -55,6 +55,7 @@ public:
     ///
     /// Deliberate: a longer text equals no number, not even "0042" the number 42.
     VX_API bool operator==(unsigned int id) const noexcept;
+    /// Equality and order of the two texts, as the class says.
     VX_API bool operator==(const LightweightString<char>& text) const noexcept;
     VX_API bool operator==(const FormatUID& other) const noexcept;
     VX_API bool operator!=(const FormatUID& other) const noexcept;

@@ -139,6 +139,7 @@ public:
         else if (!UUIDDetail::readConstant(text, bytes_))
             textIsNoUUID();
     }
+    /// Reads the text as initFromString() does with its length.
     explicit VX_API UUID(const LightweightString<char>& text) noexcept;
     explicit VX_API UUID(const LightweightString<wchar_t>& text) noexcept;
 
