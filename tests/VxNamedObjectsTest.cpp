@@ -329,6 +329,16 @@ TEST(NamedObjects, ScopedLockLeavesAtTheEndOfItsScope)
     }
 }
 
+TEST(NamedObjects, ScopedLockIsDoneWithTheNamespaceBeforeItWaitsForTheName)
+{
+    ScriptedPlatform platform;
+    Namespace names("test");
+    names.createOrReplace<Cache>("a", &one);
+    platform.logCalls();
+    const Namespace::ScopedLock<Cache> hold(names, "a");
+    EXPECT_EQ(platform.takeLog(), "lock currentThreadId unlock lock currentThreadId");
+}
+
 TEST(NamedObjects, ObjectsAndEntriesOutliveTheNamespace)
 {
     Namespace::Entry* entry = nullptr;

@@ -273,20 +273,22 @@ void NamedObjectsNamespace::remove_(const std::type_info& type, const char* name
     entry->object = nullptr;
 }
 
-bool NamedObjectsNamespace::lock_(const std::type_info& type, const char* name, bool wait)
+// What lock_() enters; made when the name is new.
+auto NamedObjectsNamespace::entryToLock_(const std::type_info& type, const char* name) -> Entry*
 {
     checkName(name, 292);
     const Key key(type, name);
-    Entry* entry;
-    {
-        const Hold hold(namespaceLock);
-        entry = lookUp(key);
-        if (entry == nullptr) {
-            NewEntry prepared;
-            prepare(key, prepared);
-            entry = append(prepared, nullptr);
-        }
-    }
+    const Hold hold(namespaceLock);
+    if (Entry* const entry = lookUp(key))
+        return entry;
+    NewEntry prepared;
+    prepare(key, prepared);
+    return append(prepared, nullptr);
+}
+
+bool NamedObjectsNamespace::lock_(const std::type_info& type, const char* name, bool wait)
+{
+    Entry* const entry = entryToLock_(type, name);
     // Waiting happens outside the namespace lock: who holds the name may need that.
     if (!wait)
         return entry->lock.attemptEntry() == 0;

@@ -122,10 +122,15 @@ public:
     public:
         /// Enters the lock of \p objectName; without \p wait only if that is possible at once.
         ScopedLock(NamedObjectsNamespace& names, const char* objectName, bool wait = true)
-            : entry_(names.lock_(typeid(T), objectName, wait)
-                         ? names.findInfo_(typeid(T), objectName)
-                         : nullptr)
-        {}
+            : entry_(names.entryToLock_(typeid(T), objectName))
+        {
+            // Nothing but the entry's lock from here on: who waited for the namespace's while
+            // holding it could wait for a factory that waits for the name.
+            if (wait)
+                entry_->lock.enter();
+            else if (entry_->lock.attemptEntry() != 0)
+                entry_ = nullptr;
+        }
         ~ScopedLock()
         {
             if (entry_ != nullptr)
@@ -159,6 +164,7 @@ private:
     struct IndexedEntry;
     struct NewEntry;
 
+    Entry* entryToLock_(const std::type_info& type, const char* objectName);
     IndexedEntry* lookUp(const Key& key) const noexcept;
     void prepare(const Key& key, NewEntry& prepared) const;
     Entry* append(NewEntry& prepared, void* object) noexcept;
