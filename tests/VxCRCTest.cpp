@@ -55,14 +55,16 @@ TEST(CRC, BlocksOfEveryLengthAndAlignmentFollowTheRule)
             ASSERT_EQ(Vx::CRC::CalculateCRC32ForBlock(bytes.data() + start, length),
                       bitByBit(bytes.data() + start, length))
                 << "start " << start << ", length " << length;
-    EXPECT_EQ(Vx::CRC::CalculateCRC32ForBlock(bytes.data(), bytes.size()),
-              bitByBit(bytes.data(), bytes.size()));
+    for (std::size_t length = 300; length <= bytes.size(); length += 47)
+        ASSERT_EQ(Vx::CRC::CalculateCRC32ForBlock(bytes.data(), length),
+                  bitByBit(bytes.data(), length))
+            << "length " << length;
 }
 
 TEST(CRC, EverySingleBitOfABlockCounts)
 {
     // The sum is linear: what holds for every single bit holds for every block.
-    unsigned char bytes[136];
+    unsigned char bytes[1500];
     for (std::size_t bit = 0; bit < 8 * sizeof bytes; ++bit) {
         std::memset(bytes, 0, sizeof bytes);
         bytes[bit / 8] = static_cast<unsigned char>(1u << bit % 8);

@@ -7,13 +7,15 @@
 // divided by P = x^32 + x^5 + x^3 + x^2 + 1. P has so few terms that its powers need neither
 // tables nor carry-less multiplication: modulo P, and by squaring,
 //
-//     x^32  = x^5  + x^3  + x^2  + 1
-//     x^64  = x^10 + x^6  + x^4  + 1
-//     x^256 = x^40 + x^24 + x^16 + 1
+//     x^32   = x^5   + x^3   + x^2   + 1
+//     x^64   = x^10  + x^6   + x^4   + 1
+//     x^4096 = x^640 + x^384 + x^256 + 1
 //
 // The bits of a byte enter lowest first, so a little-endian 64-bit word holds 64 coefficients
 // in reverse: bit j is that of x^(63-j), and multiplying by x is a shift to the right. What
-// falls off the low end are the coefficients of x^64 and above.
+// falls off the low end are the coefficients of x^64 and above. The last line has whole words
+// for exponents, so that there is nothing to shift: a word of the message is worth as much as
+// the same word in four places, 64 words further on and 10, 6 and 4 before that.
 
 namespace {
 
@@ -36,13 +38,6 @@ Word shift64(Word a)
     return shift64Low(a) ^ shift64Low(fallen);
 }
 
-// a * x^256 modulo P.
-Word shift256(Word a)
-{
-    const Word fallen = (a << 48) ^ (a << 40) ^ (a << 24);
-    return a ^ (a >> 16) ^ (a >> 24) ^ (a >> 40) ^ shift64Low(fallen);
-}
-
 unsigned int reversed(unsigned int bits)
 {
     bits = (bits & 0x55555555) << 1 | (bits >> 1 & 0x55555555);
@@ -61,6 +56,59 @@ unsigned int remainder(Word a)
     return reversed(low ^ times(high) ^ times(fallen));
 }
 
+constexpr int kReach = 64;              // words from one to the last place where it comes in
+constexpr int kNearer[] = {60, 58, 54}; // to the other places
+constexpr int kStep = 48;               // words of which none reaches another
+constexpr int kSteps = 8;               // between two moves of the window
+constexpr unsigned long kBytes = sizeof(Word);
+
+// Two words: the compiler has instructions for them.
+typedef Word Pair __attribute__((vector_size(16)));
+
+// Gives words at the start of the last kReach to those at the end; a second time takes it back.
+void passOn(Word* words)
+{
+    for (const int distance : kNearer)
+        for (int i = 0; i + distance < kReach; ++i)
+            words[i + distance] ^= words[i];
+}
+
+// The 64 coefficients that a long message leaves, but for its last bytes, less than a step: for
+// these \p bytes and \p length stand afterwards.
+Word fold(const unsigned char*& bytes, unsigned long& length)
+{
+    alignas(Pair) Word window[kReach + kSteps * kStep];
+    const auto pairAt = [](const void* words) {
+        Pair pair;
+        std::memcpy(&pair, words, sizeof pair);
+        return pair;
+    };
+    std::memcpy(window, bytes, kReach * kBytes);
+    bytes += kReach * kBytes;
+    length -= kReach * kBytes;
+    passOn(window);
+    while (length >= kStep * kBytes) {
+        int end = kReach; // of what is done of the window
+        for (; end < kReach + kSteps * kStep && length >= kStep * kBytes; end += kStep) {
+            for (int i = 0; i < kStep; i += 2) {
+                Word* const at = window + end + i;
+                const Pair pair = pairAt(bytes + static_cast<unsigned long>(i) * kBytes) ^
+                                  pairAt(at - kReach) ^ pairAt(at - kNearer[0]) ^
+                                  pairAt(at - kNearer[1]) ^ pairAt(at - kNearer[2]);
+                std::memcpy(at, &pair, sizeof pair);
+            }
+            bytes += kStep * kBytes;
+            length -= kStep * kBytes;
+        }
+        std::memmove(window, window + end - kReach, kReach * kBytes);
+    }
+    passOn(window); // the words that are left go nowhere any more
+    Word sum = 0;
+    for (int i = 0; i < kReach; ++i)
+        sum = shift64(sum) ^ window[i];
+    return sum;
+}
+
 } // namespace
 
 unsigned int Vx::CRC::IterateCRC32(char byte, unsigned int crc)
@@ -76,15 +124,8 @@ unsigned int Vx::CRC::CalculateCRC32ForBlock(const void* data, unsigned long len
 {
     const unsigned char* bytes = static_cast<const unsigned char*>(data);
     Word sum = 0;
-    if (length >= 64) {
-        // Four sums, each of every fourth word, so that the processor works on them at once.
-        Word lanes[4] = {load(bytes), load(bytes + 8), load(bytes + 16), load(bytes + 24)};
-        for (bytes += 32, length -= 32; length >= 32; bytes += 32, length -= 32)
-            for (int i = 0; i < 4; ++i)
-                lanes[i] = shift256(lanes[i]) ^ load(bytes + 8 * i);
-        for (Word lane : lanes)
-            sum = shift64(sum) ^ lane;
-    }
+    if (length >= (kReach + 2 * kStep) * kBytes)
+        sum = fold(bytes, length);
     for (; length >= 8; bytes += 8, length -= 8)
         sum = shift64(sum) ^ load(bytes);
     unsigned int crc = remainder(sum);
