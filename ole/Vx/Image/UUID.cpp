@@ -3,22 +3,20 @@
 #include <Vx/Image/UUID.h>
 
 #include <Vx/platform/OS.h>
-#include <array>
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <cwchar>
-#include <utility>
+#include <iterator>
 
 namespace {
 
-using Vx::UUIDDetail::kOffsets;
 using Vx::UUIDDetail::kPlaces;
 
-constexpr std::array<std::array<char, 2>, 256> kDigitPairs = [] {
-    std::array<std::array<char, 2>, 256> pairs{};
-    for (std::size_t i = 0; i < 256; ++i)
-        pairs[i] = {"0123456789abcdef"[i >> 4], "0123456789abcdef"[i & 15]};
-    return pairs;
-}();
+// Sixteen bytes, for the compiler's vector instructions.
+typedef unsigned char Bytes __attribute__((vector_size(16)));
+
+Bytes asDigits(Bytes values) { return values + '0' + (Bytes(values > 9) & ('a' - '0' - 10)); }
 
 int scan(const char* text, unsigned int (&v)[16])
 {
@@ -55,20 +53,26 @@ template <class Ch> bool read(const Ch* text, unsigned int length, unsigned char
     return true;
 }
 
-template <class Ch, std::size_t... I>
-void printPairs(const unsigned char (&bytes)[16], Ch* buffer, std::index_sequence<I...>)
+int print(const unsigned char (&bytes)[16], char* buffer)
 {
-    const auto printPair = [buffer](int offset, const std::array<char, 2>& pair) {
-        buffer[offset] = static_cast<Ch>(pair[0]);
-        buffer[offset + 1] = static_cast<Ch>(pair[1]);
-    };
-    (printPair(kOffsets[I], kDigitPairs[bytes[kPlaces[I]]]), ...);
-}
-
-template <class Ch> int print(const unsigned char (&bytes)[16], Ch* buffer)
-{
-    printPairs(bytes, buffer, std::make_index_sequence<16>());
-    for (int hyphen : {8, 13, 18, 23})
+    Bytes stored;
+    std::memcpy(&stored, bytes, sizeof stored);
+    const Bytes printed = __builtin_shufflevector(stored, stored, 3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10,
+                                                  11, 12, 13, 14, 15);
+    const Bytes high = asDigits(printed >> 4);
+    const Bytes low = asDigits(printed & 15);
+    const Bytes digits[] = {
+        __builtin_shufflevector(high, low, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6, 22, 7, 23),
+        __builtin_shufflevector(high, low, 8, 24, 9, 25, 10, 26, 11, 27, 12, 28, 13, 29, 14, 30, 15,
+                                31)};
+    char chars[32];
+    std::memcpy(chars, digits, sizeof chars);
+    std::memcpy(buffer, chars, 8);
+    std::memcpy(buffer + 9, chars + 8, 4);
+    std::memcpy(buffer + 14, chars + 12, 4);
+    std::memcpy(buffer + 19, chars + 16, 4);
+    std::memcpy(buffer + 24, chars + 20, 12);
+    for (const int hyphen : {8, 13, 18, 23})
         buffer[hyphen] = '-';
     buffer[36] = 0;
     return 36;
@@ -106,7 +110,13 @@ void Vx::UUID::generate()
 
 int Vx::UUID::asString(char* buffer) const noexcept { return print(bytes_, buffer); }
 
-int Vx::UUID::asWString(wchar_t* buffer) const noexcept { return print(bytes_, buffer); }
+int Vx::UUID::asWString(wchar_t* buffer) const noexcept
+{
+    char text[kTextLength + 1];
+    const int length = print(bytes_, text);
+    std::copy(std::begin(text), std::end(text), buffer);
+    return length;
+}
 
 LightweightString<char> Vx::UUID::asString() const
 {
