@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cassert>
-#include <mutex>
 #include <unistd.h>
 
 namespace {
@@ -17,12 +16,12 @@ struct ThreadNote {
 };
 [[gnu::tls_model("initial-exec")]] constinit thread_local ThreadNote note = {0, 0};
 
-/// A recursive lock: the C library's plain mutex, and an owner who may come again.
+/// A recursive lock: a word that threads wait on, and an owner who may come again.
 ///
 /// Deliberate: not the C library's recursive mutex. That one knows its owner by the kernel's
 /// number of the thread, so a child forked by the holder could never unlock it. The address
 /// of a thread's storage is the same on both sides of a fork, and entering again costs no
-/// atomic operation.
+/// atomic operation. Its plain mutex would do, but is reached by two more calls.
 class RecursiveLock final : public iLock {
 public:
     void lock() override
@@ -31,7 +30,9 @@ public:
             ++depth_;
             return;
         }
-        mutex_.lock();
+        int state = kFree;
+        if (!state_.compare_exchange_strong(state, kHeld, std::memory_order_acquire))
+            waitUntilMine(state);
         begin();
     }
 
@@ -41,7 +42,8 @@ public:
             ++depth_;
             return true;
         }
-        if (!mutex_.try_lock())
+        int state = kFree;
+        if (!state_.compare_exchange_strong(state, kHeld, std::memory_order_acquire))
             return false;
         begin();
         return true;
@@ -53,7 +55,8 @@ public:
         if (--depth_ != 0)
             return;
         owner_.store(nullptr, std::memory_order_relaxed);
-        mutex_.unlock();
+        if (state_.exchange(kFree, std::memory_order_release) == kWaitedFor)
+            state_.notify_one();
     }
 
     unsigned int refCount = 0;
@@ -68,9 +71,22 @@ private:
         depth_ = 1;
     }
 
-    std::mutex mutex_;
+    // Whoever has waited holds the lock as one that others wait for: there may be some left.
+    [[gnu::noinline]] void waitUntilMine(int state) noexcept
+    {
+        if (state != kWaitedFor)
+            state = state_.exchange(kWaitedFor, std::memory_order_acquire);
+        while (state != kFree) {
+            state_.wait(kWaitedFor, std::memory_order_relaxed);
+            state = state_.exchange(kWaitedFor, std::memory_order_acquire);
+        }
+    }
+
+    static constexpr int kFree = 0, kHeld = 1, kWaitedFor = 2;
+
+    std::atomic<int> state_ = kFree;
+    unsigned int depth_ = 0; // the holder's
     std::atomic<const ThreadNote*> owner_ = nullptr;
-    unsigned int depth_ = 0; // guarded by mutex_
 };
 
 } // namespace
