@@ -214,6 +214,30 @@ TYPED_TEST(LightweightStringOf, DeliberatelyAppendsZerosBehindTheFirstZero)
     EXPECT_EQ(read(String(source.data(), 3)), source) << "constructors keep what follows";
 }
 
+TYPED_TEST(LightweightStringOf, AppendsShortTextsAsStrncpyCopiesThem)
+{
+    for (unsigned int count = 1; count <= 70; ++count)
+        for (unsigned int zero = 0; zero <= count; ++zero) {
+            std::basic_string<TypeParam> source(count, TypeParam(-1)), model(1, TypeParam('x'));
+            LightweightString<TypeParam> text = make<TypeParam>("");
+            text.resizeFor(200).resizeFor(1).mutableChars()[0] = 'x';
+            for (unsigned int i = 0; i < count; ++i)
+                source[i] = i == zero ? TypeParam(0) : TypeParam(0x7F + (i & 3));
+            text.append(source.data(), count);
+            model += source.substr(0, zero);
+            model.resize(1 + count);
+            ASSERT_EQ(read(text), model) << count << " characters, 0 at " << zero;
+            // A text that runs into what is being written: its own terminator ends it.
+            text = make<TypeParam>(std::string(count, 'a'));
+            text.resizeFor(200).resizeFor(count);
+            std::fill_n(text.mutableChars(), count, TypeParam('b'));
+            const std::basic_string<TypeParam> own = read(text);
+            text.append(text.c_str() + zero, count);
+            ASSERT_EQ(read(text),
+                      own + own.substr(zero) + std::basic_string<TypeParam>(zero, TypeParam(0)));
+        }
+}
+
 TYPED_TEST(LightweightStringOf, DeliberatelyAppendsNothingForTheCharacterZero)
 {
     LightweightString<TypeParam> text = make<TypeParam>("ab");

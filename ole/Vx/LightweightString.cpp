@@ -38,7 +38,7 @@ template <class Ch> LightweightString<Ch> join(const Ch* left, const Lightweight
     LightweightString<Ch> joined;
     joined.createImpl(static_cast<unsigned int>(total), true);
     if (total != 0) {
-        Ch* chars = joined.mutableChars();
+        Ch* const chars = Vx::StringDetail::Access::blockOf(joined)->data;
         std::memcpy(chars, left, sizeof(Ch) * std::size_t(leftLength));
         Vx::StringDetail::copyUpToZero(chars + leftLength, right.c_str(), right.length());
     }

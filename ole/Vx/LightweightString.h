@@ -6,6 +6,7 @@
 #include <Vx/VxMemory.h>
 #include <Vx/VxPtr.h>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <cwchar>
 #include <functional>
@@ -20,6 +21,8 @@
 
 namespace Vx {
 namespace StringDetail {
+
+struct Access;
 
 /// A type that takes no part in template deduction.
 template <class T> struct Same {
@@ -41,9 +44,40 @@ inline unsigned int lengthOf(const wchar_t* text) noexcept
     return text != nullptr ? static_cast<unsigned int>(std::wcslen(text)) : 0;
 }
 
+/// Copies like copyUpToZero() where there is no 0 among the characters: a few of them, by the
+/// word.
+/// \returns false when there is one, or when that is not this function's to answer; any of the
+///   \p count characters at \p to may have been written then
+template <class Ch> inline bool copyWithoutZero(Ch* to, const Ch* from, unsigned int count) noexcept
+{
+    constexpr std::uint64_t kOnes = ~std::uint64_t(0) / ((std::uint64_t(1) << 8 * sizeof(Ch)) - 1);
+    constexpr std::uint64_t kHighs = kOnes << (8 * sizeof(Ch) - 1);
+    constexpr unsigned int kPerWord = sizeof(std::uint64_t) / sizeof(Ch), kFew = 8 * kPerWord;
+    const std::uintptr_t bytes = sizeof(Ch) * std::uintptr_t(count);
+    // A text that is its own continuation meets what is being written.
+    const bool overlap =
+        reinterpret_cast<std::uintptr_t>(to) - reinterpret_cast<std::uintptr_t>(from) + bytes <
+        2 * bytes;
+    if (count < kPerWord || count > kFew || overlap)
+        return false;
+    std::uint64_t zeros = 0; // a high bit set where a word has a 0 in it, and only there
+    const auto copyWord = [&](unsigned int at) {
+        std::uint64_t word;
+        std::memcpy(&word, from + at, sizeof word);
+        std::memcpy(to + at, &word, sizeof word);
+        zeros |= (word - kOnes) & ~word & kHighs;
+    };
+    for (unsigned int at = 0; at < count - kPerWord; at += kPerWord)
+        copyWord(at);
+    copyWord(count - kPerWord);
+    return zeros == 0;
+}
+
 /// Copies \p count characters as strncpy and wcsncpy do: from the first 0 on, zeros.
 inline void copyUpToZero(char* to, const char* from, unsigned int count) noexcept
 {
+    if (copyWithoutZero(to, from, count))
+        return;
     const std::size_t kept = strnlen(from, count);
     std::memmove(to, from, kept);
     if (kept != count)
@@ -51,6 +85,8 @@ inline void copyUpToZero(char* to, const char* from, unsigned int count) noexcep
 }
 inline void copyUpToZero(wchar_t* to, const wchar_t* from, unsigned int count) noexcept
 {
+    if (copyWithoutZero(to, from, count))
+        return;
     const std::size_t kept = wcsnlen(from, count);
     std::wmemmove(to, from, kept);
     if (kept != count)
@@ -103,6 +139,8 @@ public:
     struct Impl {
         /// Gives the block back to the platform allocator.
         struct DtorTraits {
+            /// A block is memory only: see Vx::PtrDetail.
+            static constexpr bool kPlainMemory = true;
             /// Called by the handle of the last sharer.
             static void destroy(Impl* impl) noexcept { OS()->memoryAllocator()->deallocate(impl); }
         };
@@ -210,23 +248,29 @@ public:
     {
         if (count == 0)
             return *this;
-        if (Ch* const end = roomFor(count)) {
-            Vx::StringDetail::copyUpToZero(end, chars, count);
-            setEnd(end + count);
-            return *this;
-        }
-        return appendInNewBlock(chars, count);
+        Impl* const block = blockWithRoom(count);
+        if (block == nullptr)
+            return appendInNewBlock(chars, count);
+        // The length is read before characters are written: to the compiler they might be it.
+        const unsigned int length = block->length;
+        Ch* const end = block->data + length;
+        Vx::StringDetail::copyUpToZero(end, chars, count);
+        end[count] = 0;
+        block->length = length + count;
+        return *this;
     }
 
     /// Appends one character, zero or not.
     void push_back(Ch character)
     {
-        if (Ch* const end = roomFor(1)) {
-            *end = character;
-            setEnd(end + 1);
-        } else {
-            appendInNewBlock(&character, 1);
-        }
+        Impl* const block = blockWithRoom(1);
+        if (block == nullptr)
+            return pushInNewBlock(character);
+        const unsigned int length = block->length;
+        Ch* const end = block->data + length;
+        end[0] = character;
+        end[1] = 0;
+        block->length = length + 1;
     }
 
     /// Makes the string empty; releases the block.
@@ -247,6 +291,8 @@ public:
     }
 
 private:
+    friend struct Vx::StringDetail::Access;
+
     using Handle = Vx::Ptr<Impl, typename Impl::DtorTraits, Vx::InternalRefCountTraits>;
 
     static const Ch* noText() noexcept
@@ -277,8 +323,8 @@ private:
         return 1u << (32 - __builtin_clz(length));
     }
 
-    /// A block of its own, not yet counted, terminated, its characters unwritten.
-    static Impl* newImpl(unsigned int length, bool powerOfTwo)
+    /// A block of its own, terminated, its characters unwritten.
+    static Handle newBlock(unsigned int length, bool powerOfTwo)
     {
         const unsigned int capacity = capacityFor(length, powerOfTwo);
         void* block =
@@ -287,38 +333,36 @@ private:
         impl->data = reinterpret_cast<Ch*>(impl + 1);
         impl->length = length;
         impl->capacity = capacity;
-        impl->refCount = 0;
+        impl->refCount = 1;
         impl->data[length] = 0;
-        return impl;
+        return Handle::adopt(&impl->refCount, impl);
     }
 
     void assignNew(const Ch* chars, unsigned int count)
     {
         if (count == 0)
             return;
-        impl_ = Handle(newImpl(count, true));
+        impl_ = newBlock(count, true);
         std::memcpy(impl_->data, chars, sizeof(Ch) * std::size_t(count));
     }
 
-    /// Where \p count more characters and a terminator can be written in place, or null.
-    Ch* roomFor(unsigned int count) const noexcept
+    /// The block, when \p count more characters can be written into it; null otherwise.
+    Impl* blockWithRoom(unsigned int count) const noexcept
     {
-        return impl_ && count < impl_->capacity - impl_->length && soleOwner()
-                   ? impl_->data + impl_->length
-                   : nullptr;
-    }
-
-    void setEnd(Ch* end) noexcept
-    {
-        *end = 0;
-        impl_->length = static_cast<unsigned int>(end - impl_->data);
+        Impl* const block = impl_.get();
+        return block != nullptr && count < block->capacity - block->length && soleOwner() ? block
+                                                                                          : nullptr;
     }
 
     LightweightString& appendInNewBlock(const Ch* chars, unsigned int count);
+    void pushInNewBlock(Ch character) { appendInNewBlock(&character, 1); }
 
     /// Only a sole owner writes in place. Acquires what former sharers did before they
     /// let go.
-    bool soleOwner() const noexcept { return impl_.useCount() == 1; }
+    bool soleOwner() const noexcept
+    {
+        return __atomic_load_n(&impl_->refCount, __ATOMIC_ACQUIRE) == 1;
+    }
 
     Handle impl_;
 };
@@ -327,7 +371,7 @@ template <class Ch> void LightweightString<Ch>::createImpl(unsigned int length, 
 {
     new (&impl_) Handle();
     if (length != 0)
-        impl_ = Handle(newImpl(length, powerOfTwo));
+        impl_ = newBlock(length, powerOfTwo);
 }
 
 template <class Ch> LightweightString<Ch>& LightweightString<Ch>::resizeFor(unsigned int length)
@@ -339,7 +383,7 @@ template <class Ch> LightweightString<Ch>& LightweightString<Ch>::resizeFor(unsi
         impl_->length = length;
         return *this;
     }
-    impl_ = Handle(newImpl(length, true));
+    impl_ = newBlock(length, true);
     return *this;
 }
 
@@ -349,7 +393,7 @@ LightweightString<Ch>& LightweightString<Ch>::appendInNewBlock(const Ch* chars, 
     const unsigned int oldLength = length();
     if (count > 0xFFFFFFFFu - oldLength)
         Vx::StringDetail::throwTooLong();
-    Handle grown(newImpl(oldLength + count, true));
+    Handle grown = newBlock(oldLength + count, true);
     if (oldLength != 0)
         std::memcpy(grown->data, impl_->data, sizeof(Ch) * std::size_t(oldLength));
     if (chars != nullptr)
@@ -359,6 +403,37 @@ LightweightString<Ch>& LightweightString<Ch>::appendInNewBlock(const Ch* chars, 
     impl_ = std::move(grown);
     return *this;
 }
+
+namespace Vx {
+namespace StringDetail {
+
+/// What the library's own functions may do with a string beyond its public operations.
+struct Access {
+    /// The block, or null.
+    template <class Ch>
+    static const typename LightweightString<Ch>::Impl*
+    blockOf(const LightweightString<Ch>& text) noexcept
+    {
+        return text.impl_.get();
+    }
+    /// Where \p count more characters and a terminator can be written, or null.
+    template <class Ch>
+    static Ch* roomFor(const LightweightString<Ch>& text, unsigned int count) noexcept
+    {
+        const auto block = text.blockWithRoom(count);
+        return block != nullptr ? block->data + block->length : nullptr;
+    }
+    /// Adds \p count characters, which were written into the room, to \p text.
+    template <class Ch> static void take(LightweightString<Ch>& text, unsigned int count) noexcept
+    {
+        const auto block = text.impl_.get();
+        block->length += count;
+        block->data[block->length] = 0;
+    }
+};
+
+} // namespace StringDetail
+} // namespace Vx
 
 // Compiled into the library; other modules may inline them or call them there.
 extern template void LightweightString<char>::createImpl(unsigned int, bool);
@@ -446,6 +521,17 @@ namespace Vx {
 namespace StringDetail {
 
 template <class Ch>
+bool equal(const LightweightString<Ch>& a, const LightweightString<Ch>& b) noexcept
+{
+    const auto aBlock = Access::blockOf(a), bBlock = Access::blockOf(b);
+    if (aBlock == bBlock)
+        return true;
+    if (aBlock == nullptr || bBlock == nullptr)
+        return a.length() == b.length();
+    return aBlock->length == bBlock->length &&
+           std::memcmp(aBlock->data, bBlock->data, sizeof(Ch) * std::size_t(aBlock->length)) == 0;
+}
+template <class Ch>
 bool equal(const LightweightString<Ch>& a, const Ch* b, unsigned int bLength) noexcept
 {
     return a.length() == bLength &&
@@ -465,7 +551,7 @@ int order(const LightweightString<Ch>& a, const Ch* b, unsigned int bLength) noe
 template <class Ch>
 bool operator==(const LightweightString<Ch>& a, const LightweightString<Ch>& b) noexcept
 {
-    return Vx::StringDetail::equal(a, b.c_str(), b.length());
+    return Vx::StringDetail::equal(a, b);
 }
 template <class Ch>
 bool operator==(const LightweightString<Ch>& a, Vx::StringDetail::Chars<Ch> b) noexcept

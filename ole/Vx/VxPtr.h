@@ -15,6 +15,16 @@ struct DtorTraits {
     template <class T> static void destroy(T* object) noexcept { delete object; }
 };
 
+namespace PtrDetail {
+
+/// Whether what Destroy ends is plain memory: nobody else can reach its count then, so a sole
+/// holder needs no atomic operation to count itself out.
+template <class Destroy, class = void> inline constexpr bool kPlainMemory = false;
+template <class Destroy>
+inline constexpr bool kPlainMemory<Destroy, std::enable_if_t<Destroy::kPlainMemory>> = true;
+
+} // namespace PtrDetail
+
 /// Says where the count lives: inside the object. For a Vx::InternalRefCount
 /// descendant it is the count of that base; any other class offers a public
 /// `unsigned int refCount`.
@@ -88,6 +98,15 @@ public:
         : count(raw != nullptr ? counter : nullptr), object(raw)
     {
         incRef();
+    }
+
+    /// Becomes the holder that the counter at \p counter, which stands at 1, already counts.
+    static Ptr adopt(unsigned int* counter, T* raw) noexcept
+    {
+        Ptr adopted;
+        adopted.count = counter;
+        adopted.object = raw;
+        return adopted;
     }
 
     /// One holder more.
@@ -171,7 +190,10 @@ public:
     {
         if (object == nullptr)
             return;
-        if (__atomic_sub_fetch(count, 1u, __ATOMIC_SEQ_CST) != 0)
+        // A count of 1 is this holder's own, and nobody else can raise it.
+        if (PtrDetail::kPlainMemory<Destroy> && __atomic_load_n(count, __ATOMIC_ACQUIRE) == 1)
+            __atomic_store_n(count, 0u, __ATOMIC_RELAXED);
+        else if (__atomic_sub_fetch(count, 1u, __ATOMIC_SEQ_CST) != 0)
             return;
         Count::freeCounter(count);
         Destroy::destroy(object);

@@ -314,14 +314,13 @@ void printRepaired(char* buffer, std::size_t size, const char* format, Arguments
 template <class Write>
 bool writeInPlace(LightweightString<char>& to, unsigned int most, Write write)
 {
-    const unsigned int length = to.length();
-    if (to.useCount() != 1 || to.capacity() - length <= most)
+    char* const end = Vx::StringDetail::Access::roomFor(to, most);
+    if (end == nullptr)
         return false;
-    const unsigned int count = write(to.mutableChars() + length);
-    if (count == 0)
-        return false;
-    to.resizeFor(length + count); // keeps the characters and terminates them
-    return true;
+    const unsigned int count = write(end);
+    // What was written took the place of the terminator.
+    Vx::StringDetail::Access::take(to, count);
+    return count != 0;
 }
 
 template <class Number> struct Digits {
