@@ -1,11 +1,9 @@
 // The Linux platform's files: what is read, what is replaced, and what faults leave behind.
+#include <Faults.h>
 #include <FileSystem.h>
 #include <Report.h>
 #include <ScratchFolder.h>
-#include <SystemCallScript.h>
-#include <Testing.h>
 #include <Vx/platform/OS.h>
-#include <csignal>
 #include <fcntl.h>
 #include <grp.h>
 
@@ -40,38 +38,15 @@ mode_t modeOf(const std::string& path)
     return status.st_mode & 07777;
 }
 
-/// What a save can meet: a file or none under the name, a file system with unnamed files or
-/// without.
-const struct {
-    const char* name;
-    bool exists;
-    bool unnamed;
-} kWorlds[] = {
-    {"replaces", true, true},
-    {"creates", false, true},
-    {"replaces without unnamed files", true, false},
-    {"creates without unnamed files", false, false},
-};
-
 const std::string kOld = "old content\n";
 const std::string kNew(100000, 'n'); // more than one buffer
 
 /// A folder of such a world.
 struct Place : ScratchFolder {
-    template <class World>
     explicit Place(const World& world, const std::string& below = inMemory()) : ScratchFolder(below)
     {
         if (world.exists)
             put("a", kOld);
-    }
-};
-
-/// The system calls of such a world.
-struct Calls : SystemCallScript {
-    template <class World> explicit Calls(const World& world)
-    {
-        if (!world.unnamed)
-            refuseUnnamedFiles();
     }
 };
 
@@ -508,14 +483,7 @@ TEST(ReplacedFile, KilledBeforeAnyCallTheNextSaveLeavesNoTrace)
             SCOPED_TRACE(std::string(world.name) + ", killed before call " + std::to_string(n));
             const Place folder(world);
             const std::string old = folder.get("a");
-            const int status = statusOfChild([&] {
-                Calls script(world);
-                script.before = [&](const std::string&) {
-                    if (script.calls() == n)
-                        raise(SIGKILL);
-                };
-                return save(folder.wide("a"), kNew);
-            });
+            const bool killed = killedBefore(n, world, [&] { save(folder.wide("a"), kNew); });
             const std::string now = folder.get("a");
             EXPECT_TRUE(now == old || now == kNew) << now.substr(0, 100);
             const std::string names = folder.names();
@@ -531,7 +499,7 @@ TEST(ReplacedFile, KilledBeforeAnyCallTheNextSaveLeavesNoTrace)
             }
             EXPECT_EQ(folder.get("a"), "again");
             EXPECT_EQ(folder.names(), "a ");
-            if (!WIFSIGNALED(status))
+            if (!killed)
                 break;
             ++kills;
         }
@@ -539,111 +507,21 @@ TEST(ReplacedFile, KilledBeforeAnyCallTheNextSaveLeavesNoTrace)
     EXPECT_GT(littered, 1) << "the moments that the next save cleans up are among them";
 }
 
+TEST(ReplacedFile, KilledAtAnyMomentItIsComplete)
+{
+    const ScratchFolder folder{ScratchFolder::inMemory()};
+    const auto version = [](int n) {
+        return std::to_string(n) + ":" + std::string(std::size_t(n % 7) * 30000, 'a');
+    };
+    folder.put("a", version(0));
+    killAtAnyMoment(
+        [&](int n) { save(folder.wide("a"), version(n)); },
+        [&] { EXPECT_EQ(folder.get("a"), version(std::atoi(folder.get("a").c_str()))); });
+    EXPECT_TRUE(save(folder.wide("a"), "again"));
+    EXPECT_EQ(folder.names(), "a ");
+}
+
 namespace {
-
-/// A folder as a medium may hold it: content and names count from the fsync() of the file
-/// and of the folder on; before, each may be there or not, in any order.
-class CrashModel {
-public:
-    CrashModel(const std::string& target, const std::string& old, bool exists) : target_(target)
-    {
-        if (exists)
-            names_[target] = std::make_shared<Content>(Content{old, true});
-    }
-
-    void replay(const SystemCallScript::Call& call)
-    {
-        const auto& arguments = call.arguments;
-        if (call.result < 0)
-            return;
-        if (call.name == "openat") {
-            const int flags = std::stoi(arguments[2]);
-            const bool unnamed = (flags & O_TMPFILE) == O_TMPFILE;
-            if (!unnamed && (flags & O_CREAT) == 0)
-                return; // the folder
-            const auto content = std::make_shared<Content>();
-            files_[std::to_string(call.result)] = content;
-            if (!unnamed)
-                pending_.push_back({arguments[1], content, {}});
-        } else if (call.name == "write") {
-            files_.at(arguments[0])->bytes += arguments[1];
-            files_.at(arguments[0])->synced = false;
-        } else if (call.name == "fsync" && files_.count(arguments[0]) != 0) {
-            files_.at(arguments[0])->synced = true;
-        } else if (call.name == "fsync") {
-            for (const Change& change : pending_)
-                apply(names_, change);
-            pending_.clear();
-        } else if (call.name == "linkat") {
-            const std::string descriptor = arguments[1].substr(arguments[1].rfind('/') + 1);
-            pending_.push_back({arguments[3], files_.at(descriptor), {}});
-        } else if (call.name == "renameat2") {
-            pending_.push_back({arguments[3], nullptr, arguments[1]});
-        } else if (call.name == "unlinkat") {
-            pending_.push_back({{}, nullptr, arguments[1]});
-        }
-    }
-
-    /// Calls \p judge with the target's content, "(none)" for none, in every state that a
-    /// power failure at this point can leave.
-    template <class Judge> void forEachState(Judge judge) const
-    {
-        std::vector<std::size_t> order(pending_.size());
-        for (std::size_t i = 0; i < order.size(); ++i)
-            order[i] = i;
-        do
-            for (unsigned int subset = 0; subset < 1u << pending_.size(); ++subset) {
-                Names names = names_;
-                for (const std::size_t i : order)
-                    if ((subset >> i & 1) != 0)
-                        apply(names, pending_[i]);
-                const auto found = names.find(target_);
-                if (found == names.end()) {
-                    judge("(none)");
-                    continue;
-                }
-                const Content& content = *found->second;
-                judge(content.bytes);
-                if (!content.synced) {
-                    judge(content.bytes.substr(0, content.bytes.size() / 2));
-                    judge(std::string(content.bytes.size(), '\0'));
-                    judge("");
-                }
-            }
-        while (std::next_permutation(order.begin(), order.end()));
-    }
-
-private:
-    struct Content {
-        std::string bytes;
-        bool synced = false;
-    };
-    using Names = std::map<std::string, std::shared_ptr<Content>>;
-    struct Change {
-        std::string name; // gets the content, or what `from` stands for; empty: none does
-        std::shared_ptr<Content> content;
-        std::string from;
-    };
-
-    static void apply(Names& names, const Change& change)
-    {
-        std::shared_ptr<Content> content = change.content;
-        if (!change.from.empty()) {
-            const auto source = names.find(change.from);
-            if (source == names.end())
-                return;
-            content = source->second;
-            names.erase(source);
-        }
-        if (!change.name.empty())
-            names[change.name] = content;
-    }
-
-    const std::string target_;
-    Names names_;                 // on the medium
-    std::vector<Change> pending_; // of names, not yet on the medium for sure
-    Names files_;                 // open, by descriptor
-};
 
 struct Crashes {
     int bad = 0;         // neither the old content nor the new
@@ -653,15 +531,10 @@ struct Crashes {
 Crashes crashes(const std::vector<SystemCallScript::Call>& trace, const std::string& old)
 {
     Crashes result;
-    CrashModel model("a", old, old != "(none)");
-    for (std::size_t length = 0; length <= trace.size(); ++length) {
-        if (length > 0)
-            model.replay(trace[length - 1]);
-        model.forEachState([&](const std::string& content) {
-            result.bad += content != old && content != kNew;
-            result.oldAtTheEnd += length == trace.size() && content == old;
-        });
-    }
+    powerFailures(trace, "a", old, [&](const std::string& content, const auto&, bool complete) {
+        result.bad += content != old && content != kNew;
+        result.oldAtTheEnd += complete && content == old;
+    });
     return result;
 }
 

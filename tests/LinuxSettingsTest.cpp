@@ -1,13 +1,14 @@
 // The Linux platform's folders and settings: what is kept, shared, and never lost.
+#include <Faults.h>
 #include <Folders.h>
 #include <ScratchFolder.h>
 #include <SettingsStore.h>
 #include <Shell.h>
-#include <SystemCallScript.h>
-#include <Testing.h>
 #include <Vx/platform/OS.h>
 #include <csignal>
 #include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
 
 namespace {
 
@@ -333,20 +334,165 @@ TEST_F(Settings, SetWhileASaveIsUnderWayAreKeptForTheNext)
 
 TEST_F(Settings, UnsavedOnesGoWithTheNextSave)
 {
+    const struct {
+        const char* call;
+        int error;
+        const char* reason;
+    } rows[] = {
+        {"fsync", EIO, "Input/output error"},     {"write", ENOSPC, "No space left on device"},
+        {"write", EDQUOT, "Disk quota exceeded"}, {"openat", EROFS, "Read-only file system"},
+        {"the limit", EFBIG, "File too large"},
+    };
+    putFile("[Section]\nKey=0\n");
     SettingsStore& store = started();
-    store.set(kKey, "value");
-    testing::internal::CaptureStderr();
-    {
-        SystemCallScript script;
-        script.failAll("fsync", EIO);
+    std::signal(SIGXFSZ, SIG_IGN);
+    int n = 0;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.reason);
+        const std::string old = file();
+        const std::string saved(5000, char('a' + n++));
+        store.set(kKey, saved);
+        testing::internal::CaptureStderr();
+        {
+            SystemCallScript script;
+            script.failAll(row.call, row.error);
+            rlimit limit;
+            ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+            const rlimit little{row.error == EFBIG ? 4096 : limit.rlim_cur, limit.rlim_max};
+            ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &little), 0);
+            store.save();
+            ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+        }
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "Vx: could not save the settings " + scratch.path("Vx/user.ini") + ": " +
+                      row.reason + "; the next save tries again\n");
+        EXPECT_EQ(file(), old);
+        EXPECT_EQ(filesBeside(), "lock user.ini ");
         store.save();
+        EXPECT_EQ(value(kKey), saved);
     }
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Vx: could not save the settings " + scratch.path("Vx/user.ini") +
-                  ": Input/output error; the next save tries again\n");
-    EXPECT_EQ(filesBeside(), "lock ");
-    store.save();
-    EXPECT_EQ(value(kKey), "value");
+}
+
+// Kills and power failures: of what was saved, and of a broken file, nothing is lost.
+
+namespace {
+
+const std::string kStored = "[Other]\nkept=1\n";
+const std::string kBroken = "by hand, nonsense";
+
+/// A world's file, sound or broken.
+struct Before : World {
+    std::string text, saved;
+};
+std::vector<Before> everyBefore()
+{
+    std::vector<Before> all;
+    for (const World& world : kWorlds) {
+        all.push_back({world, world.exists ? kStored : "(none)",
+                       world.exists ? kStored + "\n" + kSaved : kSaved});
+        if (world.exists)
+            all.push_back({world, kBroken, kSaved});
+    }
+    return all;
+}
+
+} // namespace
+
+TEST_F(Settings, SurviveAKillBeforeAnyCall)
+{
+    int kills = 0;
+    for (const Before& before : everyBefore())
+        for (int n = 1;; ++n) {
+            ASSERT_LT(n, 200) << "never completes";
+            SCOPED_TRACE(before.name + (", " + before.text) + ", call " + std::to_string(n));
+            std::filesystem::remove_all(scratch.path("Vx"));
+            if (before.exists)
+                putFile(before.text);
+            testing::internal::CaptureStderr();
+            const bool killed = killedBefore(n, before, [&] {
+                SettingsStore& store = started();
+                store.set(kKey, "new");
+                store.save();
+            });
+            const std::string now = file();
+            const bool broken = before.text == kBroken;
+            EXPECT_TRUE(now == before.text || now == before.saved || (broken && now == "(none)"));
+            SettingsStore& next = started();
+            next.set(kKey, "new");
+            next.save();
+            testing::internal::GetCapturedStderr();
+            EXPECT_EQ(file(), before.saved);
+            EXPECT_EQ(scratch.get("Vx/user.ini.broken"), broken ? kBroken : "(none)");
+            EXPECT_EQ(filesBeside(), broken ? "lock user.ini user.ini.broken " : "lock user.ini ");
+            if (!killed)
+                break;
+            ++kills;
+        }
+    EXPECT_GT(kills, 120);
+}
+
+TEST_F(Settings, SurviveAKillAtAnyMoment)
+{
+    void* const shared =
+        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(shared, MAP_FAILED);
+    volatile int& saved = *static_cast<int*>(shared); // the number of the last save that returned
+    putFile(kStored);
+    killAtAnyMoment(
+        [&](int n) {
+            static SettingsStore& store = started();
+            for (const char* key : {"first", "second"})
+                store.set({"Section", key}, std::to_string(n));
+            store.save();
+            saved = n;
+        },
+        [&] {
+            const std::string first = value({"Section", "first"});
+            EXPECT_GE(std::atoi(first.c_str()), saved);
+            EXPECT_EQ(value({"Section", "second"}), first);
+            EXPECT_EQ(value({"Other", "kept"}), "1");
+        });
+    EXPECT_GT(saved, 0);
+    munmap(shared, 4096);
+    SettingsStore& next = started();
+    next.set(kKey, "new");
+    next.save();
+    EXPECT_EQ(filesBeside(), "lock user.ini ");
+}
+
+TEST_F(Settings, SurviveAPowerFailureAnywhere)
+{
+    int states = 0;
+    for (const Before& before : everyBefore()) {
+        SCOPED_TRACE(before.name + (", " + before.text));
+        std::filesystem::remove_all(scratch.path("Vx"));
+        if (before.exists)
+            putFile(before.text);
+        std::filesystem::create_directory(scratch.path("Vx"));
+        testing::internal::CaptureStderr();
+        std::vector<SystemCallScript::Call> trace;
+        {
+            Calls script(before);
+            SettingsStore& store = started();
+            store.set(kKey, "new");
+            store.save();
+            trace = script.trace;
+        }
+        testing::internal::GetCapturedStderr();
+        int bad = 0;
+        const bool broken = before.text == kBroken;
+        states += powerFailures(
+            trace, "user.ini", before.text,
+            [&](const std::string& content, const CrashModel::Names& names, bool complete) {
+                bad += content != before.saved &&
+                       (complete || (content != before.text && !(broken && content == "(none)")));
+                bad += broken && std::none_of(names.begin(), names.end(), [](const auto& file) {
+                           return file.second->bytes == kBroken;
+                       });
+            });
+        EXPECT_EQ(bad, 0);
+    }
+    EXPECT_GT(states, 500);
 }
 
 TEST(Shell, FindsFoldersByTheXdgRules)

@@ -20,8 +20,7 @@ public:
     static constexpr int kDocumentsFolder = 1; ///< HOME/Documents
     static constexpr int kTemporaryFolder = 2; ///< TMPDIR, or /tmp
     static constexpr int kCacheFolder = 3;     ///< XDG_CACHE_HOME, or HOME/.cache
-    /// XDG_CONFIG_HOME, or HOME/.config; also the answer to any kind not listed here.
-    static constexpr int kUserDataFolder = iShell::kUserDataFolder;
+    // kUserDataFolder: XDG_CONFIG_HOME, or HOME/.config; the answer to any kind not listed here.
     static constexpr int kSharedDataFolder = 5; ///< XDG_DATA_HOME, or HOME/.local/share
     static constexpr int kStateFolder = 6;      ///< XDG_STATE_HOME, or HOME/.local/state
 
