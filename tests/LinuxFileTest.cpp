@@ -364,6 +364,19 @@ TEST(ReplacedFile, IsNotTouchedByAForkedChild)
     }
 }
 
+TEST(ReplacedFile, IsNotWhereAHostWithoutStandardStreamsPrints)
+{
+    const ScratchFolder folder;
+    EXPECT_EQ(statusOfChild([&] {
+                  for (int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+                      close(stream);
+                  const Vx::Ptr<iFile> file = openToWrite(folder.wide("a"));
+                  return ::write(STDOUT_FILENO, "printed", 7) == -1 && write(file, kNew);
+              }),
+              0);
+    EXPECT_EQ(folder.get("a"), kNew);
+}
+
 TEST(ReplacedFile, TwoWritersDoNotDisturbEachOther)
 {
     for (const auto& world : kWorlds)

@@ -5,9 +5,26 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+namespace {
+
+// In a host that was started without its standard streams their numbers are the next to be
+// given out, and what anybody prints would end up in a user's file.
+int openAboveStandardStreams(int folder, const char* path, int flags, mode_t mode)
+{
+    const int opened = ::openat(folder, path, flags, mode);
+    if (opened < 0 || opened > STDERR_FILENO)
+        return opened;
+    const int moved = ::fcntl(opened, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    const int error = errno;
+    ::close(opened);
+    errno = error;
+    return moved;
+}
+
+} // namespace
+
 constinit SystemCalls systemCalls = {
-    .openat = [](int folder, const char* path, int flags,
-                 mode_t mode) { return ::openat(folder, path, flags, mode); },
+    .openat = openAboveStandardStreams,
     .close = ::close,
     .read = ::read,
     .write = ::write,

@@ -7,7 +7,8 @@
 #include <sys/types.h>
 
 /// The calls as replaceable pointers, so that a test can let the n-th one fail, cut it
-/// short or write it down. Each keeps the conventions of the C library: -1 and errno.
+/// short or write it down. Each keeps the conventions of the C library: -1 and errno. What
+/// openat() answers is never the number of a standard stream.
 ///
 /// Threads: production code only reads the table; replace entries before other threads run.
 struct SystemCalls {
