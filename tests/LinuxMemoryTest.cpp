@@ -43,8 +43,8 @@ bool makesAndFrees(std::size_t count)
 {
     std::vector<Held> held;
     for (std::size_t i = 0; i < count; ++i) {
-        held.push_back(
-            Held::make(1 + i * 7 % SmallBlocks::kLargest, static_cast<unsigned char>(i)));
+        const std::size_t bound = i % 16 == 0 ? SmallBlocks::kLargest : 1000;
+        held.push_back(Held::make(1 + i * 7 % bound, static_cast<unsigned char>(i)));
         if (held.back().bytes == nullptr)
             return false;
     }
@@ -62,7 +62,7 @@ TEST(SmallBlocks, HoldWhatIsWrittenUntilFreed)
     std::vector<Held> held;
     for (int step = 0; step < 200000; ++step) {
         if (held.size() < 5000 && random() % 5 != 0) {
-            const std::size_t size = random() % (SmallBlocks::kLargest + 1);
+            const std::size_t size = random() % (SmallBlocks::kLargest + 1) >> random() % 8;
             held.push_back(Held::make(size, static_cast<unsigned char>(random())));
             ASSERT_NE(held.back().bytes, nullptr);
             ASSERT_EQ(reinterpret_cast<std::uintptr_t>(held.back().bytes) % 16, 0u);

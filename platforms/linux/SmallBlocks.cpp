@@ -26,7 +26,11 @@ constinit pthread_key_t threadKey = 0;
 // of a size.
 constexpr std::uint32_t batchSize(std::size_t blockSize)
 {
-    return blockSize <= 128 ? 64 : blockSize <= 512 ? 32 : 16;
+    return blockSize <= 128    ? 64
+           : blockSize <= 512  ? 32
+           : blockSize <= 1056 ? 16
+           : blockSize <= 8192 ? static_cast<std::uint32_t>(16384 / blockSize)
+                               : 1;
 }
 
 } // namespace
@@ -105,7 +109,7 @@ bool SmallBlocks::adopt() noexcept
             return false;
         cache = reinterpret_cast<Cache*>(chunk); // zeroed by the system
         for (std::size_t i = 0; i < kSizes; ++i)
-            cache->bins[i].limit = batchSize(i * kGranule);
+            cache->bins[i].room = cache->bins[i].limit = batchSize(blockSize(i));
         static_assert(sizeof(Cache) <= kSpan, "the first span of its chunk holds a cache");
         cache->chunk = chunk + kSpan;
         cache->chunkEnd = chunk + kChunk;
@@ -121,7 +125,7 @@ bool SmallBlocks::adopt() noexcept
 // Puts blocks that nobody has had yet into an empty bin.
 bool SmallBlocks::carve(Cache& cache, std::size_t index) noexcept
 {
-    const std::uintptr_t size = index != 0 ? index * kGranule : kGranule;
+    const std::uintptr_t size = blockSize(index);
     std::uintptr_t at = cache.fresh[index];
     if (cache.freshEnd[index] - at < size) {
         if (cache.chunk == cache.chunkEnd) {
@@ -139,11 +143,11 @@ bool SmallBlocks::carve(Cache& cache, std::size_t index) noexcept
     }
     Bin& bin = cache.bins[index];
     Block** link = &bin.head;
-    while (bin.count < bin.limit && cache.freshEnd[index] - at >= size) {
+    while (bin.room != 0 && cache.freshEnd[index] - at >= size) {
         Block* const block = reinterpret_cast<Block*>(at);
         *link = block;
         link = &block->next;
-        ++bin.count;
+        --bin.room;
         at += size;
     }
     *link = nullptr;
@@ -160,17 +164,17 @@ void* SmallBlocks::allocateMore(std::size_t index) noexcept
     if (bin.head == nullptr) {
         if (cache.spare[index] != nullptr) {
             bin.head = cache.spare[index];
-            bin.count = bin.limit;
+            bin.room = 0;
             cache.spare[index] = nullptr;
-        } else if ((bin.head = pop(batches[index], bin.count)) == nullptr) {
-            bin.count = 0;
-            if (!carve(cache, index))
-                return nullptr;
+        } else if (std::uint32_t count; (bin.head = pop(batches[index], count)) != nullptr) {
+            bin.room = bin.limit - count;
+        } else if (!carve(cache, index)) {
+            return nullptr;
         }
     }
     Block* const block = bin.head;
     bin.head = block->next;
-    --bin.count;
+    ++bin.room;
     return block;
 }
 
@@ -184,16 +188,16 @@ void SmallBlocks::deallocateMore(std::size_t index, void* block) noexcept
     }
     Cache& cache = *own;
     Bin& bin = cache.bins[index];
-    if (bin.count == bin.limit) {
+    if (bin.room == 0) {
         if (cache.spare[index] != nullptr)
             push(batches[index], cache.spare[index], bin.limit);
         cache.spare[index] = bin.head;
         bin.head = nullptr;
-        bin.count = 0;
+        bin.room = bin.limit;
     }
     freed->next = bin.head;
     bin.head = freed;
-    ++bin.count;
+    --bin.room;
 }
 
 // Runs when a thread ends, after the destructors of its thread_local objects.
@@ -205,11 +209,11 @@ void SmallBlocks::threadEnds(void* argument) noexcept
     for (std::size_t i = 0; i < kSizes; ++i) {
         Bin& bin = cache.bins[i];
         if (bin.head != nullptr)
-            push(batches[i], bin.head, bin.count);
+            push(batches[i], bin.head, bin.limit - bin.room);
         if (cache.spare[i] != nullptr)
             push(batches[i], cache.spare[i], bin.limit);
         bin.head = nullptr;
-        bin.count = 0;
+        bin.room = bin.limit;
         cache.spare[i] = nullptr;
     }
     push(unused, &cache.link, 0);

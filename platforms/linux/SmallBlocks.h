@@ -1,11 +1,11 @@
-// SmallBlocks.h - blocks of up to a kilobyte, from memory of our own.
+// SmallBlocks.h - blocks of up to 16 kilobytes, from memory of our own.
 #pragma once
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 
-/// What strings and list items are made of: small blocks, faster than the heap's.
+/// What strings, list items and short lists are made of: small blocks, faster than the heap's.
 ///
 /// Shape: one stretch of address space, reserved on first use and cut into spans of equal
 ///   blocks. A thread keeps what it frees and takes from there first, without an atomic
@@ -22,21 +22,14 @@
 class SmallBlocks {
 public:
     /// Larger blocks are the heap's.
-    static constexpr std::size_t kLargest = 1056;
+    static constexpr std::size_t kLargest = 16416;
 
     /// A block of at least \p size bytes, aligned to 16, or null.
     static void* allocate(std::size_t size) noexcept
     {
-        if (size > kLargest)
-            return nullptr;
-        const std::size_t index = (size + kGranule - 1) / kGranule;
-        Bin& bin = own->bins[index];
-        Block* const block = bin.head;
-        if (__builtin_expect(block == nullptr, false))
-            return allocateMore(index);
-        bin.head = block->next;
-        --bin.count;
-        return block;
+        if (size > kLargestFine)
+            return size <= kLargest ? allocateFrom(coarseIndex(size)) : nullptr;
+        return allocateFrom((size + kGranule - 1) / kGranule);
     }
 
     /// Takes \p block back.
@@ -49,7 +42,7 @@ public:
             return false;
         const std::size_t index = spanIndex[offset / kSpan];
         Bin& bin = own->bins[index];
-        if (__builtin_expect(bin.count == bin.limit, false)) {
+        if (__builtin_expect(bin.room == 0, false)) {
             deallocateMore(index, block);
             return true;
         }
@@ -58,13 +51,18 @@ public:
             freedTwice();
         freed->next = bin.head;
         bin.head = freed;
-        ++bin.count;
+        --bin.room;
         return true;
     }
 
 private:
+    // Two scales of sizes: each granule up to a kilobyte, then four steps to each doubling.
+    // Both end a little behind a power of two, where a header and so many characters fit.
     static constexpr std::size_t kGranule = 16;
-    static constexpr std::size_t kSizes = kLargest / kGranule + 1;
+    static constexpr std::size_t kBehind = 32;
+    static constexpr std::size_t kLargestFine = 1024 + kBehind;
+    static constexpr std::size_t kFineSizes = kLargestFine / kGranule + 1;
+    static constexpr std::size_t kSizes = kFineSizes + 16;
     static constexpr std::uintptr_t kSpan = 1u << 16;
     static constexpr std::uintptr_t kChunk = 1u << 20; // what a thread takes at a time
     static constexpr std::uintptr_t kReserved = std::uintptr_t{1} << 35;
@@ -78,8 +76,8 @@ private:
 
     struct Bin {
         Block* head;         // free blocks, linked
-        std::uint32_t count; // of them
-        std::uint32_t limit; // at so many they become a batch
+        std::uint32_t room;  // for so many more; then they become a batch
+        std::uint32_t limit; // the blocks of a full batch
     };
 
     /// What a thread keeps. Lies in the reserved memory itself and passes from a thread that
@@ -101,6 +99,34 @@ private:
         std::atomic<std::uint64_t> top;
     };
 
+    static std::size_t coarseIndex(std::size_t size) noexcept
+    {
+        const std::size_t last = size - kBehind - 1;
+        const int step = 61 - __builtin_clzl(last); // 2^step is a quarter of the octave
+        return kFineSizes + static_cast<std::size_t>(step - 8) * 4 + (last >> step) - 4;
+    }
+
+    static constexpr std::size_t blockSize(std::size_t index) noexcept
+    {
+        if (index < kFineSizes)
+            return index != 0 ? index * kGranule : kGranule;
+        const std::size_t coarse = index - kFineSizes;
+        return ((coarse % 4 + 5) << (coarse / 4 + 8)) + kBehind;
+    }
+
+    static void* allocateFrom(std::size_t index) noexcept
+    {
+        Bin& bin = own->bins[index];
+        Block* const block = bin.head;
+        if (__builtin_expect(block == nullptr, false))
+            return allocateMore(index);
+        bin.head = block->next;
+        // Whoever reads a long text back into freed blocks would wait for each of them.
+        __builtin_prefetch(bin.head, 1);
+        ++bin.room;
+        return block;
+    }
+
     static void* allocateMore(std::size_t index) noexcept;
     static void deallocateMore(std::size_t index, void* block) noexcept;
     [[noreturn]] static void freedTwice() noexcept;
@@ -116,8 +142,8 @@ private:
     /// Stands in for a thread without a cache: has no block and takes none.
     static Cache none;
     // Initial-exec: reading it can never allocate. Eight bytes, so that a host may load this
-    // library late.
-    [[gnu::tls_model("initial-exec")]] static thread_local Cache* own;
+    // library late. Known to need no initialising where it is used, or each use would ask.
+    [[gnu::tls_model("initial-exec")]] static constinit thread_local Cache* own;
 
     /// Where the reserved memory begins; before that, so that no address lies in it.
     static std::atomic<std::uintptr_t> base;
