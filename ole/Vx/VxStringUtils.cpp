@@ -201,22 +201,26 @@ std::vector<unsigned int> findFromTheRight(const WideString& text, const WideStr
 
     std::vector<unsigned int> hits;
     const wchar_t* const chars = text.c_str();
-    const wchar_t last = patternAt(0);
+    // The last two characters together are rare; a pattern of one is compared with it twice.
+    const unsigned int second = n > 1 ? 1 : 0;
+    const wchar_t p0 = patternAt(0), p1 = patternAt(second);
     unsigned int matched = 0;
-    for (unsigned int i = text.length(); i != 0;) {
+    for (unsigned int i = text.length(); i >= n - matched;) {
         if (matched == 0) {
             // Most of a text is skipped here, eight characters at a time.
-            while (i >= 8) {
+            while (i >= 8 + second) {
+                const wchar_t* const at = chars + i - 8;
+                const wchar_t* const before = at - second;
                 unsigned int found = 0;
-                for (unsigned int k = 1; k <= 8; ++k)
-                    found |= chars[i - k] == last;
+                for (unsigned int k = 0; k < 8; ++k)
+                    found |= ((at[k] ^ p0) | (before[k] ^ p1)) == 0;
                 if (found != 0)
                     break;
                 i -= 8;
             }
-            while (i != 0 && chars[i - 1] != last)
+            while (i >= n && (chars[i - 1] != p0 || chars[i - 1 - second] != p1))
                 --i;
-            if (i == 0)
+            if (i < n)
                 break;
         }
         --i;
