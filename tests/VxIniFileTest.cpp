@@ -22,8 +22,11 @@ std::string dump(const VxIniFile& ini)
     std::ostringstream text;
     for (auto it = ini.getSectionIterator(); it.valid(); ++it) {
         text << '<' << (it.name() == anonymous() ? Text("*") : it.name()) << '>';
-        for (const AttribValuePair& pair : *it)
-            text << '{' << pair.text << '}';
+        for (const AttribValuePair& pair : *it) {
+            const AttribValuePair plain(pair.text, '=');
+            const bool asPlain = pair.name == plain.name && pair.value == plain.value;
+            text << '{' << pair.text << (asPlain ? "}" : " split otherwise}");
+        }
     }
     return text.str();
 }

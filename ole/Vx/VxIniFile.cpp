@@ -10,7 +10,6 @@
 #include <cstring>
 #include <iterator>
 #include <memory>
-#include <string>
 #include <string_view>
 #include <thread>
 #include <utility>
@@ -200,11 +199,41 @@ Pairs::const_iterator VxIniFile::findContains(const Text&, const Pairs&, bool,
 
 namespace {
 
-bool printable(char byte)
+// What isprint() says of each byte, asked when a byte first comes up.
+class PrintableBytes {
+public:
+    bool operator()(char byte)
+    {
+        signed char& answer = answers_[static_cast<unsigned char>(byte)];
+        if (answer == 0)
+            // Deliberate: as a signed char, so that 0x80 to 0xFF are asked about as negative
+            // numbers, of which 0xFF is the one that stands for the end of a file.
+            answer = std::isprint(static_cast<signed char>(byte)) != 0 ? 1 : -1;
+        return answer > 0;
+    }
+
+private:
+    signed char answers_[256] = {};
+};
+
+// A text that is empty so far becomes a copy of the characters.
+void fill(Text& text, const char* begin, const char* end)
 {
-    // Deliberate: as a signed char, so that 0x80 to 0xFF are asked about as negative
-    // numbers, of which 0xFF is the one that stands for the end of a file.
-    return std::isprint(static_cast<signed char>(byte)) != 0;
+    if (begin != end)
+        text = Text(begin, static_cast<unsigned int>(end - begin));
+}
+
+// AttribValuePair(line, '=') at the end of the list, made in its place. `blank` is a pair of
+// three empty texts, and stays one.
+void append(Pairs& pairs, Vx::AttribValuePair& blank, const char* begin, const char* end)
+{
+    Vx::AttribValuePair& pair = pairs.emplace_back(std::move(blank));
+    fill(pair.text, begin, end);
+    const char* const text = pair.text.c_str();
+    if (const char* const found = std::strchr(text, '='); found != nullptr) {
+        fill(pair.name, text, found);
+        fill(pair.value, found + 1, text + (end - begin));
+    }
 }
 
 // Turns lines into the sections of a document, from the first line of a file on.
@@ -225,24 +254,38 @@ public:
             return;
         if (*begin == '[' && end[-1] == ']') {
             name_ = Text(begin + 1, static_cast<unsigned int>(end - begin - 2));
+            usual_ = current_ != nullptr ? current_->size() : usual_;
             current_ = nullptr;
             return;
         }
         if (current_ == nullptr)
-            current_ = &sections_[name_];
-        current_->emplace_back(Text(begin, static_cast<unsigned int>(end - begin)), '=');
+            openSection();
+        append(*current_, blank_, begin, end);
     }
 
 private:
+    void openSection()
+    {
+        // Saved files have their sections in order: most belong at the end.
+        current_ = &sections_.try_emplace(sections_.end(), std::move(name_))->second;
+        // Sections of one file are often alike. A wrong guess costs no more room than what
+        // the section before has taken.
+        if (current_->empty())
+            current_->reserve(usual_);
+    }
+
     Sections& sections_;
-    Text name_ = VxIniFile::kAnonymousSection();
-    Pairs* current_ = nullptr; // the section of that name, once it has a pair
+    Text name_ = VxIniFile::kAnonymousSection(); // the section's, until it has a pair
+    Pairs* current_ = nullptr;                   // the section, once it has a pair
+    std::size_t usual_ = 0;                      // pairs of the section before
+    Vx::AttribValuePair blank_{Text(), '='};
 };
 
 // data[size] is 0 and may be read.
 void readLines(const char* data, std::size_t size, char separator, Sections& sections)
 {
     LineReader reader(sections);
+    PrintableBytes printable;
     const char* const dataEnd = data + size;
     for (const char* line = data; line != dataEnd;) {
         const void* const found =
@@ -331,41 +374,145 @@ Vx::Ptr<iFile> openForWriting(const LightweightString<wchar_t>& path)
     return OS()->fileSystem()->openFile(path, /*access=*/2, /*disposition=*/3, /*flags=*/0, 0);
 }
 
-void appendHeader(std::string& to, const Text& name)
+// How long a pair's text is, and the text itself: asString('='), not made where it is not
+// stored.
+std::size_t textLength(const Vx::AttribValuePair& pair)
 {
-    (to += '[').append(name.c_str(), name.length()).append("]").append(kLineEnd);
+    if (pair.form != 2)
+        return pair.text.length();
+    const std::size_t length = std::size_t(pair.name.length()) + 1 + pair.value.length();
+    if (length >= 0x80000000u)
+        Vx::StringDetail::throwTooLong();
+    return length;
 }
 
-// The characters of a pair's text, which is only made where it is not stored.
-struct PairText {
-    explicit PairText(const Vx::AttribValuePair& pair)
-    {
-        if (pair.form == 2)
-            view = made = pair.asString('=');
-        else
-            view = pair.text;
-    }
+char* put(char* to, std::string_view chars)
+{
+    return static_cast<char*>(mempcpy(to, chars.data(), chars.size()));
+}
 
-    Text made;
-    std::string_view view;
+char* putText(char* to, const Vx::AttribValuePair& pair)
+{
+    if (pair.form != 2)
+        return put(to, pair.text);
+    to = put(put(to, pair.name), "=");
+    Vx::StringDetail::copyUpToZero(to, pair.value.c_str(), pair.value.length());
+    return to + pair.value.length();
+}
+
+char* putHeader(char* to, const Text& name)
+{
+    return put(put(put(put(to, "["), name), "]"), kLineEnd);
+}
+
+// The walks below hand out a document piece by piece, once to be measured and once to be
+// written, so that all memory is there before the file is touched.
+
+// A section: an empty line behind the one before, the header, the pairs.
+template <class To>
+void walkSection(const Sections::value_type& section, const Text*& previousName, To& to)
+{
+    const auto& [name, pairs] = section;
+    if (previousName != nullptr && !isEssentiallyEmpty(*previousName))
+        to.lineEnd();
+    previousName = &name;
+    to.header(name);
+    for (const Vx::AttribValuePair& pair : pairs)
+        to.pair(pair);
+}
+
+// What save() writes before it ends, or does not.
+template <class To> void walkAsSaved(const Sections& sections, To& to)
+{
+    const auto anonymous = sections.find(VxIniFile::kAnonymousSection());
+    if (anonymous != sections.end() && !anonymous->second.empty()) {
+        // Deliberate: the loop goes on to the next section instead of the next pair, and
+        // so has one text for all of them. A section ends at that pair only if the pair
+        // is its own, so the sections run out first.
+        for (auto section = anonymous; section != sections.end(); ++section)
+            to.bareText(anonymous->second.front());
+    }
+    const Text* previousName = nullptr;
+    // Deliberate: the anonymous entry is looked at again and again and never passed.
+    for (auto section = sections.begin(); section != anonymous; ++section)
+        walkSection(*section, previousName, to);
+}
+
+// What saveAll() writes: the anonymous pairs first.
+template <class To> void walkWhole(const Sections& sections, To& to)
+{
+    const auto anonymous = sections.find(VxIniFile::kAnonymousSection());
+    const Text* previousName = nullptr;
+    if (anonymous != sections.end() && !anonymous->second.empty()) {
+        for (const Vx::AttribValuePair& pair : anonymous->second)
+            to.pair(pair);
+        previousName = &anonymous->first;
+    }
+    for (auto section = sections.begin(); section != sections.end(); ++section)
+        if (section != anonymous)
+            walkSection(*section, previousName, to);
+}
+
+// The longest piece of save().
+struct LongestPiece {
+    void lineEnd() { take(0); }
+    void header(const Text& name) { take(std::size_t(name.length()) + 2); }
+    void pair(const Vx::AttribValuePair& pair) { take(textLength(pair)); }
+    void bareText(const Vx::AttribValuePair& pair) { take(textLength(pair)); }
+    void take(std::size_t size) { length = std::max(length, size + kLineEnd.size()); }
+
+    std::size_t length = 0;
 };
 
-// A text as saveAll() writes it. Blanks at the ends keep loading away from bytes that it
-// would take for the remains of a line end. Printable ASCII is safe in every locale;
+// Writes each piece with one write.
+struct PieceWriter {
+    void lineEnd() { write(put(piece, kLineEnd)); }
+    void header(const Text& name) { write(putHeader(piece, name)); }
+    void pair(const Vx::AttribValuePair& pair) { write(put(putText(piece, pair), kLineEnd)); }
+    void bareText(const Vx::AttribValuePair& pair) { write(putText(piece, pair)); }
+    void write(const char* end) { file.write(piece, static_cast<unsigned int>(end - piece)); }
+
+    iFile& file;
+    char* piece; // room for the longest
+};
+
+// At least as long as the text of saveAll().
+struct WholeLength {
+    void lineEnd() { length += kLineEnd.size(); }
+    void header(const Text& name) { length += name.length() + 2 + kLineEnd.size(); }
+    void pair(const Vx::AttribValuePair& pair) { length += textLength(pair) + 2 + kLineEnd.size(); }
+
+    std::size_t length = 0;
+};
+
+// Makes the text of saveAll(). Blanks at the ends of a line keep loading away from bytes that
+// it would take for the remains of a line end. Printable ASCII is safe in every locale;
 // whatever else is printable now may be loaded where it is not.
-void appendProtected(std::string& to, const Vx::AttribValuePair& pair)
-{
-    const auto safe = [](char byte) { return byte >= 0x20 && byte < 0x7F; };
-    const PairText text(pair);
-    // Not in front of the first line, where loading skips nothing: there may stand a
-    // byte-order mark, which has to stay the first thing in the file.
-    if (!text.view.empty() && !safe(text.view.front()) && !to.empty())
-        to += ' ';
-    to += text.view;
-    if (!text.view.empty() && !safe(text.view.back()))
-        to += ' ';
-    to += kLineEnd;
-}
+struct WholeWriter {
+    void lineEnd() { end = put(end, kLineEnd); }
+    void header(const Text& name) { end = putHeader(end, name); }
+    void pair(const Vx::AttribValuePair& pair)
+    {
+        const auto safe = [](char byte) { return byte >= 0x20 && byte < 0x7F; };
+        // No blank in front of the first line, where loading skips nothing: there may stand a
+        // byte-order mark, which has to stay the first thing in the file.
+        char* const text = end;
+        end = putText(end, pair);
+        if (end != text && text != begin && !safe(*text)) {
+            std::memmove(text + 1, text, static_cast<std::size_t>(end - text));
+            *text = ' ';
+            ++end;
+        }
+        if (end != text && !safe(end[-1]))
+            *end++ = ' ';
+        lineEnd();
+    }
+
+    explicit WholeWriter(char* room) : begin(room), end(room) {}
+
+    char* const begin;
+    char* end;
+};
 
 // Sleeps until the process ends; every wake-up leads back to sleep. The compiler may not
 // take the loop away: it calls into the system library.
@@ -382,50 +529,17 @@ bool VxIniFile::save(LightweightString<wchar_t> newPath)
     if (!newPath.empty())
         path = newPath;
 
-    // The pieces first: if memory runs out, the file has not been touched.
-    std::string text;
-    std::vector<std::size_t> ends;
-    const auto endPiece = [&] { ends.push_back(text.size()); };
-
-    const auto anonymous = sections.find(kAnonymousSection());
-    if (anonymous != sections.end() && !anonymous->second.empty()) {
-        // Deliberate: the loop goes on to the next section instead of the next pair, and
-        // so has one text for all of them. A section ends at that pair only if the pair
-        // is its own, so the sections run out first.
-        for (auto section = anonymous; section != sections.end(); ++section) {
-            text += PairText(anonymous->second.front()).view;
-            endPiece();
-        }
-    }
-
-    Text previousName;
-    auto section = sections.begin();
-    // Deliberate: the anonymous entry is looked at again and again and never passed.
-    for (; section != sections.end() && section != anonymous; ++section) {
-        const auto& [name, pairs] = *section;
-        if (!isEssentiallyEmpty(previousName)) {
-            text += kLineEnd;
-            endPiece();
-        }
-        previousName = name;
-        appendHeader(text, name);
-        endPiece();
-        for (const Vx::AttribValuePair& pair : pairs) {
-            text += PairText(pair).view;
-            text += kLineEnd;
-            endPiece();
-        }
-    }
+    // The room first: if memory runs out, the file has not been touched.
+    LongestPiece longest;
+    walkAsSaved(sections, longest);
+    const std::unique_ptr<char[]> piece(new char[longest.length]);
 
     const Vx::Ptr<iFile> file = openForWriting(path);
     if (!file)
         return false;
-    std::size_t start = 0;
-    for (const std::size_t end : ends) {
-        file->write(text.data() + start, static_cast<unsigned int>(end - start));
-        start = end;
-    }
-    if (section != sections.end())
+    PieceWriter writer{*file, piece.get()};
+    walkAsSaved(sections, writer);
+    if (sectionExists(kAnonymousSection()))
         stall();
     return true;
 }
@@ -436,29 +550,15 @@ bool VxIniFile::saveAll(LightweightString<wchar_t> newPath)
         path = newPath;
 
     // The text first: if memory runs out, the file has not been touched.
-    std::string text;
-    const auto anonymous = sections.find(kAnonymousSection());
-    Text previousName;
-    if (anonymous != sections.end()) {
-        for (const Vx::AttribValuePair& pair : anonymous->second)
-            appendProtected(text, pair);
-        if (!text.empty())
-            previousName = anonymous->first;
-    }
-    for (auto section = sections.begin(); section != sections.end(); ++section) {
-        if (section == anonymous)
-            continue;
-        const auto& [name, pairs] = *section;
-        if (!isEssentiallyEmpty(previousName))
-            text += kLineEnd;
-        previousName = name;
-        appendHeader(text, name);
-        for (const Vx::AttribValuePair& pair : pairs)
-            appendProtected(text, pair);
-    }
-    if (text.size() > 0xFFFFFFFFu)
+    WholeLength atMost;
+    walkWhole(sections, atMost);
+    const std::unique_ptr<char[]> text(new char[atMost.length]);
+    WholeWriter writer{text.get()};
+    walkWhole(sections, writer);
+    const std::size_t length = static_cast<std::size_t>(writer.end - writer.begin);
+    if (length > 0xFFFFFFFFu)
         return false; // more than one write can carry
 
     const Vx::Ptr<iFile> file = openForWriting(path);
-    return file && file->write(text.data(), static_cast<unsigned int>(text.size()));
+    return file && file->write(text.get(), static_cast<unsigned int>(length));
 }
