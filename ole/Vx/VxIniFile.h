@@ -183,10 +183,11 @@ public:
     /// already, or comes again in the same file, go behind the old ones.
     ///
     /// Lines end at \p lineSeparator. Bytes at the end of a line that are not printable go
-    /// (isprint in the character-type locale of the process), then blanks at both ends; a
-    /// line of nothing else is left out. So CR LF files load as they should.
-    /// Deliberate: outside an 8-bit locale a non-ASCII character at the end of a line is
-    /// not printable either, and is lost.
+    /// (isprint in the character-type locale of the process), and those at the beginning of
+    /// every line but the first, then blanks at both ends; a line of nothing else is left out.
+    /// So CR LF files load as they should.
+    /// Deliberate: outside an 8-bit locale a non-ASCII character there is not printable either,
+    /// and is lost.
     /// A line `[name]` starts a section, whose name is taken with its blanks; it does not
     /// create it: that takes a line inside. Every other line is a pair, split at '='.
     ///

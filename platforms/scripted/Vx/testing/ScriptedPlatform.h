@@ -14,7 +14,7 @@
 
 /// What a scripted service throws; deliberately no descendant of std::exception.
 struct ScriptedFault {
-    const char* service;
+    const char* service; ///< the name that failCall() was given
 };
 
 /// A platform whose files and settings live in memory, whose folders are fixed, and which
@@ -34,7 +34,11 @@ public:
     // Faults: the n-th call from now on fails, that one only or all from there on. 0 takes the
     // order back.
 
-    enum Times { Once, ForEver };
+    /// How often an order to fail holds.
+    enum Times {
+        Once,   ///< that call only
+        ForEver ///< that call and all behind it
+    };
 
     /// The n-th allocation throws std::bad_alloc.
     void failAllocation(unsigned int n, Times times = Once) { give(allocationFault_, n, times); }
@@ -48,7 +52,9 @@ public:
 
     // Accounts, from the construction of this object on.
 
+    /// Blocks that the process allocated and has not given back. Negative when older ones went.
     long liveBlocks() const { return liveBlocks_; }
+    /// Calls of the allocator, those that failed included.
     unsigned long allocations() const { return allocations_; }
     /// From now on the call stack of every allocation is kept, which makes it slow.
     void trackMemory() { tracking_ = true; }
@@ -62,31 +68,42 @@ public:
 
     // Scripts.
 
+    /// Sets the clock, which stands still from now on, in milliseconds.
     void setClock(double msecs) { clock_ = msecs, clockIsSet_ = true; }
+    /// Moves the clock on; one that was never set starts from 0.
     void advanceClock(double msecs) { setClock(clock_ + msecs); }
     /// From now on every reading of a clock that is set moves it on by this much.
     void tickClock(double msecs) { tick_ = msecs; }
+    /// What numProcessors() answers; negative asks the platform before.
     void setProcessors(int count) { processors_ = count; }
+    /// What currentThreadId() answers on every thread; 0 asks the platform before.
     void setThreadId(unsigned int id) { threadId_ = id; }
+    /// What generateUUID() answers from now on, every time.
     void setNextUUID(const SimpleUUID& uuid) { uuid_ = uuid, uuidIsSet_ = true; }
+    /// The frames of every call stack, innermost first; none asks the platform before.
     void setCallStack(std::vector<std::string> frames) { callStack_ = std::move(frames); }
     /// What getFolder() answers for every kind; "/data/" at first.
     void setFolder(const std::wstring& folder) { folder_.assign(folder.data(), folder.size()); }
 
+    /// Puts a file in place of the one that may be there.
     void addFile(const std::wstring& path, const std::string& content);
+    /// Whether there is such a file, by the path as it was spelled.
     bool hasFile(const std::wstring& path) const;
     /// The content of a file; empty when there is none.
     std::string file(const std::wstring& path) const;
     /// The sizes of the write calls since construction, in order.
     std::vector<unsigned int> writes() const;
 
+    /// Stores a value, as if the host had; scope 0 is the user's, 1 the machine's.
     void setSetting(int scope, const std::string& section, const std::string& key,
                     const std::string& value);
+    /// The stored value; empty when there is none.
     std::string setting(int scope, const std::string& section, const std::string& key) const;
 
     // The log: one word a call, in the order of the calls, from logCalls() on. Allocations
     // do not show in it.
 
+    /// Starts to log.
     void logCalls() { logging_ = true; }
     /// Adds a word of the test's own.
     void note(const std::string& word);
