@@ -1,25 +1,22 @@
-// Commands.h - the subcommands: each adds itself to the command line.
+// Commands.h - the commands: each adds itself below another. Nothing runs before the whole line
+// has been understood.
 #pragma once
 
-#include "Tool.h"
-
-#include <CLI/CLI.hpp>
+#include "CommandLine.h"
 
 namespace tool {
 
-/// Adds a subcommand to \p app. When it stands on the command line, \p chosen becomes what
-/// it does; nothing runs before the whole line has been understood.
-void addIni(CLI::App& app, Action& chosen);
-void addIniShow(CLI::App& ini, Action& chosen);
-void addIniGet(CLI::App& ini, Action& chosen);
-void addIniSet(CLI::App& ini, Action& chosen);
-void addIniUnset(CLI::App& ini, Action& chosen);
-void addIniCheck(CLI::App& ini, Action& chosen);
-void addIniDiff(CLI::App& ini, Action& chosen);
-void addUuid(CLI::App& app, Action& chosen);
-void addFcc(CLI::App& app, Action& chosen);
-void addMeta(CLI::App& app, Action& chosen);
-void addPools(CLI::App& app, Action& chosen);
-void addVersion(CLI::App& app, Action& chosen);
+void addIni(Command top);
+void addIniShow(Command ini);
+void addIniGet(Command ini);
+void addIniSet(Command ini);
+void addIniUnset(Command ini);
+void addIniCheck(Command ini);
+void addIniDiff(Command ini);
+void addUuid(Command top);
+void addFcc(Command top);
+void addMeta(Command top);
+void addPools(Command top);
+void addVersion(Command top);
 
 } // namespace tool

@@ -174,24 +174,20 @@ Status showOne(const std::string& given, bool asCode, bool json)
 
 } // namespace
 
-void addFcc(CLI::App& app, Action& chosen)
+void addFcc(Command top)
 {
-    CLI::App* command =
-        app.add_subcommand("fcc", "Translates stored essence codes to playout codes");
-    auto given = std::make_shared<std::string>();
+    Command command = top.add("fcc", "Translates stored essence codes to playout codes");
+    auto given = std::make_shared<std::optional<std::string>>();
     auto asCode = std::make_shared<bool>(false);
     auto json = std::make_shared<bool>(false);
-    CLI::Option* word = command->add_option(
-        "CODE|NUMBER", *given, "Four characters, or a compression identifier; none: all");
-    command->add_flag("--code", *asCode, "Take digits for characters");
-    command->add_flag("--json", *json, "Print JSON");
-    command->footer("Case counts. A shorter code is filled up with blanks. Shows both directions:"
-                    " what a code\nbecomes, and which codes become it.\n\nExamples:\n"
-                    "  vx fcc\n  vx fcc mjpa\n  vx fcc MJPG\n  vx fcc 1235\n  vx fcc 0x61706a6d");
-    command->callback([&chosen, word, given, asCode, json] {
-        const bool one = word->count() != 0;
-        chosen = [=] { return one ? showOne(*given, *asCode, *json) : showAll(*json); };
-    });
+    command.argument("CODE|NUMBER", *given,
+                     "Four characters, or a compression identifier; none: all");
+    command.flag("--code", *asCode, "Take digits for characters");
+    command.flag("--json", *json, "Print JSON");
+    command.footer("Case counts. A shorter code is filled up with blanks. Shows both directions:"
+                   " what a code\nbecomes, and which codes become it.\n\nExamples:\n"
+                   "  vx fcc\n  vx fcc mjpa\n  vx fcc MJPG\n  vx fcc 1235\n  vx fcc 0x61706a6d");
+    command.runs([=] { return *given ? showOne(**given, *asCode, *json) : showAll(*json); });
 }
 
 } // namespace tool

@@ -6,6 +6,7 @@
 
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iFileSystem.h>
+#include <filesystem>
 
 namespace tool {
 namespace {
@@ -16,6 +17,22 @@ Vx::Ptr<iFile> openForReading(const std::string& path)
                                         /*flags=*/1, 0);
 }
 
+/// Why a path cannot be opened, which the platform does not tell; for a message only.
+std::string reason(const std::string& path)
+{
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(path, error);
+    if (status.type() == std::filesystem::file_type::not_found)
+        return "is not there";
+    if (error)
+        return "cannot be opened for reading: " + error.message();
+    if (std::filesystem::is_directory(status))
+        return "is a folder";
+    if (!std::filesystem::is_regular_file(status))
+        return "is not a file";
+    return "cannot be opened for reading";
+}
+
 } // namespace
 
 bool fileExists(const std::string& path) { return bool(openForReading(path)); }
@@ -24,7 +41,7 @@ std::string readFile(const std::string& path)
 {
     const Vx::Ptr<iFile> file = openForReading(path);
     if (!file)
-        throw Failure(inQuotes(path) + " cannot be opened for reading");
+        throw Failure(inQuotes(path) + " " + reason(path));
     std::string bytes(file->size(), '\0');
     if (!bytes.empty() && !file->read(bytes.data(), static_cast<unsigned int>(bytes.size())))
         throw Failure(inQuotes(path) + " could be opened but not read");

@@ -2,18 +2,18 @@
 
 namespace tool {
 
-void addIni(CLI::App& app, Action& chosen)
+void addIni(Command top)
 {
-    CLI::App* ini = app.add_subcommand("ini", "Inspects and edits INI files");
-    ini->require_subcommand(1);
-    ini->footer("A SECTION of '-' stands for the lines above the first header. A word that"
-                " begins with '-'\ngoes behind '--'.");
-    addIniShow(*ini, chosen);
-    addIniGet(*ini, chosen);
-    addIniSet(*ini, chosen);
-    addIniUnset(*ini, chosen);
-    addIniCheck(*ini, chosen);
-    addIniDiff(*ini, chosen);
+    Command ini = top.add("ini", "Inspects and edits INI files");
+    ini.needsCommand();
+    ini.footer("A SECTION of '-' stands for the lines above the first header. A word that"
+               " begins with '-'\ngoes behind '--'.");
+    addIniShow(ini);
+    addIniGet(ini);
+    addIniSet(ini);
+    addIniUnset(ini);
+    addIniCheck(ini);
+    addIniDiff(ini);
 }
 
 } // namespace tool

@@ -45,18 +45,18 @@ Status check(const Options& options)
 
 } // namespace
 
-void addIniCheck(CLI::App& ini, Action& chosen)
+void addIniCheck(Command ini)
 {
-    CLI::App* command = ini.add_subcommand(
-        "check", "Points at lines that load differently from what they look like");
+    Command command =
+        ini.add("check", "Points at lines that load differently from what they look like");
     auto options = std::make_shared<Options>();
-    command->add_option("FILE", options->file, "An INI file")->required();
-    command->add_flag("-c,--case-sensitive", options->caseSensitive,
-                      "Section names that differ in case are two sections");
-    command->add_flag("--json", options->json, "Print JSON");
-    command->footer("Prints FILE:LINE:COLUMN, as compilers do. Exit status 1 when there is a"
-                    " warning;\nnotes do not count.\n\nExample:\n  vx ini check editor.ini");
-    command->callback([&chosen, options] { chosen = [options] { return check(*options); }; });
+    command.argument("FILE", options->file, "An INI file");
+    command.flag("-c,--case-sensitive", options->caseSensitive,
+                 "Section names that differ in case are two sections");
+    command.flag("--json", options->json, "Print JSON");
+    command.footer("Prints FILE:LINE:COLUMN, as compilers do. Exit status 1 when there is a"
+                   " warning;\nnotes do not count.\n\nExample:\n  vx ini check editor.ini");
+    command.runs([options] { return check(*options); });
 }
 
 } // namespace tool

@@ -125,19 +125,19 @@ Status diff(const Options& options)
 
 } // namespace
 
-void addIniDiff(CLI::App& ini, Action& chosen)
+void addIniDiff(Command ini)
 {
-    CLI::App* command = ini.add_subcommand("diff", "Compares two files by what they say");
+    Command command = ini.add("diff", "Compares two files by what they say");
     auto options = std::make_shared<Options>();
-    command->add_option("FILE1", options->left, "An INI file")->required();
-    command->add_option("FILE2", options->right, "An INI file")->required();
-    command->add_flag("-c,--case-sensitive", options->caseSensitive,
-                      "Section names that differ in case are two sections");
-    command->add_flag("--json", options->json, "Print JSON");
-    command->footer("The order of sections and names, comments, blank lines and line ends make no"
-                    " difference;\nseveral values of one name do. Exit status 1 when the files"
-                    " differ.\n\nExample:\n  vx ini diff editor.ini editor.ini.bak");
-    command->callback([&chosen, options] { chosen = [options] { return diff(*options); }; });
+    command.argument("FILE1", options->left, "An INI file");
+    command.argument("FILE2", options->right, "An INI file");
+    command.flag("-c,--case-sensitive", options->caseSensitive,
+                 "Section names that differ in case are two sections");
+    command.flag("--json", options->json, "Print JSON");
+    command.footer("The order of sections and names, comments, blank lines and line ends make no"
+                   " difference;\nseveral values of one name do. Exit status 1 when the files"
+                   " differ.\n\nExample:\n  vx ini diff editor.ini editor.ini.bak");
+    command.runs([options] { return diff(*options); });
 }
 
 } // namespace tool

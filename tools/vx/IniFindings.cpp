@@ -110,6 +110,33 @@ private:
             else
                 warn(column, "control-character", "a control character inside the line");
         }
+        if (zero == std::string_view::npos && !std::all_of(kept.begin(), kept.end(), isAscii))
+            letters();
+    }
+
+    /// What stands beyond ASCII; the mark at the beginning of the file has been told.
+    void letters()
+    {
+        std::string_view kept = line_->kept;
+        std::size_t column = keptColumn();
+        if (number_ == 1 && kept.substr(0, 3) == "\xEF\xBB\xBF") {
+            kept.remove_prefix(3);
+            column += 3;
+        }
+        const LightweightString<wchar_t> wide = fromUtf8(kept);
+        const LightweightString<char> again = toUtf8(wide);
+        const auto broken = std::mismatch(kept.begin(), kept.end(), again.begin(), again.end());
+        if (broken.first != kept.end())
+            warn(column + static_cast<std::size_t>(broken.first - kept.begin()), "not-utf-8",
+                 "no UTF-8: as wide text this becomes U+FFFD");
+        const auto hidden = std::find_if(wide.begin(), wide.end(), isInvisible);
+        if (hidden == wide.end())
+            return;
+        const auto before = static_cast<unsigned int>(hidden - wide.begin());
+        warn(column + toUtf8(LightweightString<wchar_t>(wide.c_str(), before)).length(),
+             "invisible-character",
+             fmt::format("{} is not seen in most editors, or turns the text around",
+                         inQuotes(view(toUtf8(LightweightString<wchar_t>(hidden, 1))))));
     }
 
     void ends()

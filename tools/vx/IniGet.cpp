@@ -34,31 +34,31 @@ Status get(const Options& options)
         if (!options.all)
             break;
     }
+    if (options.json)
+        printJson(options.all ? values : values.empty() ? nullptr : values[0]);
     if (values.empty()) {
         complain(notFound(ini.sections, section, options.name));
         return kNegative;
     }
-    if (options.json)
-        printJson(options.all ? values : values[0]);
     return kYes;
 }
 
 } // namespace
 
-void addIniGet(CLI::App& ini, Action& chosen)
+void addIniGet(Command ini)
 {
-    CLI::App* command = ini.add_subcommand("get", "Prints the value of a name");
+    Command command = ini.add("get", "Prints the value of a name");
     auto options = std::make_shared<Options>();
-    command->add_option("FILE", options->file, "An INI file")->required();
-    command->add_option("SECTION", options->section, "'-': above the first header")->required();
-    command->add_option("NAME", options->name, "Case counts, and so do blanks")->required();
-    command->add_flag("-a,--all", options->all, "All values of the name, not only the first");
-    command->add_flag("-c,--case-sensitive", options->caseSensitive,
-                      "Section names that differ in case are two sections");
-    command->add_flag("--json", options->json, "Print JSON");
-    command->footer("Exit status 1 when there is no such name.\n\nExamples:\n"
-                    "  vx ini get editor.ini Video rate\n  vx ini get editor.ini - version");
-    command->callback([&chosen, options] { chosen = [options] { return get(*options); }; });
+    command.argument("FILE", options->file, "An INI file");
+    command.argument("SECTION", options->section, "'-': above the first header");
+    command.argument("NAME", options->name, "Case counts, and so do blanks");
+    command.flag("-a,--all", options->all, "All values of the name, not only the first");
+    command.flag("-c,--case-sensitive", options->caseSensitive,
+                 "Section names that differ in case are two sections");
+    command.flag("--json", options->json, "Print JSON");
+    command.footer("Exit status 1 when there is no such name.\n\nExamples:\n"
+                   "  vx ini get editor.ini Video rate\n  vx ini get editor.ini - version");
+    command.runs([options] { return get(*options); });
 }
 
 } // namespace tool

@@ -36,23 +36,23 @@ Status set(const Options& options)
 
 } // namespace
 
-void addIniSet(CLI::App& ini, Action& chosen)
+void addIniSet(Command ini)
 {
-    CLI::App* command = ini.add_subcommand("set", "Gives a name a value");
+    Command command = ini.add("set", "Gives a name a value");
     auto options = std::make_shared<Options>();
-    command->add_option("FILE", options->file, "An INI file")->required();
-    command->add_option("SECTION", options->section, "'-': above the first header")->required();
-    command->add_option("NAME", options->name, "Taken as it is")->required();
-    command->add_option("VALUE", options->value, "Taken as it is")->required();
-    command->add_flag("--create", options->create, "Make the file when there is none");
-    command->add_flag("-n,--dry-run", options->dryRun, "Print the new text and write nothing");
-    command->add_flag("-c,--case-sensitive", options->caseSensitive,
-                      "Section names that differ in case are two sections");
-    command->footer(
+    command.argument("FILE", options->file, "An INI file");
+    command.argument("SECTION", options->section, "'-': above the first header");
+    command.argument("NAME", options->name, "Taken as it is");
+    command.argument("VALUE", options->value, "Taken as it is");
+    command.flag("--create", options->create, "Make the file when there is none");
+    command.flag("-n,--dry-run", options->dryRun, "Print the new text and write nothing");
+    command.flag("-c,--case-sensitive", options->caseSensitive,
+                 "Section names that differ in case are two sections");
+    command.footer(
         "Changes the line that the library finds, or adds one; every other line stays byte by"
         " byte.\nA value that would not read back is refused.\n\nExamples:\n"
         "  vx ini set editor.ini Video rate 50\n  vx ini set editor.ini Audio gain -- -3.5");
-    command->callback([&chosen, options] { chosen = [options] { return set(*options); }; });
+    command.runs([options] { return set(*options); });
 }
 
 } // namespace tool

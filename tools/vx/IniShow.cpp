@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 
 namespace tool {
@@ -12,8 +13,7 @@ namespace {
 
 struct Options {
     std::string file;
-    std::string section;
-    bool oneSection = false;
+    std::optional<std::string> section;
     bool caseSensitive = false;
     bool json = false;
 };
@@ -57,8 +57,8 @@ nlohmann::ordered_json jsonOf(const VxIniFile::Pairs& pairs)
 Status show(const Options& options)
 {
     const VxIniFile ini = loadIni(options.file, options.caseSensitive);
-    const LightweightString<char> wanted = sectionArgument(options.section);
-    if (options.oneSection && !ini.sectionExists(wanted)) {
+    const LightweightString<char> wanted = sectionArgument(options.section.value_or(std::string()));
+    if (options.section && !ini.sectionExists(wanted)) {
         complain(fmt::format("{} has no section {}", inQuotes(options.file), sectionTitle(wanted)));
         return kNegative;
     }
@@ -79,7 +79,7 @@ Status show(const Options& options)
     };
     // What stands above the first header comes first, wherever the map has it.
     const LightweightString<char>& anonymous = VxIniFile::kAnonymousSection();
-    if (options.oneSection) {
+    if (options.section) {
         const auto found = ini.sections.find(wanted);
         one(found->first, found->second);
     } else {
@@ -96,20 +96,17 @@ Status show(const Options& options)
 
 } // namespace
 
-void addIniShow(CLI::App& ini, Action& chosen)
+void addIniShow(Command ini)
 {
-    CLI::App* command = ini.add_subcommand("show", "Shows the document as the library loads it");
+    Command command = ini.add("show", "Shows the document as the library loads it");
     auto options = std::make_shared<Options>();
-    command->add_option("FILE", options->file, "An INI file")->required();
-    CLI::Option* section = command->add_option("SECTION", options->section, "Only this section");
-    command->add_flag("-c,--case-sensitive", options->caseSensitive,
-                      "Section names that differ in case are two sections");
-    command->add_flag("--json", options->json, "Print JSON");
-    command->footer("Examples:\n  vx ini show editor.ini\n  vx ini show editor.ini Video --json");
-    command->callback([&chosen, options, section] {
-        options->oneSection = section->count() != 0;
-        chosen = [options] { return show(*options); };
-    });
+    command.argument("FILE", options->file, "An INI file");
+    command.argument("SECTION", options->section, "Only this section");
+    command.flag("-c,--case-sensitive", options->caseSensitive,
+                 "Section names that differ in case are two sections");
+    command.flag("--json", options->json, "Print JSON");
+    command.footer("Examples:\n  vx ini show editor.ini\n  vx ini show editor.ini Video --json");
+    command.runs([options] { return show(*options); });
 }
 
 } // namespace tool

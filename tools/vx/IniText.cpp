@@ -106,7 +106,7 @@ VxIniFile loadIni(const std::string& path, bool caseSensitive)
     VxIniFile ini(caseSensitive);
     if (ini.load(fromUtf8(path), '\n'))
         return ini;
-    if (fileExists(path) && readFile(path).empty())
+    if (readFile(path).empty()) // says what is wrong with a file that cannot be read
         throw Failure(inQuotes(path) + " is empty, which the library takes for a failure");
     throw Failure(inQuotes(path) + " cannot be read");
 }

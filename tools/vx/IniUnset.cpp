@@ -35,20 +35,20 @@ Status unset(const Options& options)
 
 } // namespace
 
-void addIniUnset(CLI::App& ini, Action& chosen)
+void addIniUnset(Command ini)
 {
-    CLI::App* command = ini.add_subcommand("unset", "Takes a name away");
+    Command command = ini.add("unset", "Takes a name away");
     auto options = std::make_shared<Options>();
-    command->add_option("FILE", options->file, "An INI file")->required();
-    command->add_option("SECTION", options->section, "'-': above the first header")->required();
-    command->add_option("NAME", options->name, "Case counts, and so do blanks")->required();
-    command->add_flag("-n,--dry-run", options->dryRun, "Print the new text and write nothing");
-    command->add_flag("-c,--case-sensitive", options->caseSensitive,
-                      "Section names that differ in case are two sections");
-    command->footer("Removes every line of that name in the section and touches no other."
-                    "\nExit status 1 when there is no such name.\n\nExample:\n"
-                    "  vx ini unset editor.ini Video rate");
-    command->callback([&chosen, options] { chosen = [options] { return unset(*options); }; });
+    command.argument("FILE", options->file, "An INI file");
+    command.argument("SECTION", options->section, "'-': above the first header");
+    command.argument("NAME", options->name, "Case counts, and so do blanks");
+    command.flag("-n,--dry-run", options->dryRun, "Print the new text and write nothing");
+    command.flag("-c,--case-sensitive", options->caseSensitive,
+                 "Section names that differ in case are two sections");
+    command.footer("Removes every line of that name in the section and touches no other."
+                   "\nExit status 1 when there is no such name.\n\nExample:\n"
+                   "  vx ini unset editor.ini Video rate");
+    command.runs([options] { return unset(*options); });
 }
 
 } // namespace tool

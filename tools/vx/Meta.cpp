@@ -42,17 +42,16 @@ Status show(const std::string& given, bool json)
 
 } // namespace
 
-void addMeta(CLI::App& app, Action& chosen)
+void addMeta(Command top)
 {
-    CLI::App* command = app.add_subcommand("meta", "Explains the text of an image-metadata record");
+    Command command = top.add("meta", "Explains the text of an image-metadata record");
     auto given = std::make_shared<std::string>();
     auto json = std::make_shared<bool>(false);
-    command->add_option("TEXT", *given, "For example Metadata::VideoSequence,1,25,1,")->required();
-    command->add_flag("--json", *json, "Print JSON");
-    command->footer("Pieces are counted from 0, the tag. Exit status 1 when the library rejects the"
-                    " text.\n\nExample:\n  vx meta 'Metadata::Core,1,1920,1080,-1,0,8,24,1,'");
-    command->callback(
-        [&chosen, given, json] { chosen = [given, json] { return show(*given, *json); }; });
+    command.argument("TEXT", *given, "For example Metadata::VideoSequence,1,25,1,");
+    command.flag("--json", *json, "Print JSON");
+    command.footer("Pieces are counted from 0, the tag. Exit status 1 when the library rejects the"
+                   " text.\n\nExample:\n  vx meta 'Metadata::Core,1,1920,1080,-1,0,8,24,1,'");
+    command.runs([given, json] { return show(*given, *json); });
 }
 
 } // namespace tool

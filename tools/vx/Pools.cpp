@@ -73,6 +73,8 @@ Status show(const Options& options)
     const bool found = std::any_of(log.runs.begin(), log.runs.end(),
                                    [](const PoolRun& run) { return !run.pools.empty(); });
     if (!found) {
+        if (options.json)
+            printJsonOf(log);
         complain(options.pool.empty() ? inQuotes(options.file) + " tells of no pool"
                                       : inQuotes(options.file) + " tells nothing of the pool " +
                                             inQuotes(options.pool));
@@ -91,20 +93,21 @@ Status show(const Options& options)
 
 } // namespace
 
-void addPools(CLI::App& app, Action& chosen)
+void addPools(Command top)
 {
-    CLI::App* command = app.add_subcommand("pools", "Shows the log of pooled objects");
+    Command command = top.add("pools", "Shows the log of pooled objects");
     auto options = std::make_shared<Options>();
-    command->add_option("FILE", options->file, "A PooledObjects.log")->required();
-    command->add_option("--pool", options->pool, "Only the pool of this name");
-    CLI::Option* plot = command->add_flag("--plot", options->plot, "Draw the peaks over the runs");
-    command->add_option("-o,--output", options->svg, "Draw them into this file, as SVG")
-        ->needs(plot);
-    command->add_flag("--json", options->json, "Print JSON")->excludes(plot);
-    command->footer("Exit status 1 when there is nothing to show.\n\nExamples:\n"
-                    "  vx pools ~/.config/Editor/Logs/PooledObjects.log\n"
-                    "  vx pools --plot -o peaks.svg PooledObjects.log");
-    command->callback([&chosen, options] { chosen = [options] { return show(*options); }; });
+    command.argument("FILE", options->file, "A PooledObjects.log");
+    command.option("--pool", options->pool, "NAME", "Only the pool of this name");
+    command.flag("--plot", options->plot, "Draw the peaks over the runs");
+    command.option("-o,--output", options->svg, "FILE", "Draw them into this file, as SVG");
+    command.flag("--json", options->json, "Print JSON");
+    command.needs("--output", "--plot");
+    command.excludes("--json", "--plot");
+    command.footer("Exit status 1 when there is nothing to show.\n\nExamples:\n"
+                   "  vx pools ~/.config/Editor/Logs/PooledObjects.log\n"
+                   "  vx pools --plot -o peaks.svg PooledObjects.log");
+    command.runs([options] { return show(*options); });
 }
 
 } // namespace tool

@@ -37,14 +37,13 @@ std::size_t width(const std::string& text)
 /// What a terminal would obey: C0, DEL and C1.
 bool isControl(unsigned int code) { return code < 0x20 || (code >= 0x7F && code < 0xA0); }
 
-/// What nobody sees, or what turns the text around: marks, joiners, directions.
-bool isInvisible(unsigned int code)
+} // namespace
+
+bool isInvisible(wchar_t code)
 {
     return code == 0xFEFF || code == 0xAD || (code >= 0x200B && code <= 0x200F) ||
            (code >= 0x2028 && code <= 0x202E) || (code >= 0x2060 && code <= 0x206F);
 }
-
-} // namespace
 
 void chooseColour(const std::string& when)
 {
@@ -66,7 +65,7 @@ std::string shown(std::string_view bytes)
         const unsigned int code = static_cast<unsigned int>(c);
         if (isControl(code))
             result += fmt::format("\\x{:02x}", code);
-        else if (isInvisible(code))
+        else if (isInvisible(c))
             result += fmt::format("\\u{{{:x}}}", code);
         else
             result += view(toUtf8(LightweightString<wchar_t>(&c, 1)));

@@ -19,6 +19,9 @@ void chooseColour(const std::string& when);
 /// \p text in \p colour where standard output takes colour, otherwise as it is.
 std::string paint(Colour colour, std::string_view text);
 
+/// What nobody sees, or what turns the text around: marks, joiners, directions.
+bool isInvisible(wchar_t code);
+
 /// Bytes of a file as they may go to a terminal: malformed UTF-8 becomes U+FFFD, control
 /// characters \xNN, invisible ones \u{N}. A file cannot move the cursor or hide anything.
 std::string shown(std::string_view bytes);

@@ -90,32 +90,26 @@ Status show(const std::string& given, bool json)
 
 } // namespace
 
-void addUuid(CLI::App& app, Action& chosen)
+void addUuid(Command top)
 {
-    CLI::App* uuid = app.add_subcommand("uuid", "Makes and reads UUIDs");
-    uuid->require_subcommand(0, 1);
-    uuid->footer("Examples:\n  vx uuid\n  vx uuid new --count 3\n"
-                 "  vx uuid show '{0123ABCD-4567-89EF-0123-456789ABCDEF}'");
-    uuid->callback([&chosen, uuid] {
-        if (uuid->get_subcommands().empty())
-            chosen = [] { return makeNew(1, false); };
-    });
+    Command uuid = top.add("uuid", "Makes and reads UUIDs");
+    uuid.footer("Examples:\n  vx uuid\n  vx uuid new --count 3\n"
+                "  vx uuid show '{0123ABCD-4567-89EF-0123-456789ABCDEF}'");
+    uuid.runs([] { return makeNew(1, false); });
 
-    CLI::App* make = uuid->add_subcommand("new", "Makes new ones");
+    Command make = uuid.add("new", "Makes new ones");
     auto json = std::make_shared<bool>(false);
     auto count = std::make_shared<unsigned int>(1);
-    make->add_option("-n,--count", *count, "How many")->check(CLI::Range(1u, 1000000u));
-    make->add_flag("--json", *json, "Print JSON");
-    make->callback(
-        [&chosen, json, count] { chosen = [json, count] { return makeNew(*count, *json); }; });
+    make.option("-n,--count", *count, 1000000, "NUMBER", "How many");
+    make.flag("--json", *json, "Print JSON");
+    make.runs([json, count] { return makeNew(*count, *json); });
 
-    CLI::App* read = uuid->add_subcommand("show", "Shows what the library reads from a text");
+    Command read = uuid.add("show", "Shows what the library reads from a text");
     auto given = std::make_shared<std::string>();
-    read->add_option("TEXT", *given, "36 characters, or 38 with braces")->required();
-    read->add_flag("--json", *json, "Print JSON");
-    read->footer("Exit status 1 when the text is not valid.");
-    read->callback(
-        [&chosen, json, given] { chosen = [json, given] { return show(*given, *json); }; });
+    read.argument("TEXT", *given, "36 characters, or 38 with braces");
+    read.flag("--json", *json, "Print JSON");
+    read.footer("Exit status 1 when the text is not valid.");
+    read.runs([json, given] { return show(*given, *json); });
 }
 
 } // namespace tool

@@ -7,24 +7,22 @@
 
 namespace tool {
 
-void addVersion(CLI::App& app, Action& chosen)
+void addVersion(Command top)
 {
-    CLI::App* command = app.add_subcommand("version", "Says which Vx this is");
+    Command command = top.add("version", "Says which Vx this is");
     auto json = std::make_shared<bool>(false);
-    command->add_flag("--json", *json, "Print JSON");
-    command->footer("Example:\n  vx version --json");
-    command->callback([&chosen, json] {
-        chosen = [json] {
-            const std::string_view version = vxDllVersionStr();
-            const std::string_view major = version.substr(0, version.find('.'));
-            const auto label = toUtf8(Vx::getVersionLabel());
-            const auto year = toUtf8(Vx::getVersionDisplayString(text(major)));
-            if (*json)
-                printJson({{"library", version}, {"release", view(year)}, {"label", view(label)}});
-            else
-                fmt::print("{}\nlibVx.so {}, release {}\n", view(label), version, view(year));
-            return kYes;
-        };
+    command.flag("--json", *json, "Print JSON");
+    command.footer("Example:\n  vx version --json");
+    command.runs([json] {
+        const std::string_view version = vxDllVersionStr();
+        const std::string_view major = version.substr(0, version.find('.'));
+        const auto label = toUtf8(Vx::getVersionLabel());
+        const auto year = toUtf8(Vx::getVersionDisplayString(text(major)));
+        if (*json)
+            printJson({{"library", version}, {"release", view(year)}, {"label", view(label)}});
+        else
+            fmt::print("{}\nlibVx.so {}, release {}\n", view(label), version, view(year));
+        return kYes;
     });
 }
 

@@ -1,0 +1,132 @@
+#include "CommandLine.h"
+
+#include "Commands.h"
+#include "Terminal.h"
+
+#include <CLI/CLI.hpp>
+#include <Vx/VxVersion.h>
+
+namespace tool {
+namespace {
+
+constexpr const char* kExamples = R"(Examples:
+  vx ini check editor.ini               what loads differently from what it looks like
+  vx ini set editor.ini Video rate 50   changes one line and leaves the others alone
+  vx fcc xd5c                           the playout code of a stored essence
+  vx pools --plot PooledObjects.log     peak demand over the runs
+
+Exit status: 0 yes, done; 1 no, not found, different, findings; 2 usage; 3 failed.
+See 'vx COMMAND --help' for one command, and 'man vx'.)";
+
+/// What cannot be understood, and where it says how it is done.
+std::string explained(const CLI::App* app, const CLI::Error& error)
+{
+    std::string command;
+    const CLI::App* deepest = app;
+    for (; deepest != nullptr; deepest = deepest->get_subcommands().empty()
+                                             ? nullptr
+                                             : deepest->get_subcommands().front())
+        command += (command.empty() ? "" : " ") + deepest->get_name();
+    const std::vector<std::string> rest = app->remaining(true);
+    // A word that is no command is, to the parser, a command that is missing.
+    const bool unknown =
+        error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) && !rest.empty();
+    const std::string why = unknown ? std::string("there is no ") +
+                                          (rest.front()[0] == '-' ? "option " : "command ") +
+                                          inQuotes(rest.front())
+                                    : shown(error.what());
+    return "vx: " + why + "\nSee '" + command + " --help'.\n";
+}
+
+} // namespace
+
+Command Command::add(const char* name, const char* description)
+{
+    return {*app_->add_subcommand(name, description), *chosen_};
+}
+
+void Command::needsCommand() { app_->require_subcommand(1); }
+
+void Command::argument(const char* name, std::string& value, const char* help)
+{
+    app_->add_option(name, value, help)->required();
+}
+
+void Command::argument(const char* name, std::optional<std::string>& value, const char* help)
+{
+    app_->add_option_function<std::string>(
+        name, [&value](const std::string& word) { value = word; }, help);
+}
+
+void Command::option(const char* names, std::string& value, const char* what, const char* help)
+{
+    app_->add_option(names, value, help)->type_name(what);
+}
+
+void Command::option(const char* names, unsigned int& value, unsigned int most, const char* what,
+                     const char* help)
+{
+    CLI::Validator range = CLI::Range(1u, most);
+    app_->add_option(names, value, help)->type_name(what)->check(range.description(""));
+}
+
+void Command::flag(const char* names, bool& value, const char* help)
+{
+    app_->add_flag(names, value, help);
+}
+
+void Command::needs(const char* name, const char* other)
+{
+    app_->get_option(name)->needs(app_->get_option(other));
+}
+
+void Command::excludes(const char* name, const char* other)
+{
+    app_->get_option(name)->excludes(app_->get_option(other));
+}
+
+void Command::footer(const char* text) { app_->footer(text); }
+
+void Command::runs(Action action)
+{
+    app_->callback([app = app_, chosen = chosen_, action = std::move(action)] {
+        if (app->get_subcommands().empty())
+            *chosen = action;
+    });
+}
+
+Action readCommandLine(int argc, char** argv, Status& status)
+{
+    CLI::App app("vx - inspects and edits what applications built on Vx store", "vx");
+    // The help is for people: what is required shows by the brackets that are not there.
+    app.get_formatter()->label("REQUIRED", "");
+    app.get_formatter()->label("TEXT", "");
+    app.footer(kExamples);
+    app.set_version_flag("--version", vxDllVersionStr());
+    std::string colour = "auto";
+    app.failure_message(explained);
+    app.add_option("--color", colour, "Colour: auto, always or never")
+        ->type_name("WHEN")
+        ->check(CLI::IsMember({"auto", "always", "never"}).description(""));
+    app.require_subcommand(1);
+
+    Action chosen;
+    const Command top(app, chosen);
+    addIni(top);
+    addUuid(top);
+    addFcc(top);
+    addMeta(top);
+    addPools(top);
+    addVersion(top);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        status = app.exit(e) == 0 ? kYes : kUsage;
+        return {};
+    }
+    chooseColour(colour);
+    return chosen;
+}
+
+} // namespace tool
