@@ -43,10 +43,8 @@ static void strings()
     const LightweightString<char> zeros("a\0b\0", 4);
     const LightweightString<char> utf8("Z\xC3\xBCrich \xE2\x82\xAC");
     const LightweightString<char> broken("x\xFFy");
-    const LightweightString<char> quotes("say \"\\n\"\n");
     const LightweightString<char> large(std::string(300000, 'a').c_str());
     const LightweightString<wchar_t> wide(L"Z\u00FCrich \U0001F3AC");
-    [[maybe_unused]] const LightweightString<char>& reference = name;
     const Raw<LightweightString<char>> zeroed(0);
     const Raw<LightweightString<char>> garbage(0xA5);
     LightweightString<char> cut("cut");
@@ -109,7 +107,6 @@ static void identifiers()
     const Vx::Image::FormatUID noFormat;
     const Vx::Image::FormatUID standard(25u);
     const Vx::Image::FormatUID custom(LightweightString<char>("1080p5994"));
-    const Vx::Image::FormatUID null{LightweightString<char>()};
     lookHere();
 }
 
@@ -133,10 +130,8 @@ static void exceptions()
     runtime.callStack.clear();
     runtime.callStack.emplace_back("inner+0x10");
     runtime.callStack.emplace_back("outer+0x20");
-    const Vx::Exception::Base& base = runtime;
     const Raw<Vx::Exception::RuntimeError> garbage(0xA5);
     lookHere();
-    static_cast<void>(base);
 }
 
 int main()

@@ -11,11 +11,9 @@ EXPECTED = {
         ("none", '"" (length 0, sharers 0)'),
         ("name", '"clip" (length 4, sharers 2)'),
         ("&name", re.compile(r"\(const LightweightString<char> \*\) 0x[0-9a-f]+")),
-        ("reference", '"clip" (length 4, sharers 2)'),
         ("zeros", r'"a\000b\000" (length 4, sharers 1)'),
         ("utf8", '"Zürich €" (length 11, sharers 1)'),
         ("broken", r'"x\377y" (length 3, sharers 1)'),
-        ("quotes", r'"say \"\\n\"\n" (length 9, sharers 1)'),
         ("large", "'a' <repeats 200 times>... (length 300000, sharers 1)"),
         ("wide", 'L"Zürich 🎬" (length 8, sharers 1)'),
         ("zeroed.object", '"" (length 0, sharers 0)'),
@@ -59,7 +57,6 @@ EXPECTED = {
         ("noFormat", '"0" (no format)'),
         ("standard", '"25" (standard)'),
         ("custom", '"1080p5994" (custom)'),
-        ("null", '"" (no format)'),
     ),
     "locks": (
         ("free", "CriticalSection (free)"),
@@ -71,7 +68,6 @@ EXPECTED = {
         ("logic", r'Vx::Exception::LogicError "Not \"yet\"!" at ole/Vx/VxIniFile(305), no stack'),
         ("runtime", 'Vx::Exception::RuntimeError "out of frames" at ole/Vx/Example(7), 2 frames'
                     ' = {[0] = "inner+0x10", [1] = "outer+0x20"}'),
-        ("base", re.compile(r'Vx::Exception::RuntimeError "out of frames" .*')),
         ("garbage.object", re.compile("<unreadable: .*>")),
     ),
 }

@@ -26,94 +26,7 @@ const VideoSample::Data kVideoSample(as<Polarity>(1), as<Colorimetry>(-2), as<Ga
                                      true);
 const VideoSequence::Data kVideoSequence(as<FrameRate>(25), true);
 
-// Where a virtual operation stands in its table, the two destructors included: the number
-// that a pointer to it carries.
-template <class Operation> std::size_t slotOf(Operation operation)
-{
-    std::uintptr_t parts[2];
-    static_assert(sizeof operation == sizeof parts);
-    std::memcpy(parts, &operation, sizeof parts);
-    return parts[0] / sizeof(void*);
-}
-
-template <class... Operations> std::vector<std::size_t> slotsOf(Operations... operations)
-{
-    return {slotOf(operations)...};
-}
-
-std::vector<std::size_t> consecutive(std::size_t count)
-{
-    std::vector<std::size_t> slots;
-    for (std::size_t i = 0; i < count; ++i)
-        slots.push_back(2 + i);
-    return slots;
-}
-
-// A field of a record, by its place in memory.
-template <class Field, class Record> Field at(const Record& record, std::size_t offset)
-{
-    Field field;
-    std::memcpy(&field, reinterpret_cast<const char*>(&record) + offset, sizeof field);
-    return field;
-}
-
 } // namespace
-
-TEST(ImageMetadata, OperationsStandInTheirSlots)
-{
-    // The interface's own table has the same order: its operations are what callers use.
-    const auto check = [](auto* record) {
-        using R = std::remove_pointer_t<decltype(record)>;
-        if constexpr (std::is_same_v<R, Core::Data> || std::is_same_v<R, Core::Interface>)
-            return slotsOf(&R::getWidth, &R::getHeight, &R::setWidth, &R::setHeight,
-                           &R::getDataFormat, &R::setDataFormat, &R::getBitsPerComponent,
-                           &R::setBitsPerComponent, &R::getBitsPerPixel, &R::setBitsPerPixel,
-                           &R::getLayout, &R::setLayout, &R::getCoreDataSet, &R::setCoreDataSet);
-        else if constexpr (std::is_same_v<R, BufferFormat::Data>)
-            return slotsOf(&R::getOrientation, &R::setOrientation, &R::getStride, &R::setStride,
-                           &R::getBufferFormatDataSet, &R::setBufferFormatDataSet);
-        else if constexpr (std::is_same_v<R, Video::Data>)
-            return slotsOf(&R::getScanMode, &R::setScanMode, &R::getAspectRatio, &R::setAspectRatio,
-                           &R::getVideoFormatUID, &R::setVideoFormatUID, &R::getVideoDataSet,
-                           &R::setVideoDataSet);
-        else if constexpr (std::is_same_v<R, VideoSample::Data>)
-            return slotsOf(&R::getPolarity, &R::setPolarity, &R::getColorimetry, &R::setColorimetry,
-                           &R::getGamutScaling, &R::setGamutScaling, &R::getVideoSampleDataSet,
-                           &R::setVideoSampleDataSet);
-        else
-            return slotsOf(&R::getFrameRate, &R::setFrameRate, &R::getVideoSequenceDataSet,
-                           &R::setVideoSequenceDataSet);
-    };
-    EXPECT_EQ(check(static_cast<Core::Data*>(nullptr)), consecutive(14));
-    EXPECT_EQ(check(static_cast<Core::Interface*>(nullptr)), consecutive(14));
-    EXPECT_EQ(check(static_cast<BufferFormat::Data*>(nullptr)), consecutive(6));
-    EXPECT_EQ(check(static_cast<Video::Data*>(nullptr)), consecutive(8));
-    EXPECT_EQ(check(static_cast<VideoSample::Data*>(nullptr)), consecutive(8));
-    EXPECT_EQ(check(static_cast<VideoSequence::Data*>(nullptr)), consecutive(4));
-}
-
-TEST(ImageMetadata, FieldsLieInTheirOrder)
-{
-    EXPECT_EQ(at<unsigned int>(kCore, 8), 1920u);
-    EXPECT_EQ(at<unsigned int>(kCore, 12), 1080u);
-    EXPECT_EQ(at<int>(kCore, 16), 7);
-    EXPECT_EQ(at<unsigned short>(kCore, 20), 10);
-    EXPECT_EQ(at<unsigned short>(kCore, 22), 20);
-    EXPECT_EQ(at<int>(kCore, 24), 3);
-    EXPECT_EQ(at<char>(kCore, 28), 1);
-    EXPECT_EQ(at<unsigned int>(kBufferFormat, 12), 7680u);
-    EXPECT_EQ(at<char>(kBufferFormat, 16), 1);
-    EXPECT_EQ(at<int>(kVideo, 8), 1);
-    EXPECT_EQ(at<int>(kVideo, 12), 2);
-    EXPECT_EQ(static_cast<const void*>(&kVideo.getVideoFormatUID()),
-              reinterpret_cast<const char*>(&kVideo) + 16);
-    EXPECT_EQ(at<char>(kVideo, 32), 1);
-    EXPECT_EQ(at<int>(kVideoSample, 8), 1);
-    EXPECT_EQ(at<int>(kVideoSample, 12), -2);
-    EXPECT_EQ(at<int>(kVideoSample, 16), 3);
-    EXPECT_EQ(at<int>(kVideoSequence, 8), 25);
-    EXPECT_EQ(at<char>(kVideoSequence, 12), 1);
-}
 
 TEST(ImageMetadata, WritesItsTextForm)
 {
@@ -139,23 +52,11 @@ TEST(ImageMetadata, ReadsBackWhatItWrote)
     EXPECT_EQ(Video::Data(kVideo.asString()), kVideo);
     EXPECT_EQ(VideoSample::Data(kVideoSample.asString()), kVideoSample);
     EXPECT_EQ(VideoSequence::Data(kVideoSequence.asString()), kVideoSequence);
-    EXPECT_EQ(VideoSequence::Data(VideoSequence::Data().asString()), VideoSequence::Data());
-}
-
-TEST(ImageMetadata, DeliberatelyDoesNotReadTheCoreLayout)
-{
-    Core::Data expected(kCore);
-    expected.setLayout(eLayout{});
-    EXPECT_EQ(Core::Data(kCore.asString()), expected);
-    EXPECT_EQ(kCore.getLayout(), as<eLayout>(3));
-}
-
-TEST(ImageMetadata, DeliberatelyIgnoresTheConstantOfTheBufferFormat)
-{
-    const BufferFormat::Data read(Text("Metadata::BufferFormat,1,0,1920,7,1,"));
-    EXPECT_EQ(read.getOrientation(), as<Orientation>(0));
-    EXPECT_EQ(read.getStride(), 1920u);
-    EXPECT_TRUE(read.getBufferFormatDataSet());
+    Core::Data withoutLayout(kCore);
+    withoutLayout.setLayout(eLayout{});
+    EXPECT_EQ(Core::Data(kCore.asString()), withoutLayout) << "deliberately not read";
+    EXPECT_EQ(BufferFormat::Data(Text("Metadata::BufferFormat,1,0,7680,7,1,")), kBufferFormat)
+        << "deliberate: the constant does not count";
 }
 
 TEST(ImageMetadata, RejectedTextGivesTheDefaults)
@@ -166,15 +67,11 @@ TEST(ImageMetadata, RejectedTextGivesTheDefaults)
     } rows[] = {
         {"empty", Text()},
         {"no comma", Text("Metadata::VideoSequence")},
-        {"a comma alone", Text(",")},
-        {"tag and version only", Text("Metadata::VideoSequence,1,")},
         {"version 2", Text("Metadata::VideoSequence,2,25,1,")},
         {"version 1 in its low 32 bits", Text("Metadata::VideoSequence,4294967297,25,1,")},
-        {"one piece more", Text("Metadata::VideoSequence,1,25,1,extra,")},
         {"one piece more, empty", Text("Metadata::VideoSequence,1,25,1,,")},
         {"one piece less", Text("Metadata::VideoSequence,1,25,")},
         {"wrong case", Text("metadata::VideoSequence,1,25,1,")},
-        {"longer tag", Text("Metadata::VideoSequences,1,25,1,")},
         {"another record's tag", Text("Metadata::Video,1,25,1,")},
         {"two leading commas", Text(",,Metadata::VideoSequence,1,25,1,")},
         {"leading blank", Text(" Metadata::VideoSequence,1,25,1,")},
@@ -247,8 +144,7 @@ TEST(ImageMetadata, SettersStoreAndCopiesAreApart)
     core.setWidth(9);
     EXPECT_EQ(copy.getWidth(), 1u);
 
-    BufferFormat::Data buffer(true, 0, false);
-    EXPECT_EQ(buffer, BufferFormat::Data());
+    BufferFormat::Data buffer;
     buffer.setOrientation(as<Orientation>(0));
     buffer.setStride(7680);
     buffer.setBufferFormatDataSet(true);

@@ -94,16 +94,3 @@ TEST(LookupPlayoutFCC, AgreesWithTheTableEverywhereAroundIt)
     for (unsigned int step = 0; step < 2'000'000; ++step)
         check(step * 2654435761u);
 }
-
-TEST(LookupPlayoutFCC, DeliberateGapsStayUntranslated)
-{
-    for (const char* gap :
-         {"ai54", "ai14", "hdv4", "xd5b", "dvh2", "es18", "es19", "MJPA", "avc1", "dvc_", "MJPG"}) {
-        SCOPED_TRACE(gap);
-        EXPECT_EQ(Vx::lookupPlayoutFCC(code(gap)), code(gap));
-    }
-    for (unsigned int number : {0u, 1234u, 1236u, 1239u, 1255u, 1261u, 1269u, 1275u, 0xFFFFFFFFu}) {
-        SCOPED_TRACE(number);
-        EXPECT_EQ(Vx::lookupPlayoutFCC(number), number);
-    }
-}

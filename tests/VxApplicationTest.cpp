@@ -148,17 +148,3 @@ TEST(Application, FailedConstructionLeavesNothingBehind)
         EXPECT_EQ(marker(platform), "true");
     }
 }
-
-TEST(Application, VirtualOperationsHaveTheirPlaces)
-{
-    const auto slotOf = [](auto member) {
-        std::size_t slot = 0;
-        std::memcpy(&slot, &member, sizeof slot);
-        return (slot - 1) / sizeof(void*);
-    };
-    EXPECT_EQ(slotOf(&Vx::Application::getUserDataPath), 0u) << "no destructor in front";
-    EXPECT_EQ(slotOf(&Vx::Application::getLogsPath), 1u);
-    EXPECT_EQ(slotOf(&Vx::Application::getVersion), 2u);
-    EXPECT_EQ(slotOf(&Vx::Application::run), 3u);
-    EXPECT_EQ(slotOf(&Vx::Application::shutdown), 4u);
-}

@@ -116,20 +116,6 @@ TEST(NamedObjects, MisuseIsReportedWithMessageAndLine)
     EXPECT_EQ(names.findInfo_(type, "n"), nullptr) << "failures leave no entry";
 }
 
-TEST(NamedObjects, RemovedNameKeepsItsEntryAndTakesANewObject)
-{
-    Namespace names("test");
-    names.remove<Cache>("a"); // unknown: ignored
-    EXPECT_EQ(names.findInfo_(typeid(Cache), "a"), nullptr);
-    names.create<Cache>("a", &one);
-    const Namespace::Entry* entry = names.findInfo_(typeid(Cache), "a");
-    names.remove<Cache>("a");
-    EXPECT_EQ(names.find<Cache>("a"), nullptr);
-    names.create<Cache>("a", &two);
-    EXPECT_EQ(names.find<Cache>("a"), &two);
-    EXPECT_EQ(names.findInfo_(typeid(Cache), "a"), entry);
-}
-
 TEST(NamedObjects, FindOrCreateCallsTheFactoryOnlyForWhatIsMissing)
 {
     Namespace names("test");
@@ -138,9 +124,13 @@ TEST(NamedObjects, FindOrCreateCallsTheFactoryOnlyForWhatIsMissing)
     EXPECT_EQ(Cache::made, 1);
     EXPECT_EQ(names.findOrCreate<Cache>("a"), made);
     EXPECT_EQ(Cache::made, 1);
+    const Namespace::Entry* const entry = names.findInfo_(typeid(Cache), "a");
     names.remove<Cache>("a");
-    EXPECT_EQ(names.findOrCreate<Cache>("a", giveOne), &one) << "the entry, with a new object";
-    EXPECT_EQ(names.find<Cache>("a"), &one);
+    EXPECT_EQ(names.find<Cache>("a"), nullptr);
+    EXPECT_EQ(names.findOrCreate<Cache>("a", giveOne), &one);
+    EXPECT_EQ(names.findInfo_(typeid(Cache), "a"), entry) << "the entry, with a new object";
+    names.remove<Cache>("unknown"); // ignored
+    EXPECT_EQ(names.findInfo_(typeid(Cache), "unknown"), nullptr);
     names.lock<Cache>("locked");
     EXPECT_EQ(names.findOrCreate<Cache>("locked", giveOne), &one);
     names.unlock<Cache>("locked");
@@ -291,42 +281,27 @@ TEST(NamedObjects, ManyNamesUnderManyTypesAreAllFound)
 TEST(NamedObjects, NamedLockIsRecursiveAndKeepsOthersOut)
 {
     Namespace names("test");
-    EXPECT_TRUE(names.lock<Cache>("a"));
-    EXPECT_TRUE(names.lock<Cache>("a", false));
-    std::thread([&] {
-        EXPECT_FALSE(names.lock<Cache>("a", false));
-        EXPECT_TRUE(names.lock<Registry>("a", false)) << "another type, another lock";
-        names.unlock<Registry>("a");
-        EXPECT_EQ(names.findInfo_(typeid(Cache), "a")->object, nullptr);
-    }).join();
-    names.unlock<Cache>("a");
-    std::thread([&] { EXPECT_FALSE(names.lock<Cache>("a", false)); }).join();
-    names.unlock<Cache>("a");
-    std::thread([&] {
-        EXPECT_TRUE(names.lock<Cache>("a", false));
-        names.unlock<Cache>("a");
-    }).join();
-}
-
-TEST(NamedObjects, ScopedLockLeavesAtTheEndOfItsScope)
-{
-    Namespace names("test");
     const auto isBusy = [&] {
         bool busy = false;
         std::thread([&] {
-            Namespace::ScopedLock<Cache> hold(names, "a", false);
+            EXPECT_TRUE(names.lock<Registry>("a", false)) << "another type, another lock";
+            names.unlock<Registry>("a");
+            const Namespace::ScopedLock<Cache> hold(names, "a", false);
             busy = !hold;
         }).join();
         return busy;
     };
+    EXPECT_TRUE(names.lock<Cache>("a"));
+    EXPECT_EQ(names.findInfo_(typeid(Cache), "a")->object, nullptr);
     try {
-        Namespace::ScopedLock<Cache> hold(names, "a");
-        EXPECT_TRUE(hold);
-        EXPECT_TRUE(isBusy());
+        const Namespace::ScopedLock<Cache> again(names, "a");
+        EXPECT_TRUE(again);
         throw 42;
     } catch (int) {
-        EXPECT_FALSE(isBusy());
+        EXPECT_TRUE(isBusy());
     }
+    names.unlock<Cache>("a");
+    EXPECT_FALSE(isBusy());
 }
 
 TEST(NamedObjects, ScopedLockIsDoneWithTheNamespaceBeforeItWaitsForTheName)

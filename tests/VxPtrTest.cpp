@@ -161,20 +161,13 @@ TEST(VxPtr, HoldersOnManyThreadsDestroyOnce)
     };
     std::atomic<int> deaths{0};
     for (int round = 0; round < 50; ++round) {
-        Vx::Ptr<Counted> object(new Counted(deaths));
-        std::barrier start(kThreads + 1);
-        std::vector<std::thread> threads;
-        for (int i = 0; i < kThreads; ++i)
-            threads.emplace_back([&start, mine = object]() mutable {
-                start.arrive_and_wait();
-                for (int n = 0; n < 200; ++n)
-                    Vx::Ptr<Counted> copy(mine);
-                mine.reset();
-            });
-        start.arrive_and_wait();
-        object.reset();
-        for (std::thread& thread : threads)
-            thread.join();
+        std::vector<Vx::Ptr<Counted>> holders(kThreads, Vx::Ptr<Counted>(new Counted(deaths)));
+        onThreads(kThreads, [&](int i) {
+            Vx::Ptr<Counted>& mine = holders[static_cast<std::size_t>(i)];
+            for (int n = 0; n < 200; ++n)
+                Vx::Ptr<Counted> copy(mine);
+            mine.reset();
+        });
         ASSERT_EQ(deaths, round + 1);
     }
 }

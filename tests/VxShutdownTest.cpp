@@ -203,14 +203,6 @@ TEST(Shutdown, ThreadsAddAndRemoveTogether)
     EXPECT_EQ(runs, kThreads * kRounds) << "two items with one number would be one item";
 }
 
-TEST(Shutdown, CallbackInterfaceHasItsPlaces)
-{
-    void (Shutdown::Callback::*execute)(const eExitType&) = &Shutdown::Callback::execute;
-    std::size_t slot = 0;
-    std::memcpy(&slot, &execute, sizeof slot);
-    EXPECT_EQ((slot - 1) / sizeof(void*), 2u) << "behind the two destructors";
-}
-
 namespace {
 
 void splat(const char* text) { note(std::string("splat:") + text); }

@@ -55,16 +55,6 @@ TEST(StandardLibrary, ViewsLookAtAStringInPlace)
     EXPECT_EQ(LightweightString<char>(view.substr(5, 3)), "two");
 }
 
-TEST(StandardLibrary, AlgorithmsReadAString)
-{
-    EXPECT_EQ(std::ranges::count(kText, ','), 2);
-    EXPECT_EQ(std::ranges::find(kText, 't') - kText.begin(), 5);
-    EXPECT_TRUE(std::ranges::equal(kText, std::string("one, two, three")));
-    const std::string_view wanted("three");
-    const auto found = std::search(kText.begin(), kText.end(), wanted.begin(), wanted.end());
-    EXPECT_EQ(found - kText.begin(), 10);
-}
-
 // Older clang++ does not get through this C++ library's views, whatever they look at.
 #if !defined(__clang__) || __clang_major__ >= 16
 TEST(StandardLibrary, ViewsAreMadeOfAString)
@@ -74,18 +64,6 @@ TEST(StandardLibrary, ViewsAreMadeOfAString)
     EXPECT_EQ(std::string(upper.begin(), upper.end()), "One");
 }
 #endif
-
-TEST(StandardLibrary, SpansLookAtTheItemsOfAVector)
-{
-    LightweightVector<int> numbers;
-    for (int i : {3, 1, 2})
-        numbers.push_back(i);
-    const LightweightVector<int> sharer(numbers);
-    const std::span<int> span(numbers);
-    std::ranges::sort(span);
-    EXPECT_TRUE(std::ranges::equal(sharer, std::vector<int>{1, 2, 3})) << "items are shared";
-    EXPECT_EQ(std::span<const int>(sharer).data(), span.data());
-}
 
 TEST(StandardLibrary, HashedContainersFindEqualValues)
 {
@@ -97,17 +75,6 @@ TEST(StandardLibrary, HashedContainersFindEqualValues)
               std::hash<std::string_view>()("one, two, three"));
     const std::unordered_set<Vx::UUID> ids{Vx::UUID("0123abcd-4567-89ef-0123-456789abcdef")};
     EXPECT_EQ(ids.count(Vx::UUID("{0123ABCD-4567-89EF-0123-456789ABCDEF}")), 1u);
-}
-
-TEST(StandardLibrary, StreamsWriteAndReadTexts)
-{
-    std::ostringstream out;
-    out << kText << '|' << Vx::Image::FormatUID(25u);
-    EXPECT_EQ(out.str(), "one, two, three|25");
-    std::istringstream in("first second");
-    LightweightString<char> word;
-    in >> word;
-    EXPECT_EQ(word, "first");
 }
 
 } // namespace

@@ -25,80 +25,59 @@ Wide widen(const std::string& text) { return Wide(std::wstring(text.begin(), tex
 
 constexpr int kDefault = 7;
 
-// Everything that reads numbers, on one text.
-struct Answers {
-    int i, wi;
-    unsigned int u, wu;
-    long l, wl;
-    double f, wf, d;
-    int errors; // errno after each, mixed
-
-    bool operator==(const Answers& other) const
-    {
-        return i == other.i && wi == other.wi && u == other.u && wu == other.wu && l == other.l &&
-               wl == other.wl && same(f, other.f) && same(wf, other.wf) && same(d, other.d) &&
-               errors == other.errors;
-    }
-    // To the last bit, the sign of a zero and the kind of a not-a-number included.
-    static bool same(double a, double b)
-    {
-        return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
-    }
-};
-
-std::ostream& operator<<(std::ostream& out, const Answers& a)
-{
-    return out << a.i << ' ' << a.wi << ' ' << a.u << ' ' << a.wu << ' ' << a.l << ' ' << a.wl
-               << ' ' << a.f << ' ' << a.wf << ' ' << a.d << " errno " << a.errors;
-}
-
-template <class Read> auto noting(int& errors, Read read)
+// Both answers, to the last bit, and the errno behind them.
+template <class Ours, class Libc> void expectSame(const char* name, Ours ours, Libc libc)
 {
     errno = 0;
-    const auto answer = read();
-    errors = errors * 3 + errno;
-    return answer;
+    const auto answer = ours();
+    const int error = errno;
+    errno = 0;
+    const decltype(ours()) expected = libc();
+    EXPECT_EQ(error, errno) << name;
+    EXPECT_EQ(std::memcmp(&answer, &expected, sizeof answer), 0)
+        << name << ": " << answer << " instead of " << expected;
 }
 
-Answers ours(const std::string& chars, const Wide& wide)
+// Everything that reads numbers against the functions of libc that it stands for.
+void expectReadsAsLibc(const std::string& chars, const Wide& wide)
 {
+    using namespace Vx;
     const Narrow text(chars.c_str());
-    Answers a{};
-    a.i = noting(a.errors, [&] { return Vx::IntFromString(text, kDefault); });
-    a.u = noting(a.errors, [&] { return Vx::UIntFromString(text, kDefault); });
-    a.l = noting(a.errors, [&] { return Vx::Int64FromString(text, kDefault); });
-    a.f = noting(a.errors, [&] { return Vx::FloatFromString(text, kDefault); });
-    a.d = noting(a.errors, [&] { return Vx::asDouble(text); });
-    a.wi = noting(a.errors, [&] { return Vx::IntFromWString(wide, kDefault); });
-    a.wu = noting(a.errors, [&] { return Vx::UIntFromWString(wide, kDefault); });
-    a.wl = noting(a.errors, [&] { return Vx::Int64FromWString(wide, kDefault); });
-    a.wf = noting(a.errors, [&] { return Vx::FloatFromWString(wide, kDefault); });
-    return a;
-}
-
-// The same by the functions of libc that ours stand for.
-Answers libc(const std::string& chars, const Wide& wide)
-{
-    const char* const text = chars.c_str();
-    const wchar_t* const wtext = wide.c_str();
-    const bool empty = *text == 0;
-    Answers a{};
-    a.i = a.wi = kDefault;
-    a.u = a.wu = kDefault;
-    a.f = a.wf = kDefault;
-    const auto scan = [&](auto call) {
-        return noting(a.errors, [&] { return empty ? 0 : call(); });
+    const bool empty = chars.empty();
+    const auto scan = [&](const char* format, auto value) {
+        return [=, &chars]() mutable {
+            return empty ? 0 : std::sscanf(chars.c_str(), format, &value), value;
+        };
     };
-    scan([&] { return std::sscanf(text, "%d", &a.i); });
-    scan([&] { return std::sscanf(text, "%u", &a.u); });
-    a.l = noting(a.errors, [&] { return empty ? kDefault : std::strtoll(text, nullptr, 10); });
-    scan([&] { return std::sscanf(text, "%lf", &a.f); });
-    a.d = noting(a.errors, [&] { return empty ? 0.0 : std::strtod(text, nullptr); });
-    scan([&] { return std::swscanf(wtext, L"%d", &a.wi); });
-    scan([&] { return std::swscanf(wtext, L"%u", &a.wu); });
-    a.wl = noting(a.errors, [&] { return empty ? kDefault : std::wcstoll(wtext, nullptr, 10); });
-    scan([&] { return std::swscanf(wtext, L"%lf", &a.wf); });
-    return a;
+    const auto wideScan = [&](const wchar_t* format, auto value) {
+        return [=, &wide]() mutable {
+            return empty ? 0 : std::swscanf(wide.c_str(), format, &value), value;
+        };
+    };
+    constexpr unsigned int kUnsigned = kDefault;
+    constexpr double kDouble = kDefault;
+    expectSame(
+        "int", [&] { return IntFromString(text, kDefault); }, scan("%d", kDefault));
+    expectSame(
+        "wide int", [&] { return IntFromWString(wide, kDefault); }, wideScan(L"%d", kDefault));
+    expectSame(
+        "unsigned", [&] { return UIntFromString(text, kDefault); }, scan("%u", kUnsigned));
+    expectSame(
+        "wide unsigned", [&] { return UIntFromWString(wide, kDefault); },
+        wideScan(L"%u", kUnsigned));
+    expectSame(
+        "double", [&] { return FloatFromString(text, kDefault); }, scan("%lf", kDouble));
+    expectSame(
+        "wide double", [&] { return FloatFromWString(wide, kDefault); }, wideScan(L"%lf", kDouble));
+    expectSame(
+        "long", [&] { return Int64FromString(text, kDefault); },
+        [&] { return empty ? kDefault : std::strtol(text.c_str(), nullptr, 10); });
+    expectSame(
+        "wide long", [&] { return Int64FromWString(wide, kDefault); },
+        [&] { return empty ? kDefault : std::wcstol(wide.c_str(), nullptr, 10); });
+    expectSame(
+        "asDouble", [&] { return asDouble(text); },
+        [&] { return empty ? 0.0 : std::strtod(text.c_str(), nullptr); });
 }
 
 // Texts around numbers: what programs write, what people type, and damaged forms of both.
@@ -124,7 +103,7 @@ public:
     double nextDouble()
     {
         const std::int64_t units = static_cast<std::int64_t>(random_());
-        switch (random_() % 6) {
+        switch (random_() % 5) {
         case 0: return std::bit_cast<double>(random_());
         case 1: return static_cast<double>(units % 100'000'000) / 1000.0;
         case 2: // exact ties and their neighbours, at every scale
@@ -133,8 +112,7 @@ public:
                                   static_cast<double>(static_cast<int>(random_() % 3) - 1) * 1e300);
         case 3:
             return std::ldexp(static_cast<double>(units), static_cast<int>(random_() % 128) - 100);
-        case 4: return static_cast<double>(units % 2000) + 0.9999995 + 1e-9 * double(units % 7);
-        default: return static_cast<double>(units % 1000);
+        default: return static_cast<double>(units % 2000) + 0.9999995 + 1e-9 * double(units % 7);
         }
     }
 
@@ -231,8 +209,8 @@ void compareReading(std::uint64_t seed, int count)
     Texts texts(seed);
     for (int i = 0; i < count; ++i) {
         const std::string text = texts.next();
-        const Wide wide = decoded(text);
-        ASSERT_EQ(ours(text, wide), libc(text, wide)) << "seed " << seed << ": '" << text << "'";
+        expectReadsAsLibc(text, decoded(text));
+        ASSERT_FALSE(testing::Test::HasFailure()) << "seed " << seed << ": '" << text << "'";
     }
 }
 
@@ -272,19 +250,13 @@ TEST(NumbersFromText, ReadTheNumberOrGiveTheDefault)
     } rows[] = {
         {"empty", "", 7, 7, 7, 7, 0},
         {"no number: only the scanning ones give the default", "xyz", 7, 7, 0, 7, 0},
-        {"blanks only", " ", 7, 7, 0, 7, 0},
         {"blanks, number, tail", " \t\v42xyz", 42, 42, 42, 42, 42},
         {"minus wraps", "-1", -1, 4294967295u, -1, -1, -1},
-        {"lowest int", "-2147483648", INT_MIN, 2147483648u, INT_MIN, INT_MIN, INT_MIN},
         {"one more than an int holds", "4294967297", 1, 1, 4294967297, 4294967297., 4294967297.},
         {"more than a long holds", "99999999999999999999", -1, UINT_MAX, LONG_MAX, 1e20, 1e20},
         {"less than a long holds", "-99999999999999999999", 0, UINT_MAX, LONG_MIN, -1e20, -1e20},
         {"point and exponent", "2.5e3", 2, 2, 2, 2500, 2500},
-        {"sign without digits", "-x", 7, 7, 0, 7, 0},
-        {"blank behind the sign", "- 5", 7, 7, 0, 7, 0},
         {"hexadecimal for doubles only", "0x10", 0, 0, 0, 16, 16},
-        {"infinity", "inf", 7, 7, 0, HUGE_VAL, HUGE_VAL},
-        {"17 digits", "0.10000000000000001", 0, 0, 0, 0.1, 0.1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -314,23 +286,16 @@ TEST(NumbersFromText, EndAtAnEmbeddedZero)
 TEST(TextFromNumbers, WritesDecimalDigits)
 {
     Narrow text("n=");
+    const Narrow sharer(text);
     text += INT_MIN;
     text += 4294967295u;
     text += 0;
-    EXPECT_EQ(str(text), "n=-214748364842949672950");
+    EXPECT_EQ(str(text += 1.5), "n=-2147483648429496729501.500000");
+    EXPECT_EQ(str(sharer), "n=");
     EXPECT_EQ(str(Vx::StringFromInteger(-12)), "-12");
     EXPECT_EQ(Vx::StringFromInteger(-12).capacity(), 4u);
     EXPECT_EQ(str(Vx::WStringFromInteger(LONG_MIN)), L"-9223372036854775808");
     EXPECT_EQ(Vx::WStringFromInteger(LONG_MIN).capacity(), 32u);
-}
-
-TEST(TextFromNumbers, AppendingLeavesSharersAlone)
-{
-    Narrow text("ab");
-    const Narrow sharer(text);
-    EXPECT_EQ(&(text += 1.5), &text);
-    EXPECT_EQ(str(text), "ab1.500000");
-    EXPECT_EQ(str(sharer), "ab");
 }
 
 TEST(TextFromNumbers, AppendingWhereThereIsRoomStaysInTheBlock)
@@ -380,29 +345,19 @@ TEST(WStringFromFloat, CutsPrecisionZerosAndPoint)
         bool trim;
         const wchar_t* text;
     } rows[] = {
-        {"trimmed", 1.5, 3, true, L"1.5"},
         {"trimmed to the point", 2.0, 2, true, L"2"},
-        {"not trimmed", 2.0, 2, false, L"2.00"},
         {"at most nine decimals", 1.23456789012, 20, false, L"1.234567890"},
         {"the highest precision", 0.5, 127, false, L"0.500000000"},
         {"a negative precision is 0", 2.5, -3, false, L"2"},
-        {"nothing", 0.0, 3, true, L"0"},
-        {"minus nothing", -0.0, 3, true, L"-0"},
+        {"deliberately trimmed without a point", 100.0, 0, true, L"1"},
+        {"zeros alone stay", 0.0, 0, true, L"0"},
         {"no number, nothing to trim", HUGE_VAL, 2, true, L"inf"},
-        {"rounds into a new digit", 9.999, 2, false, L"10.00"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(str(Vx::WStringFromFloat(row.value, static_cast<char>(row.precision), row.trim)),
                   row.text);
     }
-}
-
-TEST(WStringFromFloat, DeliberatelyTrimsZerosWithoutAPoint)
-{
-    EXPECT_EQ(str(Vx::WStringFromFloat(100.0, 0, true)), L"1");
-    EXPECT_EQ(str(Vx::WStringFromFloat(10.0, 0, true)), L"1");
-    EXPECT_EQ(str(Vx::WStringFromFloat(0.0, 0, true)), L"0") << "zeros alone stay";
 }
 
 TEST(NumericLocale, CommaIsRepairedOnceAndSaidOnce)

@@ -20,17 +20,20 @@ double beyond(double value, int places)
 }
 
 /// The rule, word for word.
-bool plainEq(float a, float b)
+template <class T> bool plainEq(T a, T b)
 {
-    std::int64_t ia = std::bit_cast<std::int32_t>(a), ib = std::bit_cast<std::int32_t>(b);
-    if (ia < 0)
-        ia = std::int32_t(std::uint32_t(0x80000000u - std::uint32_t(ia)));
-    if (ib < 0)
-        ib = std::int32_t(std::uint32_t(0x80000001u - std::uint32_t(ib)));
-    std::int32_t distance = std::int32_t(std::uint32_t(ia - ib));
-    if (distance < 0)
-        distance = std::int32_t(0u - std::uint32_t(distance));
-    return distance <= 99;
+    using Bits = std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>;
+    using Signed = std::make_signed_t<Bits>;
+    constexpr Bits kSign = Bits(1) << (8 * sizeof(T) - 1);
+    Bits ia = std::bit_cast<Bits>(a), ib = std::bit_cast<Bits>(b);
+    if ((ia & kSign) != 0)
+        ia = kSign - ia;
+    if ((ib & kSign) != 0)
+        ib = kSign + 1 - ib;
+    Bits distance = ia - ib;
+    if (Signed(distance) < 0)
+        distance = Bits(0) - distance;
+    return Signed(distance) <= 99;
 }
 
 template <class T> struct Tolerance : testing::Test {};
@@ -38,23 +41,6 @@ using Types = testing::Types<float, double>;
 TYPED_TEST_SUITE(Tolerance, Types);
 
 } // namespace
-
-TYPED_TEST(Tolerance, ReachesNinetyNinePlaces)
-{
-    using T = TypeParam;
-    for (T value : {T(1), T(0), T(1e-30), T(12345.678)}) {
-        SCOPED_TRACE(value);
-        for (int places : {0, 1, 98, 99}) {
-            EXPECT_TRUE(TolerantEq<T>(value, beyond(value, places)));
-            EXPECT_TRUE(TolerantEq<T>(beyond(value, places), value));
-        }
-        EXPECT_FALSE(TolerantEq<T>(value, beyond(value, 100)));
-        EXPECT_FALSE(TolerantEq<T>(beyond(value, 100), value));
-    }
-    EXPECT_TRUE(TolerantEq<T>(T(0), T(-0.0)));
-    EXPECT_TRUE(TolerantEq<T>(T(-0.0), T(0)));
-    EXPECT_FALSE(TolerantEq<T>(T(1), T(-1)));
-}
 
 TYPED_TEST(Tolerance, DeliberatelyPutsANegativeSecondArgumentOnePlaceFurther)
 {
@@ -92,19 +78,22 @@ TEST(TolerantEq, TheMostNegativeDistanceIsItsOwnAbsoluteValue)
     EXPECT_FALSE(TolerantEq<double>(doubleOf(0x4000000000000001u), doubleOf(0xC000000000000001u)));
 }
 
-TEST(TolerantEq, FollowsTheRuleForRandomBits)
+TYPED_TEST(Tolerance, FollowsTheRuleForRandomBits)
 {
-    Seeded random;
+    using Bits = std::conditional_t<sizeof(TypeParam) == 4, std::uint32_t, std::uint64_t>;
+    constexpr Bits kSign = Bits(1) << (8 * sizeof(TypeParam) - 1);
+    Seeded seed;
+    std::mt19937_64 random(seed());
     int equal = 0;
     for (int i = 0; i < 200000; ++i) {
-        const std::uint32_t a = static_cast<std::uint32_t>(random());
+        const Bits a = static_cast<Bits>(random()) >> random() % 30;
         // Near a, near its mirror image, or anywhere.
-        std::uint32_t b = static_cast<std::uint32_t>(random());
+        Bits b = static_cast<Bits>(random());
         if (i % 3 != 0)
-            b = (i % 3 == 1 ? a : 0x80000000u - a) + b % 256 - 128;
-        ASSERT_EQ(TolerantEq(floatOf(a), floatOf(b)), plainEq(floatOf(a), floatOf(b)))
-            << a << " and " << b;
-        equal += TolerantEq(floatOf(a), floatOf(b));
+            b = (i % 3 == 1 ? a : kSign - a) + b % 256 - 128;
+        const auto x = std::bit_cast<TypeParam>(a), y = std::bit_cast<TypeParam>(b);
+        ASSERT_EQ(TolerantEq<TypeParam>(x, y), plainEq(x, y)) << a << " and " << b;
+        equal += TolerantEq<TypeParam>(x, y);
     }
     EXPECT_GT(equal, 1000);
 }

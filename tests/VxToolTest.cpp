@@ -1,8 +1,7 @@
 // The tool as its users run it: a process with arguments, files, output and an exit status.
-#include <Testing.h>
+#include <ScratchFolder.h>
 #include <fcntl.h>
 #include <nlohmann/json.hpp>
-#include <spawn.h>
 
 namespace {
 
@@ -16,81 +15,47 @@ struct Outcome {
     std::string err;
 };
 
-std::string contentOf(const fs::path& path)
+std::string quoted(std::string word)
 {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream all;
-    all << file.rdbuf();
-    return std::move(all).str();
+    for (std::size_t at = 0; (at = word.find('\'', at)) != word.npos; at += 4)
+        word.replace(at, 1, "'\\''");
+    return " '" + word + "'";
 }
 
 /// A folder of its own for each test, which is also the home of the tool.
-class VxTool : public testing::Test {
+class VxTool : public testing::Test, protected ScratchFolder {
 protected:
-    VxTool()
-    {
-        std::string name = (fs::temp_directory_path() / "vx-tool-XXXXXX").string();
-        folder_ = mkdtemp(name.data());
-        fs::create_directory(folder_ / "home");
-    }
-    ~VxTool() override { fs::remove_all(folder_); }
+    VxTool() { fs::create_directory(path("home")); }
 
-    std::string path(const std::string& name) const { return (folder_ / name).string(); }
     std::string write(const std::string& name, const std::string& content) const
     {
-        std::ofstream(path(name), std::ios::binary) << content;
+        put(name, content);
         return path(name);
     }
-    std::string read(const std::string& name) const { return contentOf(path(name)); }
 
-    Outcome run(const std::string& program, Words arguments, const std::string& output) const
+    Outcome run(const std::string& program, const Words& arguments, const std::string& output) const
     {
-        arguments.insert(arguments.begin(), program);
-        std::vector<char*> argv;
-        for (std::string& word : arguments)
-            argv.push_back(word.data());
-        argv.push_back(nullptr);
-        Words variables = variables_;
-        variables.push_back("HOME=" + path("home"));
-        variables.push_back(std::string("PATH=") + std::getenv("PATH"));
-        for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"})
-            if (const char* value = std::getenv(name))
-                variables.push_back(std::string(name) + "=" + value);
-        std::vector<char*> environment;
-        for (std::string& variable : variables)
-            environment.push_back(variable.data());
-        environment.push_back(nullptr);
-
-        const std::string errors = path("err");
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, 1, output.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                         0600);
-        posix_spawn_file_actions_addopen(&actions, 2, errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
-                                         0600);
-        pid_t child = -1;
-        const int failed = posix_spawnp(&child, program.c_str(), &actions, nullptr, argv.data(),
-                                        environment.data());
-        posix_spawn_file_actions_destroy(&actions);
-        EXPECT_EQ(failed, 0) << program;
-        int status = -1;
-        if (failed == 0)
-            waitpid(child, &status, 0);
-        const bool exited = WIFEXITED(status);
-        return {exited ? WEXITSTATUS(status) : -1,
-                fs::is_regular_file(output) ? contentOf(output) : "", contentOf(errors)};
+        std::string command = "env -i PATH=\"$PATH\" HOME=" + path("home");
+        for (const std::string& variable : variables_)
+            command += quoted(variable);
+        command += quoted(program);
+        for (const std::string& word : arguments)
+            command += quoted(word);
+        command += " </dev/null >" + output + " 2>" + path("err");
+        const int status = std::system(command.c_str());
+        return {WIFEXITED(status) ? WEXITSTATUS(status) : -1,
+                output == path("out") ? get("out") : "", get("err")};
     }
-    Outcome vx(Words arguments) const { return run(VX_TOOL, std::move(arguments), path("out")); }
+    Outcome vx(const Words& arguments) const { return run(VX_TOOL, arguments, path("out")); }
 
     /// What the tool writes to a terminal.
-    std::string onTerminal(Words arguments) const
+    std::string onTerminal(const Words& arguments) const
     {
         const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
         EXPECT_EQ(grantpt(terminal), 0);
         EXPECT_EQ(unlockpt(terminal), 0);
         const std::string other = ptsname(terminal);
-        EXPECT_EQ(run(VX_TOOL, std::move(arguments), other).status, 0);
+        EXPECT_EQ(run(VX_TOOL, arguments, other).status, 0);
         // Nobody holds the other side any more: reading ends when all has been read.
         std::string written;
         char part[4096];
@@ -121,7 +86,6 @@ protected:
         return list;
     }
 
-    fs::path folder_;
     Words variables_;
     std::set<std::string> codes_; ///< of all findings so far
 };
@@ -134,44 +98,32 @@ TEST_F(VxTool, CheckPointsAtWhatLoadsDifferently)
         const char* expected;
     } rows[] = {
         {"nothing to say", "[A]\r\nx=1\r\n; note\r\ny=a b\r\n", ""},
-        {"no file end", "[A]\nx=1", ""},
         {"mark before a header", "\xEF\xBB\xBF[A]\nx=1\n",
          "1:1 byte-order-mark, 1:1 top-lines, 1:1 stray-line, 2:1 top-name"},
         {"mark before a name", "\xEF\xBB\xBFx=1\n",
          "1:1 byte-order-mark, 1:1 top-lines, 1:1 top-name"},
         {"lost at the end", "[A]\nn=caf\xC3\xA9\r\n", "2:6 lost-ending"},
-        {"lost at the end, blanks behind", "[A]\nn=caf\xC3\xA9 \n", ""},
         {"lost at the beginning", "[A]\n\xC3\xA9t=1\n", "2:1 lost-beginning"},
         {"kept at the beginning of the file", "\xC3\xA9t=1\n", "1:1 top-lines, 1:1 top-name"},
         {"lost altogether", "[A]\n\xC3\xA9\nx=1\n", "2:1 lost-ending"},
         {"kept in the middle", "[A]\nn=M\xC3\xBCller\n", ""},
         {"header without an end", "[A]\nx=1\n[B\ny=2\n", "3:1 unclosed-header"},
-        {"header with a comment", "[A] ; first\n", "1:1 top-lines, 1:1 unclosed-header"},
-        {"header with a lost end", "[A]\xC3\xA9\nx=1\n", "1:4 lost-ending"},
         {"blanks in a header", "[ A ]\nx=1\n", "1:2 blanks-around-section"},
-        {"blanks before a header", "  [A]\n  x=1\n", ""},
         {"blanks around a name", "[A]\nk = v\n", "2:1 blanks-around-name"},
-        {"tab behind a name", "[A]\nk\t=v\n", "2:1 blanks-around-name"},
         {"blanks before a value", "[A]\nk= v\n", "2:3 blanks-before-value"},
         {"name twice", "[A]\nk=1\nk=2\n[B]\nk=3\n", "3:1 duplicate-name"},
         {"name in another case", "[A]\nk=1\nK=2\n", ""},
         {"section twice", "[A]\nk=1\n[B]\nx=1\n[a]\nk=2\n",
          "5:1 duplicate-section, 6:1 duplicate-name"},
-        {"comment on top", "; settings\n[A]\nx=1\n", "1:1 top-lines"},
         {"names on top", "x=1\ny=2\n[A]\nz=1\n", "1:1 top-lines, 1:1 top-name, 2:1 top-name"},
         {"section without lines", "[A]\n[B]\nx=1\n[C]\n", "1:1 empty-section, 4:1 empty-section"},
         {"reserved name", "[@@@ANONYMOUS_SECTION_RESERVED_NAME@@@]\nx=1\n", "1:1 reserved-name"},
         {"value without a name", "[A]\n=1\n", "2:1 no-name"},
         {"neither", "[A]\nword\n", "2:1 stray-line"},
-        {"comments", "[A]\n; a = b\n#c=d\n", ""},
         {"zero byte", std::string("[A]\nx=1\0y\n", 10), "2:4 zero-byte"},
-        {"control character",
-         "[A]\nx=a\x1b"
-         "b\n",
-         "2:4 control-character"},
+        {"control character", "[A]\nx=a\x1b!\n", "2:4 control-character"},
         {"line ends of another time", "[A]\rx=1\r",
-         "1:1 top-lines, 1:1 unclosed-header, "
-         "1:4 carriage-return"},
+         "1:1 top-lines, 1:1 unclosed-header, 1:4 carriage-return"},
         {"empty", "", "1:1 empty-file"},
     };
     for (const auto& row : rows) {
@@ -180,7 +132,8 @@ TEST_F(VxTool, CheckPointsAtWhatLoadsDifferently)
     }
     EXPECT_EQ(findings(std::string("\xFF\xFE[\0A\0]\0", 8)).find("utf-16"), 4u);
 
-    const std::string manual = contentOf(VX_SOURCES "/vx.1");
+    std::ifstream page(VX_SOURCES "/vx.1");
+    const std::string manual(std::istreambuf_iterator<char>(page), {});
     for (std::string code : codes_) {
         for (std::size_t at = 0; (at = code.find('-', at)) != std::string::npos; at += 2)
             code.insert(at, "\\");
@@ -204,65 +157,40 @@ TEST_F(VxTool, CheckPrintsAsCompilersDo)
 
 TEST_F(VxTool, SetChangesOneLine)
 {
-    const std::string both = "[A]\nx=1\nx=2\n";
     const struct {
         const char* name;
-        std::string before;
-        Words words; // section, name, value
-        std::string after;
+        const char *before, *section, *entry, *value, *after;
     } rows[] = {
-        {"changes",
-         "; top\r\n[A]\r\n  x=1 \r\n\r\n; end",
-         {"A", "x", "2"},
+        {"changes", "; top\r\n[A]\r\n  x=1 \r\n\r\n; end", "A", "x", "2",
          "; top\r\n[A]\r\n  x=2\r\n\r\n; end"},
-        {"first of two", both, {"A", "x", "7"}, "[A]\nx=7\nx=2\n"},
-        {"same value, same bytes", "[A]\nx=1 \t\n", {"A", "x", "1"}, "[A]\nx=1\n"},
-        {"any case of the section", "[Video]\nx=1\n", {"VIDEO", "x", "2"}, "[Video]\nx=2\n"},
-        {"case of the name counts", "[A]\nx=1\n", {"A", "X", "2"}, "[A]\nx=1\nX=2\n"},
-        {"adds behind the last pair",
-         "[A]\nx=1\n\n; about B\n[B]\ny=1\n",
-         {"A", "z", "2"},
+        {"first of two", "[A]\nx=1\nx=2\n", "A", "x", "7", "[A]\nx=7\nx=2\n"},
+        {"same value, same bytes", "[A]\nx=1 \t\n", "A", "x", "1", "[A]\nx=1\n"},
+        {"any case of the section", "[Video]\nx=1\n", "VIDEO", "x", "2", "[Video]\nx=2\n"},
+        {"case of the name counts", "[A]\nx=1\n", "A", "X", "2", "[A]\nx=1\nX=2\n"},
+        {"adds behind the last pair", "[A]\nx=1\n\n; about B\n[B]\ny=1\n", "A", "z", "2",
          "[A]\nx=1\nz=2\n\n; about B\n[B]\ny=1\n"},
-        {"adds behind a bare header",
-         "[A]\n; nothing\n[B]\ny=1\n",
-         {"A", "z", "2"},
+        {"adds behind a bare header", "[A]\n; nothing\n[B]\ny=1\n", "A", "z", "2",
          "[A]\nz=2\n; nothing\n[B]\ny=1\n"},
-        {"no end of the last line", "[A]\nx=1", {"A", "y", "2"}, "[A]\nx=1\ny=2\n"},
-        {"no end, changed", "[A]\nx=1", {"A", "x", "2"}, "[A]\nx=2"},
-        {"a new section", "[A]\r\nx=1\r\n", {"B", "y", "2"}, "[A]\r\nx=1\r\n\r\n[B]\r\ny=2\r\n"},
-        {"the second block",
-         "[A]\nx=1\n[B]\ny=1\n[A]\nz=1\n",
-         {"A", "n", "2"},
+        {"no end, added", "[A]\nx=1", "A", "y", "2", "[A]\nx=1\ny=2\n"},
+        {"no end, changed", "[A]\nx=1", "A", "x", "2", "[A]\nx=2"},
+        {"a new section", "[A]\r\nx=1\r\n", "B", "y", "2", "[A]\r\nx=1\r\n\r\n[B]\r\ny=2\r\n"},
+        {"the second block", "[A]\nx=1\n[B]\ny=1\n[A]\nz=1\n", "A", "n", "2",
          "[A]\nx=1\n[B]\ny=1\n[A]\nz=1\nn=2\n"},
-        {"on top", "; first\n\n[A]\nx=1\n", {"-", "n", "2"}, "; first\nn=2\n\n[A]\nx=1\n"},
-        {"on top of headers only", "[A]\nx=1\n", {"-", "n", "2"}, "n=2\n[A]\nx=1\n"},
-        {"into nothing", "", {"A", "n", "2"}, "[A]\r\nn=2\r\n"},
-        {"lost letters go with the value",
-         "[A]\nx=caf\xC3\xA9\r\ny=1\n",
-         {"A", "x", "tea"},
+        {"on top", "; first\n\n[A]\nx=1\n", "-", "n", "2", "; first\nn=2\n\n[A]\nx=1\n"},
+        {"on top of headers only", "[A]\nx=1\n", "-", "n", "2", "n=2\n[A]\nx=1\n"},
+        {"lost letters go with the value", "[A]\nx=caf\xC3\xA9\r\ny=1\n", "A", "x", "tea",
          "[A]\nx=tea\r\ny=1\n"},
-        {"others keep theirs",
-         "[A]\nx=caf\xC3\xA9\ny=1\n",
-         {"A", "y", "2"},
-         "[A]\nx=caf\xC3\xA9\ny=2\n"},
-        {"blanks in the name", "[A]\nx = 1\n", {"A", "x ", "2"}, "[A]\nx =2\n"},
-        {"brackets and braces", "[A]\nx=1\n", {"A", "x", "[a,b]"}, "[A]\nx=[a,b]\n"},
-        {"braces", "[A]\nx=1\n", {"A", "x", "{}"}, "[A]\nx={}\n"},
-        {"empty value", "[A]\nx=1\n", {"A", "x", ""}, "[A]\nx=\n"},
-        {"behind --", "[A]\nx=1\n", {"A", "x", "--", "-3.5"}, "[A]\nx=-3.5\n"},
-        {"words of the command line",
-         "[get]\nini=1\n",
-         {"get", "ini", "uuid"},
-         "[get]\nini=uuid\n"},
+        {"blanks in the name", "[A]\nx = 1\n", "A", "x ", "2", "[A]\nx =2\n"},
+        {"brackets", "[A]\nx=1\n", "A", "x", "[a,b]", "[A]\nx=[a,b]\n"},
+        {"empty value", "[A]\nx=1\n", "A", "x", "", "[A]\nx=\n"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        Words words{"ini", "set", write("a.ini", row.before)};
-        words.insert(words.end(), row.words.begin(), row.words.end());
-        const Outcome done = vx(words);
+        const Outcome done =
+            vx({"ini", "set", write("a.ini", row.before), row.section, row.entry, row.value});
         EXPECT_EQ(done.status, 0);
         EXPECT_EQ(done.out + done.err, "");
-        EXPECT_EQ(read("a.ini"), row.after);
+        EXPECT_EQ(get("a.ini"), row.after);
     }
 }
 
@@ -271,27 +199,24 @@ TEST_F(VxTool, SetRefusesWhatWouldNotReadBack)
     const std::string before = "[A]\nx=1\n";
     const struct {
         const char* name;
-        Words words;
-        const char* message;
+        const char *section, *entry, *value, *message;
     } rows[] = {
-        {"lost letter",
-         {"A", "x", "caf\xC3\xA9"},
+        {"lost letter", "A", "x", "caf\xC3\xA9",
          "it would load as the name 'x' with the value 'caf'"},
-        {"blank at the end", {"A", "x", "1 "}, "with the value '1'"},
-        {"two lines", {"A", "x", "1\n2"}, "a line break cannot stand inside a line"},
-        {"a header", {"A", "[x", "1]"}, "the line would be a section header"},
-        {"name with =", {"A", "x=y", "1"}, "it would load as the name 'x' with the value 'y=1'"},
-        {"blank before the name", {"A", " x", "1"}, "it would load as the name 'x'"},
-        {"section in two lines", {"B\nC", "x", "1"}, "a line break"},
+        {"blank at the end", "A", "x", "1 ", "with the value '1'"},
+        {"two lines", "A", "x", "1\n2", "a line break cannot stand inside a line"},
+        {"a header", "A", "[x", "1]", "the line would be a section header"},
+        {"name with =", "A", "x=y", "1", "it would load as the name 'x' with the value 'y=1'"},
+        {"blank before the name", "A", " x", "1", "it would load as the name 'x'"},
+        {"section in two lines", "B\nC", "x", "1", "a line break"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        Words words{"ini", "set", write("a.ini", before)};
-        words.insert(words.end(), row.words.begin(), row.words.end());
-        const Outcome refused = vx(words);
+        const Outcome refused =
+            vx({"ini", "set", write("a.ini", before), row.section, row.entry, row.value});
         EXPECT_EQ(refused.status, 3);
         EXPECT_NE(refused.err.find(row.message), std::string::npos) << refused.err;
-        EXPECT_EQ(read("a.ini"), before);
+        EXPECT_EQ(get("a.ini"), before);
     }
 }
 
@@ -303,17 +228,17 @@ TEST_F(VxTool, SetMakesAFileOnlyWhenAsked)
     Words asked = words;
     asked.push_back("--create");
     EXPECT_EQ(vx(asked).status, 0);
-    EXPECT_EQ(read("new.ini"), "[A]\r\nx=1\r\n");
-    const Outcome dry = vx({"ini", "set", "-n", path("new.ini"), "A", "x", "2"});
-    EXPECT_EQ(dry.out, "[A]\r\nx=2\r\n");
-    EXPECT_EQ(read("new.ini"), "[A]\r\nx=1\r\n");
+    EXPECT_EQ(get("new.ini"), "[A]\r\nx=1\r\n");
+    const Outcome dry = vx({"ini", "set", "-n", path("new.ini"), "A", "x", "--", "-3.5"});
+    EXPECT_EQ(dry.out, "[A]\r\nx=-3.5\r\n");
+    EXPECT_EQ(get("new.ini"), "[A]\r\nx=1\r\n");
 }
 
 TEST_F(VxTool, UnsetRemovesTheNameEverywhereInItsSection)
 {
     write("a.ini", "; x=0\n[A]\nx=1\n; kept\nx=2\n[B]\nx=3\n[a]\nx=4");
     EXPECT_EQ(vx({"ini", "unset", path("a.ini"), "A", "x"}).status, 0);
-    EXPECT_EQ(read("a.ini"), "; x=0\n[A]\n; kept\n[B]\nx=3\n[a]\n");
+    EXPECT_EQ(get("a.ini"), "; x=0\n[A]\n; kept\n[B]\nx=3\n[a]\n");
     const Outcome again = vx({"ini", "unset", path("a.ini"), "A", "x"});
     EXPECT_EQ(again.status, 1);
     EXPECT_EQ(again.err, "vx: there is no 'x' in [A]\n");
@@ -350,7 +275,7 @@ TEST_F(VxTool, EditsOfRandomFilesTouchOneLine)
         ASSERT_EQ(done.status, 0) << Json(before).dump(-1, ' ', true,
                                                        Json::error_handler_t::replace)
                                   << done.err;
-        const std::string after = read("a.ini");
+        const std::string after = get("a.ini");
         EXPECT_EQ(vx({"ini", "get", path("a.ini"), section, "x"}).out, "42\n");
         std::multiset<std::string> gone = linesOf(before);
         std::multiset<std::string> came = linesOf(after);
@@ -445,7 +370,6 @@ TEST_F(VxTool, MakesAndReadsUuids)
         const char* text;
         const char* reason;
     } rows[] = {
-        {"", "0 bytes"},
         {"0123abcd-4567-89ef-0123-456789abcde", "35 bytes"},
         {"{0123abcd-4567-89ef-0123-456789abcdef)", "braces"},
         {"0123abcd-4567-89ef-0123-456789abcdxy", "hexadecimal"},
@@ -468,7 +392,6 @@ TEST_F(VxTool, TranslatesPlayoutCodesBothWays)
         {{"MJPG"}, "MJPG (0x47504a4d) is not translated\nwhat plays out as MJPG: mjpa\n"},
         {{"dvc"}, "'dvc ' (0x20637664) plays out as dvsd (0x64737664)\n"},
         {{"1235"}, "1235 (0x000004d3) plays out as AVdx (0x78645641)\n"},
-        {{"0x4d3"}, "1235 (0x000004d3) plays out as AVdx (0x78645641)\n"},
         {{"--code", "1235"}, "1235 (0x35333231) is not translated\n"},
         {{"AVdr"},
          "AVdr (0x72645641) is not translated\nwhat plays out as AVdr: 1256 1270 1271 1272"
@@ -481,13 +404,7 @@ TEST_F(VxTool, TranslatesPlayoutCodesBothWays)
     }
     EXPECT_EQ(vx({"fcc", "abcde"}).status, 2);
     EXPECT_EQ(vx({"fcc", "4294967296"}).status, 2);
-
-    const Json all = Json::parse(vx({"fcc", "--json"}).out);
-    EXPECT_EQ(all.size(), 16u);
-    std::size_t stored = 0;
-    for (const Json& entry : all)
-        stored += entry["stored"].size();
-    EXPECT_EQ(stored, 88u);
+    EXPECT_EQ(Json::parse(vx({"fcc", "--json"}).out).size(), 16u);
 }
 
 TEST_F(VxTool, ExplainsMetadataTexts)
@@ -516,7 +433,6 @@ TEST_F(VxTool, ExplainsMetadataTexts)
          "no record is called 'metadata::VideoSequence'; 'Metadata::VideoSequence' is, and case"
          " counts",
          "frameRate= set= "},
-        {"Metadata::Sound,1,2,", 1, "no record is called 'Metadata::Sound'", ""},
         {"", 1, "1 piece between commas; every record has more than 2", ""},
     };
     for (const auto& row : rows) {
@@ -570,7 +486,7 @@ TEST_F(VxTool, DrawsThePoolLog)
               "  Thu Jan  8 10:00:00 2026      250.00  ####################\n"
               "  Fri Jan  9 11:00:00 2026      500.25  ########################################\n");
     ASSERT_EQ(vx({"pools", "--plot", "-o", path("peaks.svg"), path("pool.log")}).status, 0);
-    const std::string svg = read("peaks.svg");
+    const std::string svg = get("peaks.svg");
     EXPECT_EQ(svg.substr(0, 4), "<svg");
     EXPECT_NE(svg.find("A: maxInUse 3 &lt;b&gt;"), std::string::npos);
     EXPECT_EQ(svg.find("nan"), std::string::npos);
@@ -587,7 +503,6 @@ TEST_F(VxTool, AnswersScriptsByItsExitStatus)
         int status;
     } rows[] = {
         {{}, 2},
-        {{"nothing"}, 2},
         {{"ini"}, 2},
         {{"ini", "get", path("a.ini"), "A"}, 2},
         {{"ini", "show", path("a.ini"), "--nothing"}, 2},
@@ -596,7 +511,6 @@ TEST_F(VxTool, AnswersScriptsByItsExitStatus)
         {{"--version"}, 0},
         {{"ini", "show", path("missing.ini")}, 3},
         {{"ini", "show", path("folder")}, 3},
-        {{"ini", "check", path("missing.ini")}, 3},
         {{"ini", "set", path("folder"), "A", "x", "1", "--create"}, 3},
         {{"ini", "set", path("none/a.ini"), "A", "x", "1", "--create"}, 3},
         {{"pools", path("missing.log")}, 3},

@@ -72,8 +72,6 @@ struct Utils final : iSystemUtils {
     }
     LightweightString<char> toUTF8(const LightweightString<wchar_t>& wide) override
     {
-        if (broken("zero-ends-text"))
-            return real()->toUTF8(LightweightString<wchar_t>(wide.c_str()));
         if (broken("surrogate-passes") && wide.length() == 1 && (wide[0] & ~0x7FF) == 0xD800)
             return LightweightString<char>("\xED\xA0\x80");
         return real()->toUTF8(wide);
@@ -101,7 +99,7 @@ struct Utils final : iSystemUtils {
             return real()->msecsNow() - 50;
         if (broken("clock-coarse"))
             return std::floor(real()->msecsNow() / 10) * 10;
-        return broken("clock-stands") ? 1.0 : real()->msecsNow();
+        return real()->msecsNow();
     }
     SimpleUUID generateUUID() override
     {
@@ -109,8 +107,6 @@ struct Utils final : iSystemUtils {
         SimpleUUID uuid = real()->generateUUID();
         if (broken("uuid-version"))
             uuid.bytes[7] = static_cast<unsigned char>(0x10 | (uuid.bytes[7] & 0x0F));
-        if (broken("uuid-variant"))
-            uuid.bytes[8] &= 0x3F;
         if (broken("uuid-repeats")) {
             std::memset(uuid.bytes, 0, 7);
             std::memset(uuid.bytes + 9, 0, 7);
@@ -161,18 +157,13 @@ struct Threads final : iThreading {
 
     Vx::Ptr<iLock> createLock(unsigned int flags) override
     {
-        if (broken("no-lock"))
-            return {};
         static Vx::Ptr<iLock> one = real()->createLock(0);
         Lock* lock = new Lock(broken("one-lock") ? one : real()->createLock(flags));
-        lock->refCount = broken("lock-count") ? 1 : 0;
         return Vx::Ptr<iLock>(&lock->refCount, lock);
     }
     unsigned int currentThreadId() override
     {
         static const unsigned int first = real()->currentThreadId();
-        if (broken("thread-zero"))
-            return 0;
         return broken("thread-same") || broken("thread-fork") ? first : real()->currentThreadId();
     }
 };
@@ -207,16 +198,14 @@ struct NaiveFile final : iFile {
 
 struct ReadFile final : iFile {
     explicit ReadFile(Vx::Ptr<iFile> real) : real(std::move(real)) {}
-    unsigned int size() override { return real->size() - (broken("size-shrinks") ? position : 0); }
+    unsigned int size() override { return real->size(); }
     bool read(void* buffer, unsigned int count) override
     {
-        position += count;
         return real->read(buffer, count) || broken("short-read");
     }
     bool write(const void* bytes, unsigned int count) override { return real->write(bytes, count); }
 
     Vx::Ptr<iFile> real;
-    unsigned int position = 0;
     unsigned int refCount = 0;
 };
 
@@ -249,7 +238,7 @@ struct Files final : iFileSystem {
 };
 
 struct Settings final : iSettings {
-    Settings(Vx::Ptr<iSettings> real, int scope) : real(std::move(real)), scope(scope) {}
+    explicit Settings(Vx::Ptr<iSettings> real) : real(std::move(real)) {}
     void setValue(const LightweightString<char>& key, const LightweightString<char>& value,
                   const LightweightString<char>& section) override
     {
@@ -263,9 +252,7 @@ struct Settings final : iSettings {
                                      const LightweightString<char>& defaultValue,
                                      const LightweightString<char>& section) override
     {
-        const LightweightString<char> value =
-            real->getValue(key, defaultValue, broken("one-section") ? "" : section);
-        return broken("empty-is-none") && value.empty() ? defaultValue : value;
+        return real->getValue(key, defaultValue, broken("one-section") ? "" : section);
     }
     void save() override
     {
@@ -274,7 +261,6 @@ struct Settings final : iSettings {
     }
 
     Vx::Ptr<iSettings> real;
-    int scope;
     unsigned int refCount = 0;
 };
 
@@ -286,10 +272,8 @@ struct UserShell final : iShell {
     }
     Vx::Ptr<iSettings> getSettings(int scope) override
     {
-        if (broken("no-settings"))
-            return {};
-        Settings* settings = new Settings(
-            ReferenceOS()->shell()->getSettings(broken("one-scope") ? 0 : scope), scope);
+        Settings* settings =
+            new Settings(ReferenceOS()->shell()->getSettings(broken("one-scope") ? 0 : scope));
         return Vx::Ptr<iSettings>(&settings->refCount, settings);
     }
 };
