@@ -1,4 +1,4 @@
-# What `cmake --install` lays down: headers, libraries, a CMake package and a pkg-config file.
+# What `cmake --install` lays down: headers, libraries, a CMake package and pkg-config files.
 # Components: runtime, development, testing, tools.
 
 include(CMakePackageConfigHelpers)
@@ -30,8 +30,12 @@ file(RELATIVE_PATH VX_PREFIX_FROM_PKGCONFIG
 configure_file(cmake/vx.pc.in ${PROJECT_BINARY_DIR}/vx.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vx.pc
     DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
+configure_file(cmake/vx-test-platform.pc.in ${PROJECT_BINARY_DIR}/vx-test-platform.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/vx-test-platform.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT testing)
 
-install(DIRECTORY docs/ DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
+# Side by side as in the tree, so that the pages find each other.
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development
     FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
-install(FILES README.md CHANGELOG.md LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR}
-    COMPONENT development)
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md LICENSE
+    DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)

@@ -59,5 +59,10 @@ case $way in
                         "$([ "$sources" = consumer.cpp ] && echo reference || echo own)"
                 done
             done
+            # shellcheck disable=SC2046
+            $compiler -std=c++17 "$source/tests/consumer/test.cpp" -o "$scratch/program" \
+                $(pkg-config --cflags --libs vx-test-platform) \
+                -Wl,-rpath,"$(pkg-config --variable=libdir vx)"
+            "$scratch/program"
         done ;;
 esac
