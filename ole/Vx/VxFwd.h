@@ -1,6 +1,8 @@
 // VxFwd.h - forward declarations of every public type, for headers that only name them.
 #pragma once
 
+#include <Vx/VxExport.h>
+
 // The class roots and the platform services.
 class iVirtual;
 class iObject;
@@ -28,7 +30,8 @@ class CriticalSection;
 class VxIniFile;
 
 namespace Shutdown {
-enum eExitType : int;
+// Marked, because the type information of a callback is no more visible than its arguments.
+enum VX_API eExitType : int;
 class FunctionCallback;
 struct CallbackItem;
 class CallbackItemList;
