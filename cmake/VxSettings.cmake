@@ -4,9 +4,12 @@ add_library(vx_settings INTERFACE)
 target_compile_options(vx_settings INTERFACE
     -Wall -Wextra -Wconversion $<$<BOOL:${VX_WERROR}>:-Werror>
     -march=${VX_MARCH}
-    # No path of the machine that builds, in debug information or in assertions.
+    # No path of the machine that builds, in debug information or in assertions: the same sources
+    # make the same bytes in every folder. The last map that matches counts; compilers run in
+    # the folder of the whole build, which is another's when Vx is a part of it.
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
-    -ffile-prefix-map=${PROJECT_BINARY_DIR}/=)
+    -ffile-prefix-map=${CMAKE_BINARY_DIR}=/build
+    -ffile-prefix-map=${PROJECT_BINARY_DIR}=/build)
 if(VX_SANITIZE)
     target_compile_options(vx_settings INTERFACE
         -fsanitize=${VX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

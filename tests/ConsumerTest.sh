@@ -34,12 +34,13 @@ case $way in
         with_cmake -DCMAKE_PREFIX_PATH="$scratch/moved" ;;
     source)
         with_cmake -DVX_SOURCE="$source" -DCMAKE_BUILD_TYPE=RelWithDebInfo
-        # Built in another place from the same sources: the same bytes, but for the debug
-        # information, which names the folder of the build.
+        # Built in another place from the same sources: the same bytes. Only a compiler cache that
+        # names the sources from where the compiler runs puts that place into debug information.
         for library in ole/Vx/libVx.so platforms/linux/libOS.so platforms/linux/libVxIPP.so; do
             for place in "$build" "$scratch/build/_deps/vx-build"; do
-                objcopy --strip-debug -R .note.gnu.build-id "$place/$library" \
-                    "$scratch/$(basename "$place").so"
+                copy=$scratch/$(basename "$place").so
+                cp -L "$place/$library" "$copy"
+                [ -z "${CCACHE_BASEDIR:-}" ] || objcopy --strip-debug -R .note.gnu.build-id "$copy"
             done
             cmp "$scratch/$(basename "$build").so" "$scratch/vx-build.so"
         done ;;
