@@ -7,6 +7,10 @@
 #include <Vx/VxTypeManip.h>
 #include <Vx/platform/iThreading.h>
 
+namespace Vx {
+class NamedObjectsNamespace;
+}
+
 /// A recursive lock around a lock of the platform. It knows its owner and can carry a
 /// name for diagnostic tools.
 ///
@@ -72,6 +76,9 @@ public:
     void unlock() { leave(); }
 
 private:
+    // Fetches locks on their way to being entered.
+    friend class Vx::NamedObjectsNamespace;
+
     struct Rep {
         Vx::Ptr<iLock> lock;
         unsigned int entryCount = 0;  // nested entries of the owner; guarded by lock

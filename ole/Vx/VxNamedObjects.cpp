@@ -2,8 +2,8 @@
 
 #include <Vx/VxCRC.h>
 #include <Vx/VxException.h>
+#include <cstdint>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -37,6 +37,62 @@ unsigned int checksum(std::string_view text)
     return Vx::CRC::CalculateCRC32ForBlock(text.data(), text.size());
 }
 
+using Word = std::uint64_t;
+
+template <class Unsigned = Word> Unsigned load(const char* bytes)
+{
+    Unsigned word;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+// All bytes of a text shorter than a word: of two texts of one length, the same only if those
+// are.
+Word loadFew(std::string_view text)
+{
+    const char* const bytes = text.data();
+    const std::size_t size = text.size();
+    if (size >= 4)
+        return load<std::uint32_t>(bytes) | Word{load<std::uint32_t>(bytes + size - 4)} << 32;
+    if (size == 0)
+        return 0;
+    const auto at = [&](std::size_t i) { return Word{static_cast<unsigned char>(bytes[i])}; };
+    return at(0) | at(size / 2) << 8 | at(size - 1) << 16;
+}
+
+Word mixed(Word a, Word b)
+{
+    const unsigned __int128 product = static_cast<unsigned __int128>(a) * b;
+    return static_cast<Word>(product) ^ static_cast<Word>(product >> 64);
+}
+
+// Continues `hash` over the text, a word at a time; the last one may overlap.
+Word hashOf(std::string_view text, Word hash)
+{
+    constexpr Word kFactor = 0x9E3779B97F4A7C15u;
+    hash ^= text.size() * 0xE7037ED1A0B428DBu;
+    if (text.size() < sizeof(Word))
+        return mixed(hash ^ loadFew(text), kFactor);
+    const char* const last = text.data() + text.size() - sizeof(Word);
+    for (const char* at = text.data(); at < last; at += sizeof(Word))
+        hash = mixed(hash ^ load(at), kFactor);
+    return mixed(hash ^ load(last), kFactor);
+}
+
+// For short texts, which most are: by the word as well.
+bool same(std::string_view a, std::string_view b)
+{
+    if (a.size() != b.size())
+        return false;
+    if (a.size() < sizeof(Word))
+        return loadFew(a) == loadFew(b);
+    const std::size_t last = a.size() - sizeof(Word);
+    for (std::size_t at = 0; at < last; at += sizeof(Word))
+        if (load(a.data() + at) != load(b.data() + at))
+            return false;
+    return load(a.data() + last) == load(b.data() + last);
+}
+
 std::string_view withoutMark(const char* typeName)
 {
     // The compiler's mark of a type that is local to one unit.
@@ -49,13 +105,12 @@ namespace Vx {
 
 // What is looked up, worked out before any lock is taken. Equal texts have equal checksums,
 // so comparing the texts is enough and the checksums are only made for a new entry; the
-// index has a better hash of its own.
+// index has a faster hash of its own.
 struct NamedObjectsNamespace::Key {
     Key(const std::type_info& typeInfo, const char* objectName)
         : type(withoutMark(typeInfo.name())),
           name(objectName != nullptr ? objectName : ""),
-          hash(std::hash<std::string_view>()(name) * 0x9E3779B97F4A7C15u ^
-               std::hash<std::string_view>()(type))
+          hash(hashOf(name, hashOf(type, 0)))
     {}
 
     std::string_view type;
@@ -68,10 +123,9 @@ struct NamedObjectsNamespace::Key {
 struct NamedObjectsNamespace::IndexedEntry : Entry {
     bool answersTo(const Key& key) const noexcept
     {
-        const char* const text = key.name.size() <= sizeof nearName ? nearName : objectName.c_str();
-        return hash == key.hash && nameLength == key.name.size() &&
-               std::memcmp(text, key.name.data(), key.name.size()) == 0 &&
-               std::string_view(typeName) == key.type;
+        const char* const text = nameLength <= sizeof nearName ? nearName : objectName.c_str();
+        return hash == key.hash && same(std::string_view(text, nameLength), key.name) &&
+               same(typeName, key.type);
     }
 
     std::size_t hash;
@@ -80,21 +134,25 @@ struct NamedObjectsNamespace::IndexedEntry : Entry {
     char nearName[40]; // the whole name or nothing
 };
 
+// The first of a chain, and where the words of its lock are: in memory that no cache holds,
+// they are fetched together with the entry instead of one after the other. All of them are
+// for fetching only: an entry whose lock has been given another one is still found.
+struct NamedObjectsNamespace::Bucket {
+    std::size_t hash; // of the first entry
+    IndexedEntry* first;
+    const void* lock;
+    const void* platformLock;
+};
+
 // An entry with its link in the list: from here on nothing can fail.
 struct NamedObjectsNamespace::NewEntry {
     std::unique_ptr<IndexedEntry> entry;
     std::list<Entry*> link;
 };
 
-NamedObjectsNamespace::NamedObjectsNamespace(const char* name)
-    : name(name), buckets_(&onlyBucket_), bucketCount_(1)
-{}
+NamedObjectsNamespace::NamedObjectsNamespace(const char* name) : name(name) {}
 
-NamedObjectsNamespace::~NamedObjectsNamespace()
-{
-    if (buckets_ != &onlyBucket_)
-        delete[] buckets_;
-}
+NamedObjectsNamespace::~NamedObjectsNamespace() { delete[] buckets_; }
 
 NamedObjectsNamespace* NamedObjectsNamespace::getGlobalNamespaceInstance()
 {
@@ -113,10 +171,30 @@ NamedObjectsNamespace* NamedObjectsNamespace::getGlobalNamespaceInstance()
     return known;
 }
 
+// Before the namespace lock is entered, which takes about as long. What is read here may be
+// out of date: then something else is fetched, which does no harm.
+void NamedObjectsNamespace::fetchBucketOf(const Key& key) const noexcept
+{
+    const unsigned long count = __atomic_load_n(&bucketCount_, __ATOMIC_RELAXED);
+    __builtin_prefetch(__atomic_load_n(&buckets_, __ATOMIC_RELAXED) + (key.hash & (count - 1)));
+}
+
 // The namespace lock is held.
 auto NamedObjectsNamespace::lookUp(const Key& key) const noexcept -> IndexedEntry*
 {
-    IndexedEntry* entry = buckets_[key.hash & (bucketCount_ - 1)];
+    if (buckets_ == nullptr) {
+        for (Entry* entry : entries)
+            if (static_cast<IndexedEntry*>(entry)->answersTo(key))
+                return static_cast<IndexedEntry*>(entry);
+        return nullptr;
+    }
+    const Bucket& bucket = buckets_[key.hash & (bucketCount_ - 1)];
+    IndexedEntry* entry = bucket.first;
+    if (bucket.hash == key.hash) {
+        __builtin_prefetch(bucket.lock);
+        __builtin_prefetch(bucket.platformLock);
+        __builtin_prefetch(entry);
+    }
     while (entry != nullptr && !entry->answersTo(key))
         entry = entry->nextInChain;
     return entry;
@@ -149,33 +227,43 @@ auto NamedObjectsNamespace::append(NewEntry& prepared, void* object) noexcept ->
     IndexedEntry* const entry = prepared.entry.release();
     entry->object = object;
     entries.splice(entries.end(), prepared.link);
-    link(entry);
     if (entries.size() > bucketCount_ / 2)
         grow();
+    else
+        link(entry);
     return entry;
 }
 
 // At the end of its chain: of entries with the same key the oldest is found.
 void NamedObjectsNamespace::link(IndexedEntry* entry) noexcept
 {
-    IndexedEntry** end = &buckets_[entry->hash & (bucketCount_ - 1)];
-    while (*end != nullptr)
-        end = &(*end)->nextInChain;
+    Bucket& bucket = buckets_[entry->hash & (bucketCount_ - 1)];
     entry->nextInChain = nullptr;
-    *end = entry;
+    if (bucket.first == nullptr) {
+        const CriticalSection::Rep* const lock = entry->lock.rep_.get();
+        bucket = {entry->hash, entry, lock, lock->lock.get()};
+        return;
+    }
+    IndexedEntry* last = bucket.first;
+    while (last->nextInChain != nullptr)
+        last = last->nextInChain;
+    last->nextInChain = entry;
 }
 
-// Without memory for more buckets the chains grow longer, and nothing else happens.
+// Indexes all entries anew. Without memory for more buckets the chains grow longer, and
+// nothing else happens.
 void NamedObjectsNamespace::grow() noexcept
 {
-    const unsigned long count = bucketCount_ < 16 ? 32 : bucketCount_ * 2;
-    IndexedEntry** const buckets = new (std::nothrow) IndexedEntry* [count] {};
-    if (buckets == nullptr)
+    const unsigned long count = bucketCount_ < 16 ? 16 : bucketCount_ * 2;
+    Bucket* const buckets = new (std::nothrow) Bucket[count]{};
+    if (buckets == nullptr) {
+        if (buckets_ != nullptr)
+            link(static_cast<IndexedEntry*>(entries.back()));
         return;
-    if (buckets_ != &onlyBucket_)
-        delete[] buckets_;
-    buckets_ = buckets;
-    bucketCount_ = count;
+    }
+    delete[] buckets_;
+    __atomic_store_n(&buckets_, buckets, __ATOMIC_RELAXED);
+    __atomic_store_n(&bucketCount_, count, __ATOMIC_RELAXED);
     for (Entry* entry : entries)
         link(static_cast<IndexedEntry*>(entry));
 }
@@ -183,6 +271,7 @@ void NamedObjectsNamespace::grow() noexcept
 auto NamedObjectsNamespace::findInfo_(const std::type_info& type, const char* name) -> Entry*
 {
     const Key key(type, name);
+    fetchBucketOf(key);
     const Hold hold(namespaceLock);
     return lookUp(key);
 }

@@ -163,8 +163,10 @@ private:
     struct Key;
     struct IndexedEntry;
     struct NewEntry;
+    struct Bucket;
 
     Entry* entryToLock_(const std::type_info& type, const char* objectName);
+    void fetchBucketOf(const Key& key) const noexcept;
     IndexedEntry* lookUp(const Key& key) const noexcept;
     void prepare(const Key& key, NewEntry& prepared) const;
     Entry* append(NewEntry& prepared, void* object) noexcept;
@@ -176,10 +178,10 @@ private:
     LightweightString<char> name;
 
     // The index, guarded by namespaceLock: all entries once more, in chains by hash, the
-    // older ones first.
-    IndexedEntry** buckets_;
-    unsigned long bucketCount_;          // a power of two
-    IndexedEntry* onlyBucket_ = nullptr; // until there is memory for more
+    // older ones first. Without memory for it there is none, and the list is searched.
+    Bucket* buckets_ = nullptr;
+    unsigned long bucketCount_ = 0; // a power of two, or 0
+    void* unused_ = nullptr;
 };
 
 static_assert(sizeof(NamedObjectsNamespace::Entry) == 64 &&

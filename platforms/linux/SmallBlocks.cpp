@@ -22,6 +22,11 @@ constinit pthread_key_t threadKey = 0;
 // Set when this thread has given its blocks back: from now on it keeps none.
 [[gnu::tls_model("initial-exec")]] constinit thread_local bool ended = false;
 
+constexpr std::uintptr_t roundedUp(std::uintptr_t value, std::uintptr_t step)
+{
+    return (value + step - 1) / step * step;
+}
+
 // Enough that passing a batch on is rare, little enough that a thread holds few kilobytes
 // of a size.
 constexpr std::uint32_t batchSize(std::size_t blockSize)
@@ -73,24 +78,32 @@ void SmallBlocks::reserve() noexcept
     if (pthread_key_create(&threadKey, threadEnds) != 0)
         return;
     // Addresses only; they become memory chunk by chunk.
-    void* const place = mmap(nullptr, kReserved + kChunk, PROT_NONE,
+    void* const place = mmap(nullptr, kReserved + kHugeChunk, PROT_NONE,
                              MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     if (place == MAP_FAILED)
         return;
-    base.store((reinterpret_cast<std::uintptr_t>(place) + kChunk - 1) / kChunk * kChunk,
+    base.store(roundedUp(reinterpret_cast<std::uintptr_t>(place), kHugeChunk),
                std::memory_order_relaxed);
     usable = true;
 }
 
-std::uintptr_t SmallBlocks::takeChunk() noexcept
+std::uintptr_t SmallBlocks::takeChunk(std::uintptr_t size) noexcept
 {
-    const std::uintptr_t offset = nextChunk.fetch_add(kChunk, std::memory_order_relaxed);
-    if (offset >= kReserved)
+    std::uintptr_t next = nextChunk.load(std::memory_order_relaxed);
+    std::uintptr_t offset;
+    do {
+        offset = roundedUp(next, size);
+        if (offset + size > kReserved)
+            return 0;
+    } while (!nextChunk.compare_exchange_weak(next, offset + size, std::memory_order_relaxed));
+    void* const chunk = reinterpret_cast<void*>(base.load(std::memory_order_relaxed) + offset);
+    if (mprotect(chunk, size, PROT_READ | PROT_WRITE) != 0)
         return 0;
-    const std::uintptr_t chunk = base.load(std::memory_order_relaxed) + offset;
-    if (mprotect(reinterpret_cast<void*>(chunk), kChunk, PROT_READ | PROT_WRITE) != 0)
-        return 0;
-    return chunk;
+    // A wish only. A thread that needs that much will need the rest as well, and looking up
+    // one page for it all is quicker than five hundred.
+    if (size == kHugeChunk)
+        madvise(chunk, size, MADV_HUGEPAGE);
+    return reinterpret_cast<std::uintptr_t>(chunk);
 }
 
 // Gives this thread a cache: one that an ended thread has left, or a new one.
@@ -104,7 +117,7 @@ bool SmallBlocks::adopt() noexcept
     std::uint32_t count = 0;
     Cache* cache = reinterpret_cast<Cache*>(pop(unused, count));
     if (cache == nullptr) {
-        const std::uintptr_t chunk = takeChunk();
+        const std::uintptr_t chunk = takeChunk(kChunk);
         if (chunk == 0)
             return false;
         cache = reinterpret_cast<Cache*>(chunk); // zeroed by the system
@@ -129,11 +142,11 @@ bool SmallBlocks::carve(Cache& cache, std::size_t index) noexcept
     std::uintptr_t at = cache.fresh[index];
     if (cache.freshEnd[index] - at < size) {
         if (cache.chunk == cache.chunkEnd) {
-            const std::uintptr_t chunk = takeChunk();
+            const std::uintptr_t chunk = takeChunk(kHugeChunk);
             if (chunk == 0)
                 return false;
             cache.chunk = chunk;
-            cache.chunkEnd = chunk + kChunk;
+            cache.chunkEnd = chunk + kHugeChunk;
         }
         at = cache.chunk;
         cache.chunk += kSpan;

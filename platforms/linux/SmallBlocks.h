@@ -64,7 +64,8 @@ private:
     static constexpr std::size_t kFineSizes = kLargestFine / kGranule + 1;
     static constexpr std::size_t kSizes = kFineSizes + 16;
     static constexpr std::uintptr_t kSpan = 1u << 16;
-    static constexpr std::uintptr_t kChunk = 1u << 20; // what a thread takes at a time
+    static constexpr std::uintptr_t kChunk = 1u << 20;     // what a thread takes first
+    static constexpr std::uintptr_t kHugeChunk = 1u << 21; // and next: a huge page
     static constexpr std::uintptr_t kReserved = std::uintptr_t{1} << 35;
 
     /// A free block. On a stack, the first block of a batch tells the batch below it and
@@ -133,7 +134,7 @@ private:
 
     static bool adopt() noexcept;
     static bool carve(Cache& cache, std::size_t index) noexcept;
-    static std::uintptr_t takeChunk() noexcept;
+    static std::uintptr_t takeChunk(std::uintptr_t size) noexcept;
     static void reserve() noexcept;
     static void threadEnds(void* cache) noexcept;
     static void push(Stack& stack, Block* first, std::uint32_t count) noexcept;
