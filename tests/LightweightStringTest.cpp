@@ -3,6 +3,22 @@
 #include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
+// A text that the function below takes to be longer than 32 bits can count. Not constant, or
+// compilers count for themselves.
+extern wchar_t longText[];
+wchar_t longText[] = L"a";
+
+// In place of libc's: nobody has the memory for a text of that length.
+extern "C" std::size_t wcslen(const wchar_t* text) noexcept
+{
+    if (text == longText)
+        return (std::size_t(1) << 32) + 1;
+    const wchar_t* end = text;
+    while (*end != 0)
+        ++end;
+    return static_cast<std::size_t>(end - text);
+}
+
 namespace {
 
 using Narrow = LightweightString<char>;
@@ -270,6 +286,16 @@ TYPED_TEST(LightweightStringOf, RefusesTooManyCharactersAtOnce)
         EXPECT_EQ(read(text), widen<TypeParam>("old"));
         EXPECT_TRUE(empty.empty());
     }
+}
+
+TEST(LightweightString, KnowsATextOfMoreThan32BitsAsLonger)
+{
+    Wide one(L"a");
+    EXPECT_FALSE(one == longText);
+    EXPECT_LT(one, longText);
+    EXPECT_GT(longText, one);
+    EXPECT_THROW(one += longText, std::length_error);
+    EXPECT_EQ(one, L"a");
 }
 
 TYPED_TEST(LightweightStringOf, ComparesUnsignedCharactersThenLengths)

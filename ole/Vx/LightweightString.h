@@ -35,13 +35,12 @@ template <class Ch> using Chars = const typename Same<Ch>::type*;
     throw std::length_error("LightweightString: the text has more characters than it can count");
 }
 
-inline unsigned int lengthOf(const char* text) noexcept
+/// The characters of \p text, none of null; a length beyond 32 bits is the largest number, which
+/// no string can have.
+template <class Ch> inline unsigned int lengthOf(const Ch* text) noexcept
 {
-    return text != nullptr ? static_cast<unsigned int>(std::strlen(text)) : 0;
-}
-inline unsigned int lengthOf(const wchar_t* text) noexcept
-{
-    return text != nullptr ? static_cast<unsigned int>(std::wcslen(text)) : 0;
+    const std::size_t length = text != nullptr ? std::basic_string_view<Ch>(text).size() : 0;
+    return length < 0xFFFFFFFFu ? static_cast<unsigned int>(length) : 0xFFFFFFFFu;
 }
 
 /// Copies like copyUpToZero() where there is no 0 among the characters: a few of them, by the
