@@ -2,6 +2,7 @@
 
 #include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
+#include <sys/mman.h>
 
 // A text that the function below takes to be longer than 32 bits can count. Not constant, or
 // compilers count for themselves.
@@ -220,6 +221,22 @@ TYPED_TEST(LightweightStringOf, AppendsShortTextsAsStrncpyCopiesThem)
             ASSERT_EQ(read(text),
                       own + own.substr(zero) + std::basic_string<TypeParam>(zero, TypeParam(0)));
         }
+}
+
+TYPED_TEST(LightweightStringOf, AppendingReadsNothingBehindAZero)
+{
+    const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    void* const memory =
+        mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    TypeParam* const end = reinterpret_cast<TypeParam*>(static_cast<char*>(memory) + page);
+    ASSERT_EQ(mprotect(end, page, PROT_NONE), 0);
+    end[-2] = 'b';
+    LightweightString<TypeParam> text;
+    text.resizeFor(100).resizeFor(1).mutableChars()[0] = 'a';
+    text.append(end - 2, 20);
+    EXPECT_EQ(read(text), widen<TypeParam>("ab" + std::string(19, '\0')));
+    munmap(memory, 2 * page);
 }
 
 TYPED_TEST(LightweightStringOf, PushBackTakesEveryCharacterAppendingDeliberatelyNoZero)

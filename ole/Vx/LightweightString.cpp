@@ -40,7 +40,7 @@ template <class Ch> LightweightString<Ch> join(const Ch* left, const Lightweight
     if (total != 0) {
         Ch* const chars = Vx::StringDetail::Access::blockOf(joined)->data;
         std::memcpy(chars, left, sizeof(Ch) * std::size_t(leftLength));
-        Vx::StringDetail::copyUpToZero(chars + leftLength, right.c_str(), right.length());
+        Vx::StringDetail::copyTextUpToZero(chars + leftLength, right.c_str(), right.length());
     }
     return joined;
 }

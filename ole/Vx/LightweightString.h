@@ -44,7 +44,7 @@ template <class Ch> inline unsigned int lengthOf(const Ch* text) noexcept
 }
 
 /// Copies like copyUpToZero() where there is no 0 among the characters: a few of them, by the
-/// word.
+/// word. All \p count characters are read, those behind a 0 too.
 /// \returns false when there is one, or when that is not this function's to answer; any of the
 ///   \p count characters at \p to may have been written then
 template <class Ch> inline bool copyWithoutZero(Ch* to, const Ch* from, unsigned int count) noexcept
@@ -72,11 +72,10 @@ template <class Ch> inline bool copyWithoutZero(Ch* to, const Ch* from, unsigned
     return zeros == 0;
 }
 
-/// Copies \p count characters as strncpy and wcsncpy do: from the first 0 on, zeros.
+/// Copies \p count characters as strncpy and wcsncpy do: from the first 0 on, zeros. What
+/// stands behind that 0 is not read, and need not be there.
 inline void copyUpToZero(char* to, const char* from, unsigned int count) noexcept
 {
-    if (copyWithoutZero(to, from, count))
-        return;
     const std::size_t kept = strnlen(from, count);
     std::memmove(to, from, kept);
     if (kept != count)
@@ -84,12 +83,18 @@ inline void copyUpToZero(char* to, const char* from, unsigned int count) noexcep
 }
 inline void copyUpToZero(wchar_t* to, const wchar_t* from, unsigned int count) noexcept
 {
-    if (copyWithoutZero(to, from, count))
-        return;
     const std::size_t kept = wcsnlen(from, count);
     std::wmemmove(to, from, kept);
     if (kept != count)
         std::wmemset(to + kept, 0, count - kept);
+}
+
+/// The same, faster, for a text of which all \p count characters can be read.
+template <class Ch>
+inline void copyTextUpToZero(Ch* to, const Ch* from, unsigned int count) noexcept
+{
+    if (!copyWithoutZero(to, from, count))
+        copyUpToZero(to, from, count);
 }
 
 /// Negative, 0 or positive: characters as unsigned numbers first, then the length.
@@ -242,21 +247,13 @@ public:
     /// Appends \p count characters from \p chars, as strncpy copies: a 0 among them
     /// and all behind it become 0, the length grows by \p count all the same. In
     /// place, without allocating, when the block is not shared and has room. \p chars
-    /// may point into this string; it is not null unless \p count is 0.
+    /// may point into this string, and may end at a 0 before \p count; it is not null
+    /// unless \p count is 0.
     LightweightString& append(const Ch* chars, unsigned int count)
     {
-        if (count == 0)
-            return *this;
-        Impl* const block = blockWithRoom(count);
-        if (block == nullptr)
-            return appendInNewBlock(chars, count);
-        // The length is read before characters are written: to the compiler they might be it.
-        const unsigned int length = block->length;
-        Ch* const end = block->data + length;
-        Vx::StringDetail::copyUpToZero(end, chars, count);
-        end[count] = 0;
-        block->length = length + count;
-        return *this;
+        return appendBy(chars, count, [](Ch* to, const Ch* from, unsigned int n) noexcept {
+            Vx::StringDetail::copyUpToZero(to, from, n);
+        });
     }
 
     /// Appends one character, zero or not.
@@ -353,6 +350,24 @@ private:
                                                                                           : nullptr;
     }
 
+    /// append(), in place with \p copy.
+    template <class Copy>
+    LightweightString& appendBy(const Ch* chars, unsigned int count, Copy copy)
+    {
+        if (count == 0)
+            return *this;
+        Impl* const block = blockWithRoom(count);
+        if (block == nullptr)
+            return appendInNewBlock(chars, count);
+        // The length is read before characters are written: to the compiler they might be it.
+        const unsigned int length = block->length;
+        Ch* const end = block->data + length;
+        copy(end, chars, count);
+        end[count] = 0;
+        block->length = length + count;
+        return *this;
+    }
+
     LightweightString& appendInNewBlock(const Ch* chars, unsigned int count);
     void pushInNewBlock(Ch character) { appendInNewBlock(&character, 1); }
 
@@ -415,6 +430,13 @@ struct Access {
     {
         return text.impl_.get();
     }
+    /// append() for a text of which all \p count characters can be read.
+    template <class Ch>
+    static LightweightString<Ch>& append(LightweightString<Ch>& to, const Ch* chars,
+                                         unsigned int count)
+    {
+        return to.appendBy(chars, count, copyTextUpToZero<Ch>);
+    }
     /// Where \p count more characters and a terminator can be written, or null.
     template <class Ch>
     static Ch* roomFor(const LightweightString<Ch>& text, unsigned int count) noexcept
@@ -457,14 +479,14 @@ static_assert(sizeof(LightweightString<char>::Impl) == 24 &&
 template <class Ch>
 LightweightString<Ch>& operator+=(LightweightString<Ch>& to, const LightweightString<Ch>& text)
 {
-    return to.append(text.c_str(), text.length());
+    return Vx::StringDetail::Access::append(to, text.c_str(), text.length());
 }
 
 /// Null appends nothing.
 template <class Ch>
 LightweightString<Ch>& operator+=(LightweightString<Ch>& to, Vx::StringDetail::Chars<Ch> text)
 {
-    return to.append(text, Vx::StringDetail::lengthOf(text));
+    return Vx::StringDetail::Access::append(to, text, Vx::StringDetail::lengthOf(text));
 }
 
 /// Appends one character. Deliberate: the character 0 appends nothing, so that a

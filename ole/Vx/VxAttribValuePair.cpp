@@ -37,8 +37,8 @@ Text join(const Text& name, char separator, const Text& value)
         char* chars = joined.mutableChars();
         std::memcpy(chars, name.c_str(), name.length());
         chars[name.length()] = separator; // the terminator, if there is nothing to separate
-        StringDetail::copyUpToZero(chars + name.length() + separatorLength, value.c_str(),
-                                   value.length());
+        StringDetail::copyTextUpToZero(chars + name.length() + separatorLength, value.c_str(),
+                                       value.length());
     }
     return joined;
 }

@@ -396,7 +396,7 @@ char* putText(char* to, const Vx::AttribValuePair& pair)
     if (pair.form != 2)
         return put(to, pair.text);
     to = put(put(to, pair.name), "=");
-    Vx::StringDetail::copyUpToZero(to, pair.value.c_str(), pair.value.length());
+    Vx::StringDetail::copyTextUpToZero(to, pair.value.c_str(), pair.value.length());
     return to + pair.value.length();
 }
 

@@ -39,7 +39,7 @@ WideString pack(const StringToVec<WideString>::VecT& items, wchar_t separator)
     for (std::size_t i = 0; i < items.size(); ++i) {
         if (i != 0 && separator != 0)
             *end++ = separator;
-        StringDetail::copyUpToZero(end, items[i].c_str(), items[i].length());
+        StringDetail::copyTextUpToZero(end, items[i].c_str(), items[i].length());
         end += items[i].length();
     }
     return packed;
