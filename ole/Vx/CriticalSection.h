@@ -28,7 +28,8 @@ public:
     /// A free lock, with platform flags 0.
     CriticalSection();
 
-    /// A free lock; \p flags go to iThreading::createLock() untouched.
+    /// A free lock; \p flags go to iThreading::createLock() untouched. No flags are written
+    /// 0u: a plain 0 could be the null name as well, and does not compile.
     explicit CriticalSection(unsigned int flags);
 
     /// A free lock with a name; null and "" mean none.

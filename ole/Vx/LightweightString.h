@@ -684,7 +684,8 @@ std::basic_ostream<Ch>& operator<<(std::basic_ostream<Ch>& stream,
 ///
 /// Deliberate: leading white space is not skipped. The word ends at the first white
 /// space, which is consumed, so a stream that begins with one gives nothing. Zeros in
-/// the stream are left out.
+/// the stream are left out. A word that the end of the stream ends is there, but the
+/// stream has failed as after get(): look at the word, not at the stream.
 VX_API std::istream& operator>>(std::istream& stream, LightweightString<char>& word);
 
 /// Equal strings have equal hashes, embedded zeros included.

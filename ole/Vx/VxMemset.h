@@ -7,6 +7,8 @@ namespace Vx {
 
 /// Fill \p count elements (not bytes) at \p destination, which is aligned for them, with
 /// \p value. Plain forwards to ippsSet_8u, _16s, _32s and _64s: no argument is checked here.
+/// The primitives count in an int, so a count of 2^31 or more arrives as a negative one, which
+/// writes nothing: fill larger memory in parts.
 ///
 /// Threads: any, on memory of their own.
 VX_API void Memset(void* destination, unsigned char value, unsigned int count);

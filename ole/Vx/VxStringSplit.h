@@ -117,7 +117,7 @@ void convertIndicesToSubStrings(const String& text, const std::vector<unsigned i
 
 /// Splits \p text at the characters that \p matches and appends the pieces to \p out, which
 /// is not cleared. A text without separators, the empty one included, is one piece that
-/// shares its block.
+/// shares its block. \p text is no item of \p out: those move when \p out grows.
 ///
 ///     Vx::StringToVec<LightweightString<wchar_t>>::VecT fields;
 ///     Vx::splitIf(line, Vx::IsMatchingChar<wchar_t>(L','), fields, Vx::RespectQuotes);

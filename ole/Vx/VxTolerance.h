@@ -9,6 +9,8 @@
 /// Deliberate: a negative \p b counts as one place further down than the same value as
 /// \p a, so the order of the arguments can matter at the edge. NaNs and infinities compare by
 /// their bits like any other pattern, so two NaNs of one pattern are equal.
+///
+/// Threads: any, here and below.
 template <class T> bool TolerantEq(T a, T b) = delete;
 template <> VX_API bool TolerantEq<float>(float a, float b);
 template <> VX_API bool TolerantEq<double>(double a, double b);
