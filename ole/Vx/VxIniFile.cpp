@@ -219,8 +219,9 @@ private:
 // A text that is empty so far becomes a copy of the characters.
 void fill(Text& text, const char* begin, const char* end)
 {
+    // Made over the empty text, which has no block to let go of.
     if (begin != end)
-        text = Text(begin, static_cast<unsigned int>(end - begin));
+        new (&text) Text(begin, static_cast<unsigned int>(end - begin));
 }
 
 // AttribValuePair(line, '=') at the end of the list, made in its place. `blank` is a pair of
