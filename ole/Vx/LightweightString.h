@@ -251,8 +251,11 @@ public:
     /// unless \p count is 0.
     LightweightString& append(const Ch* chars, unsigned int count)
     {
-        return appendBy(chars, count, [](Ch* to, const Ch* from, unsigned int n) noexcept {
-            Vx::StringDetail::copyUpToZero(to, from, n);
+        // Where the compiler sees that many characters, as in a literal, all may be read.
+        const bool allThere = __builtin_object_size(chars, 2) >= sizeof(Ch) * std::size_t(count);
+        return appendBy(chars, count, [allThere](Ch* to, const Ch* from, unsigned int n) noexcept {
+            if (!allThere || !Vx::StringDetail::copyWithoutZero(to, from, n))
+                Vx::StringDetail::copyUpToZero(to, from, n);
         });
     }
 
