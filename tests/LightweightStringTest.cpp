@@ -355,6 +355,19 @@ TYPED_TEST(LightweightStringOf, ComparesUnsignedCharactersThenLengths)
     EXPECT_EQ(read(some + null), widen<TypeParam>("x"));
 }
 
+TYPED_TEST(LightweightStringOf, EveryCharacterCountsInAComparison)
+{
+    for (unsigned int length = 1; length <= 70; ++length)
+        for (unsigned int at = 0; at < length; ++at) {
+            const std::string text(length, 'a');
+            LightweightString<TypeParam> other = make<TypeParam>(text);
+            ASSERT_TRUE(other == make<TypeParam>(text)) << length;
+            other.mutableChars()[at] = 'b';
+            ASSERT_FALSE(other == make<TypeParam>(text))
+                << length << " characters, other at " << at;
+        }
+}
+
 TYPED_TEST(LightweightStringOf, FollowsTheStandardStringThroughRandomOperations)
 {
     using String = LightweightString<TypeParam>;

@@ -97,6 +97,28 @@ inline void copyTextUpToZero(Ch* to, const Ch* from, unsigned int count) noexcep
         copyUpToZero(to, from, count);
 }
 
+/// Whether \p size bytes are the same: few of them by pairs of words, without a call.
+inline bool sameBytes(const char* a, const char* b, std::size_t size) noexcept
+{
+    constexpr std::size_t kStep = 16, kFew = 4 * kStep;
+    if (size < kStep || size > kFew)
+        return std::memcmp(a, b, size) == 0;
+    std::uint64_t differ = 0;
+    const auto compareAt = [&](std::size_t at) {
+        std::uint64_t x[2], y[2];
+        std::memcpy(x, a + at, kStep);
+        std::memcpy(y, b + at, kStep);
+        differ |= (x[0] ^ y[0]) | (x[1] ^ y[1]);
+    };
+    compareAt(0);
+    if (size > 2 * kStep) {
+        compareAt(kStep);
+        compareAt(size - 2 * kStep);
+    }
+    compareAt(size - kStep);
+    return differ == 0;
+}
+
 /// Negative, 0 or positive: characters as unsigned numbers first, then the length.
 inline int compare(const char* a, unsigned int aLength, const char* b,
                    unsigned int bLength) noexcept
@@ -553,13 +575,17 @@ bool equal(const LightweightString<Ch>& a, const LightweightString<Ch>& b) noexc
     if (aBlock == nullptr || bBlock == nullptr)
         return a.length() == b.length();
     return aBlock->length == bBlock->length &&
-           std::memcmp(aBlock->data, bBlock->data, sizeof(Ch) * std::size_t(aBlock->length)) == 0;
+           sameBytes(reinterpret_cast<const char*>(aBlock->data),
+                     reinterpret_cast<const char*>(bBlock->data),
+                     sizeof(Ch) * std::size_t(aBlock->length));
 }
 template <class Ch>
 bool equal(const LightweightString<Ch>& a, const Ch* b, unsigned int bLength) noexcept
 {
     return a.length() == bLength &&
-           (a.c_str() == b || std::memcmp(a.c_str(), b, sizeof(Ch) * std::size_t(bLength)) == 0);
+           (a.c_str() == b ||
+            sameBytes(reinterpret_cast<const char*>(a.c_str()), reinterpret_cast<const char*>(b),
+                      sizeof(Ch) * std::size_t(bLength)));
 }
 template <class Ch>
 int order(const LightweightString<Ch>& a, const Ch* b, unsigned int bLength) noexcept
