@@ -17,7 +17,7 @@ LightweightString<wchar_t> Shell::getFolder(int kind)
     if (isOwnFolder(kind))
         if (const int error = makeFolders(path))
             report("could not make the folder", path.c_str(), error);
-    const LightweightString<wchar_t> wide =
+    LightweightString<wchar_t> wide =
         OS()->systemUtils()->fromUTF8(path.data(), static_cast<unsigned int>(path.size()));
     if (std::string_view(OS()->systemUtils()->toUTF8(wide)) != path)
         report("could not name the folder", path.c_str(), 0,

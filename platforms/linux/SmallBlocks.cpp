@@ -156,13 +156,13 @@ bool SmallBlocks::carve(Cache& cache, std::size_t index) noexcept
     }
     Bin& bin = cache.bins[index];
     Block** link = &bin.head;
-    while (bin.room != 0 && cache.freshEnd[index] - at >= size) {
+    do { // there is room for one
         Block* const block = reinterpret_cast<Block*>(at);
         *link = block;
         link = &block->next;
         --bin.room;
         at += size;
-    }
+    } while (bin.room != 0 && cache.freshEnd[index] - at >= size);
     *link = nullptr;
     cache.fresh[index] = at;
     return true;

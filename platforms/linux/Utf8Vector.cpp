@@ -181,9 +181,11 @@ constexpr DecodeTables makeDecodeTables()
             shuffle.fill(0x80); // a zero in the lane
             int taken = 0;
             for (int i = 0; i < kind.characters; ++i) {
-                for (int k = 0; k < sizes[i]; ++k)
-                    shuffle[static_cast<std::size_t>(i * kind.laneBytes + k)] =
+                for (int k = 0; k < sizes[i]; ++k) {
+                    const int to = i * kind.laneBytes + k;
+                    shuffle[static_cast<std::size_t>(to)] =
                         static_cast<std::uint8_t>(taken + sizes[i] - 1 - k);
+                }
                 taken += sizes[i];
             }
             tables.steps[ends] = {static_cast<std::uint8_t>(index),
