@@ -25,10 +25,13 @@ static LightweightString<wchar_t> ownVersion()
 
 Tool::Tool(Action action) : Application(L"vx", ownVersion()), action_(std::move(action)) {}
 
-void Tool::run()
+void Tool::run() { status_ = answerOf(action_); }
+
+Status answerOf(const Action& action)
 {
+    Status status = kFailed;
     try {
-        status_ = action_();
+        status = action();
     } catch (const Failure& failure) {
         complain(failure.what());
     } catch (const Vx::Exception::Base& e) {
@@ -41,8 +44,9 @@ void Tool::run()
     // A full disk behind a redirection must not look like success.
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         complain("standard output could not be written");
-        status_ = kFailed;
+        status = kFailed;
     }
+    return status;
 }
 
 } // namespace tool

@@ -24,6 +24,9 @@ public:
 /// One subcommand, ready to run.
 using Action = std::function<Status()>;
 
+/// Runs the action. No exception leaves; a failure becomes a message and kFailed.
+Status answerOf(const Action& action);
+
 /// The application object of vx.
 ///
 /// The settings are never saved, so Application::start() is not for it: their marker of a
@@ -33,7 +36,6 @@ class Tool : public Vx::Application {
 public:
     explicit Tool(Action action);
 
-    /// Runs the action. No exception leaves; a failure becomes a message and kFailed.
     void run() override;
 
     Status status() const { return status_; }
