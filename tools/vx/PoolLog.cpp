@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <optional>
 #include <string_view>
 
@@ -56,6 +57,9 @@ std::optional<PoolDemand> readDemand(std::string_view line)
     const std::size_t blank = place->find(' ');
     if (blank == std::string_view::npos || !readNumber(place->substr(0, blank), demand.peakMsecs) ||
         !readNumber(*peak, demand.peak) || !readNumber(*inUse, demand.mostInUse))
+        return {};
+    // Infinity and the like are numbers, too, but nobody's demand.
+    if (!(demand.peak >= 0 && demand.peak < 1e15) || !std::isfinite(demand.peakMsecs))
         return {};
     demand.pool = std::string(parts.rest());
     demand.when = std::string(place->substr(blank + 1));

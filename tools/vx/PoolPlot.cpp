@@ -94,7 +94,7 @@ public:
     explicit Picture(const PoolLog& log) : log_(log), peaks_(peaksOf(log))
     {
         const double top = highest(peaks_);
-        step_ = top > 0 ? niceStep(top) : 1;
+        step_ = top >= 0.01 ? niceStep(top) : 1; // the log has two decimals
         top_ = std::max(std::ceil(top / step_), 1.0) * step_;
     }
 
@@ -138,7 +138,9 @@ private:
 
     void axes()
     {
-        for (double value = 0; value <= top_ + step_ / 2; value += step_) {
+        const int lines = static_cast<int>(top_ / step_ + 0.5);
+        for (int line = 0; line <= lines; ++line) {
+            const double value = step_ * line;
             add("<path d=\"M{} {:.1f}H{}\" stroke=\"#ddd\"/>\n", kLeft, y(value), kWidth - kRight);
             add("<text x=\"{}\" y=\"{:.1f}\" text-anchor=\"end\">{:g}</text>\n", kLeft - 8,
                 y(value) + 4, value);

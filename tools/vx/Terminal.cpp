@@ -78,9 +78,10 @@ std::string inQuotes(std::string_view bytes) { return "'" + shown(bytes) + "'"; 
 bool utf8Terminal()
 {
     for (const char* variable : {"LC_ALL", "LC_CTYPE", "LANG"}) {
-        if (!isSet(variable))
+        const char* const set = std::getenv(variable);
+        if (set == nullptr || *set == 0)
             continue;
-        const std::string_view value(std::getenv(variable));
+        const std::string_view value(set);
         for (const char* name : {"UTF-8", "utf-8", "UTF8", "utf8"})
             if (value.find(name) != std::string_view::npos)
                 return true;
