@@ -484,6 +484,40 @@ TEST(ReplacedFile, RespectsWhatTheUserMayDo)
     EXPECT_EQ(status.st_mode & 07777, 06755u);
 }
 
+TEST(ReplacedFile, NeedsNeitherLocksNorUnnamedFiles)
+{
+    const ScratchFolder folder{ScratchFolder::inMemory()};
+    for (const int noLocks : {0, ENOLCK, EOPNOTSUPP, ENOSYS, EINVAL})
+        for (const int noUnnamed : {EOPNOTSUPP, EISDIR, ENOENT, EINVAL}) {
+            SCOPED_TRACE(std::to_string(noLocks) + ", " + std::to_string(noUnnamed));
+            const std::string text = std::to_string(noLocks * 1000 + noUnnamed);
+            SystemCallScript script;
+            script.failAll(noLocks != 0 ? "flock" : "none", noLocks);
+            script.refuseUnnamedFiles(noUnnamed);
+            EXPECT_TRUE(save(folder.wide("a"), text));
+            EXPECT_EQ(folder.get("a"), text);
+            EXPECT_EQ(folder.names(), "a ");
+        }
+}
+
+TEST(ReplacedFile, LeavesANameAloneThatItHasGivenUp)
+{
+    const ScratchFolder folder;
+    Vx::Ptr<iFile> other;
+    SystemCallScript script;
+    script.refuseUnnamedFiles();
+    int syncs = 0;
+    script.before = [&](const std::string& name) {
+        if (name == "fsync" && ++syncs == 2) // of the folder: the temporary name is free again
+            other = openToWrite(folder.wide("a"));
+    };
+    EXPECT_TRUE(save(folder.wide("a"), "ours"));
+    EXPECT_EQ(folder.get("a"), "ours");
+    EXPECT_TRUE(other && write(other, "the other's"));
+    other.reset();
+    EXPECT_EQ(folder.get("a"), "the other's");
+}
+
 // Kills and power failures.
 
 TEST(ReplacedFile, KilledBeforeAnyCallTheNextSaveLeavesNoTrace)

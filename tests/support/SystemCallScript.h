@@ -63,8 +63,8 @@ public:
     /// Reads and writes move at most half of what they are asked for.
     void cutShort() { cutShort_ = true; }
 
-    /// Folders have no unnamed files, as on some file systems.
-    void refuseUnnamedFiles() { refuseUnnamed_ = true; }
+    /// Folders have no unnamed files, as on some file systems; \p error is their answer.
+    void refuseUnnamedFiles(int error = EOPNOTSUPP) { refusal_ = error; }
 
     int calls() const { return calls_; }
     const std::string& failedName() const { return failedName_; }
@@ -105,8 +105,8 @@ private:
             return -1;
         }
         if constexpr (std::is_same_v<Tag<Member>, Tag<&SystemCalls::openat>>)
-            if (script.refuseUnnamed_ && script.opensUnnamed(arguments...)) {
-                errno = EOPNOTSUPP;
+            if (script.refusal_ != 0 && script.opensUnnamed(arguments...)) {
+                errno = script.refusal_;
                 return -1;
             }
         const R result = script.pass(script.kept_.*Member, arguments...);
@@ -172,7 +172,7 @@ private:
     int failAt_ = 0;
     int error_ = 0;
     bool cutShort_ = false;
-    bool refuseUnnamed_ = false;
+    int refusal_ = 0;
     std::string failName_;
     std::string failedName_;
 };
