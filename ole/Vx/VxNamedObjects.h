@@ -180,8 +180,8 @@ private:
     // The index, guarded by namespaceLock: all entries once more, in chains by hash, the
     // older ones first. Without memory for it there is none, and the list is searched.
     Bucket* buckets_ = nullptr;
-    unsigned long bucketCount_ = 0; // a power of two, or 0
-    void* unused_ = nullptr;
+    unsigned long bucketCount_ = 0;           // a power of two, or 0
+    [[maybe_unused]] void* unused_ = nullptr; // the size is part of the interface
 };
 
 static_assert(sizeof(NamedObjectsNamespace::Entry) == 64 &&
