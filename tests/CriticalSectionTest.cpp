@@ -108,7 +108,7 @@ TEST(CriticalSection, RenamingReusesItsOwnRoomOnly)
     CriticalSection lock("abcdefg"); // 8 slots
     const char* block = lock.name().c_str();
 
-    for (const char* name : {"xyz", "1234567"}) {
+    for (const char* name : {"xyz", "1234567", "x"}) {
         lock.setName(name);
         EXPECT_EQ(lock.name(), name);
         EXPECT_EQ(lock.name().c_str(), block);
