@@ -68,6 +68,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     for (std::string& line : lines) {
         if (line.empty())
             break;
+        if (line == "fcc") // asks for more than a million codes, which sanitizers make long
+            return 0;
         words.push_back(line.data());
         changes = changes || line == "set" || line == "unset" || line.rfind("-o", 0) == 0 ||
                   line.rfind("--output", 0) == 0;
