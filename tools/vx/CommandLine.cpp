@@ -75,6 +75,13 @@ void Command::flag(const char* names, bool& value, const char* help)
     app_->add_flag(names, value, help);
 }
 
+void Command::jsonFlag(bool& value) { flag("--json", value, "Print JSON"); }
+
+void Command::caseFlag(bool& value)
+{
+    flag("-c,--case-sensitive", value, "Section names that differ in case are two sections");
+}
+
 void Command::needs(const char* name, const char* other)
 {
     app_->get_option(name)->needs(app_->get_option(other));

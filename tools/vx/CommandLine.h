@@ -33,6 +33,9 @@ public:
     void option(const char* names, unsigned int& value, unsigned int most, const char* what,
                 const char* help);
     void flag(const char* names, bool& value, const char* help);
+    /// The flags that several commands have.
+    void jsonFlag(bool& value);
+    void caseFlag(bool& value);
     void needs(const char* name, const char* other);
     void excludes(const char* name, const char* other);
 

@@ -183,7 +183,7 @@ void addFcc(Command top)
     command.argument("CODE|NUMBER", *given,
                      "Four characters, or a compression identifier; none: all");
     command.flag("--code", *asCode, "Take digits for characters");
-    command.flag("--json", *json, "Print JSON");
+    command.jsonFlag(*json);
     command.footer("Case counts. A shorter code is filled up with blanks. Shows both directions:"
                    " what a code\nbecomes, and which codes become it.\n\nExamples:\n"
                    "  vx fcc\n  vx fcc mjpa\n  vx fcc MJPG\n  vx fcc 1235\n  vx fcc 0x61706a6d");

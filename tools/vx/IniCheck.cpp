@@ -51,9 +51,8 @@ void addIniCheck(Command ini)
         ini.add("check", "Points at lines that load differently from what they look like");
     auto options = std::make_shared<Options>();
     command.argument("FILE", options->file, "An INI file");
-    command.flag("-c,--case-sensitive", options->caseSensitive,
-                 "Section names that differ in case are two sections");
-    command.flag("--json", options->json, "Print JSON");
+    command.caseFlag(options->caseSensitive);
+    command.jsonFlag(options->json);
     command.footer("Prints FILE:LINE:COLUMN, as compilers do. Exit status 1 when there is a"
                    " warning;\nnotes do not count.\n\nExample:\n  vx ini check editor.ini");
     command.runs([options] { return check(*options); });

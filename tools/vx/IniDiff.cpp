@@ -131,9 +131,8 @@ void addIniDiff(Command ini)
     auto options = std::make_shared<Options>();
     command.argument("FILE1", options->left, "An INI file");
     command.argument("FILE2", options->right, "An INI file");
-    command.flag("-c,--case-sensitive", options->caseSensitive,
-                 "Section names that differ in case are two sections");
-    command.flag("--json", options->json, "Print JSON");
+    command.caseFlag(options->caseSensitive);
+    command.jsonFlag(options->json);
     command.footer("The order of sections and names, comments, blank lines and line ends make no"
                    " difference;\nseveral values of one name do. Exit status 1 when the files"
                    " differ.\n\nExample:\n  vx ini diff editor.ini editor.ini.bak");

@@ -53,9 +53,8 @@ void addIniGet(Command ini)
     command.argument("SECTION", options->section, "'-': above the first header");
     command.argument("NAME", options->name, "Case counts, and so do blanks");
     command.flag("-a,--all", options->all, "All values of the name, not only the first");
-    command.flag("-c,--case-sensitive", options->caseSensitive,
-                 "Section names that differ in case are two sections");
-    command.flag("--json", options->json, "Print JSON");
+    command.caseFlag(options->caseSensitive);
+    command.jsonFlag(options->json);
     command.footer("Exit status 1 when there is no such name.\n\nExamples:\n"
                    "  vx ini get editor.ini Video rate\n  vx ini get editor.ini - version");
     command.runs([options] { return get(*options); });

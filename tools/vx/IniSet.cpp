@@ -46,8 +46,7 @@ void addIniSet(Command ini)
     command.argument("VALUE", options->value, "Taken as it is");
     command.flag("--create", options->create, "Make the file when there is none");
     command.flag("-n,--dry-run", options->dryRun, "Print the new text and write nothing");
-    command.flag("-c,--case-sensitive", options->caseSensitive,
-                 "Section names that differ in case are two sections");
+    command.caseFlag(options->caseSensitive);
     command.footer(
         "Changes the line that the library finds, or adds one; every other line stays byte by"
         " byte.\nA value that would not read back is refused.\n\nExamples:\n"

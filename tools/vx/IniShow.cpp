@@ -102,9 +102,8 @@ void addIniShow(Command ini)
     auto options = std::make_shared<Options>();
     command.argument("FILE", options->file, "An INI file");
     command.argument("SECTION", options->section, "Only this section");
-    command.flag("-c,--case-sensitive", options->caseSensitive,
-                 "Section names that differ in case are two sections");
-    command.flag("--json", options->json, "Print JSON");
+    command.caseFlag(options->caseSensitive);
+    command.jsonFlag(options->json);
     command.footer("Examples:\n  vx ini show editor.ini\n  vx ini show editor.ini Video --json");
     command.runs([options] { return show(*options); });
 }

@@ -43,8 +43,7 @@ void addIniUnset(Command ini)
     command.argument("SECTION", options->section, "'-': above the first header");
     command.argument("NAME", options->name, "Case counts, and so do blanks");
     command.flag("-n,--dry-run", options->dryRun, "Print the new text and write nothing");
-    command.flag("-c,--case-sensitive", options->caseSensitive,
-                 "Section names that differ in case are two sections");
+    command.caseFlag(options->caseSensitive);
     command.footer("Removes every line of that name in the section and touches no other."
                    "\nExit status 1 when there is no such name.\n\nExample:\n"
                    "  vx ini unset editor.ini Video rate");

@@ -48,7 +48,7 @@ void addMeta(Command top)
     auto given = std::make_shared<std::string>();
     auto json = std::make_shared<bool>(false);
     command.argument("TEXT", *given, "For example Metadata::VideoSequence,1,25,1,");
-    command.flag("--json", *json, "Print JSON");
+    command.jsonFlag(*json);
     command.footer("Pieces are counted from 0, the tag. Exit status 1 when the library rejects the"
                    " text.\n\nExample:\n  vx meta 'Metadata::Core,1,1920,1080,-1,0,8,24,1,'");
     command.runs([given, json] { return show(*given, *json); });

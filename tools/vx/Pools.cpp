@@ -101,7 +101,7 @@ void addPools(Command top)
     command.option("--pool", options->pool, "NAME", "Only the pool of this name");
     command.flag("--plot", options->plot, "Draw the peaks over the runs");
     command.option("-o,--output", options->svg, "FILE", "Draw them into this file, as SVG");
-    command.flag("--json", options->json, "Print JSON");
+    command.jsonFlag(options->json);
     command.needs("--output", "--plot");
     command.excludes("--json", "--plot");
     command.footer("Exit status 1 when there is nothing to show.\n\nExamples:\n"

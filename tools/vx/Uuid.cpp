@@ -101,13 +101,13 @@ void addUuid(Command top)
     auto json = std::make_shared<bool>(false);
     auto count = std::make_shared<unsigned int>(1);
     make.option("-n,--count", *count, 1000000, "NUMBER", "How many");
-    make.flag("--json", *json, "Print JSON");
+    make.jsonFlag(*json);
     make.runs([json, count] { return makeNew(*count, *json); });
 
     Command read = uuid.add("show", "Shows what the library reads from a text");
     auto given = std::make_shared<std::string>();
     read.argument("TEXT", *given, "36 characters, or 38 with braces");
-    read.flag("--json", *json, "Print JSON");
+    read.jsonFlag(*json);
     read.footer("Exit status 1 when the text is not valid.");
     read.runs([json, given] { return show(*given, *json); });
 }

@@ -11,7 +11,7 @@ void addVersion(Command top)
 {
     Command command = top.add("version", "Says which Vx this is");
     auto json = std::make_shared<bool>(false);
-    command.flag("--json", *json, "Print JSON");
+    command.jsonFlag(*json);
     command.footer("Example:\n  vx version --json");
     command.runs([json] {
         const std::string_view version = vxDllVersionStr();
