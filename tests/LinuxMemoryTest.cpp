@@ -94,18 +94,48 @@ TEST(SmallBlocks, LeaveToTheHeapWhatIsNotTheirs)
     EXPECT_TRUE(refusesAll()) << "with memory reserved";
 }
 
-TEST(SmallBlocks, FreeingTheSameBlockTwiceInARowEndsTheProcess)
+TEST(SmallBlocks, FreeingABlockTwiceEndsTheProcess)
 {
 #ifdef __SANITIZE_ADDRESS__
     GTEST_SKIP() << "the platform does without small blocks under the sanitizer";
 #endif
-    EXPECT_DEATH(
-        {
-            void* const block = SmallBlocks::allocate(40);
-            SmallBlocks::deallocate(block);
-            SmallBlocks::deallocate(block);
-        },
-        "");
+    for (const std::size_t between : {0u, 1u, 1000u}) {
+        SCOPED_TRACE(between);
+        EXPECT_DEATH(
+            {
+                std::vector<void*> blocks(2000);
+                for (void*& block : blocks)
+                    block = SmallBlocks::allocate(40);
+                SmallBlocks::deallocate(blocks[0]);
+                for (std::size_t i = 1; i <= between; ++i)
+                    SmallBlocks::deallocate(blocks[i]);
+                SmallBlocks::deallocate(blocks[0]);
+                for (std::size_t i = between + 1; i < blocks.size(); ++i)
+                    SmallBlocks::deallocate(blocks[i]);
+            },
+            "");
+    }
+}
+
+// Lists and documents that are made after a long time of use are read as fast as the first.
+TEST(SmallBlocks, LieTogetherWhereTheyWereFreedInAnyOrder)
+{
+    std::vector<void*> blocks(50000);
+    for (void*& block : blocks)
+        block = SmallBlocks::allocate(90);
+    std::shuffle(blocks.begin(), blocks.end(), std::mt19937(5));
+    for (void* block : blocks)
+        SmallBlocks::deallocate(block);
+    const void* last = nullptr;
+    int steps = 0;
+    for (int i = 0; i < 10000; ++i) {
+        const void* const block = SmallBlocks::allocate(90);
+        const std::ptrdiff_t step =
+            static_cast<const char*>(block) - static_cast<const char*>(last);
+        steps += step == 96;
+        last = block;
+    }
+    EXPECT_GT(steps, 9000);
 }
 
 // One thread makes, the other frees, round after round: blocks come back to their maker.
@@ -217,7 +247,7 @@ TEST(SmallBlocks, ServeAThreadToItsVeryEnd)
 
 TEST(SmallBlocks, WorkInAChildForkedWhileOthersAllocate)
 {
-#ifdef __SANITIZE_ADDRESS__
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     GTEST_SKIP() << "the sanitizer's own heap may stay locked in a forked child";
 #endif
     std::atomic<bool> done = false;

@@ -7,8 +7,7 @@
 
 namespace {
 
-// Kept apart, so that small blocks pass through without a frame of their own.
-[[gnu::noinline]] void* allocateFromHeap(std::size_t size)
+void* allocateFromHeap(std::size_t size)
 {
     // malloc may answer null for size 0, which would read as exhaustion.
     void* block = std::malloc(size != 0 ? size : 1);
@@ -17,15 +16,23 @@ namespace {
     return block;
 }
 
+#if VX_SMALL_BLOCKS
+// Kept apart, so that what a thread has at hand needs no frame.
+[[gnu::noinline]] void* allocateMore(std::size_t size)
+{
+    void* const block = SmallBlocks::allocateMore(size);
+    return block != nullptr ? block : allocateFromHeap(size);
+}
+#endif
+
 } // namespace
 
 #if VX_SMALL_BLOCKS
 
 void* MemoryAllocator::allocate(unsigned long size)
 {
-    if (void* const block = SmallBlocks::allocate(size); __builtin_expect(block != nullptr, true))
-        return block;
-    return allocateFromHeap(size);
+    void* const block = SmallBlocks::take(size);
+    return __builtin_expect(block != nullptr, true) ? block : allocateMore(size);
 }
 
 void MemoryAllocator::deallocate(void* block)

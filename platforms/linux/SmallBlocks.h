@@ -9,15 +9,19 @@
 ///
 /// Shape: one stretch of address space, reserved on first use and cut into spans of equal
 ///   blocks. A thread keeps what it frees and takes from there first, without an atomic
-///   operation; full batches pass between threads through one stack for each size.
-/// Errors: none. For a large block, and where no memory can be had, allocate() gives null,
-///   and deallocate() refuses what is not from here: the heap is next.
+///   operation. What it keeps of a size is two batches at most; more goes back to the spans,
+///   which note it in a bit for each place.
+/// Order: a thread takes from one span at a time, by rising addresses. So what is made
+///   together lies together, in whatever order the blocks were freed.
+/// Errors: for a large block, and where no memory can be had, allocate() gives null, and
+///   deallocate() refuses what is not from here: the heap is next. A block that is freed twice
+///   ends the process, unless it has been had again in between.
 /// Threads: any. Whoever frees a block need not be who made it. There is no lock, so a fork
 ///   at any moment leaves the child a working allocator; only what other threads of the
-///   parent kept for themselves is lost to it.
+///   parent kept for themselves, or had in hand, is lost to it.
 /// Start and end: usable before the first constructor and after the last destructor. A
 ///   thread that ends gives its blocks back; whatever still runs in it after that uses the
-///   heap and the stacks.
+///   heap and the spans.
 /// Memory: pages are not given back to the system, freed blocks serve blocks of their size.
 class SmallBlocks {
 public:
@@ -27,10 +31,20 @@ public:
     /// A block of at least \p size bytes, aligned to 16, or null.
     static void* allocate(std::size_t size) noexcept
     {
-        if (size > kLargestFine)
-            return size <= kLargest ? allocateFrom(coarseIndex(size)) : nullptr;
-        return allocateFrom((size + kGranule - 1) / kGranule);
+        void* const block = take(size);
+        return block != nullptr ? block : allocateMore(size);
     }
+
+    /// The same from what this thread keeps; null when there may be more elsewhere.
+    static void* take(std::size_t size) noexcept
+    {
+        if (__builtin_expect(size > kLargestFine, false))
+            return size <= kLargest ? takeFrom(own->bins[coarseIndex(size)]) : nullptr;
+        return takeFrom(own->bins[(size + kGranule - 1) / kGranule]);
+    }
+
+    /// What take() does not have.
+    static void* allocateMore(std::size_t size) noexcept;
 
     /// Takes \p block back.
     /// \returns false, having done nothing, when it is not from here, as null is not
@@ -40,18 +54,17 @@ public:
             reinterpret_cast<std::uintptr_t>(block) - base.load(std::memory_order_relaxed);
         if (offset >= kReserved)
             return false;
-        const std::size_t index = spanIndex[offset / kSpan];
-        Bin& bin = own->bins[index];
-        if (__builtin_expect(bin.room == 0, false)) {
-            deallocateMore(index, block);
+        Bin& bin = own->bins[spanIndex[offset / kSpan]];
+        const std::size_t count = bin.count;
+        if (__builtin_expect(count == bin.limit, false)) {
+            deallocateMore(block);
             return true;
         }
-        Block* const freed = static_cast<Block*>(block);
-        if (__builtin_expect(freed == bin.head, false))
+        void** const blocks = bin.blocks;
+        if (__builtin_expect(blocks[count] == block, false))
             freedTwice();
-        freed->next = bin.head;
-        bin.head = freed;
-        --bin.room;
+        bin.count = static_cast<std::uint32_t>(count + 1);
+        blocks[count + 1] = block;
         return true;
     }
 
@@ -64,38 +77,42 @@ private:
     static constexpr std::size_t kFineSizes = kLargestFine / kGranule + 1;
     static constexpr std::size_t kSizes = kFineSizes + 16;
     static constexpr std::uintptr_t kSpan = 1u << 16;
+    static constexpr std::uintptr_t kWord = 64 * kGranule; // what one word has bits for
     static constexpr std::uintptr_t kChunk = 1u << 20;     // what a thread takes first
     static constexpr std::uintptr_t kHugeChunk = 1u << 21; // and next: a huge page
     static constexpr std::uintptr_t kReserved = std::uintptr_t{1} << 35;
 
-    /// A free block. On a stack, the first block of a batch tells the batch below it and
-    /// how many blocks the batch has.
-    struct Block {
-        Block* next;
-        std::uint64_t batch;
-    };
-
+    /// Free blocks of one size, the next to be had last.
     struct Bin {
-        Block* head;         // free blocks, linked
-        std::uint32_t room;  // for so many more; then they become a batch
-        std::uint32_t limit; // the blocks of a full batch
+        void** blocks; // from place 1 on; at place 0 is a null
+        std::uint32_t count;
+        std::uint32_t limit; // two batches
     };
 
-    /// What a thread keeps. Lies in the reserved memory itself and passes from a thread that
-    /// ends to one that begins.
+    /// What a thread keeps. Lies in the reserved memory itself, and behind it the places of its
+    /// bins; passes from a thread that ends to one that begins.
     struct Cache {
-        Block link; // on the stack of the unused
         Bin bins[kSizes];
-        Block* spare[kSizes];            // one full batch, or null
-        std::uintptr_t fresh[kSizes];    // blocks never used yet: from here
-        std::uintptr_t freshEnd[kSizes]; // to here
-        std::uintptr_t chunk;            // spans never used yet: from here
-        std::uintptr_t chunkEnd;         // to here
+        std::uint32_t span[kSizes];  // where a bin takes its blocks from,
+        std::uint64_t words[kSizes]; // and the words of it that have not been looked at yet
+        std::uint32_t nextSpan;      // spans never used yet: from here
+        std::uint32_t spansEnd;      // to here
     };
 
-    /// A stack of batches. Their places are 32-bit granules of the reserved memory; the
-    /// other half of the word counts changes, so that a batch which went and came back in
-    /// between is noticed.
+    /// What is free in a span: a bit for each granule where a free block begins.
+    ///
+    /// Whoever sets bits in a word announces the word, and with the first announcement puts
+    /// the span on the stack of its size. Whoever takes the span from there takes all
+    /// announcements with it, and then looks at the words. A block belongs to the one who
+    /// clears its bit.
+    struct Span {
+        std::atomic<std::uint64_t> announced; // a bit for each word
+        std::atomic<std::uint64_t> free[kSpan / kWord];
+        std::atomic<std::uint32_t> below; // the span below on a stack
+    };
+
+    /// A stack of spans, by number from 1 on. The other half of the word counts changes, so
+    /// that a span which went and came back in between is noticed.
     struct alignas(64) Stack {
         std::atomic<std::uint64_t> top;
     };
@@ -107,6 +124,25 @@ private:
         return kFineSizes + static_cast<std::size_t>(step - 8) * 4 + (last >> step) - 4;
     }
 
+    static std::size_t indexOf(std::size_t size) noexcept
+    {
+        return size <= kLargestFine ? (size + kGranule - 1) / kGranule : coarseIndex(size);
+    }
+
+    static void* takeFrom(Bin& bin) noexcept
+    {
+        const std::size_t count = bin.count;
+        if (__builtin_expect(count == 0, false))
+            return nullptr;
+        void** const blocks = bin.blocks;
+        bin.count = static_cast<std::uint32_t>(count - 1);
+        // Whoever reads a long text into freed blocks would wait for each of them.
+        __builtin_prefetch(blocks[count - 1], 1);
+        if (blocks[count] == nullptr)
+            __builtin_unreachable(); // callers need not test
+        return blocks[count];
+    }
+
     static constexpr std::size_t blockSize(std::size_t index) noexcept
     {
         if (index < kFineSizes)
@@ -115,30 +151,26 @@ private:
         return ((coarse % 4 + 5) << (coarse / 4 + 8)) + kBehind;
     }
 
-    static void* allocateFrom(std::size_t index) noexcept
-    {
-        Bin& bin = own->bins[index];
-        Block* const block = bin.head;
-        if (__builtin_expect(block == nullptr, false))
-            return allocateMore(index);
-        bin.head = block->next;
-        // Whoever reads a long text back into freed blocks would wait for each of them.
-        __builtin_prefetch(bin.head, 1);
-        ++bin.room;
-        return block;
-    }
-
-    static void* allocateMore(std::size_t index) noexcept;
-    static void deallocateMore(std::size_t index, void* block) noexcept;
+    static void deallocateMore(void* block) noexcept;
     [[noreturn]] static void freedTwice() noexcept;
 
     static bool adopt() noexcept;
-    static bool carve(Cache& cache, std::size_t index) noexcept;
-    static std::uintptr_t takeChunk(std::uintptr_t size) noexcept;
+    static bool fill(Cache& cache, std::size_t index) noexcept;
+    static bool beginSpan(Cache& cache, std::size_t index) noexcept;
+    static bool takeChunk(std::uintptr_t size, std::uint32_t& span) noexcept;
+    static void giveBack(void* const* blocks, std::size_t count) noexcept;
+    static void announce(std::uint32_t span, std::uint64_t words) noexcept;
     static void reserve() noexcept;
     static void threadEnds(void* cache) noexcept;
-    static void push(Stack& stack, Block* first, std::uint32_t count) noexcept;
-    static Block* pop(Stack& stack, std::uint32_t& count) noexcept;
+    static void push(Stack& stack, std::uint32_t span) noexcept;
+    static bool pop(Stack& stack, std::uint32_t& span) noexcept;
+    static std::uintptr_t offsetOf(const void* place) noexcept;
+    static std::uintptr_t addressOf(std::uint32_t span) noexcept;
+    static Span& spanAt(std::uint32_t span) noexcept;
+    static std::uint64_t bitOf(std::uintptr_t place) noexcept
+    {
+        return std::uint64_t{1} << place / kGranule % 64;
+    }
 
     /// Stands in for a thread without a cache: has no block and takes none.
     static Cache none;
@@ -150,6 +182,6 @@ private:
     static std::atomic<std::uintptr_t> base;
     static std::uint8_t spanIndex[kReserved / kSpan];
     static std::atomic<std::uintptr_t> nextChunk;
-    static Stack batches[kSizes];
-    static Stack unused;
+    static Stack withFree[kSizes]; // spans of that size
+    static Stack unused;           // spans that hold a cache
 };
