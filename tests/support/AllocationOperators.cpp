@@ -1,4 +1,4 @@
-// AllocationOperators.cpp - for sanitizer builds: the library's operators in the test program
+// AllocationOperators.cpp - for sanitizers and Valgrind: the library's operators in the test program
 // itself, in front of the sanitizers' own, and the sized forms as the C++ library has them.
 // They forward to the unsized ones, so that every block goes back to the platform.
 #include <Vx/VxMemory.cpp>
