@@ -20,6 +20,18 @@ bool inProcessFileSystem(int folder)
 
 int FileTarget::resolve(const char* path)
 {
+    // Another writer replaces the file now and then, but not each time we look.
+    constexpr int kTries = 100;
+    int error = EAGAIN;
+    for (int n = 0; error == EAGAIN && n < kTries; ++n) {
+        *this = FileTarget();
+        error = walk(path);
+    }
+    return error;
+}
+
+int FileTarget::walk(const char* path)
+{
     // The kernel's own walk comes first: it knows the links that this user must not follow
     // (those of others in shared temporary folders), which reading them does not tell.
     if (retried(systemCalls.fstatat, AT_FDCWD, path, &status, 0) == 0)
@@ -60,11 +72,11 @@ int FileTarget::resolve(const char* path)
 
         if (!exists)
             return 0;
-        // Two walks met two files: somebody changes the path under us.
+        // Two walks meet two files when somebody changes the path under us.
         struct stat found;
         if (retried(systemCalls.fstatat, folder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) !=
             0)
-            return errno;
+            return errno == ENOENT ? EAGAIN : errno;
         return found.st_dev == status.st_dev && found.st_ino == status.st_ino ? 0 : EAGAIN;
     }
     return ELOOP;

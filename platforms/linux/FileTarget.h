@@ -16,7 +16,11 @@ struct FileTarget {
     struct stat status = {}; ///< of the file, when it exists
 
     /// \returns 0, or an errno value: no such folder, no permission, a link that the system
-    ///   does not let this user follow, a name that can only be a folder's
+    ///   does not let this user follow, a name that can only be a folder's, a path that
+    ///   others change all the time (EAGAIN)
     /// \throws std::bad_alloc
     int resolve(const char* path);
+
+private:
+    int walk(const char* path);
 };

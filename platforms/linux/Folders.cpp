@@ -1,7 +1,7 @@
 #include "Folders.h"
 
+#include "Descriptor.h"
 #include "Shell.h"
-#include "SystemCalls.h"
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -30,8 +30,11 @@ std::string homeOfUser()
     passwd entry;
     passwd* found = nullptr;
     int error;
-    while ((error = getpwuid_r(geteuid(), &entry, texts.data(), texts.size(), &found)) == ERANGE)
-        texts.resize(texts.size() * 2);
+    do {
+        error = getpwuid_r(geteuid(), &entry, texts.data(), texts.size(), &found);
+        if (error == ERANGE)
+            texts.resize(texts.size() * 2);
+    } while (error == ERANGE || error == EINTR);
     // Users without a home, as in containers, live at the root.
     std::string home =
         error == 0 && found != nullptr && found->pw_dir != nullptr && *found->pw_dir == '/'
@@ -95,6 +98,14 @@ std::string machineSettingsFolder()
     return "/etc/xdg/Vx/";
 }
 
+void syncFolder(const std::string& path)
+{
+    const Descriptor folder(retried(systemCalls.openat, AT_FDCWD, path.empty() ? "." : path.c_str(),
+                                    O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0u));
+    if (folder)
+        retried(systemCalls.fsync, folder.get());
+}
+
 int makeFolders(const std::string& path)
 {
     if (isFolder(path.c_str()))
@@ -107,6 +118,8 @@ int makeFolders(const std::string& path)
             const int error = errno;
             if (!isFolder(part.c_str()))
                 return error == EEXIST ? ENOTDIR : error;
+        } else {
+            syncFolder(part.substr(0, part.rfind('/') + 1));
         }
     }
     return 0;

@@ -15,6 +15,10 @@ bool isOwnFolder(int kind);
 /// XDG_CONFIG_DIRS, /etc/xdg when there is none. An administrator makes it.
 std::string machineSettingsFolder();
 
-/// Makes \p path and the folders above it where missing, for this user alone.
+/// Puts the names in \p path on the medium, as far as this user and the file system can.
+void syncFolder(const std::string& path);
+
+/// Makes \p path and the folders above it where missing, for this user alone, and puts their
+/// names on the medium: what is saved in a new folder must not go with it.
 /// \returns 0 when the folder stands, an errno value otherwise
 int makeFolders(const std::string& path);

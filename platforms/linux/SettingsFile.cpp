@@ -121,9 +121,7 @@ bool SettingsFile::setAside()
     }
     // On the medium before a new file takes the name: a power failure could leave that one alone.
     if (error == 0)
-        if (const Descriptor folder{retried(systemCalls.openat, AT_FDCWD, folder_.c_str(),
-                                            O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0u)})
-            retried(systemCalls.fsync, folder.get());
+        syncFolder(folder_);
     char where[64];
     if (brokenLine_ != 0)
         std::snprintf(where, sizeof(where), "line %u is not settings text", brokenLine_);
