@@ -1,14 +1,12 @@
-// The Linux platform's folders and settings: what is kept, shared, and never lost.
-#include <Faults.h>
+// The Linux platform's folders and settings: what is kept and shared. What faults leave behind
+// is in LinuxSavingTest.cpp.
 #include <Folders.h>
 #include <ScratchFolder.h>
 #include <SettingsStore.h>
 #include <Shell.h>
+#include <SystemCallScript.h>
 #include <Vx/platform/OS.h>
-#include <csignal>
-#include <fcntl.h>
-#include <sys/mman.h>
-#include <sys/resource.h>
+#include <pwd.h>
 
 namespace {
 
@@ -20,14 +18,6 @@ protected:
     {
         static auto* stores = new std::list<SettingsStore>; // they outlive every destructor
         return stores->emplace_back(scope);
-    }
-
-    /// One that finds just this text in its file.
-    SettingsStore& startedWith(const std::string& text)
-    {
-        std::filesystem::remove_all(scratch.path("Vx"));
-        putFile(text);
-        return started();
     }
 
     std::string value(const SettingsKey& key)
@@ -52,25 +42,6 @@ protected:
 };
 
 const SettingsKey kKey{"Section", "Key"};
-
-const std::string kSaved = "[Section]\nKey=new\n";
-
-/// Sets and saves while the n-th system call fails. \returns whether it came to that, and how
-/// many lines were said
-std::pair<bool, int> setFailing(SettingsStore& store, int n, int error)
-{
-    testing::internal::CaptureStderr();
-    bool fired;
-    {
-        SystemCallScript script;
-        script.failCall(n, error);
-        store.set(kKey, "new"); // reads the file
-        store.save();
-        fired = script.fired();
-    }
-    const std::string said = testing::internal::GetCapturedStderr();
-    return {fired, int(std::count(said.begin(), said.end(), '\n'))};
-}
 
 } // namespace
 
@@ -282,43 +253,6 @@ TEST_F(Settings, WorkInAChildForkedWhileOthersUseThem)
     EXPECT_EQ(value({"S", "child"}), "value");
 }
 
-TEST_F(Settings, AFaultAnywhereLosesNothing)
-{
-    const int points = forEachFault({EIO, ENOSPC, EINTR, EACCES}, [&](int error, int n) {
-        SettingsStore& store = startedWith("[Section]\nKey=old\n");
-        const int descriptors = openDescriptors();
-        const auto [fired, lines] = setFailing(store, n, error);
-        EXPECT_LE(lines, error == EINTR ? 0 : 2);
-        EXPECT_EQ(openDescriptors(), descriptors);
-        const std::string after = file();
-        EXPECT_TRUE(after == "[Section]\nKey=old\n" || after == kSaved) << after;
-        EXPECT_TRUE(after == kSaved || (fired && error != EINTR));
-        EXPECT_TRUE(after == kSaved || lines > 0) << "a failed save must say so";
-        store.set(kKey, "new");
-        store.save();
-        EXPECT_EQ(file(), kSaved);
-        EXPECT_EQ(filesBeside(), "lock user.ini ");
-        return fired;
-    });
-    EXPECT_GT(points, 80) << "the loop reaches the calls";
-}
-
-TEST_F(Settings, AFaultAnywhereKeepsABrokenFile)
-{
-    const int points = forEachFault({EIO, EINVAL, EEXIST, EINTR}, [&](int error, int n) {
-        SettingsStore& store = startedWith("by hand, nonsense");
-        const auto [fired, lines] = setFailing(store, n, error);
-        EXPECT_GT(lines, 0);
-        store.save();
-        EXPECT_EQ(file(), kSaved);
-        EXPECT_TRUE(scratch.get("Vx/user.ini.broken") == "by hand, nonsense" ||
-                    scratch.get("Vx/user.ini.broken-1") == "by hand, nonsense")
-            << filesBeside();
-        return fired;
-    });
-    EXPECT_GT(points, 80);
-}
-
 TEST_F(Settings, SetWhileASaveIsUnderWayAreKeptForTheNext)
 {
     SettingsStore& store = started();
@@ -346,29 +280,21 @@ TEST_F(Settings, UnsavedOnesGoWithTheNextSave)
         int error;
         const char* reason;
     } rows[] = {
-        {"fsync", EIO, "Input/output error"},     {"write", ENOSPC, "No space left on device"},
-        {"write", EDQUOT, "Disk quota exceeded"}, {"openat", EROFS, "Read-only file system"},
-        {"the limit", EFBIG, "File too large"},
+        {"fsync", EIO, "Input/output error"},       {"write", ENOSPC, "No space left on device"},
+        {"openat", EROFS, "Read-only file system"}, {"flock", EBADF, "Bad file descriptor"},
+        {"read", EIO, "Input/output error"},
     };
     putFile("[Section]\nKey=0\n");
     SettingsStore& store = started();
-    std::signal(SIGXFSZ, SIG_IGN);
-    int n = 0;
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.reason);
+        SCOPED_TRACE(row.call);
         const std::string old = file();
-        const std::string saved(5000, char('a' + n++));
-        store.set(kKey, saved);
+        store.set(kKey, row.call);
         testing::internal::CaptureStderr();
         {
             SystemCallScript script;
             script.failAll(row.call, row.error);
-            rlimit limit;
-            ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
-            const rlimit little{row.error == EFBIG ? 4096 : limit.rlim_cur, limit.rlim_max};
-            ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &little), 0);
             store.save();
-            ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
         }
         EXPECT_EQ(testing::internal::GetCapturedStderr(),
                   "Vx: could not save the settings " + scratch.path("Vx/user.ini") + ": " +
@@ -376,187 +302,108 @@ TEST_F(Settings, UnsavedOnesGoWithTheNextSave)
         EXPECT_EQ(file(), old);
         EXPECT_EQ(filesBeside(), "lock user.ini ");
         store.save();
-        EXPECT_EQ(value(kKey), saved);
+        EXPECT_EQ(value(kKey), row.call);
     }
 }
-
-// Kills and power failures: of what was saved, and of a broken file, nothing is lost.
 
 namespace {
 
-const std::string kStored = "[Other]\nkept=1\n";
-const std::string kBroken = "by hand, nonsense";
-
-/// A world's file, sound or broken.
-struct Before : World {
-    std::string text, saved;
-};
-std::vector<Before> everyBefore()
-{
-    std::vector<Before> all;
-    for (const World& world : kWorlds) {
-        all.push_back({world, world.exists ? kStored : "(none)",
-                       world.exists ? kStored + "\n" + kSaved : kSaved});
-        if (world.exists)
-            all.push_back({world, kBroken, kSaved});
-    }
-    return all;
-}
+// What the user database says; the C library's own function is hidden by ours.
+struct UserDatabase {
+    std::vector<int> errors; // of the first answers
+    const char* home;        // null: there is no such user
+} database;
 
 } // namespace
 
-TEST_F(Settings, SurviveAKillBeforeAnyCall)
+extern "C" int getpwuid_r(uid_t, passwd* entry, char*, std::size_t, passwd** found)
 {
-    int kills = 0;
-    for (const Before& before : everyBefore())
-        for (int n = 1;; ++n) {
-            ASSERT_LT(n, 200) << "never completes";
-            SCOPED_TRACE(before.name + (", " + before.text) + ", call " + std::to_string(n));
-            std::filesystem::remove_all(scratch.path("Vx"));
-            if (before.exists)
-                putFile(before.text);
-            testing::internal::CaptureStderr();
-            const bool killed = killedBefore(n, before, [&] {
-                SettingsStore& store = started();
-                store.set(kKey, "new");
-                store.save();
-            });
-            const std::string now = file();
-            const bool broken = before.text == kBroken;
-            EXPECT_TRUE(now == before.text || now == before.saved || (broken && now == "(none)"));
-            SettingsStore& next = started();
-            next.set(kKey, "new");
-            next.save();
-            testing::internal::GetCapturedStderr();
-            EXPECT_EQ(file(), before.saved);
-            EXPECT_EQ(scratch.get("Vx/user.ini.broken"), broken ? kBroken : "(none)");
-            EXPECT_EQ(filesBeside(), broken ? "lock user.ini user.ini.broken " : "lock user.ini ");
-            if (!killed)
-                break;
-            ++kills;
-        }
-    EXPECT_GT(kills, 120);
+    entry->pw_dir = const_cast<char*>(database.home);
+    *found = database.home != nullptr ? entry : nullptr;
+    if (database.errors.empty())
+        return 0;
+    const int error = database.errors.front();
+    database.errors.erase(database.errors.begin());
+    return error;
 }
 
-TEST_F(Settings, SurviveAKillAtAnyMoment)
+TEST(Shell, FindsTheHomeFolder)
 {
-    void* const shared =
-        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    ASSERT_NE(shared, MAP_FAILED);
-    volatile int& saved = *static_cast<int*>(shared); // the number of the last save that returned
-    putFile(kStored);
-    killAtAnyMoment(
-        [&](int n) {
-            static SettingsStore& store = started();
-            for (const char* key : {"first", "second"})
-                store.set({"Section", key}, std::to_string(n));
-            store.save();
-            saved = n;
-        },
-        [&] {
-            const std::string first = value({"Section", "first"});
-            EXPECT_GE(std::atoi(first.c_str()), saved);
-            EXPECT_EQ(value({"Section", "second"}), first);
-            EXPECT_EQ(value({"Other", "kept"}), "1");
-        });
-    EXPECT_GT(saved, 0);
-    munmap(shared, 4096);
-    SettingsStore& next = started();
-    next.set(kKey, "new");
-    next.save();
-    EXPECT_EQ(filesBeside(), "lock user.ini ");
-}
-
-TEST_F(Settings, SurviveAPowerFailureAnywhere)
-{
-    int states = 0;
-    for (const Before& before : everyBefore()) {
-        SCOPED_TRACE(before.name + (", " + before.text));
-        std::filesystem::remove_all(scratch.path("Vx"));
-        if (before.exists)
-            putFile(before.text);
-        std::filesystem::create_directory(scratch.path("Vx"));
-        testing::internal::CaptureStderr();
-        std::vector<SystemCallScript::Call> trace;
-        {
-            Calls script(before);
-            SettingsStore& store = started();
-            store.set(kKey, "new");
-            store.save();
-            trace = script.trace;
-        }
-        testing::internal::GetCapturedStderr();
-        int bad = 0;
-        const bool broken = before.text == kBroken;
-        states += powerFailures(
-            trace, "user.ini", before.text,
-            [&](const std::string& content, const CrashModel::Names& names, bool complete) {
-                bad += content != before.saved &&
-                       (complete || (content != before.text && !(broken && content == "(none)")));
-                bad += broken && std::none_of(names.begin(), names.end(), [](const auto& file) {
-                           return file.second->bytes == kBroken;
-                       });
-            });
-        EXPECT_EQ(bad, 0);
+    const struct {
+        const char* name;
+        const char* variable;
+        UserDatabase database;
+        const char* expected;
+    } rows[] = {
+        {"variable", "/var", {{EIO}, nullptr}, "/var/"},
+        {"variable with an end", "/var/", {{EIO}, nullptr}, "/var/"},
+        {"relative variable", "var", {{}, "/users/me"}, "/users/me/"},
+        {"user's", nullptr, {{}, "/users/me/"}, "/users/me/"},
+        {"in the end", nullptr, {{EINTR, ERANGE, ERANGE, EINTR}, "/users/me"}, "/users/me/"},
+        {"no answer", nullptr, {{EIO}, "/users/me"}, "/"},
+        {"no user", nullptr, {{}, nullptr}, "/"},
+        {"relative", nullptr, {{}, "me"}, "/"},
+    };
+    for (const auto& row : rows) {
+        const ScopedEnvironment home("HOME", row.variable);
+        database = row.database;
+        EXPECT_EQ(folderPath(Shell::kHomeFolder), row.expected) << row.name;
     }
-    EXPECT_GT(states, 500);
+}
+
+TEST(Shell, FindsTheMachinesSettings)
+{
+    for (const auto& [value, expected] : {std::pair<const char*, const char*>{nullptr, "/etc/xdg"},
+                                          {"", "/etc/xdg"},
+                                          {"relative", "/etc/xdg"},
+                                          {"/a", "/a"},
+                                          {"/a:/b", "/a"},
+                                          {"::relative:/b:/c", "/b"}}) {
+        const ScopedEnvironment folders("XDG_CONFIG_DIRS", value);
+        EXPECT_EQ(machineSettingsFolder(), expected + std::string("/Vx/"));
+    }
 }
 
 TEST(Shell, FindsFoldersByTheXdgRules)
 {
     const ScratchFolder scratch;
-    const std::string home = scratch.path("home");
-    const std::string set = scratch.path("set/deep");
+    const std::string home = scratch.path("home") + "/", set = scratch.path("set/deep") + "/";
+    const ScopedEnvironment homeSet("HOME", home.c_str());
     const struct {
-        const char* name;
         int kind;
         const char* variable;
-        const char* inHome;
+        std::string fallback;
         bool made;
     } rows[] = {
-        {"home", Shell::kHomeFolder, nullptr, "/", false},
-        {"documents", Shell::kDocumentsFolder, nullptr, "/Documents/", true},
-        {"cache", Shell::kCacheFolder, "XDG_CACHE_HOME", "/.cache/", true},
-        {"configuration", 4, "XDG_CONFIG_HOME", "/.config/", true},
-        {"data", Shell::kSharedDataFolder, "XDG_DATA_HOME", "/.local/share/", true},
-        {"state", Shell::kStateFolder, "XDG_STATE_HOME", "/.local/state/", true},
-        {"unknown kind", 4711, "XDG_CONFIG_HOME", "/.config/", true},
+        {Shell::kDocumentsFolder, "XDG_DOCUMENTS_DIR", home + "Documents/", true},
+        {Shell::kTemporaryFolder, "TMPDIR", "/tmp/", false},
+        {Shell::kCacheFolder, "XDG_CACHE_HOME", home + ".cache/", true},
+        {Shell::kUserDataFolder, "XDG_CONFIG_HOME", home + ".config/", true},
+        {Shell::kSharedDataFolder, "XDG_DATA_HOME", home + ".local/share/", true},
+        {Shell::kStateFolder, "XDG_STATE_HOME", home + ".local/state/", true},
+        {4711, "XDG_CONFIG_HOME", home + ".config/", true},
     };
-    const auto folder = [](int kind) {
-        const LightweightString<wchar_t> wide = OS()->shell()->getFolder(kind);
-        return std::string(wide.begin(), wide.end());
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const ScopedEnvironment homeSet("HOME", home.c_str());
-        const ScopedEnvironment unset(row.variable ? row.variable : "XDG_UNUSED", nullptr);
-        EXPECT_EQ(folder(row.kind), home + row.inHome);
-        EXPECT_EQ(std::filesystem::is_directory(home + row.inHome), row.made);
-        std::filesystem::remove_all(home);
-        if (row.variable == nullptr)
-            continue;
-        const ScopedEnvironment relative(row.variable, "relative/path");
-        EXPECT_EQ(folder(row.kind), home + row.inHome) << "relative values do not count";
-        const ScopedEnvironment absolute(row.variable, set.c_str());
-        EXPECT_EQ(folder(row.kind), set + "/");
-        EXPECT_TRUE(std::filesystem::is_directory(set));
-        EXPECT_EQ(std::filesystem::status(set).permissions(), std::filesystem::perms::owner_all);
-        std::filesystem::remove_all(scratch.path("set"));
-        std::filesystem::remove_all(home);
-    }
+    for (const auto& row : rows)
+        for (const char* value : {"", "relative", set.c_str()}) {
+            SCOPED_TRACE(std::to_string(row.kind) + ": " + value);
+            const ScopedEnvironment variable(row.variable, value);
+            const bool counts = *value == '/' && row.kind != Shell::kDocumentsFolder;
+            const LightweightString<wchar_t> wide = OS()->shell()->getFolder(row.kind);
+            const std::string folder(wide.begin(), wide.end());
+            EXPECT_EQ(folder, counts ? set : row.fallback);
+            EXPECT_EQ(std::filesystem::exists(counts ? set : home), row.made);
+            EXPECT_TRUE(!row.made || std::filesystem::status(folder).permissions() ==
+                                         std::filesystem::perms::owner_all);
+            std::filesystem::remove_all(home);
+            std::filesystem::remove_all(scratch.path("set"));
+        }
     const std::string latin1 = scratch.path("K\xFCste");
-    {
-        const ScopedEnvironment notUtf8("XDG_CONFIG_HOME", latin1.c_str());
-        testing::internal::CaptureStderr();
-        OS()->shell()->getFolder(4);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  "Vx: could not name the folder " + latin1 +
-                      "/: it is not UTF-8, so one with U+FFFD in its name takes its place\n");
-    }
-    const ScopedEnvironment noHome("HOME", nullptr);
-    const std::string fallback = folder(Shell::kHomeFolder);
-    EXPECT_EQ(fallback.front(), '/');
-    EXPECT_EQ(fallback.back(), '/');
+    const ScopedEnvironment notUtf8("XDG_CONFIG_HOME", latin1.c_str());
+    testing::internal::CaptureStderr();
+    OS()->shell()->getFolder(Shell::kUserDataFolder);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Vx: could not name the folder " + latin1 +
+                  "/: it is not UTF-8, so one with U+FFFD in its name takes its place\n");
 }
 
 TEST(Shell, MakesTheDiagnosticsFolder)

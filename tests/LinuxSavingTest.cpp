@@ -1,0 +1,351 @@
+// What the Linux platform saves, files and settings, is never lost: whichever system call fails,
+// whenever the process is killed or the power goes.
+#include <FileSystem.h>
+#include <ScratchFolder.h>
+#include <SettingsStore.h>
+#include <SystemCallScript.h>
+#include <Vx/platform/OS.h>
+#include <csignal>
+
+namespace {
+
+using Call = SystemCallScript::Call;
+
+const std::string kStored = "[Other]\nkept=1\n";
+const std::string kBroken = "by hand, nonsense";
+const std::string kFile(100000, 'n'); // more than one buffer
+const std::string kSettings = "[Section]\nKey=new\n";
+
+/// What is saved over what, on a file system with unnamed files or without.
+struct Case {
+    const char* name;
+    bool settings; // or a file
+    std::string before, after;
+    bool unnamed = true;
+
+    bool broken() const { return before == kBroken; }
+    bool maySee(const std::string& content) const
+    {
+        return content == before || content == after || (broken() && content == "(none)");
+    }
+};
+
+std::vector<Case> everyCase()
+{
+    std::vector<Case> all = {{"replaces a file", false, kStored, kFile},
+                             {"creates a file", false, "(none)", kFile},
+                             {"adds to settings", true, kStored, kStored + "\n" + kSettings},
+                             {"makes the first settings", true, "(none)", kSettings},
+                             {"sets broken settings aside", true, kBroken, kSettings}};
+    for (std::size_t i = 0, count = all.size(); i < count; ++i) {
+        all.push_back(all[i]);
+        all.back().unnamed = false;
+    }
+    return all;
+}
+
+/// The system calls of such a case.
+struct Calls : SystemCallScript {
+    explicit Calls(const Case& row)
+    {
+        cutShort();
+        if (!row.unnamed)
+            refuseUnnamedFiles();
+    }
+};
+
+class Saving : public testing::Test {
+protected:
+    void prepare(const Case& row) const
+    {
+        std::filesystem::remove_all(scratch.path("Vx"));
+        if (!row.settings || row.before != "(none)") // else the first save makes it
+            std::filesystem::create_directory(scratch.path("Vx"));
+        if (row.before != "(none)")
+            scratch.put("Vx/user.ini", row.before);
+    }
+
+    /// A store as a process finds it that has just started.
+    static SettingsStore& started()
+    {
+        static auto* stores = new std::list<SettingsStore>; // they outlive every destructor
+        return stores->emplace_back(0);
+    }
+
+    bool work(const Case& row, SettingsStore& store = started()) const
+    {
+        if (row.settings) {
+            store.set({"Section", "Key"}, "new"); // reads the file
+            store.save();
+            return true;
+        }
+        const auto file = OS()->fileSystem()->openFile(scratch.wide("Vx/user.ini"), 2, 3, 0, 0);
+        return file && file->write(kFile.data(), unsigned(kFile.size()));
+    }
+
+    /// \returns whether it looks as if saved: by the answers and by what is said
+    bool save(const Case& row, SettingsStore& store = started())
+    {
+        testing::internal::CaptureStderr();
+        const bool done = work(row, store);
+        said = testing::internal::GetCapturedStderr();
+        return done && said.find("could not") == std::string::npos;
+    }
+
+    std::string content() const { return scratch.get("Vx/user.ini"); }
+
+    /// The names in the folder, without the lock's; "aside" for what was set aside, whole.
+    std::set<std::string> names(const Case& row) const
+    {
+        std::set<std::string> all;
+        for (const auto& entry : std::filesystem::directory_iterator(scratch.path("Vx"))) {
+            const std::string name = entry.path().filename();
+            const bool aside = name.rfind("user.ini.broken", 0) == 0;
+            all.insert(aside && scratch.get("Vx/" + name) == row.before ? "aside" : name);
+        }
+        all.erase("lock");
+        return all;
+    }
+
+    void expectSaved(const Case& row) const
+    {
+        EXPECT_EQ(content(), row.after);
+        std::set<std::string> found = names(row);
+        // Sound settings may be taken for broken by a fault: nothing is lost by it.
+        EXPECT_GE(found.erase("aside"), std::size_t(row.broken()));
+        EXPECT_EQ(found, std::set<std::string>{"user.ini"});
+    }
+
+    const ScratchFolder scratch{ScratchFolder::inMemory()};
+    const ScopedEnvironment config{"XDG_CONFIG_HOME", scratch.path().c_str()};
+    std::string said;
+};
+
+} // namespace
+
+TEST_F(Saving, AFaultInAnyCallLosesNothing)
+{
+    int points = 0;
+    for (const Case& row : everyCase())
+        points += forEachFault({EIO, ENOSPC, EACCES, EINVAL, EEXIST, EINTR}, [&](int error, int n) {
+            SCOPED_TRACE(row.name);
+            prepare(row);
+            const int descriptors = openDescriptors();
+            SettingsStore& store = started();
+            bool told, fired;
+            {
+                Calls script(row);
+                script.failCall(n, error);
+                told = save(row, store);
+                fired = script.fired();
+            }
+            EXPECT_TRUE(row.maySee(content())) << content().substr(0, 100);
+            EXPECT_TRUE(!told || content() == row.after) << "claims to have saved";
+            EXPECT_TRUE(told || (fired && error != EINTR)) << said;
+            EXPECT_LE(std::count(said.begin(), said.end(), '\n'), row.settings ? 2 : 1) << said;
+            EXPECT_EQ(openDescriptors(), descriptors);
+            EXPECT_TRUE(save(row, store)) << "the next one mends it";
+            expectSaved(row);
+            return fired;
+        });
+    EXPECT_GT(points, 1500) << "the loop reaches the calls";
+}
+
+TEST_F(Saving, AKillBeforeAnyCallLosesNothing)
+{
+    int kills = 0, littered = 0;
+    for (const Case& row : everyCase())
+        for (int n = 1;; ++n) {
+            ASSERT_LT(n, 200) << "never completes";
+            SCOPED_TRACE(row.name + (", killed before call " + std::to_string(n)));
+            prepare(row);
+            testing::internal::CaptureStderr();
+            const bool killed = WIFSIGNALED(statusOfChild([&] {
+                Calls script(row);
+                script.before = [&](const std::string&) {
+                    if (script.calls() == n)
+                        raise(SIGKILL);
+                };
+                return work(row);
+            }));
+            testing::internal::GetCapturedStderr();
+            EXPECT_TRUE(row.maySee(content())) << content().substr(0, 100);
+            {
+                Calls script(row);
+                script.before = [&](const std::string& name) { littered += name == "unlinkat"; };
+                EXPECT_TRUE(save(row)) << said;
+            }
+            expectSaved(row);
+            if (!killed)
+                break;
+            ++kills;
+        }
+    EXPECT_GT(kills, 300);
+    EXPECT_GT(littered, 10) << "the moments that the next save cleans up are among them";
+}
+
+// --- Power failures
+
+namespace {
+
+/// A folder as a medium may hold it after a power failure. What was written counts from the
+/// fsync() of the file on, a name from that of the folder, the folder from that of the one
+/// above; before, each may be there or not, in any order.
+class Medium {
+public:
+    struct Content {
+        std::string bytes;
+        bool synced = false;
+    };
+    using Names = std::map<std::string, std::shared_ptr<Content>>;
+
+    explicit Medium(const std::string& before)
+    {
+        if (before != "(none)")
+            names_["user.ini"] = std::make_shared<Content>(Content{before, true});
+    }
+
+    void replay(const Call& call)
+    {
+        const auto& [call_, arguments, result] = call;
+        if (result < 0)
+            return;
+        if (call_ == "openat")
+            open(arguments[1], std::stoi(arguments[2]), std::to_string(result));
+        else if (call_ == "close")
+            files_.erase(arguments[0]);
+        else if (call_ == "mkdirat")
+            folderIsNew_ = true;
+        else if (call_ == "linkat")
+            pending_.push_back({lastOf(arguments[3]), files_.at(lastOf(arguments[1])), {}});
+        else if (call_ == "renameat2")
+            pending_.push_back({lastOf(arguments[3]), nullptr, lastOf(arguments[1])});
+        else if (call_ == "unlinkat")
+            pending_.push_back({{}, nullptr, lastOf(arguments[1])});
+        else if (call_ == "write")
+            *files_.at(arguments[0]) = {files_.at(arguments[0])->bytes + arguments[1], false};
+        else if (call_ == "fsync" && files_.count(arguments[0]) != 0)
+            files_.at(arguments[0])->synced = true;
+        else if (call_ == "fsync" && folders_.at(arguments[0]).find("/Vx/") == std::string::npos)
+            folderIsNew_ = false;
+        else if (call_ == "fsync")
+            for (; !pending_.empty(); pending_.erase(pending_.begin()))
+                apply(names_, pending_.front());
+    }
+
+    /// Calls \p judge with the content of the file and with all files in every state that a
+    /// power failure at this point can leave.
+    template <class Judge> void forEachState(Judge judge) const
+    {
+        if (folderIsNew_)
+            judge("(none)", Names());
+        std::vector<std::size_t> order(pending_.size());
+        for (std::size_t i = 0; i < order.size(); ++i)
+            order[i] = i;
+        do
+            for (unsigned int subset = 0; subset < 1u << pending_.size(); ++subset) {
+                Names names = names_;
+                for (const std::size_t i : order)
+                    if ((subset >> i & 1) != 0)
+                        apply(names, pending_[i]);
+                const auto found = names.find("user.ini");
+                const Content content =
+                    found != names.end() ? *found->second : Content{"(none)", true};
+                judge(content.bytes, names);
+                if (!content.synced) {
+                    judge(content.bytes.substr(0, content.bytes.size() / 2), names);
+                    judge(std::string(content.bytes.size(), '\0'), names);
+                    judge("", names);
+                }
+            }
+        while (std::next_permutation(order.begin(), order.end()));
+    }
+
+private:
+    struct Change {
+        std::string name; // gets the content, or what `from` stands for; empty: none does
+        std::shared_ptr<Content> content;
+        std::string from;
+    };
+
+    static std::string lastOf(const std::string& path) { return path.substr(path.rfind('/') + 1); }
+
+    void open(const std::string& path, int flags, const std::string& descriptor)
+    {
+        const bool unnamed = (flags & O_TMPFILE) == O_TMPFILE;
+        if (!unnamed && (flags & O_CREAT) == 0) {
+            folders_[descriptor] = path;
+            return;
+        }
+        files_[descriptor] = std::make_shared<Content>();
+        if (!unnamed)
+            pending_.push_back({lastOf(path), files_[descriptor], {}});
+    }
+
+    static void apply(Names& names, const Change& change)
+    {
+        std::shared_ptr<Content> content = change.content;
+        if (!change.from.empty()) {
+            const auto source = names.find(change.from);
+            if (source == names.end())
+                return;
+            content = source->second;
+            names.erase(source);
+        }
+        if (!change.name.empty())
+            names[change.name] = content;
+    }
+
+    Names names_;                 // on the medium
+    std::vector<Change> pending_; // of names, not yet on the medium for sure
+    Names files_;                 // open, by descriptor
+    std::map<std::string, std::string> folders_;
+    bool folderIsNew_ = false;
+};
+
+/// The states after a power failure, during or after a save, that lose something.
+int losses(const std::vector<Call>& trace, const Case& row, int* states)
+{
+    int bad = 0;
+    Medium medium(row.before);
+    for (std::size_t length = 0; length <= trace.size(); ++length) {
+        if (length > 0)
+            medium.replay(trace[length - 1]);
+        medium.forEachState([&](const std::string& content, const Medium::Names& names) {
+            ++*states;
+            const auto isBroken = [](const auto& file) { return file.second->bytes == kBroken; };
+            bad += !row.maySee(content) || (length == trace.size() && content != row.after) ||
+                   (row.broken() && std::none_of(names.begin(), names.end(), isBroken));
+        });
+    }
+    return bad;
+}
+
+} // namespace
+
+TEST_F(Saving, APowerFailureAnywhereLosesNothing)
+{
+    int states = 0;
+    for (const Case& row : everyCase()) {
+        SCOPED_TRACE(row.name);
+        prepare(row);
+        std::vector<Call> trace;
+        {
+            Calls script(row);
+            EXPECT_TRUE(save(row));
+            trace = script.trace;
+        }
+        EXPECT_EQ(losses(trace, row, &states), 0);
+        int syncs = 0;
+        for (std::size_t i = 0; i < trace.size(); ++i) {
+            if (trace[i].name != "fsync")
+                continue;
+            ++syncs;
+            std::vector<Call> without = trace;
+            without.erase(without.begin() + std::ptrdiff_t(i));
+            EXPECT_GT(losses(without, row, &states), 0) << "fsync() number " << syncs;
+        }
+        EXPECT_GE(syncs, 2);
+    }
+    EXPECT_GT(states, 1000);
+}
