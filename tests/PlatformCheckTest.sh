@@ -9,7 +9,7 @@ tool=$1 reference=$2 broken=$3
 failures=0
 while read -r fault check; do
     status=0
-    output=$(VX_BROKEN=$fault "$tool" "$broken" "$check") || status=$?
+    output=$(VX_BROKEN=$fault LD_PRELOAD=$broken "$tool" "$reference" "$check") || status=$?
     if [ $status -ne 1 ] || ! grep -q "^FAIL $check " <<<"$output"; then
         printf 'the fault "%s" was not found by "%s" (status %s):\n%s\n' \
             "$fault" "$check" "$status" "$output"

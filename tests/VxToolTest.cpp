@@ -48,6 +48,24 @@ protected:
     }
     Outcome vx(const Words& arguments) const { return run(VX_TOOL, arguments, path("out")); }
 
+    /// Runs the tool and compares: exit status, output, and a part of the complaint, if any.
+    void expect(const Words& arguments, int status, const std::string& out,
+                const std::string& complaint = "") const
+    {
+        SCOPED_TRACE(testing::PrintToString(arguments));
+        const Outcome done = vx(arguments);
+        EXPECT_EQ(done.status, status);
+        EXPECT_EQ(done.out, out);
+        EXPECT_NE(done.err.find(complaint), std::string::npos) << done.err;
+        EXPECT_EQ(done.err.empty(), complaint.empty()) << done.err;
+    }
+
+    Json json(Words arguments) const
+    {
+        arguments.push_back("--json");
+        return Json::parse(vx(arguments).out, nullptr, false);
+    }
+
     /// What the tool writes to a terminal.
     std::string onTerminal(const Words& arguments) const
     {
@@ -144,29 +162,29 @@ TEST_F(VxTool, CheckPointsAtWhatLoadsDifferently)
 
 TEST_F(VxTool, CheckPrintsAsCompilersDo)
 {
-    const Outcome checked =
-        vx({"ini", "check", write("a.ini", "[A]\nname=Ren\xC3\xA9\nk=1\nk=2\x1b\n")});
-    EXPECT_EQ(checked.status, 1);
-    EXPECT_EQ(checked.out, path("a.ini") +
-                               ":2:9: warning: '\xC3\xA9' at the end of the line is lost: it loads"
-                               " as 'name=Ren' [lost-ending]\n" +
-                               path("a.ini") +
-                               ":4:1: warning: 'k' stands in line 3 already: that one is found,"
-                               " this one never is [duplicate-name]\n");
+    const std::string file = write("a.ini", "[A]\nname=Ren\xC3\xA9\nk=1\nk=2\x1b\n");
+    expect({"ini", "check", file}, 1,
+           file +
+               ":2:9: warning: '\xC3\xA9' at the end of the line is lost: it loads as 'name=Ren'"
+               " [lost-ending]\n" +
+               file +
+               ":4:1: warning: 'k' stands in line 3 already: that one is found, this one"
+               " never is [duplicate-name]\n");
 }
 
-TEST_F(VxTool, SetChangesOneLine)
+TEST_F(VxTool, SetChangesOneLineOrSaysWhyNot)
 {
+    const char* const one = "[A]\nx=1\n";
     const struct {
         const char* name;
-        const char *before, *section, *entry, *value, *after;
+        const char *before, *section, *entry, *value, *after, *complaint = "";
     } rows[] = {
         {"changes", "; top\r\n[A]\r\n  x=1 \r\n\r\n; end", "A", "x", "2",
          "; top\r\n[A]\r\n  x=2\r\n\r\n; end"},
         {"first of two", "[A]\nx=1\nx=2\n", "A", "x", "7", "[A]\nx=7\nx=2\n"},
         {"same value, same bytes", "[A]\nx=1 \t\n", "A", "x", "1", "[A]\nx=1\n"},
         {"any case of the section", "[Video]\nx=1\n", "VIDEO", "x", "2", "[Video]\nx=2\n"},
-        {"case of the name counts", "[A]\nx=1\n", "A", "X", "2", "[A]\nx=1\nX=2\n"},
+        {"case of the name counts", one, "A", "X", "2", "[A]\nx=1\nX=2\n"},
         {"adds behind the last pair", "[A]\nx=1\n\n; about B\n[B]\ny=1\n", "A", "z", "2",
          "[A]\nx=1\nz=2\n\n; about B\n[B]\ny=1\n"},
         {"adds behind a bare header", "[A]\n; nothing\n[B]\ny=1\n", "A", "z", "2",
@@ -181,67 +199,42 @@ TEST_F(VxTool, SetChangesOneLine)
         {"lost letters go with the value", "[A]\nx=caf\xC3\xA9\r\ny=1\n", "A", "x", "tea",
          "[A]\nx=tea\r\ny=1\n"},
         {"blanks in the name", "[A]\nx = 1\n", "A", "x ", "2", "[A]\nx =2\n"},
-        {"brackets", "[A]\nx=1\n", "A", "x", "[a,b]", "[A]\nx=[a,b]\n"},
-        {"empty value", "[A]\nx=1\n", "A", "x", "", "[A]\nx=\n"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const Outcome done =
-            vx({"ini", "set", write("a.ini", row.before), row.section, row.entry, row.value});
-        EXPECT_EQ(done.status, 0);
-        EXPECT_EQ(done.out + done.err, "");
-        EXPECT_EQ(get("a.ini"), row.after);
-    }
-}
-
-TEST_F(VxTool, SetRefusesWhatWouldNotReadBack)
-{
-    const std::string before = "[A]\nx=1\n";
-    const struct {
-        const char* name;
-        const char *section, *entry, *value, *message;
-    } rows[] = {
-        {"lost letter", "A", "x", "caf\xC3\xA9",
+        {"brackets", one, "A", "x", "[a,b]", "[A]\nx=[a,b]\n"},
+        {"empty value", one, "A", "x", "", "[A]\nx=\n"},
+        {"lost letter", one, "A", "x", "caf\xC3\xA9", one,
          "it would load as the name 'x' with the value 'caf'"},
-        {"blank at the end", "A", "x", "1 ", "with the value '1'"},
-        {"two lines", "A", "x", "1\n2", "a line break cannot stand inside a line"},
-        {"a header", "A", "[x", "1]", "the line would be a section header"},
-        {"name with =", "A", "x=y", "1", "it would load as the name 'x' with the value 'y=1'"},
-        {"blank before the name", "A", " x", "1", "it would load as the name 'x'"},
-        {"section in two lines", "B\nC", "x", "1", "a line break"},
+        {"blank at the end", one, "A", "x", "1 ", one, "with the value '1'"},
+        {"two lines", one, "A", "x", "1\n2", one, "a line break cannot stand inside a line"},
+        {"a header", one, "A", "[x", "1]", one, "the line would be a section header"},
+        {"name with =", one, "A", "x=y", "1", one,
+         "it would load as the name 'x' with the value 'y=1'"},
+        {"blank before the name", one, "A", " x", "1", one, "it would load as the name 'x'"},
+        {"section in two lines", one, "B\nC", "x", "1", one, "a line break"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const Outcome refused =
-            vx({"ini", "set", write("a.ini", before), row.section, row.entry, row.value});
-        EXPECT_EQ(refused.status, 3);
-        EXPECT_NE(refused.err.find(row.message), std::string::npos) << refused.err;
-        EXPECT_EQ(get("a.ini"), before);
+        expect({"ini", "set", write("a.ini", row.before), row.section, row.entry, row.value},
+               *row.complaint != 0 ? 3 : 0, "", row.complaint);
+        EXPECT_EQ(get("a.ini"), row.after);
     }
 }
 
 TEST_F(VxTool, SetMakesAFileOnlyWhenAsked)
 {
-    const Words words{"ini", "set", path("new.ini"), "A", "x", "1"};
-    EXPECT_EQ(vx(words).status, 3);
-    EXPECT_FALSE(fs::exists(path("new.ini")));
-    Words asked = words;
-    asked.push_back("--create");
-    EXPECT_EQ(vx(asked).status, 0);
-    EXPECT_EQ(get("new.ini"), "[A]\r\nx=1\r\n");
-    const Outcome dry = vx({"ini", "set", "-n", path("new.ini"), "A", "x", "--", "-3.5"});
-    EXPECT_EQ(dry.out, "[A]\r\nx=-3.5\r\n");
+    const std::string file = path("new.ini");
+    expect({"ini", "set", file, "A", "x", "1"}, 3, "", "new.ini");
+    EXPECT_FALSE(fs::exists(file));
+    expect({"ini", "set", file, "A", "x", "1", "--create"}, 0, "");
+    expect({"ini", "set", "-n", file, "A", "x", "--", "-3.5"}, 0, "[A]\r\nx=-3.5\r\n");
     EXPECT_EQ(get("new.ini"), "[A]\r\nx=1\r\n");
 }
 
 TEST_F(VxTool, UnsetRemovesTheNameEverywhereInItsSection)
 {
-    write("a.ini", "; x=0\n[A]\nx=1\n; kept\nx=2\n[B]\nx=3\n[a]\nx=4");
-    EXPECT_EQ(vx({"ini", "unset", path("a.ini"), "A", "x"}).status, 0);
+    const std::string file = write("a.ini", "; x=0\n[A]\nx=1\n; kept\nx=2\n[B]\nx=3\n[a]\nx=4");
+    expect({"ini", "unset", file, "A", "x"}, 0, "");
     EXPECT_EQ(get("a.ini"), "; x=0\n[A]\n; kept\n[B]\nx=3\n[a]\n");
-    const Outcome again = vx({"ini", "unset", path("a.ini"), "A", "x"});
-    EXPECT_EQ(again.status, 1);
-    EXPECT_EQ(again.err, "vx: there is no 'x' in [A]\n");
+    expect({"ini", "unset", file, "A", "x"}, 1, "", "vx: there is no 'x' in [A]\n");
 }
 
 /// Whatever the file: the tool agrees with the library on its lines, an edit reads back, and
@@ -253,15 +246,13 @@ TEST_F(VxTool, EditsOfRandomFilesTouchOneLine)
     for (const char* piece : {"[", "]", "[A]", "=", " ", "\t", "\xC3\xA9", "\xEF\xBB\xBF", "x", ";",
                               "\x01", "A", "\xFF"})
         pieces.push_back(piece);
-    const auto linesOf = [](const std::string& text) {
+    const auto linesOf = [](std::string text) {
+        std::replace(text.begin(), text.end(), '\r', '\n');
         std::multiset<std::string> lines;
         std::istringstream all(text);
-        for (std::string line; std::getline(all, line);) {
-            while (!line.empty() && line.back() == '\r')
-                line.pop_back();
-            if (!line.empty())
-                lines.insert(line);
-        }
+        for (std::string line; std::getline(all, line);)
+            lines.insert(line);
+        lines.erase("");
         return lines;
     };
     int edits = 0;
@@ -269,87 +260,63 @@ TEST_F(VxTool, EditsOfRandomFilesTouchOneLine)
         std::string before;
         for (auto i = random() % 25 + 1; i != 0; --i)
             before += pieces[random() % std::size(pieces)];
-        write("a.ini", before);
+        SCOPED_TRACE(testing::PrintToString(before));
+        const std::string file = write("a.ini", before);
         const std::string section = random() % 3 == 0 ? "-" : random() % 2 == 0 ? "A" : "B";
-        const Outcome done = vx({"ini", "set", path("a.ini"), section, "x", "42"});
-        ASSERT_EQ(done.status, 0) << Json(before).dump(-1, ' ', true,
-                                                       Json::error_handler_t::replace)
-                                  << done.err;
-        const std::string after = get("a.ini");
-        EXPECT_EQ(vx({"ini", "get", path("a.ini"), section, "x"}).out, "42\n");
-        std::multiset<std::string> gone = linesOf(before);
-        std::multiset<std::string> came = linesOf(after);
-        for (auto line = gone.begin(); line != gone.end();) {
-            const auto same = came.find(*line);
-            line = same != came.end() ? (came.erase(same), gone.erase(line)) : std::next(line);
-        }
+        expect({"ini", "set", file, section, "x", "42"}, 0, "");
+        expect({"ini", "get", file, section, "x"}, 0, "42\n");
+        const auto old = linesOf(before), now = linesOf(get("a.ini"));
+        Words gone, came;
+        std::set_difference(old.begin(), old.end(), now.begin(), now.end(),
+                            std::back_inserter(gone));
+        std::set_difference(now.begin(), now.end(), old.begin(), old.end(),
+                            std::back_inserter(came));
         EXPECT_LE(gone.size(), 1u);                    // the old value
         EXPECT_LE(came.size(), gone.empty() ? 2 : 1u); // a header and a line, or the new value
-        edits += after != before;
+        edits += get("a.ini") != before;
     }
     EXPECT_GT(edits, 30);
 }
 
 TEST_F(VxTool, ShowsADocumentAsItLoads)
 {
-    write("a.ini", "; top\n[Video]\nrate=25\nlonger=\x1b[31m\nrate=30\n[audio]\n; note\n");
-    const Outcome shown = vx({"ini", "show", path("a.ini")});
-    EXPECT_EQ(shown.status, 0);
-    EXPECT_EQ(shown.out, "(above the first header)\n  ; top\n\n[audio]\n  ; note\n\n[Video]\n"
-                         "  rate   = 25\n  longer = \\x1b[31m\n"
-                         "  rate   = 30   (never found: the name stands above)\n");
-    const Json json = Json::parse(vx({"ini", "show", path("a.ini"), "VIDEO", "--json"}).out);
-    EXPECT_EQ(json["sections"].dump(),
+    const std::string file =
+        write("a.ini", "; top\n[Video]\nrate=25\nlonger=\x1b[31m\nrate=30\n[audio]\n; note\n");
+    expect({"ini", "show", file}, 0,
+           "(above the first header)\n  ; top\n\n[audio]\n  ; note\n\n[Video]\n"
+           "  rate   = 25\n  longer = \\x1b[31m\n"
+           "  rate   = 30   (never found: the name stands above)\n");
+    EXPECT_EQ(json({"ini", "show", file, "VIDEO"})["sections"].dump(),
               R"([{"items":[{"name":"rate","value":"25"},{"name":"longer","value":"\u001b[31m"},)"
               R"({"name":"rate","value":"30"}],"section":"Video"}])");
-    EXPECT_EQ(vx({"ini", "show", path("a.ini"), "Nothing"}).status, 1);
-    EXPECT_EQ(vx({"ini", "show", "-c", path("a.ini"), "VIDEO"}).status, 1);
+    expect({"ini", "show", file, "Nothing"}, 1, "", "Nothing");
+    expect({"ini", "show", "-c", file, "VIDEO"}, 1, "", "has no section [VIDEO]");
 }
 
 TEST_F(VxTool, GetsTheValueThatIsFound)
 {
-    write("a.ini", "v=1\n[A]\nx=1\nx=2\nk = v\ne=\n");
-    const struct {
-        Words words;
-        int status;
-        const char* out;
-        const char* err;
-    } rows[] = {
-        {{"A", "x"}, 0, "1\n", ""},
-        {{"a", "x", "--all"}, 0, "1\n2\n", ""},
-        {{"A", "x", "--all", "--json"}, 0, "[\n  \"1\",\n  \"2\"\n]\n", ""},
-        {{"A", "e"}, 0, "\n", ""},
-        {{"-", "v"}, 0, "1\n", ""},
-        {{"A", "k "}, 0, " v\n", ""},
-        {{"A", "k"}, 1, "", "vx: there is no 'k' in [A], but there is 'k '\n"},
-        {{"A", "X"}, 1, "", "vx: there is no 'X' in [A], but there is 'x'\n"},
-        {{"-c", "a", "x"}, 1, "", "vx: there is no section [a], but there is [A]\n"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.words));
-        Words words{"ini", "get", path("a.ini")};
-        words.insert(words.end(), row.words.begin(), row.words.end());
-        const Outcome got = vx(words);
-        EXPECT_EQ(got.status, row.status);
-        EXPECT_EQ(got.out, row.out);
-        EXPECT_EQ(got.err, row.err);
-    }
+    const std::string file = write("a.ini", "v=1\n[A]\nx=1\nx=2\nk = v\ne=\n");
+    expect({"ini", "get", file, "A", "x"}, 0, "1\n");
+    expect({"ini", "get", file, "a", "x", "--all"}, 0, "1\n2\n");
+    expect({"ini", "get", file, "A", "x", "--all", "--json"}, 0, "[\n  \"1\",\n  \"2\"\n]\n");
+    expect({"ini", "get", file, "A", "e"}, 0, "\n");
+    expect({"ini", "get", file, "-", "v"}, 0, "1\n");
+    expect({"ini", "get", file, "A", "k "}, 0, " v\n");
+    expect({"ini", "get", file, "A", "k"}, 1, "", "there is no 'k' in [A], but there is 'k '\n");
+    expect({"ini", "get", file, "A", "X"}, 1, "", "there is no 'X' in [A], but there is 'x'\n");
+    expect({"ini", "get", file, "-c", "a", "x"}, 1, "",
+           "vx: there is no section [a], but there is [A]\n");
 }
 
 TEST_F(VxTool, ComparesByMeaning)
 {
-    write("a.ini", "; one\r\n[A]\r\nx=1\r\ny=2\r\n[B]\r\nz=1\r\n");
-    write("b.ini", "[b]\nz=1\n\n[A]\ny=2\nx=1\n# two\n");
-    write("c.ini", "[A]\nx=1\nx=5\n[C]\nn=1\n");
-    const Outcome same = vx({"ini", "diff", path("a.ini"), path("b.ini")});
-    EXPECT_EQ(same.status, 0);
-    EXPECT_EQ(same.out, "");
-    const Outcome other = vx({"ini", "diff", path("a.ini"), path("c.ini")});
-    EXPECT_EQ(other.status, 1);
-    EXPECT_EQ(other.out, "[A]\n- x=1\n+ x=1\n+ x=5\n- y=2\n[B]\n- z=1\n[C]\n+ n=1\n");
-    EXPECT_EQ(vx({"ini", "diff", "-c", path("a.ini"), path("b.ini")}).status, 1);
-    const Json json = Json::parse(vx({"ini", "diff", path("b.ini"), path("c.ini"), "--json"}).out);
-    EXPECT_EQ(json["differences"].size(), 4u);
+    const std::string a = write("a.ini", "; one\r\n[A]\r\nx=1\r\ny=2\r\n[B]\r\nz=1\r\n");
+    const std::string b = write("b.ini", "[b]\nz=1\n\n[A]\ny=2\nx=1\n# two\n");
+    const std::string c = write("c.ini", "[A]\nx=1\nx=5\n[C]\nn=1\n");
+    expect({"ini", "diff", a, b}, 0, "");
+    expect({"ini", "diff", a, c}, 1, "[A]\n- x=1\n+ x=1\n+ x=5\n- y=2\n[B]\n- z=1\n[C]\n+ n=1\n");
+    expect({"ini", "diff", "-c", a, b}, 1, "[B]\n- z=1\n[b]\n+ z=1\n");
+    EXPECT_EQ(json({"ini", "diff", b, c})["differences"].size(), 4u);
 }
 
 TEST_F(VxTool, MakesAndReadsUuids)
@@ -360,51 +327,30 @@ TEST_F(VxTool, MakesAndReadsUuids)
         all.insert(line);
     EXPECT_EQ(all.size(), 51u);
     EXPECT_EQ(all.begin()->size(), 36u);
-
-    const Outcome good = vx({"uuid", "show", "{0123ABCD-4567-49EF-8123-456789ABCDEF}"});
-    EXPECT_EQ(good.status, 0);
-    EXPECT_EQ(good.out, "0123abcd-4567-49ef-8123-456789abcdef\n"
-                        "  stored bytes  cd ab 23 01 67 45 ef 49 81 23 45 67 89 ab cd ef\n"
-                        "  version       4 (RFC 4122)\n");
-    const struct {
-        const char* text;
-        const char* reason;
-    } rows[] = {
-        {"0123abcd-4567-89ef-0123-456789abcde", "35 bytes"},
-        {"{0123abcd-4567-89ef-0123-456789abcdef)", "braces"},
-        {"0123abcd-4567-89ef-0123-456789abcdxy", "hexadecimal"},
-        {"00000000-0000-0000-0000-000000000000", "all zero"},
-    };
-    for (const auto& row : rows) {
-        const Outcome bad = vx({"uuid", "show", row.text});
-        EXPECT_EQ(bad.status, 1) << row.text;
-        EXPECT_NE(bad.err.find(row.reason), std::string::npos) << bad.err;
-    }
+    expect({"uuid", "show", "{0123ABCD-4567-49EF-8123-456789ABCDEF}"}, 0,
+           "0123abcd-4567-49ef-8123-456789abcdef\n"
+           "  stored bytes  cd ab 23 01 67 45 ef 49 81 23 45 67 89 ab cd ef\n"
+           "  version       4 (RFC 4122)\n");
+    expect({"uuid", "show", "0123abcd-4567-89ef-0123-456789abcde"}, 1, "", "35 bytes");
+    expect({"uuid", "show", "{0123abcd-4567-89ef-0123-456789abcdef)"}, 1, "", "braces");
+    expect({"uuid", "show", "0123abcd-4567-89ef-0123-456789abcdxy"}, 1, "", "hexadecimal");
+    expect({"uuid", "show", "00000000-0000-0000-0000-000000000000"}, 1, "", "all zero");
 }
 
 TEST_F(VxTool, TranslatesPlayoutCodesBothWays)
 {
-    const struct {
-        Words words;
-        const char* out;
-    } rows[] = {
-        {{"mjpa"}, "mjpa (0x61706a6d) plays out as MJPG (0x47504a4d)\n"},
-        {{"MJPG"}, "MJPG (0x47504a4d) is not translated\nwhat plays out as MJPG: mjpa\n"},
-        {{"dvc"}, "'dvc ' (0x20637664) plays out as dvsd (0x64737664)\n"},
-        {{"1235"}, "1235 (0x000004d3) plays out as AVdx (0x78645641)\n"},
-        {{"--code", "1235"}, "1235 (0x35333231) is not translated\n"},
-        {{"AVdr"},
-         "AVdr (0x72645641) is not translated\nwhat plays out as AVdr: 1256 1270 1271 1272"
-         " 1273 1274 AVdh\n"},
-    };
-    for (const auto& row : rows) {
-        Words words{"fcc"};
-        words.insert(words.end(), row.words.begin(), row.words.end());
-        EXPECT_EQ(vx(words).out, row.out);
-    }
-    EXPECT_EQ(vx({"fcc", "abcde"}).status, 2);
-    EXPECT_EQ(vx({"fcc", "4294967296"}).status, 2);
-    EXPECT_EQ(Json::parse(vx({"fcc", "--json"}).out).size(), 16u);
+    expect({"fcc", "mjpa"}, 0, "mjpa (0x61706a6d) plays out as MJPG (0x47504a4d)\n");
+    expect({"fcc", "MJPG"}, 0,
+           "MJPG (0x47504a4d) is not translated\nwhat plays out as MJPG: mjpa\n");
+    expect({"fcc", "dvc"}, 0, "'dvc ' (0x20637664) plays out as dvsd (0x64737664)\n");
+    expect({"fcc", "1235"}, 0, "1235 (0x000004d3) plays out as AVdx (0x78645641)\n");
+    expect({"fcc", "--code", "1235"}, 0, "1235 (0x35333231) is not translated\n");
+    expect({"fcc", "AVdr"}, 0,
+           "AVdr (0x72645641) is not translated\nwhat plays out as AVdr: 1256 1270 1271 1272"
+           " 1273 1274 AVdh\n");
+    expect({"fcc", "abcde"}, 2, "", "abcde");
+    expect({"fcc", "4294967296"}, 2, "", "4294967296");
+    EXPECT_EQ(json({"fcc"}).size(), 16u);
 }
 
 TEST_F(VxTool, ExplainsMetadataTexts)
@@ -437,19 +383,18 @@ TEST_F(VxTool, ExplainsMetadataTexts)
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text);
-        const Outcome explained = vx({"meta", row.text, "--json"});
-        EXPECT_EQ(explained.status, row.status);
-        const Json json = Json::parse(explained.out);
-        EXPECT_EQ(json["reason"], row.reason);
+        EXPECT_EQ(vx({"meta", row.text}).status, row.status);
+        const Json explained = json({"meta", row.text});
+        EXPECT_EQ(explained["reason"], row.reason);
         std::string fields;
-        for (const Json& field : json["fields"])
+        for (const Json& field : explained["fields"])
             fields += std::string(field["field"]) + "=" + std::string(field["value"]) +
                       (field["note"] == "" ? " " : "! ");
         EXPECT_EQ(fields, row.fields);
     }
-    EXPECT_EQ(vx({"meta", "Metadata::VideoSequence,1,25,1,"}).out,
-              "Metadata::VideoSequence: accepted\nPIECE  FIELD      TEXT  VALUE  NOTE\n"
-              "    2  frameRate  25    25\n    3  set        1     true\n");
+    expect({"meta", "Metadata::VideoSequence,1,25,1,"}, 0,
+           "Metadata::VideoSequence: accepted\nPIECE  FIELD      TEXT  VALUE  NOTE\n"
+           "    2  frameRate  25    25\n    3  set        1     true\n");
 }
 
 const char kPoolLog[] =
@@ -462,20 +407,18 @@ const char kPoolLog[] =
 
 TEST_F(VxTool, ShowsThePoolLog)
 {
-    const Outcome table = vx({"pools", write("pool.log", kPoolLog)});
-    EXPECT_EQ(table.status, 0);
-    EXPECT_EQ(table.err, "vx: " + path("pool.log") + ":10: no line of a pool log, left out\n");
-    EXPECT_EQ(table.out,
-              "RUN  WRITTEN                   POOL               MOST IN USE  PEAK/S  PEAK AT\n"
-              "  1  Thu Jan  8 10:00:00 2026  Frames                      12  250.00  "
-              "Thu Jan  8 09:59:00 2026\n"
-              "  1  Thu Jan  8 10:00:00 2026  A: maxInUse 3 <b>            4    0.00  -\n"
-              "  2  Fri Jan  9 11:00:00 2026  Frames                      20  500.25  "
-              "Fri Jan  9 10:59:00 2026\n");
-    const Json json = Json::parse(vx({"pools", path("pool.log"), "--json"}).out);
-    EXPECT_EQ(json[1]["pools"][0]["peakPerSecond"], 500.25);
-    EXPECT_EQ(vx({"pools", path("pool.log"), "--pool", "Nobody"}).status, 1);
-    EXPECT_EQ(vx({"pools", write("empty.log", "")}).status, 1);
+    const std::string log = write("pool.log", kPoolLog);
+    expect({"pools", log}, 0,
+           "RUN  WRITTEN                   POOL               MOST IN USE  PEAK/S  PEAK AT\n"
+           "  1  Thu Jan  8 10:00:00 2026  Frames                      12  250.00  "
+           "Thu Jan  8 09:59:00 2026\n"
+           "  1  Thu Jan  8 10:00:00 2026  A: maxInUse 3 <b>            4    0.00  -\n"
+           "  2  Fri Jan  9 11:00:00 2026  Frames                      20  500.25  "
+           "Fri Jan  9 10:59:00 2026\n",
+           "vx: " + log + ":10: no line of a pool log, left out\n");
+    EXPECT_EQ(json({"pools", log})[1]["pools"][0]["peakPerSecond"], 500.25);
+    expect({"pools", log, "--pool", "Nobody"}, 1, "", "Nobody");
+    expect({"pools", write("empty.log", "")}, 1, "", "empty.log");
 }
 
 TEST_F(VxTool, DrawsThePoolLog)
@@ -528,48 +471,47 @@ TEST_F(VxTool, AnswersScriptsByItsExitStatus)
 
 TEST_F(VxTool, ColoursOnlyWhereItMay)
 {
-    write("a.ini", "[A]\nx=1\n");
+    const Words show{"ini", "show", write("a.ini", "[A]\nx=1\n")};
     variables_ = {"TERM=xterm"};
-    EXPECT_EQ(vx({"ini", "show", path("a.ini")}).out.find('\x1b'), std::string::npos);
-    EXPECT_NE(vx({"--color", "always", "ini", "show", path("a.ini")}).out.find('\x1b'),
+    expect(show, 0, "[A]\n  x = 1\n");
+    EXPECT_NE(vx({"--color", "always", "ini", "show", show[2]}).out.find('\x1b'),
               std::string::npos);
-    EXPECT_NE(onTerminal({"ini", "show", path("a.ini")}).find('\x1b'), std::string::npos);
+    EXPECT_NE(onTerminal(show).find('\x1b'), std::string::npos);
     variables_.push_back("NO_COLOR=1");
-    const std::string plain = onTerminal({"ini", "show", path("a.ini")});
-    EXPECT_EQ(plain, "[A]\r\n  x = 1\r\n");
+    EXPECT_EQ(onTerminal(show), "[A]\r\n  x = 1\r\n");
 }
 
 TEST_F(VxTool, SaysWhichVersionItIsAndLeavesNothingBehind)
 {
-    const Json json = Json::parse(vx({"version", "--json"}).out);
-    const std::string version = json["library"];
-    EXPECT_EQ(vx({"--version"}).out, version + "\n");
+    const Json told = json({"version"});
+    const std::string version = told["library"], label = told["label"];
+    expect({"--version"}, 0, version + "\n");
     EXPECT_EQ(version.substr(0, 3), "17.");
-    EXPECT_EQ(json["release"], "2025");
+    EXPECT_EQ(told["release"], "2025");
+    EXPECT_EQ(label.substr(0, 6), "vx 17.");
     for (const auto& entry : fs::recursive_directory_iterator(path("home")))
         EXPECT_FALSE(entry.is_regular_file()) << "it leaves its hosts' settings alone";
-    const std::string label = json["label"];
-    EXPECT_EQ(label.substr(0, 6), "vx 17.");
 }
 
 /// What completion offers is what the tool takes, command by command.
 TEST_F(VxTool, CompletesWhatItTakes)
 {
-    const auto offered = [&](Words line) {
+    using Set = std::set<std::string>;
+    const auto offered = [&](const Words& line) {
         std::string script = "source " VX_SOURCES "/vx.bash; COMP_WORDS=(vx";
         for (const std::string& word : line)
-            script += " '" + word + "'";
+            script += quoted(word);
         script += "); COMP_CWORD=" + std::to_string(line.size()) +
                   "; _vx; printf '%s\\n' \"${COMPREPLY[@]}\"";
-        std::set<std::string> words;
+        Set words;
         std::istringstream all(run("bash", {"-c", script}, path("out")).out);
         for (std::string word; std::getline(all, word);)
-            if (!word.empty())
-                words.insert(word);
+            words.insert(word);
+        words.erase("");
         return words;
     };
     const auto optionsIn = [](const std::string& help) {
-        std::set<std::string> options;
+        Set options;
         std::istringstream all(help.substr(0, help.find("\nExample")));
         for (std::string line; std::getline(all, line);) {
             const std::size_t at = line.find("--");
@@ -578,11 +520,10 @@ TEST_F(VxTool, CompletesWhatItTakes)
         }
         return options;
     };
-    const std::set<std::string> commands = {"fcc", "ini", "meta", "pools", "uuid", "version"};
-    const std::set<std::string> ini = {"check", "diff", "get", "set", "show", "unset"};
-    EXPECT_EQ(offered({""}), commands);
+    const Set ini = {"check", "diff", "get", "set", "show", "unset"};
+    EXPECT_EQ(offered({""}), (Set{"fcc", "ini", "meta", "pools", "uuid", "version"}));
     EXPECT_EQ(offered({"ini", ""}), ini);
-    EXPECT_EQ(offered({"uuid", ""}), (std::set<std::string>{"new", "show"}));
+    EXPECT_EQ(offered({"uuid", ""}), (Set{"new", "show"}));
 
     std::vector<Words> lines{{},       {"uuid", "new"}, {"uuid", "show"}, {"fcc"},
                              {"meta"}, {"pools"},       {"version"}};
@@ -590,20 +531,16 @@ TEST_F(VxTool, CompletesWhatItTakes)
         lines.push_back({"ini", command});
     for (Words line : lines) {
         SCOPED_TRACE(testing::PrintToString(line));
-        Words asked = line;
-        asked.push_back("--help");
-        const Outcome help = vx(asked);
+        line.push_back("--help");
+        const Outcome help = vx(line);
         EXPECT_EQ(help.status, 0);
-        line.push_back("-");
-        line.back() += "-";
+        line.back() = "--";
         EXPECT_EQ(offered(line), optionsIn(help.out));
     }
 
-    write("a.ini", "[Video In]\nrate=1\n; no=1\n[Audio]\nx=1\n");
-    EXPECT_EQ(offered({"ini", "get", path("a.ini"), ""}),
-              (std::set<std::string>{"Audio", "Video\\ In"}));
-    EXPECT_EQ(offered({"ini", "get", path("a.ini"), "Video In", ""}),
-              std::set<std::string>{"rate"});
+    const std::string file = write("a.ini", "[Video In]\nrate=1\n; no=1\n[Audio]\nx=1\n");
+    EXPECT_EQ(offered({"ini", "get", file, ""}), (Set{"Audio", "Video\\ In"}));
+    EXPECT_EQ(offered({"ini", "get", file, "Video In", ""}), Set{"rate"});
 }
 
 } // namespace
