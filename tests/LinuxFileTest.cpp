@@ -224,6 +224,21 @@ TEST(FileSystem, LooksAtWhatItOpenedAgain)
     EXPECT_EQ(folder.get("file"), kOld);
 }
 
+TEST(FileTarget, IsNotLookedForWithoutEnd)
+{
+    const ScratchFolder folder;
+    folder.put("a", kOld);
+    SystemCallScript script;
+    script.before = [&](const std::string& name) {
+        if (name != "readlinkat")
+            return;
+        std::filesystem::rename(folder.path("a"), folder.path("b"));
+        folder.put("a", kOld);
+    };
+    EXPECT_FALSE(openToWrite(folder.wide("a")));
+    EXPECT_LT(script.calls(), 1000);
+}
+
 TEST(DeviceFile, WritesStraight)
 {
     const int points = forEachFault({EIO, EINTR}, [&](int error, int n) {
