@@ -20,10 +20,20 @@ protected:
         return stores->emplace_back(scope);
     }
 
-    std::string value(const SettingsKey& key)
+    static std::string value(const SettingsKey& key, SettingsStore& store)
     {
-        std::string found;
-        return started().get(key, found) ? found : "(none)";
+        std::string found = "left alone";
+        if (store.get(key, found))
+            return found;
+        EXPECT_EQ(found, "left alone");
+        return "(none)";
+    }
+    std::string value(const SettingsKey& key) { return value(key, started()); }
+
+    static void save(SettingsStore& store, const SettingsKey& key, const std::string& text)
+    {
+        store.set(key, text);
+        store.save();
     }
 
     std::string file() const { return scratch.get("Vx/user.ini"); }
@@ -58,17 +68,14 @@ TEST_F(Settings, ComeBackByteForByte)
     SettingsStore& store = started();
     for (const std::string& section : texts)
         for (const std::string& key : texts) {
-            const std::string stored = texts[expected.size() % std::size(texts)];
+            const std::string& stored = texts[expected.size() % std::size(texts)];
             store.set({section, key}, stored);
             expected[{section, key}] = stored;
         }
     store.save();
     SettingsStore& next = started();
-    for (const auto& [key, stored] : expected) {
-        std::string found = "(none)";
-        EXPECT_TRUE(next.get(key, found)) << key.first << "/" << key.second;
-        EXPECT_EQ(found, stored) << key.first << "/" << key.second;
-    }
+    for (const auto& [key, stored] : expected)
+        EXPECT_EQ(value(key, next), stored) << key.first << "/" << key.second;
     EXPECT_EQ(filesBeside(), "lock user.ini ");
 }
 
@@ -83,9 +90,7 @@ TEST_F(Settings, KeepWhatPeopleWroteIntoTheFile)
             "[Audio]\n"
             "gain=1");
     SettingsStore& store = started();
-    std::string found;
-    EXPECT_TRUE(store.get({"Video", "rate"}, found));
-    EXPECT_EQ(found, "50") << "the last one counts";
+    EXPECT_EQ(value({"Video", "rate"}, store), "50") << "the last one counts";
     store.set({"Video", "size"}, "4");
     store.set({"Audio", "gain"}, "2");
     store.set({"New", "a"}, "b");
@@ -107,37 +112,41 @@ TEST_F(Settings, KeepWhatPeopleWroteIntoTheFile)
 TEST_F(Settings, AreWrittenWhenSaved)
 {
     // In a child, because the stores of the process have only one first use.
-    const int status = statusOfChild([this] {
-        EXPECT_FALSE(OS()->shell()->getSettings(2));
-        const Vx::Ptr<iSettings> settings = OS()->shell()->getSettings(0);
-        settings->setValue("key", "value", "section");
-        EXPECT_EQ(scratch.names(), "") << "nothing is written before save";
-        settings->save();
-        EXPECT_EQ(file(), "[section]\nkey=value\n");
-        return !HasFailure();
-    });
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(statusOfChild([this] {
+                  EXPECT_FALSE(OS()->shell()->getSettings(2));
+                  const Vx::Ptr<iSettings> settings = OS()->shell()->getSettings(0);
+                  settings->setValue("key", "value", "section");
+                  EXPECT_EQ(scratch.names(), "") << "nothing is written before save";
+                  settings->save();
+                  EXPECT_EQ(file(), "[section]\nkey=value\n");
+                  return !HasFailure();
+              }),
+              0);
 }
 
 TEST_F(Settings, OfTheMachineStandInItsFolderWhereThatCanBeWritten)
 {
     std::filesystem::create_directories(scratch.path("machine/Vx"));
-    SettingsStore& administrator = started(1);
-    administrator.set(kKey, "for all");
-    administrator.save();
+    save(started(1), kKey, "for all");
     EXPECT_EQ(scratch.get("machine/Vx/machine.ini"), "[Section]\nKey=for all\n");
 
     // Root may write anywhere, so an ordinary user is played by the answer to "may I?".
     SystemCallScript script;
     script.failAll("faccessat", EACCES);
     SettingsStore& user = started(1);
-    std::string found;
-    EXPECT_TRUE(user.get(kKey, found));
-    EXPECT_EQ(found, "for all");
-    user.set(kKey, "for me");
-    user.save();
+    EXPECT_EQ(value(kKey, user), "for all");
+    save(user, kKey, "for me");
+    EXPECT_EQ(value(kKey, user), "for me");
     EXPECT_EQ(scratch.get("machine/Vx/machine.ini"), "[Section]\nKey=for all\n");
     EXPECT_EQ(scratch.get("Vx/machine.ini"), "[Section]\nKey=for me\n");
+
+    const std::string broken = scratch.path("machine/Vx/machine.ini");
+    scratch.put("machine/Vx/machine.ini", "nonsense");
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(value({"Section", "Other"}, started(1)), "(none)");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Vx: the machine's settings are broken and not used: " + broken + "\n");
+    EXPECT_EQ(scratch.names("machine/Vx"), "lock machine.ini ");
 }
 
 TEST_F(Settings, BrokenFilesAreSetAsideAndNeverLost)
@@ -154,11 +163,10 @@ TEST_F(Settings, BrokenFilesAreSetAsideAndNeverLost)
         putFile("[Section]\nKey=lost?\n" + text);
         testing::internal::CaptureStderr();
         SettingsStore& store = started();
-        std::string found;
         {
             SystemCallScript script; // not every file system can rename without replacing
             script.failAll(count % 2 != 0 ? "renameat2" : "none", count == 1 ? EINVAL : ENOSYS);
-            EXPECT_FALSE(store.get(kKey, found)) << "the defaults hold";
+            EXPECT_EQ(value(kKey, store), "(none)") << "the defaults hold";
         }
         const std::string message = testing::internal::GetCapturedStderr();
         const std::string aside =
@@ -166,8 +174,7 @@ TEST_F(Settings, BrokenFilesAreSetAsideAndNeverLost)
         EXPECT_EQ(message, "Vx: settings were broken, set aside as " + scratch.path(aside) +
                                ": line 3 is not settings text\n");
         EXPECT_EQ(scratch.get(aside), "[Section]\nKey=lost?\n" + text);
-        store.set(kKey, "again");
-        store.save();
+        save(store, kKey, "again");
         EXPECT_EQ(value(kKey), "again");
         ++count;
     }
@@ -203,18 +210,15 @@ TEST_F(Settings, SavingMergesWithWhatOthersSaved)
     EXPECT_EQ(value({"S", "both"}), "b");
     EXPECT_EQ(value({"S", "a"}), "1");
     EXPECT_EQ(value({"S", "b"}), "2");
-    std::string found;
-    EXPECT_TRUE(b.get({"S", "a"}, found)) << "a save also learns";
+    EXPECT_EQ(value({"S", "a"}, b), "1") << "a save also learns";
 }
 
 TEST_F(Settings, OfManyThreadsAreAllKept)
 {
     SettingsStore& store = started();
     onThreads(4, [&store](int thread) {
-        for (int n = 0; n < 10; ++n) {
-            store.set({"T", std::to_string(thread * 10 + n)}, "set");
-            store.save();
-        }
+        for (int n = 0; n < 10; ++n)
+            save(store, {"T", std::to_string(thread * 10 + n)}, "set");
     });
     for (int n = 0; n < 40; ++n)
         EXPECT_EQ(value({"T", std::to_string(n)}), "set") << n;
@@ -266,9 +270,7 @@ TEST_F(Settings, SetWhileASaveIsUnderWayAreKeptForTheNext)
         store.save();
     }
     EXPECT_EQ(value(kKey), "first");
-    std::string found;
-    EXPECT_TRUE(store.get(kKey, found));
-    EXPECT_EQ(found, "second");
+    EXPECT_EQ(value(kKey, store), "second");
     store.save();
     EXPECT_EQ(value(kKey), "second");
 }
