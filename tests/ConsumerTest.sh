@@ -10,7 +10,7 @@ expect()
 {
     local found
     found=$("$1")
-    [ "$found" = "17.2.0.56356 clip clip.mov 1 1 $2" ] || { echo "$1 printed: $found"; exit 1; }
+    [ "$found" = "17.2.0.56356 clip clip.mov 1 1" ] || { echo "$1 printed: $found"; exit 1; }
     echo "$1: $found"
 }
 # Installed, then moved: nothing may remember where it stood first.
@@ -23,8 +23,7 @@ with_cmake()
 {
     cmake -G Ninja -S "$source/tests/consumer" -B "$scratch/build" "$@" >/dev/null
     cmake --build "$scratch/build" -- --quiet
-    expect "$scratch/build/consumer" reference
-    expect "$scratch/build/consumer_with_platform" own
+    expect "$scratch/build/consumer"
     "$scratch/build/consumer_test"
 }
 
@@ -51,14 +50,11 @@ case $way in
         for compiler in g++ clang++; do
             command -v $compiler >/dev/null || { echo "$compiler is not installed"; continue; }
             for standard in 17 20 2b; do
-                for sources in consumer.cpp "consumer.cpp platform.cpp"; do
-                    # shellcheck disable=SC2046,SC2086
-                    (cd "$source/tests/consumer" && $compiler -std=c++$standard -Wall -Wextra -Werror \
-                        $sources $(pkg-config --cflags --libs vx) -o "$scratch/program" \
-                        -Wl,-rpath,"$(pkg-config --variable=libdir vx)")
-                    expect "$scratch/program" \
-                        "$([ "$sources" = consumer.cpp ] && echo reference || echo own)"
-                done
+                # shellcheck disable=SC2046
+                $compiler -std=c++$standard -Wall -Wextra -Werror \
+                    "$source/tests/consumer/consumer.cpp" $(pkg-config --cflags --libs vx) \
+                    -o "$scratch/program" -Wl,-rpath,"$(pkg-config --variable=libdir vx)"
+                expect "$scratch/program"
             done
             # shellcheck disable=SC2046
             $compiler -std=c++17 "$source/tests/consumer/test.cpp" -o "$scratch/program" \

@@ -72,6 +72,7 @@ TEST_F(Settings, ComeBackByteForByte)
             store.set({section, key}, stored);
             expected[{section, key}] = stored;
         }
+    EXPECT_EQ(scratch.names(), "") << "nothing is written before save";
     store.save();
     SettingsStore& next = started();
     for (const auto& [key, stored] : expected)
@@ -107,21 +108,6 @@ TEST_F(Settings, KeepWhatPeopleWroteIntoTheFile)
                       "\n"
                       "[New]\n"
                       "a=b\n");
-}
-
-TEST_F(Settings, AreWrittenWhenSaved)
-{
-    // In a child, because the stores of the process have only one first use.
-    EXPECT_EQ(statusOfChild([this] {
-                  EXPECT_FALSE(OS()->shell()->getSettings(2));
-                  const Vx::Ptr<iSettings> settings = OS()->shell()->getSettings(0);
-                  settings->setValue("key", "value", "section");
-                  EXPECT_EQ(scratch.names(), "") << "nothing is written before save";
-                  settings->save();
-                  EXPECT_EQ(file(), "[section]\nkey=value\n");
-                  return !HasFailure();
-              }),
-              0);
 }
 
 TEST_F(Settings, OfTheMachineStandInItsFolderWhereThatCanBeWritten)
@@ -232,6 +218,7 @@ TEST_F(Settings, WorkInAChildForkedWhileOthersUseThem)
 #else
     constexpr bool kAlone = false;
 #endif
+    EXPECT_FALSE(OS()->shell()->getSettings(2)) << "no such scope";
     const Vx::Ptr<iSettings> settings = OS()->shell()->getSettings(0);
     settings->setValue("before", "fork", "S");
     std::atomic<bool> stop = kAlone;

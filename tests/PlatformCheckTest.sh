@@ -27,6 +27,7 @@ latin1 text.scalars
 malformed-dropped text.malformed
 clock-backwards clock
 clock-coarse clock
+clock-seconds clock
 uuid-version uuid.bits
 uuid-repeats uuid.unique
 uuid-fork uuid.fork

@@ -1,6 +1,6 @@
 // A host that brings a platform of its own and uses memory at unusual moments: before the
 // first static constructor of any library, and after the last static destructor. Exits with
-// status 0 when all of it reached that platform's allocator.
+// status 0 when all of it reached that platform's platform.
 
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iMemoryAllocator.h>
@@ -25,13 +25,11 @@ void expect(bool holds, const char* what)
     }
 }
 
-struct CountingAllocator final : iMemoryAllocator {
+struct HostPlatform final : iPlatformServices, iMemoryAllocator {
     void* allocate(unsigned long size) override
     {
         ++allocations;
-        if (throwing)
-            throw 42;
-        return std::malloc(size);
+        return throwing ? throw 42 : std::malloc(size);
     }
     void deallocate(void* block) override
     {
@@ -40,14 +38,8 @@ struct CountingAllocator final : iMemoryAllocator {
             throw 42;
         std::free(block);
     }
-    bool throwing = false;
-    int allocations = 0, releases = 0, nullReleases = 0;
-};
 
-constinit CountingAllocator allocator;
-
-// All but the memory is the reference platform's, which stands behind this program.
-struct HostPlatform final : iPlatformServices {
+    // All but the memory is the reference platform's, which stands behind this program.
     static iPlatformServices* reference()
     {
         void* const symbol = dlsym(RTLD_NEXT, "_Z2OSv");
@@ -55,13 +47,16 @@ struct HostPlatform final : iPlatformServices {
         std::memcpy(&entry, &symbol, sizeof entry);
         return entry();
     }
-    iMemoryAllocator* memoryAllocator() override { return &allocator; }
+    iMemoryAllocator* memoryAllocator() override { return this; }
     iReclaimRegistry* reclaimRegistry() override { return reference()->reclaimRegistry(); }
     iSystemUtils* systemUtils() override { return reference()->systemUtils(); }
     iFileSystem* fileSystem() override { return reference()->fileSystem(); }
     iThreading* threading() override { return reference()->threading(); }
     iSystemInfo* systemInfo() override { return reference()->systemInfo(); }
     iShell* shell() override { return reference()->shell(); }
+
+    bool throwing = false;
+    int allocations = 0, releases = 0, nullReleases = 0;
 };
 
 constinit HostPlatform platform;
@@ -72,19 +67,19 @@ int beforeConstructors = 0;
 
 void afterDestructors()
 {
-    const int releases = allocator.releases;
+    const int releases = platform.releases;
     operator delete[](early);
     operator delete(operator new(1));
-    expect(allocator.releases == releases + 2, "memory is freed after the last destructor");
+    expect(platform.releases == releases + 2, "memory is freed after the last destructor");
     _exit(failures == 0 ? 0 : 1);
 }
 
 // Runs before the constructors of the libraries; what it leaves for the exit comes last.
 void beforeAll(int, char**, char**)
 {
-    expect(allocator.allocations == 0, "no constructor has run yet");
+    expect(platform.allocations == 0, "no constructor has run yet");
     early = operator new[](100);
-    beforeConstructors = allocator.allocations;
+    beforeConstructors = platform.allocations;
     std::atexit(afterDestructors);
 }
 __attribute__((section(".preinit_array"), used)) void (*const beforeAllEntry)(int, char**,
@@ -95,26 +90,11 @@ struct Static {
     std::string text = std::string(100, 'x');
     ~Static()
     {
-        const int releases = allocator.releases;
+        const int releases = platform.releases;
         text = std::string(200, 'y');
-        expect(allocator.releases == releases + 1, "memory is freed in a static destructor");
+        expect(platform.releases == releases + 1, "memory is freed in a static destructor");
     }
 } object;
-
-// The status of a process of its own that does this.
-template <class Work> int statusOf(Work work)
-{
-    const pid_t child = fork();
-    if (child == 0) {
-        if (std::freopen("/dev/null", "w", stderr) == nullptr)
-            _exit(99);
-        work();
-        _exit(0);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    return status;
-}
 
 } // namespace
 
@@ -123,18 +103,17 @@ VX_API iPlatformServices* OS() { return &platform; }
 int main()
 {
     expect(beforeConstructors == 1, "memory is there before the first constructor");
-    expect(allocator.allocations > beforeConstructors && object.text.size() == 100,
+    expect(platform.allocations > beforeConstructors && object.text.size() == 100,
            "static constructors allocate");
 
     operator delete(nullptr);
     operator delete[](nullptr);
     operator delete(nullptr, std::nothrow);
     operator delete[](nullptr, std::nothrow);
-    expect(allocator.nullReleases == 4, "null reaches the platform");
+    expect(platform.nullReleases == 4, "null reaches the platform");
 
-    allocator.throwing = true;
-    void* plain = &allocator;
-    void* array = &allocator;
+    platform.throwing = true;
+    void *plain = &platform, *array = &platform;
     plain = operator new(1, std::nothrow);
     array = operator new[](1, std::nothrow);
     bool passed = false;
@@ -143,14 +122,18 @@ int main()
     } catch (int number) {
         passed = number == 42;
     }
-    allocator.throwing = false;
+    platform.throwing = false;
     expect(plain == nullptr && array == nullptr, "the nothrow forms swallow whatever is thrown");
     expect(passed, "the plain form lets out whatever is thrown");
 
-    const int status = statusOf([] {
-        allocator.throwing = true;
+    const pid_t child = fork();
+    if (child == 0) {
+        platform.throwing = std::freopen("/dev/null", "w", stderr) != nullptr;
         operator delete(nullptr);
-    });
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
     expect(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT,
            "an exception out of operator delete ends the process");
     return failures == 0 ? 0 : 1;

@@ -5,10 +5,6 @@
 #include <Vx/VxVersion.h>
 #include <cstdio>
 
-// Replaced by platform.cpp where the program brings a platform of its own.
-extern unsigned long blocksOfOurOwn;
-__attribute__((weak)) unsigned long blocksOfOurOwn = 0;
-
 int main()
 {
     LightweightString<char> name("clip");
@@ -24,7 +20,7 @@ int main()
     } catch (const Vx::Exception::RuntimeError& error) {
         caught = error.line > 0;
     }
-    std::printf("%s %s %s %u %d %s\n", vxDllVersionStr(), copy.c_str(), name.c_str(),
-                document.getNumSections(), caught, blocksOfOurOwn > 0 ? "own" : "reference");
+    std::printf("%s %s %s %u %d\n", vxDllVersionStr(), copy.c_str(), name.c_str(),
+                document.getNumSections(), caught);
     return 0;
 }
