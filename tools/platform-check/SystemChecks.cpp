@@ -34,12 +34,12 @@ void clock()
         steps += now > last;
         last = now;
     }
-    const double atLeast = msecsSince(behind);
+    const double lower = msecsSince(behind);
     const double elapsed = utils()->msecsNow() - start;
-    const double atMost = msecsSince(before);
+    const double upper = msecsSince(before);
     // Clocks that are disciplined apart may differ a little.
-    require(elapsed >= atLeast * 0.99 - 1 && elapsed <= atMost * 1.01 + 1,
-            std::to_string(atLeast) + " ms are " + std::to_string(elapsed));
+    require(elapsed >= lower * 0.99 - 1 && elapsed <= upper * 1.01 + 1,
+            std::to_string(lower) + " ms are " + std::to_string(elapsed));
     require(steps > 0, "does not advance");
     require((last - start) / steps < 0.1,
             "advances in steps of " + std::to_string((last - start) / steps) + " ms");

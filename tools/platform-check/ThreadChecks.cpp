@@ -52,7 +52,7 @@ void excludes()
     });
     // A lock that holds shows nothing, however long we look; one that does not lets the other
     // thread in as soon as it gets a processor.
-    for (int looks = 0; looks < 100000 && !entered; ++looks) {
+    for (int looks = 0; looks < 1000 && !entered; ++looks) {
         std::this_thread::yield();
         if (!started)
             looks = 0;
