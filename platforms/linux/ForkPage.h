@@ -43,13 +43,24 @@ inline ForkPage* forkPage() noexcept
 }
 
 /// A number that differs between a process and the children forked from it, so that a
-/// thread sees whether what it noted before is still true. 0 when nobody can know.
+/// thread sees whether what it noted before is still true.
 /// Threads: any.
+inline std::uint32_t forkEpoch(ForkPage& page) noexcept
+{
+    const std::uint32_t epoch = page.epoch.load(std::memory_order_relaxed);
+    return epoch != 0 ? epoch : ForkPageDetail::beginEpoch(page);
+}
+
+/// The same; 0 when nobody can know.
 inline std::uint32_t forkEpoch() noexcept
 {
     ForkPage* const page = forkPage();
-    if (page == nullptr)
-        return 0;
-    const std::uint32_t epoch = page->epoch.load(std::memory_order_relaxed);
-    return epoch != 0 ? epoch : ForkPageDetail::beginEpoch(*page);
+    return page != nullptr ? forkEpoch(*page) : 0;
+}
+
+/// The same, for who has another way then: 0 also when nobody has asked yet in this process.
+inline std::uint32_t begunForkEpoch() noexcept
+{
+    const ForkPage* const page = ForkPageDetail::page.load(std::memory_order_acquire);
+    return page != nullptr ? page->epoch.load(std::memory_order_relaxed) : 0;
 }

@@ -27,19 +27,21 @@ public:
     void lock() override
     {
         if (mine()) {
-            ++depth_;
+            ++again_;
             return;
         }
         int state = kFree;
-        if (!state_.compare_exchange_strong(state, kHeld, std::memory_order_acquire))
+        if (__builtin_expect(
+                state_.compare_exchange_strong(state, kHeld, std::memory_order_acquire), true))
+            begin();
+        else
             waitUntilMine(state);
-        begin();
     }
 
     bool tryLock() override
     {
         if (mine()) {
-            ++depth_;
+            ++again_;
             return true;
         }
         int state = kFree;
@@ -52,8 +54,10 @@ public:
     void unlock() override
     {
         assert(mine() && "only the holder gives the lock back");
-        if (--depth_ != 0)
+        if (again_ != 0) {
+            --again_;
             return;
+        }
         owner_.store(nullptr, std::memory_order_relaxed);
         if (state_.exchange(kFree, std::memory_order_release) == kWaitedFor)
             state_.notify_one();
@@ -65,11 +69,7 @@ private:
     // Only the holder itself ever finds its own mark here, and it wrote it: relaxed will do.
     bool mine() const noexcept { return owner_.load(std::memory_order_relaxed) == &note; }
 
-    void begin() noexcept
-    {
-        owner_.store(&note, std::memory_order_relaxed);
-        depth_ = 1;
-    }
+    void begin() noexcept { owner_.store(&note, std::memory_order_relaxed); }
 
     // Whoever has waited holds the lock as one that others wait for: there may be some left.
     [[gnu::noinline]] void waitUntilMine(int state) noexcept
@@ -80,14 +80,25 @@ private:
             state_.wait(kWaitedFor, std::memory_order_relaxed);
             state = state_.exchange(kWaitedFor, std::memory_order_acquire);
         }
+        begin();
     }
 
     static constexpr int kFree = 0, kHeld = 1, kWaitedFor = 2;
 
     std::atomic<int> state_ = kFree;
-    unsigned int depth_ = 0; // the holder's
+    unsigned int again_ = 0; // how often the holder has entered beyond the first time
     std::atomic<const ThreadNote*> owner_ = nullptr;
 };
+
+// Kept apart, so that who has a number gets it without a frame.
+[[gnu::noinline]] unsigned int askForId() noexcept
+{
+    const std::uint32_t epoch = forkEpoch();
+    const auto id = static_cast<unsigned int>(gettid());
+    if (epoch != 0)
+        note = {epoch, id};
+    return id;
+}
 
 } // namespace
 
@@ -99,10 +110,6 @@ Vx::Ptr<iLock> Threading::createLock(unsigned int)
 
 unsigned int Threading::currentThreadId()
 {
-    const std::uint32_t epoch = forkEpoch();
-    if (epoch == 0)
-        return static_cast<unsigned int>(gettid());
-    if (note.epoch != epoch)
-        note = {epoch, static_cast<unsigned int>(gettid())};
-    return note.id;
+    const std::uint32_t epoch = begunForkEpoch();
+    return epoch != 0 && note.epoch == epoch ? note.id : askForId();
 }

@@ -45,9 +45,11 @@ ForkPage::RandomBlock* takeBlock(ForkPage& page) noexcept
 
 bool takeFetched(unsigned char* bytes) noexcept
 {
-    const std::uint32_t epoch = forkEpoch();
-    ForkPage* const page = epoch != 0 ? forkPage() : nullptr;
-    ForkPage::RandomBlock* const block = page != nullptr ? takeBlock(*page) : nullptr;
+    ForkPage* const page = forkPage();
+    if (page == nullptr)
+        return false;
+    const std::uint32_t epoch = forkEpoch(*page);
+    ForkPage::RandomBlock* const block = takeBlock(*page);
     if (block == nullptr)
         return false;
     // A signal handler may fork at any point here and return in the child, on a wiped page.
@@ -64,7 +66,7 @@ bool takeFetched(unsigned char* bytes) noexcept
     asm volatile("" : : "r"(next) : "memory"); // a write that must not be optimised away
     block->left.store(left - static_cast<std::uint32_t>(kSize), std::memory_order_relaxed);
     block->taken.store(0, std::memory_order_release);
-    return forkEpoch() == epoch;
+    return forkEpoch(*page) == epoch;
 }
 
 } // namespace
