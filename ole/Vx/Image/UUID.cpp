@@ -4,6 +4,7 @@
 
 #include <Vx/platform/OS.h>
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <cwchar>
@@ -105,7 +106,13 @@ void Vx::UUID::initFromString(const wchar_t* text, unsigned int length) noexcept
 void Vx::UUID::generate()
 {
     invalidate();
-    *this = OS()->systemUtils()->generateUUID();
+    // It comes in two registers and leaves in two: put together on the way, it would wait for
+    // its own way through memory. The empty instruction keeps the compiler from that.
+    const SimpleUUID made = OS()->systemUtils()->generateUUID();
+    std::uint64_t halves[2];
+    std::memcpy(halves, made.bytes, sizeof halves);
+    asm("" : "+r"(halves[0]), "+r"(halves[1]));
+    std::memcpy(bytes_, halves, sizeof halves);
 }
 
 int Vx::UUID::asString(char* buffer) const noexcept { return print(bytes_, buffer); }
