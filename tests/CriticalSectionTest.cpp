@@ -27,6 +27,25 @@ TEST(CriticalSection, AsksThePlatformLockOnEveryEntry)
     EXPECT_EQ(platform.takeLog(), "createLock(0) createLock(0)");
 }
 
+TEST(CriticalSection, EnteringAfterAnotherAsksForTheThreadOnce)
+{
+    ScriptedPlatform platform;
+    CriticalSection first, next;
+    platform.setThreadId(4711);
+    platform.logCalls();
+    first.enter();
+    next.enterAfter(first);
+    EXPECT_EQ(platform.takeLog(), "lock currentThreadId unlock lock");
+    EXPECT_EQ(first.owner(), 0u);
+    EXPECT_EQ(next.owner(), 4711u);
+    next.enter();
+    platform.takeLog();
+    first.enterAfter(next); // which stays entered, and may be from before a fork
+    EXPECT_EQ(platform.takeLog(), "unlock lock currentThreadId");
+    next.leave();
+    EXPECT_EQ(next.owner(), 0u);
+}
+
 TEST(CriticalSection, BusyAttemptChangesNothing)
 {
     CriticalSection lock;

@@ -236,6 +236,25 @@ TEST(NamedObjects, MemoryFailuresLeaveTheNamespaceAsItWas)
     }
 }
 
+TEST(NamedObjects, NamesAreFoundWhenTheIndexCannotGrow)
+{
+    ScriptedPlatform platform;
+    Namespace names("test");
+    unsigned long allocations = 0; // of a name that needs no larger index
+    for (int n = 0; n < 100; ++n) {
+        const unsigned long before = platform.allocations();
+        if (n > 1)
+            platform.failAllocation(static_cast<unsigned int>(allocations) + 1);
+        names.create_(typeid(Cache), std::to_string(n).c_str(), n % 2 != 0 ? &one : &two);
+        EXPECT_EQ(platform.faultFired(), n > 7) << n;
+        platform.failAllocation(0);
+        allocations = n == 1 ? platform.allocations() - before : allocations;
+        for (int m = 0; m <= n; ++m)
+            ASSERT_EQ(names.find<Cache>(std::to_string(m).c_str()), m % 2 != 0 ? &one : &two);
+        ASSERT_EQ(names.find<Cache>("unknown"), nullptr);
+    }
+}
+
 TEST(NamedObjects, OldestOfEqualEntriesIsFound)
 {
     Namespace names("test");

@@ -8,6 +8,7 @@
 #include <mutex>
 #include <new>
 #include <string_view>
+#include <utility>
 
 namespace {
 
@@ -66,21 +67,25 @@ Word mixed(Word a, Word b)
     return static_cast<Word>(product) ^ static_cast<Word>(product >> 64);
 }
 
-// Continues `hash` over the text, a word at a time; the last one may overlap.
-Word hashOf(std::string_view text, Word hash)
+constexpr Word kFactors[] = {0x9E3779B97F4A7C15u, 0xE7037ED1A0B428DBu};
+
+// Two words a step; the last step may overlap.
+[[gnu::always_inline]] inline Word hashOf(std::string_view text)
 {
-    constexpr Word kFactor = 0x9E3779B97F4A7C15u;
-    hash ^= text.size() * 0xE7037ED1A0B428DBu;
+    constexpr Word kFirst = kFactors[0], kSecond = kFactors[1];
+    const char* at = text.data();
+    const char* const end = at + text.size();
     if (text.size() < sizeof(Word))
-        return mixed(hash ^ loadFew(text), kFactor);
-    const char* const last = text.data() + text.size() - sizeof(Word);
-    for (const char* at = text.data(); at < last; at += sizeof(Word))
-        hash = mixed(hash ^ load(at), kFactor);
-    return mixed(hash ^ load(last), kFactor);
+        return mixed(loadFew(text) ^ kFirst, text.size() ^ kSecond);
+    Word hash = text.size();
+    for (; end - at > 16; at += 16)
+        hash = mixed(load(at) ^ hash ^ kFirst, load(at + sizeof(Word)) ^ kSecond);
+    const char* const last = end - sizeof(Word);
+    return mixed(load(text.size() < 16 ? at : end - 16) ^ hash ^ kFirst, load(last) ^ kSecond);
 }
 
 // For short texts, which most are: by the word as well.
-bool same(std::string_view a, std::string_view b)
+[[gnu::always_inline]] inline bool same(std::string_view a, std::string_view b)
 {
     if (a.size() != b.size())
         return false;
@@ -107,10 +112,11 @@ namespace Vx {
 // so comparing the texts is enough and the checksums are only made for a new entry; the
 // index has a faster hash of its own.
 struct NamedObjectsNamespace::Key {
-    Key(const std::type_info& typeInfo, const char* objectName)
-        : type(withoutMark(typeInfo.name())),
-          name(objectName != nullptr ? objectName : ""),
-          hash(hashOf(name, hashOf(type, 0)))
+    [[gnu::always_inline]] Key(const std::type_info& typeInfo, const char* objectName)
+        : Key(withoutMark(typeInfo.name()), objectName != nullptr ? objectName : "")
+    {}
+    [[gnu::always_inline]] Key(std::string_view typeName, std::string_view objectName)
+        : type(typeName), name(objectName), hash(hashOf(name) + hashOf(type) * kFactors[0])
     {}
 
     std::string_view type;
@@ -118,41 +124,45 @@ struct NamedObjectsNamespace::Key {
     std::size_t hash;
 };
 
-// A look-up among very many names is a chase through memory that no cache holds. So the
-// usual name stands in the entry once more, and the walk does not go to its block.
-struct NamedObjectsNamespace::IndexedEntry : Entry {
-    bool answersTo(const Key& key) const noexcept
+// What a look-up reads, in one line of the cache: the entry, its name unless that is long, and
+// where its lock goes. Among very many names that line is in no cache, and neither is anything
+// else; so the rest is fetched all together, not one after the other.
+struct NamedObjectsNamespace::Bucket {
+    static constexpr unsigned char kLong = 0xFF;
+
+    Bucket(Entry* newEntry, std::size_t hashOfEntry) noexcept
+        : hash(hashOfEntry), entry(newEntry), lock(newEntry->lock)
     {
-        const char* const text = nameLength <= sizeof nearName ? nearName : objectName.c_str();
-        return hash == key.hash && same(std::string_view(text, nameLength), key.name) &&
-               same(typeName, key.type);
+        const std::string_view name(newEntry->objectName);
+        if (name.size() > sizeof nearName)
+            return;
+        nameLength = static_cast<unsigned char>(name.size());
+        std::memcpy(nearName, name.data(), name.size());
+    }
+
+    [[gnu::always_inline]] bool answersTo(const Key& key) const noexcept
+    {
+        const std::string_view name = nameLength != kLong ? std::string_view(nearName, nameLength)
+                                                          : std::string_view(entry->objectName);
+        return same(name, key.name) && same(entry->typeName, key.type);
     }
 
     std::size_t hash;
-    IndexedEntry* nextInChain;
-    std::size_t nameLength;
-    char nearName[40]; // the whole name or nothing
-};
-
-// The first of a chain, and where the words of its lock are: in memory that no cache holds,
-// they are fetched together with the entry instead of one after the other. All of them are
-// for fetching only: an entry whose lock has been given another one is still found.
-struct NamedObjectsNamespace::Bucket {
-    std::size_t hash; // of the first entry
-    IndexedEntry* first;
-    const void* lock;
-    const void* platformLock;
+    Entry* entry;                    // null in a bucket of zeros
+    CriticalSection::Footprint lock; // a hint: an entry may be given another lock
+    unsigned char nameLength = kLong;
+    char nearName[31];
 };
 
 // An entry with its link in the list: from here on nothing can fail.
 struct NamedObjectsNamespace::NewEntry {
-    std::unique_ptr<IndexedEntry> entry;
+    std::unique_ptr<Entry> entry;
     std::list<Entry*> link;
 };
 
 NamedObjectsNamespace::NamedObjectsNamespace(const char* name) : name(name) {}
 
-NamedObjectsNamespace::~NamedObjectsNamespace() { delete[] buckets_; }
+NamedObjectsNamespace::~NamedObjectsNamespace() { ::operator delete(indexBlock_); }
 
 NamedObjectsNamespace* NamedObjectsNamespace::getGlobalNamespaceInstance()
 {
@@ -173,39 +183,50 @@ NamedObjectsNamespace* NamedObjectsNamespace::getGlobalNamespaceInstance()
 
 // Before the namespace lock is entered, which takes about as long. What is read here may be
 // out of date: then something else is fetched, which does no harm.
-void NamedObjectsNamespace::fetchBucketOf(const Key& key) const noexcept
+[[gnu::always_inline]] inline void
+NamedObjectsNamespace::fetchBucketOf(const Key& key) const noexcept
 {
-    const unsigned long count = __atomic_load_n(&bucketCount_, __ATOMIC_RELAXED);
-    __builtin_prefetch(__atomic_load_n(&buckets_, __ATOMIC_RELAXED) + (key.hash & (count - 1)));
+    const Bucket* const buckets = __atomic_load_n(&buckets_, __ATOMIC_RELAXED);
+    const std::size_t count = __atomic_load_n(&bucketCount_, __ATOMIC_RELAXED);
+    if (__builtin_expect(buckets != nullptr, true))
+        __builtin_prefetch(buckets + (key.hash & (count - 1)));
 }
 
 // The namespace lock is held.
-auto NamedObjectsNamespace::lookUp(const Key& key) const noexcept -> IndexedEntry*
+[[gnu::noinline]] auto NamedObjectsNamespace::lookUpInList(Key key) const noexcept -> Entry*
 {
-    if (buckets_ == nullptr) {
-        for (Entry* entry : entries)
-            if (static_cast<IndexedEntry*>(entry)->answersTo(key))
-                return static_cast<IndexedEntry*>(entry);
-        return nullptr;
+    for (Entry* entry : entries)
+        if (same(entry->objectName, key.name) && same(entry->typeName, key.type))
+            return entry;
+    return nullptr;
+}
+
+// The namespace lock is held.
+[[gnu::always_inline]] inline auto NamedObjectsNamespace::lookUp(const Key& key) const noexcept
+    -> Entry*
+{
+    if (__builtin_expect(buckets_ == nullptr, false))
+        return lookUpInList(key);
+    for (std::size_t at = key.hash;; ++at) {
+        const Bucket& bucket = buckets_[at & (bucketCount_ - 1)];
+        Entry* const entry = bucket.entry;
+        if (entry == nullptr)
+            return nullptr;
+        if (bucket.hash == key.hash) {
+            __builtin_prefetch(entry);
+            bucket.lock.fetch();
+            if (bucket.answersTo(key))
+                return entry;
+        }
     }
-    const Bucket& bucket = buckets_[key.hash & (bucketCount_ - 1)];
-    IndexedEntry* entry = bucket.first;
-    if (bucket.hash == key.hash) {
-        __builtin_prefetch(bucket.lock);
-        __builtin_prefetch(bucket.platformLock);
-        __builtin_prefetch(entry);
-    }
-    while (entry != nullptr && !entry->answersTo(key))
-        entry = entry->nextInChain;
-    return entry;
 }
 
 // The namespace lock is held. Everything that may fail happens here, and nothing of it is
 // seen from outside.
 void NamedObjectsNamespace::prepare(const Key& key, NewEntry& prepared) const
 {
-    prepared.entry.reset(new IndexedEntry{});
-    IndexedEntry& entry = *prepared.entry;
+    prepared.entry.reset(new Entry{});
+    Entry& entry = *prepared.entry;
     entry.objectName = LightweightString<char>(key.name);
     // Neighbours are often of one type: they share its name.
     if (!entries.empty() && std::string_view(entries.back()->typeName) == key.type)
@@ -214,61 +235,63 @@ void NamedObjectsNamespace::prepare(const Key& key, NewEntry& prepared) const
         entry.typeName = LightweightString<char>(key.type);
     entry.typeHash = checksum(key.type);
     entry.nameHash = checksum(key.name);
-    entry.hash = key.hash;
-    entry.nameLength = key.name.size();
-    if (key.name.size() <= sizeof entry.nearName)
-        std::memcpy(entry.nearName, key.name.data(), key.name.size());
     prepared.link.push_back(&entry);
 }
 
 // The namespace lock is held.
 auto NamedObjectsNamespace::append(NewEntry& prepared, void* object) noexcept -> Entry*
 {
-    IndexedEntry* const entry = prepared.entry.release();
+    Entry* const entry = prepared.entry.release();
     entry->object = object;
     entries.splice(entries.end(), prepared.link);
     if (entries.size() > bucketCount_ / 2)
         grow();
     else
-        link(entry);
+        index(entry);
     return entry;
 }
 
-// At the end of its chain: of entries with the same key the oldest is found.
-void NamedObjectsNamespace::link(IndexedEntry* entry) noexcept
+// In the first free bucket from its own on: of entries with the same key the oldest is found.
+void NamedObjectsNamespace::index(Entry* entry) noexcept
 {
-    Bucket& bucket = buckets_[entry->hash & (bucketCount_ - 1)];
-    entry->nextInChain = nullptr;
-    if (bucket.first == nullptr) {
-        const CriticalSection::Rep* const lock = entry->lock.rep_.get();
-        bucket = {entry->hash, entry, lock, lock->lock.get()};
-        return;
-    }
-    IndexedEntry* last = bucket.first;
-    while (last->nextInChain != nullptr)
-        last = last->nextInChain;
-    last->nextInChain = entry;
+    const Key key(entry->typeName, entry->objectName);
+    std::size_t at = key.hash;
+    while (buckets_[at & (bucketCount_ - 1)].entry != nullptr)
+        ++at;
+    new (&buckets_[at & (bucketCount_ - 1)]) Bucket(entry, key.hash);
 }
 
-// Indexes all entries anew. Without memory for more buckets the chains grow longer, and
-// nothing else happens.
+// Indexes all entries anew. Without memory for that they stand closer, and when there is no
+// free bucket left, the list is searched.
 void NamedObjectsNamespace::grow() noexcept
 {
-    const unsigned long count = bucketCount_ < 16 ? 16 : bucketCount_ * 2;
-    Bucket* const buckets = new (std::nothrow) Bucket[count]{};
-    if (buckets == nullptr) {
-        if (buckets_ != nullptr)
-            link(static_cast<IndexedEntry*>(entries.back()));
+    std::size_t count = 16;
+    while (count / 2 < entries.size())
+        count *= 2;
+    // One more, so that each of them can stand in a line of its own.
+    void* block = ::operator new((count + 1) * sizeof(Bucket), std::nothrow);
+    if (block == nullptr && entries.size() < bucketCount_) {
+        index(entries.back());
         return;
     }
-    delete[] buckets_;
-    __atomic_store_n(&buckets_, buckets, __ATOMIC_RELAXED);
-    __atomic_store_n(&bucketCount_, count, __ATOMIC_RELAXED);
-    for (Entry* entry : entries)
-        link(static_cast<IndexedEntry*>(entry));
+    void* aligned = nullptr;
+    if (block != nullptr) {
+        std::size_t room = (count + 1) * sizeof(Bucket);
+        aligned = block;
+        std::align(sizeof(Bucket), count * sizeof(Bucket), aligned, room);
+        std::memset(aligned, 0, count * sizeof(Bucket));
+    }
+    ::operator delete(std::exchange(indexBlock_, block));
+    __atomic_store_n(&buckets_, static_cast<Bucket*>(aligned), __ATOMIC_RELAXED);
+    __atomic_store_n(&bucketCount_, block != nullptr ? count : 0, __ATOMIC_RELAXED);
+    if (block != nullptr)
+        for (Entry* entry : entries)
+            index(entry);
 }
 
-auto NamedObjectsNamespace::findInfo_(const std::type_info& type, const char* name) -> Entry*
+// Takes the namespace lock.
+[[gnu::always_inline]] inline auto NamedObjectsNamespace::search(const std::type_info& type,
+                                                                 const char* name) -> Entry*
 {
     const Key key(type, name);
     fetchBucketOf(key);
@@ -276,13 +299,38 @@ auto NamedObjectsNamespace::findInfo_(const std::type_info& type, const char* na
     return lookUp(key);
 }
 
+// Takes the namespace lock. A new entry has the object from the start.
+auto NamedObjectsNamespace::searchOrAdd(const std::type_info& type, const char* name, void* object)
+    -> Found
+{
+    const Key key(type, name);
+    fetchBucketOf(key);
+    const Hold hold(namespaceLock);
+    if (Entry* const entry = lookUp(key))
+        return {entry, false};
+    NewEntry prepared;
+    prepare(key, prepared);
+    return {append(prepared, object), true};
+}
+
+auto NamedObjectsNamespace::findInfo_(const std::type_info& type, const char* name) -> Entry*
+{
+    return search(type, name);
+}
+
 void* NamedObjectsNamespace::find_(const std::type_info& type, const char* name)
 {
     checkName(name, 115);
-    Entry* const entry = findInfo_(type, name);
-    if (entry == nullptr)
+    const Key key(type, name);
+    fetchBucketOf(key);
+    namespaceLock.enter();
+    Entry* const entry = lookUp(key);
+    if (entry == nullptr) {
+        namespaceLock.leave();
         return nullptr;
-    const Hold hold(entry->lock);
+    }
+    entry->lock.enterAfter(namespaceLock);
+    const Hold hold(entry->lock, std::adopt_lock);
     return entry->object;
 }
 
@@ -290,22 +338,13 @@ void NamedObjectsNamespace::create_(const std::type_info& type, const char* name
 {
     checkName(name, 143);
     checkObject(object, 148);
-    const Key key(type, name);
-    Entry* entry;
-    {
-        const Hold hold(namespaceLock);
-        entry = lookUp(key);
-        if (entry == nullptr) {
-            NewEntry prepared;
-            prepare(key, prepared);
-            append(prepared, object);
-            return;
-        }
-    }
-    const Hold hold(entry->lock);
-    if (entry->object != nullptr)
+    const Found found = searchOrAdd(type, name, object);
+    if (found.isNew)
+        return;
+    const Hold hold(found.entry->lock);
+    if (found.entry->object != nullptr)
         fail("Attempted to create named objects with duplicate names!", 172);
-    entry->object = object;
+    found.entry->object = object;
 }
 
 void* NamedObjectsNamespace::findOrCreate_(const std::type_info& type, const char* name,
@@ -313,19 +352,18 @@ void* NamedObjectsNamespace::findOrCreate_(const std::type_info& type, const cha
 {
     checkName(name, 195);
     const Key key(type, name);
-    Entry* entry;
-    {
-        const Hold hold(namespaceLock);
-        entry = lookUp(key);
-        if (entry == nullptr) {
-            // The entry comes first: an object that finds no entry could not be destroyed,
-            // because its type is not known here.
-            NewEntry prepared;
-            prepare(key, prepared);
-            return append(prepared, factory())->object;
-        }
+    fetchBucketOf(key);
+    std::unique_lock<CriticalSection> holdAll(namespaceLock);
+    Entry* const entry = lookUp(key);
+    if (entry == nullptr) {
+        // The entry comes first: an object that finds no entry could not be destroyed,
+        // because its type is not known here.
+        NewEntry prepared;
+        prepare(key, prepared);
+        return append(prepared, factory())->object;
     }
-    const Hold hold(entry->lock);
+    entry->lock.enterAfter(*holdAll.release());
+    const Hold hold(entry->lock, std::adopt_lock);
     if (entry->object == nullptr)
         entry->object = factory();
     return entry->object;
@@ -336,26 +374,17 @@ void NamedObjectsNamespace::createOrReplace_(const std::type_info& type, const c
 {
     checkName(name, 234);
     checkObject(object, 239);
-    const Key key(type, name);
-    Entry* entry;
-    {
-        const Hold hold(namespaceLock);
-        entry = lookUp(key);
-        if (entry == nullptr) {
-            NewEntry prepared;
-            prepare(key, prepared);
-            append(prepared, object);
-            return;
-        }
-    }
-    const Hold hold(entry->lock);
-    entry->object = object;
+    const Found found = searchOrAdd(type, name, object);
+    if (found.isNew)
+        return;
+    const Hold hold(found.entry->lock);
+    found.entry->object = object;
 }
 
 void NamedObjectsNamespace::remove_(const std::type_info& type, const char* name)
 {
     checkName(name, 269);
-    Entry* const entry = findInfo_(type, name);
+    Entry* const entry = search(type, name);
     if (entry == nullptr)
         return;
     const Hold hold(entry->lock);
@@ -366,13 +395,7 @@ void NamedObjectsNamespace::remove_(const std::type_info& type, const char* name
 auto NamedObjectsNamespace::entryToLock_(const std::type_info& type, const char* name) -> Entry*
 {
     checkName(name, 292);
-    const Key key(type, name);
-    const Hold hold(namespaceLock);
-    if (Entry* const entry = lookUp(key))
-        return entry;
-    NewEntry prepared;
-    prepare(key, prepared);
-    return append(prepared, nullptr);
+    return searchOrAdd(type, name, nullptr).entry;
 }
 
 bool NamedObjectsNamespace::lock_(const std::type_info& type, const char* name, bool wait)
@@ -388,7 +411,7 @@ bool NamedObjectsNamespace::lock_(const std::type_info& type, const char* name, 
 void NamedObjectsNamespace::unlock_(const std::type_info& type, const char* name)
 {
     checkName(name, 327);
-    Entry* const entry = findInfo_(type, name);
+    Entry* const entry = search(type, name);
     if (entry == nullptr)
         fail("Attempted to unlock a named object that had not previously been locked!", 337);
     entry->lock.leave();

@@ -161,27 +161,33 @@ public:
 
 private:
     struct Key;
-    struct IndexedEntry;
     struct NewEntry;
     struct Bucket;
+    struct Found {
+        Entry* entry;
+        bool isNew;
+    };
 
+    Entry* search(const std::type_info& type, const char* objectName);
+    Found searchOrAdd(const std::type_info& type, const char* objectName, void* object);
     Entry* entryToLock_(const std::type_info& type, const char* objectName);
     void fetchBucketOf(const Key& key) const noexcept;
-    IndexedEntry* lookUp(const Key& key) const noexcept;
+    Entry* lookUp(const Key& key) const noexcept;
+    Entry* lookUpInList(Key key) const noexcept;
     void prepare(const Key& key, NewEntry& prepared) const;
     Entry* append(NewEntry& prepared, void* object) noexcept;
-    void link(IndexedEntry* entry) noexcept;
+    void index(Entry* entry) noexcept;
     void grow() noexcept;
 
     std::list<Entry*> entries;     // in order of creation; guarded by namespaceLock
     CriticalSection namespaceLock; // lock() is the typed front
     LightweightString<char> name;
 
-    // The index, guarded by namespaceLock: all entries once more, in chains by hash, the
-    // older ones first. Without memory for it there is none, and the list is searched.
+    // The index, guarded by namespaceLock: all entries once more, in a table by hash. Without
+    // memory for it there is none, and the list is searched.
     Bucket* buckets_ = nullptr;
-    unsigned long bucketCount_ = 0;           // a power of two, or 0
-    [[maybe_unused]] void* unused_ = nullptr; // the size is part of the interface
+    unsigned long bucketCount_ = 0; // a power of two, or 0
+    void* indexBlock_ = nullptr;    // what the buckets stand in
 };
 
 static_assert(sizeof(NamedObjectsNamespace::Entry) == 64 &&
