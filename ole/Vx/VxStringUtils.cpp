@@ -2,6 +2,7 @@
 
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iSystemUtils.h>
+#include <atomic>
 #include <cctype>
 #include <cwctype>
 #include <locale.h>
@@ -46,27 +47,52 @@ template <class Case> wchar_t convertAny(wchar_t c)
 // Whether the current locale maps all of ASCII in the plain way; Turkish ones do not.
 template <class Case> bool asciiIsPlain()
 {
-#ifdef __GLIBC__
-    // Asking for 128 characters takes longer than converting most texts, so the answer is kept
-    // with the address of the mapping that gave it. That is safe for the global locale only:
-    // its mappings are never unloaded, since other threads may be in the middle of them, while
-    // another one may come to stand where that of a freed locale object stood.
-    static wctrans_t plainMapping = nullptr;
-    wctrans_t mapping = nullptr;
-    if (uselocale(nullptr) == LC_GLOBAL_LOCALE) {
-        mapping = std::wctrans(Case::kMapping);
-        if (mapping != nullptr && mapping == __atomic_load_n(&plainMapping, __ATOMIC_RELAXED))
-            return true;
-    }
-#endif
     for (wchar_t c = 0; c < 128; ++c)
         if (convertAny<Case>(c) != convertAscii<Case>(c))
             return false;
-#ifdef __GLIBC__
-    if (mapping != nullptr)
-        __atomic_store_n(&plainMapping, mapping, __ATOMIC_RELAXED);
-#endif
     return true;
+}
+
+// What a locale's mapping says of the alphabets from Latin to Arabic, asked once.
+struct CaseTable {
+    static constexpr wchar_t kSize = 0x800;
+
+    std::atomic<std::wctrans_t> mapping{nullptr};
+    std::atomic<bool> complete{false};
+    bool asciiIsPlain = false;
+    wchar_t converted[kSize] = {};
+};
+
+// The table of the current locale, or null: then each character is asked for.
+template <class Case> const CaseTable* currentTable()
+{
+#ifdef __GLIBC__
+    // The answers are kept with the address of the mapping that gave them. That is safe for the
+    // global locale only: its mappings are never unloaded, since other threads may be in the
+    // middle of them, while another one may come to stand where that of a freed locale object
+    // stood. A process has one locale, seldom two; further ones go without.
+    static constinit CaseTable tables[3];
+    const auto currentMapping = [] {
+        return uselocale(nullptr) == LC_GLOBAL_LOCALE ? std::wctrans(Case::kMapping) : nullptr;
+    };
+    const std::wctrans_t mapping = currentMapping();
+    if (mapping == nullptr)
+        return nullptr;
+    for (CaseTable& table : tables) {
+        std::wctrans_t known = table.mapping.load(std::memory_order_relaxed);
+        if (known == nullptr && table.mapping.compare_exchange_strong(known, mapping)) {
+            for (wchar_t c = 0; c < CaseTable::kSize; ++c)
+                table.converted[c] = convertAny<Case>(c);
+            table.asciiIsPlain = asciiIsPlain<Case>();
+            // Unless the locale has been changed in the meantime, which spoils it for good.
+            table.complete.store(currentMapping() == mapping, std::memory_order_release);
+            known = mapping;
+        }
+        if (known == mapping)
+            return table.complete.load(std::memory_order_acquire) ? &table : nullptr;
+    }
+#endif
+    return nullptr;
 }
 
 template <class Case> WideString& convertCodePoints(WideString& text)
@@ -77,20 +103,28 @@ template <class Case> WideString& convertCodePoints(WideString& text)
 
     wchar_t* chars = text.mutableChars();
     wchar_t* const end = chars + text.length();
-    if (text.length() >= kWorthAsking && asciiIsPlain<Case>()) {
-        for (; end - chars >= kStep; chars += kStep) {
-            wchar_t bits = 0;
-            for (unsigned int i = 0; i < kStep; ++i)
-                bits |= chars[i];
-            if ((bits & ~0x7F) == 0) {
+    if (text.length() >= kWorthAsking) {
+        const CaseTable* const table = currentTable<Case>();
+        const bool plain = table != nullptr ? table->asciiIsPlain : asciiIsPlain<Case>();
+        const auto within = [](wchar_t c, wchar_t limit) { return c >= 0 && c < limit; };
+        if (table != nullptr || plain)
+            for (; end - chars >= kStep; chars += kStep) {
+                wchar_t bits = 0;
                 for (unsigned int i = 0; i < kStep; ++i)
-                    chars[i] = convertAscii<Case>(chars[i]);
-            } else {
-                for (unsigned int i = 0; i < kStep; ++i)
-                    chars[i] = chars[i] >= 0 && chars[i] < 128 ? convertAscii<Case>(chars[i])
-                                                               : convertAny<Case>(chars[i]);
+                    bits |= chars[i];
+                if (plain && within(bits, 128))
+                    for (unsigned int i = 0; i < kStep; ++i)
+                        chars[i] = convertAscii<Case>(chars[i]);
+                else if (table != nullptr && within(bits, CaseTable::kSize))
+                    for (unsigned int i = 0; i < kStep; ++i)
+                        chars[i] = table->converted[chars[i]];
+                else
+                    for (unsigned int i = 0; i < kStep; ++i)
+                        chars[i] = plain && within(chars[i], 128) ? convertAscii<Case>(chars[i])
+                                   : table != nullptr && within(chars[i], CaseTable::kSize)
+                                       ? table->converted[chars[i]]
+                                       : convertAny<Case>(chars[i]);
             }
-        }
     }
     for (; chars != end; ++chars)
         *chars = convertAny<Case>(*chars);
