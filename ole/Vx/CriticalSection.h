@@ -111,6 +111,7 @@ public:
     /// Of no lock.
     Footprint() noexcept = default;
 
+    /// Of \p lock as it is now.
     explicit Footprint(const CriticalSection& lock) noexcept
         : rep_(lock.rep_.get()), platformLock_(lock.rep_->lock.get())
     {}
