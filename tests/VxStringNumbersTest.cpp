@@ -11,17 +11,10 @@
 #include <locale.h>
 
 #include "ScratchLocales.h"
-#include <Testing.h>
+#include <Texts.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
-
-using Narrow = LightweightString<char>;
-using Wide = LightweightString<wchar_t>;
-
-std::string str(const Narrow& text) { return std::string(text.c_str(), text.length()); }
-std::wstring str(const Wide& text) { return std::wstring(text.c_str(), text.length()); }
-Wide widen(const std::string& text) { return Wide(std::wstring(text.begin(), text.end()).c_str()); }
 
 constexpr int kDefault = 7;
 
@@ -38,46 +31,46 @@ template <class Ours, class Libc> void expectSame(const char* name, Ours ours, L
         << name << ": " << answer << " instead of " << expected;
 }
 
-// Everything that reads numbers against the functions of libc that it stands for.
-void expectReadsAsLibc(const std::string& chars, const Wide& wide)
+int scan(const char* text, const char* format, void* to) { return std::sscanf(text, format, to); }
+int scan(const wchar_t* text, const wchar_t* format, void* to)
 {
-    using namespace Vx;
-    const Narrow text(chars.c_str());
-    const bool empty = chars.empty();
-    const auto scan = [&](const char* format, auto value) {
-        return [=, &chars]() mutable {
-            return empty ? 0 : std::sscanf(chars.c_str(), format, &value), value;
-        };
+    return std::swscanf(text, format, to);
+}
+
+template <class Number, class Ch>
+void expectScansAsLibc(const char* name, Number (*ours)(const LightweightString<Ch>&, Number),
+                       const LightweightString<Ch>& text, const Ch* format)
+{
+    const auto libc = [&] {
+        Number number = kDefault;
+        return text.empty() ? 0 : scan(text.c_str(), format, &number), number;
     };
-    const auto wideScan = [&](const wchar_t* format, auto value) {
-        return [=, &wide]() mutable {
-            return empty ? 0 : std::swscanf(wide.c_str(), format, &value), value;
-        };
+    expectSame(
+        name, [&] { return ours(text, kDefault); }, libc);
+}
+
+// Everything that reads numbers against the functions of libc that it stands for.
+void expectReadsAsLibc(const Narrow& text, const Wide& wide)
+{
+    expectScansAsLibc("int", Vx::IntFromString, text, "%d");
+    expectScansAsLibc("wide int", Vx::IntFromWString, wide, L"%d");
+    expectScansAsLibc("unsigned", Vx::UIntFromString, text, "%u");
+    expectScansAsLibc("wide unsigned", Vx::UIntFromWString, wide, L"%u");
+    expectScansAsLibc("double", Vx::FloatFromString, text, "%lf");
+    expectScansAsLibc("wide double", Vx::FloatFromWString, wide, L"%lf");
+    const auto libc = [&] {
+        return text.empty() ? kDefault : std::strtol(text.c_str(), nullptr, 10);
     };
-    constexpr unsigned int kUnsigned = kDefault;
-    constexpr double kDouble = kDefault;
+    const auto libcWide = [&] {
+        return wide.empty() ? kDefault : std::wcstol(wide.c_str(), nullptr, 10);
+    };
+    const auto libcDouble = [&] { return std::strtod(text.c_str(), nullptr); };
     expectSame(
-        "int", [&] { return IntFromString(text, kDefault); }, scan("%d", kDefault));
+        "long", [&] { return Vx::Int64FromString(text, kDefault); }, libc);
     expectSame(
-        "wide int", [&] { return IntFromWString(wide, kDefault); }, wideScan(L"%d", kDefault));
+        "wide long", [&] { return Vx::Int64FromWString(wide, kDefault); }, libcWide);
     expectSame(
-        "unsigned", [&] { return UIntFromString(text, kDefault); }, scan("%u", kUnsigned));
-    expectSame(
-        "wide unsigned", [&] { return UIntFromWString(wide, kDefault); },
-        wideScan(L"%u", kUnsigned));
-    expectSame(
-        "double", [&] { return FloatFromString(text, kDefault); }, scan("%lf", kDouble));
-    expectSame(
-        "wide double", [&] { return FloatFromWString(wide, kDefault); }, wideScan(L"%lf", kDouble));
-    expectSame(
-        "long", [&] { return Int64FromString(text, kDefault); },
-        [&] { return empty ? kDefault : std::strtol(text.c_str(), nullptr, 10); });
-    expectSame(
-        "wide long", [&] { return Int64FromWString(wide, kDefault); },
-        [&] { return empty ? kDefault : std::wcstol(wide.c_str(), nullptr, 10); });
-    expectSame(
-        "asDouble", [&] { return asDouble(text); },
-        [&] { return empty ? 0.0 : std::strtod(text.c_str(), nullptr); });
+        "asDouble", [&] { return Vx::asDouble(text); }, libcDouble);
 }
 
 // Texts around numbers: what programs write, what people type, and damaged forms of both.
@@ -173,14 +166,6 @@ private:
     std::mt19937_64 random_;
 };
 
-// Wide texts as the C library would have them: code points, not bytes.
-Wide decoded(const std::string& text)
-{
-    Wide wide;
-    wide += Narrow(text.c_str());
-    return wide;
-}
-
 std::string printedByLibc(double value)
 {
     char buffer[128];
@@ -198,10 +183,7 @@ std::wstring printedWideByLibc(double value, int precision, bool trimZeros)
         text.erase(text.find_last_not_of('0') + 1);
     if (!text.empty() && text.back() == '.')
         text.pop_back();
-    std::wstring wide;
-    for (char c : text)
-        wide += static_cast<wchar_t>(static_cast<unsigned char>(c));
-    return wide;
+    return widen<wchar_t>(text);
 }
 
 void compareReading(std::uint64_t seed, int count)
@@ -209,7 +191,9 @@ void compareReading(std::uint64_t seed, int count)
     Texts texts(seed);
     for (int i = 0; i < count; ++i) {
         const std::string text = texts.next();
-        expectReadsAsLibc(text, decoded(text));
+        Wide wide; // as the C library would have it: code points, not bytes
+        wide += Narrow(text.c_str());
+        expectReadsAsLibc(text.c_str(), wide);
         ASSERT_FALSE(testing::Test::HasFailure()) << "seed " << seed << ": '" << text << "'";
     }
 }
@@ -226,13 +210,6 @@ void compareWriting(std::uint64_t seed, int count)
                   printedWideByLibc(value, precision, trim))
             << "seed " << seed << ", precision " << precision << ", value " << value;
     }
-}
-
-// VX_DIFFERENTIAL_SCALE=100 compares a hundred times as much.
-int scaled(int count)
-{
-    const char* const scale = std::getenv("VX_DIFFERENTIAL_SCALE");
-    return scale != nullptr ? count * std::atoi(scale) : count;
 }
 
 } // namespace
@@ -261,7 +238,7 @@ TEST(NumbersFromText, ReadTheNumberOrGiveTheDefault)
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         const Narrow text(row.text);
-        const Wide wide = widen(row.text);
+        const Wide wide = make<wchar_t>(row.text);
         EXPECT_EQ(Vx::IntFromString(text, 7), row.asInt);
         EXPECT_EQ(Vx::IntFromWString(wide, 7), row.asInt);
         EXPECT_EQ(Vx::UIntFromString(text, 7), row.asUInt);
@@ -365,64 +342,46 @@ TEST(NumericLocale, CommaIsRepairedOnceAndSaidOnce)
     const ScratchLocale german("de_DE");
     EXPECT_EQ(Vx::asDouble(Narrow("1,5")), 1.5) << "reading follows the locale";
     EXPECT_EQ(Vx::asDouble(Narrow("1.5")), 1.0);
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(str(Vx::WStringFromFloat(3.0, 0, false)), L"3"); // no comma, no repair
-    EXPECT_EQ(str(Vx::StringFromFloat(HUGE_VAL)), "inf");
-    EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "de_DE");
-    EXPECT_EQ(str(Vx::StringFromFloat(0.5)), "0.500000");
-    EXPECT_EQ(str(Vx::StringFromFloat(0.5)), "0.500000");
+    const std::string notice = printed([&] {
+        EXPECT_EQ(str(Vx::WStringFromFloat(3.0, 0, false)), L"3"); // no comma, no repair
+        EXPECT_EQ(str(Vx::StringFromFloat(HUGE_VAL)), "inf");
+        EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "de_DE");
+        EXPECT_EQ(str(Vx::StringFromFloat(0.5)), "0.500000");
+        EXPECT_EQ(str(Vx::StringFromFloat(0.5)), "0.500000");
+        EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "C");
+        EXPECT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C.UTF-8") << "only the numeric category";
+        ASSERT_TRUE(german.choose());
+        EXPECT_EQ(str(Vx::WStringFromFloat(2.25, 3, true)), L"2.25");
+        std::setlocale(LC_NUMERIC, "C.UTF-8");
+        setNumericLocale(); // takes only "C" for "C"
+        setNumericLocale();
+    });
+    EXPECT_EQ(notice, "Fixing numeric locale (de_DE)\nFixing numeric locale (de_DE)\n"
+                      "Fixing numeric locale (C.UTF-8)\n");
     EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "C");
-    EXPECT_STREQ(std::setlocale(LC_CTYPE, nullptr), "C.UTF-8") << "only the numeric category";
-    ASSERT_TRUE(german.choose());
-    EXPECT_EQ(str(Vx::WStringFromFloat(2.25, 3, true)), L"2.25");
-    std::fflush(stdout);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-              "Fixing numeric locale (de_DE)\nFixing numeric locale (de_DE)\n");
 }
 
-TEST(NumericLocale, OtherDecimalPointsAreLeftAlone)
+TEST(NumericLocale, WhatItCannotRepairIsLeftAlone)
 {
-    const ScratchLocale pashto("ps_AF");
-    ::testing::internal::CaptureStdout();
-    EXPECT_EQ(str(Vx::StringFromFloat(0.5)), "0\u066B500000");
-    // The bytes of the point are widened one by one.
-    EXPECT_EQ(str(Vx::WStringFromFloat(0.5, 2, true)), L"0\u00D9\u00AB5");
-    EXPECT_EQ(Vx::asDouble(Narrow("1\u066B5")), 1.5);
-    EXPECT_EQ(Vx::FloatFromWString(Wide(L"1\u066B5"), 7), 1.5);
-    std::fflush(stdout);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+    const ScratchLocale pashto("ps_AF"); // another decimal point, of two bytes
+    EXPECT_EQ(printed([] {
+                  EXPECT_EQ(str(Vx::StringFromFloat(0.5)), "0\u066B500000");
+                  // The bytes of the point are widened one by one.
+                  EXPECT_EQ(str(Vx::WStringFromFloat(0.5, 2, true)), L"0\u00D9\u00AB5");
+              }),
+              "");
     EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "ps_AF");
-}
 
-TEST(NumericLocale, AThreadsOwnLocaleIsHonouredAndKept)
-{
-    const ScratchLocale german("de_DE");
+    const ScratchLocale german("de_DE"); // of this thread only
     const locale_t own = duplocale(LC_GLOBAL_LOCALE);
     ASSERT_NE(own, nullptr);
     ASSERT_STREQ(std::setlocale(LC_ALL, "C"), "C");
     const locale_t before = uselocale(own);
-    ::testing::internal::CaptureStdout();
     EXPECT_EQ(Vx::asDouble(Narrow("1.5")), 1.0);
     EXPECT_EQ(Vx::asDouble(Narrow("1,5")), 1.5);
-    EXPECT_EQ(str(Vx::StringFromFloat(0.5)), "0,500000") << "nothing in the process to repair";
-    std::fflush(stdout);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(), "");
+    EXPECT_EQ(printed([] { EXPECT_EQ(str(Vx::StringFromFloat(0.5)), "0,500000"); }), "");
     uselocale(before);
     freelocale(own);
-}
-
-TEST(NumericLocale, SetNumericLocaleTakesOnlyCForC)
-{
-    const ScratchLocale german("de_DE");
-    ::testing::internal::CaptureStdout();
-    setNumericLocale();
-    setNumericLocale();
-    std::setlocale(LC_NUMERIC, "C.UTF-8");
-    setNumericLocale();
-    std::fflush(stdout);
-    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
-              "Fixing numeric locale (de_DE)\nFixing numeric locale (C.UTF-8)\n");
-    EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "C");
 }
 
 // The fast ways against the functions of libc that they stand for.
@@ -440,21 +399,17 @@ TEST(NumbersDifferential, WithADecimalComma)
     compareReading(3, scaled(100'000));
     // Each text repairs the locale, which is then set wrong again.
     Texts texts(4);
-    std::size_t notices = 0;
-    ::testing::internal::CaptureStdout();
     for (int i = 0; i < 2000; ++i) {
         const double value = texts.nextDouble();
         ASSERT_TRUE(german.choose());
-        const std::string text = str(Vx::StringFromFloat(value));
+        std::string text;
+        const std::string notice = printed([&] { text = str(Vx::StringFromFloat(value)); });
         const bool repaired = std::strcmp(std::setlocale(LC_NUMERIC, nullptr), "C") == 0;
         std::setlocale(LC_NUMERIC, "C");
         ASSERT_EQ(text, printedByLibc(value));
         ASSERT_EQ(repaired, text.find('.') != std::string::npos) << text;
-        notices += repaired ? 1 : 0;
+        ASSERT_EQ(notice, repaired ? "Fixing numeric locale (de_DE)\n" : "");
     }
-    std::fflush(stdout);
-    const std::string notice = "Fixing numeric locale (de_DE)\n";
-    EXPECT_EQ(::testing::internal::GetCapturedStdout().size(), notices * notice.size());
 }
 
 TEST(NumbersDifferential, WithADecimalPointOfTwoBytes)

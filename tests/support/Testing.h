@@ -51,6 +51,23 @@ template <class Body> int statusOfChild(Body&& body)
     return status;
 }
 
+/// What \p work prints on standard output.
+template <class Work> std::string printed(Work&& work)
+{
+    testing::internal::CaptureStdout();
+    work();
+    std::fflush(stdout);
+    return testing::internal::GetCapturedStdout();
+}
+
+/// How often a comparison with a reference is to run: VX_DIFFERENTIAL_SCALE=100 asks for a
+/// hundred times as many.
+inline int scaled(int count)
+{
+    const char* const scale = std::getenv("VX_DIFFERENTIAL_SCALE");
+    return scale != nullptr ? count * std::atoi(scale) : count;
+}
+
 /// Other numbers in every run; a failure names the seed.
 class Seeded : public std::mt19937 {
 public:

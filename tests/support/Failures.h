@@ -1,0 +1,17 @@
+// Failures.h - what an operation throws, in words.
+#pragma once
+
+#include "Testing.h"
+#include <Vx/VxException.h>
+
+/// "RuntimeError: ole/Vx/File(12) Message", or "nothing thrown".
+template <class Operation> std::string failureOf(Operation&& operation)
+{
+    try {
+        operation();
+    } catch (const Vx::Exception::Base& e) {
+        return std::string(e.typeName) + ": " + e.file + "(" + std::to_string(e.line) + ") " +
+               e.message;
+    }
+    return "nothing thrown";
+}
