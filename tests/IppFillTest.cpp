@@ -2,6 +2,7 @@
 
 #include <Testing.h>
 #include <Vx/platform/ipps.h>
+#include <climits>
 
 namespace {
 
@@ -49,22 +50,12 @@ template <class Kind> void expectFills(std::size_t offset, int count)
 
 TYPED_TEST(IppFill, WritesExactlyItsElementsAtAnyAddress)
 {
-    for (std::size_t offset = 0; offset < 32 && !this->HasFatalFailure(); ++offset)
-        for (int count = 0; count < 200 && !this->HasFatalFailure(); ++count)
+    for (std::size_t offset = 0; offset < 32 && !this->HasFatalFailure(); ++offset) {
+        for (int count = 0; count < 200; ++count)
             expectFills<TypeParam>(offset, count);
-}
-
-TYPED_TEST(IppFill, FillsLongBlocksAtAnyAddress)
-{
-    for (std::size_t offset = 0; offset < 9; ++offset)
-        for (int count : {511, 512, 513, 4096, 4100, 65535, 300001})
+        for (int count : {511, 512, 513, 4096, 4100, 65535, 300001, -1, -1000, INT_MIN})
             expectFills<TypeParam>(offset, count);
-}
-
-TYPED_TEST(IppFill, WritesNothingForCountsBelowOne)
-{
-    for (int count : {0, -1, -1000, std::numeric_limits<int>::min()})
-        expectFills<TypeParam>(0, count);
+    }
 }
 
 } // namespace

@@ -15,20 +15,52 @@
 #include <Vx/VxStringSplit.h>
 #include <Vx/VxStringUtils.h>
 #include <Vx/VxVersion.h>
-#include <algorithm>
 #include <climits>
 #include <list>
-#include <memory>
 
-#include <Testing.h>
+#include <Texts.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
 
-using Narrow = LightweightString<char>;
-using Wide = LightweightString<wchar_t>;
 using Pair = Vx::AttribValuePair;
 using Pairs = LightweightVector<Pair>;
+using Namespace = Vx::NamedObjectsNamespace;
+
+// What an object holds, for comparisons.
+struct Describe {
+    int operator()(int none) const { return none; }
+    template <class Ch> auto operator()(const LightweightString<Ch>& text) const
+    {
+        return str(text);
+    }
+    std::string operator()(const Pair& pair) const
+    {
+        return std::to_string(pair.form) + pair.text.c_str() + "|" + pair.name.c_str() + "|" +
+               pair.value.c_str();
+    }
+    std::string operator()(const Pairs& pairs) const
+    {
+        return str(Pair::asString(pairs, '=', ';'));
+    }
+    std::string operator()(const VxIniFile& ini) const
+    {
+        std::string all;
+        for (const auto& [name, pairs] : ini.sections) {
+            all.append("[").append(name.c_str()).append("]");
+            for (const Pair& pair : pairs)
+                all.append("{").append(pair.text.c_str()).append("}");
+        }
+        return all;
+    }
+    std::string operator()(const CriticalSection& lock) const { return str(lock.name()); }
+    std::pair<bool, void*> operator()(Namespace* names) const
+    {
+        const Namespace::Entry* const found = names->findInfo_(typeid(int), "n");
+        return {found != nullptr, found != nullptr ? found->object : nullptr};
+    }
+};
+constexpr Describe describe;
 
 struct MemoryExhaustion : testing::Test {
     ~MemoryExhaustion() override
@@ -39,8 +71,8 @@ struct MemoryExhaustion : testing::Test {
     /// \p work on what \p make makes. After each failure \p show tells what it told before,
     /// no memory is gone and no lock is held; in the end it tells what it does where nothing
     /// ever failed.
-    template <class Make, class Work, class Show>
-    void exhaust(const char* name, Make make, Work work, Show show, unsigned int least = 1)
+    template <class Make, class Work, class Show = Describe>
+    void exhaust(const char* name, Make make, Work work, Show show = {}, unsigned int least = 1)
     {
         SCOPED_TRACE(name);
         auto state = make();
@@ -67,8 +99,8 @@ struct MemoryExhaustion : testing::Test {
     /// An operation that only has a result.
     template <class Work> void exhaust(const char* name, Work work)
     {
-        exhaust(
-            name, [] { return 0; }, [&work](int) { work(); }, [](int none) { return none; });
+        const auto none = [] { return 0; };
+        exhaust(name, none, [&work](int) { work(); });
     }
 
     /// An operation that changes a text in place: one that shares its block with another, who
@@ -76,11 +108,12 @@ struct MemoryExhaustion : testing::Test {
     template <class String, class Work>
     void exhaustText(const char* name, const String& text, Work work)
     {
-        const auto show = [&](const String& s) { return std::pair(s, String(text.c_str())); };
+        const auto before = str(text);
         exhaust(
-            name, [&] { return text; }, work, show);
+            name, [&] { return text; }, work);
+        EXPECT_EQ(str(text), before) << name;
         exhaust(
-            name, [&] { return String(text.c_str()); }, work, show, 0);
+            name, [&] { return String(text.c_str()); }, work, describe, 0);
     }
 
     template <class Ch> void exhaustStrings()
@@ -124,25 +157,6 @@ struct MemoryExhaustion : testing::Test {
     unsigned int points = 0, operations = 0;
 };
 
-std::string dump(const Pair& pair)
-{
-    return std::to_string(pair.form) + pair.text.c_str() + "|" + pair.name.c_str() + "|" +
-           pair.value.c_str();
-}
-
-std::string dump(const Pairs& pairs) { return Pair::asString(pairs, '=', ';').c_str(); }
-
-std::string dump(const VxIniFile& ini)
-{
-    std::string all;
-    for (const auto& [name, pairs] : ini.sections) {
-        all.append("[").append(name.c_str()).append("]");
-        for (const Pair& pair : pairs)
-            all.append("{").append(pair.text.c_str()).append("}");
-    }
-    return all;
-}
-
 } // namespace
 
 TEST_F(MemoryExhaustion, Strings)
@@ -183,18 +197,14 @@ TEST_F(MemoryExhaustion, Strings)
 
 TEST_F(MemoryExhaustion, ConfigurationData)
 {
-    const auto show = [](const auto& value) { return dump(value); };
     const auto pair = [] { return Pair("old=1", '='); };
     Pair textOnly("name=value", '='), nameAndValue(textOnly);
     textOnly.form = 1;
     nameAndValue.form = 2;
     exhaust("wide texts", [] { Pair(Wide(L"name"), Wide(L"value"), ':').asWString(':'); });
-    exhaust(
-        "from a text", pair, [](Pair& p) { p = Pair("name=value", '='); }, show);
-    exhaust(
-        "from name and value", pair, [](Pair& p) { p = Pair("n", "v", '='); }, show);
-    exhaust(
-        "assign form 1", pair, [&](Pair& p) { p = textOnly; }, show);
+    exhaust("from a text", pair, [](Pair& p) { p = Pair("name=value", '='); });
+    exhaust("from name and value", pair, [](Pair& p) { p = Pair("n", "v", '='); });
+    exhaust("assign form 1", pair, [&](Pair& p) { p = textOnly; });
     exhaust("print form 2", [&] { nameAndValue.asString('='); });
 
     const Narrow text("name;a=1;b=2;c=3");
@@ -203,8 +213,7 @@ TEST_F(MemoryExhaustion, ConfigurationData)
     exhaust("text of pairs", [&] { Pair::asWString(list, '=', ';'); });
     exhaust("value of a pair", [&] { EXPECT_EQ(Pair::getValue(Wide(L"b"), list), L"2"); });
     const auto noPairs = [] { return Pairs(); };
-    exhaust(
-        "add a pair", noPairs, [&](Pairs& pairs) { pairs.push_back(textOnly); }, show);
+    exhaust("add a pair", noPairs, [&](Pairs& pairs) { pairs.push_back(textOnly); });
 
     exhaust("reserved name", [] { VxIniFile::kAnonymousSection(); });
     platform.addFile(L"a", "top=1\n[S]\nx=1\ny=2\n[T]\n; note\n[S]\nz=3\n");
@@ -216,18 +225,17 @@ TEST_F(MemoryExhaustion, ConfigurationData)
         return ini;
     };
     const auto load = [](VxIniFile& ini) { EXPECT_TRUE(ini.load({}, '\n')); };
-    exhaust("load", empty, load, show);
-    exhaust("load and merge", filled, load, show);
+    exhaust("load", empty, load);
+    exhaust("load and merge", filled, load);
     exhaust("load at once", [] { EXPECT_TRUE(VxIniFile(L"a", true, false).sectionExists("s")); });
-    exhaust(
-        "new section", filled, [](VxIniFile& ini) { ini["new"]; }, show);
-    exhaust("copy", [ini = filled()] { EXPECT_EQ(dump(VxIniFile(ini)), dump(ini)); });
+    exhaust("new section", filled, [](VxIniFile& ini) { ini["new"]; });
+    exhaust("copy", [ini = filled()] { EXPECT_EQ(describe(VxIniFile(ini)), describe(ini)); });
     for (const auto save : {&VxIniFile::save, &VxIniFile::saveAll}) {
         platform.addFile(L"a", "old");
         const auto showWithFile = [&](const VxIniFile& ini) {
             // What opening the file allocates comes last; until then it is not touched.
             const std::string file = platform.file(L"a");
-            return dump(ini) + (file.empty() ? "old" : file);
+            return describe(ini) + (file.empty() ? "old" : file);
         };
         exhaust(
             "save", filled, [&](VxIniFile& ini) { (ini.*save)({}); }, showWithFile);
@@ -250,30 +258,18 @@ TEST_F(MemoryExhaustion, SharedState)
 {
     platform.logCalls();
     const auto lock = [] { return CriticalSection("old"); };
-    const auto name = [](const CriticalSection& named) { return named.name(); };
     exhaust("new lock", [] { CriticalSection named("name"); });
-    exhaust(
-        "rename", lock, [](CriticalSection& named) { named.setName("much longer"); }, name);
-    exhaust(
-        "renew", lock, [](CriticalSection& named) { named.init(0); }, name);
+    exhaust("rename", lock, [](CriticalSection& named) { named.setName("much longer"); });
+    exhaust("renew", lock, [](CriticalSection& named) { named.init(0); });
 
-    using Namespace = Vx::NamedObjectsNamespace;
     static auto& spaces = *new std::list<Namespace>; // what is named stays for ever
     static int one = 1;
     const auto space = [] { return &spaces.emplace_back("test"); };
-    const auto entry = [](Namespace* names) {
-        const Namespace::Entry* found = names->findInfo_(typeid(int), "n");
-        return std::pair(found != nullptr, found != nullptr ? found->object : nullptr);
-    };
-    exhaust(
-        "create", space, [](Namespace* n) { n->create<int>("n", &one); }, entry);
-    exhaust(
-        "replace", space, [](Namespace* n) { n->createOrReplace<int>("n", &one); }, entry);
+    exhaust("create", space, [](Namespace* n) { n->create<int>("n", &one); });
+    exhaust("replace", space, [](Namespace* n) { n->createOrReplace<int>("n", &one); });
     void* (*factory)() = []() -> void* { return &one; };
-    exhaust(
-        "find", space, [&](Namespace* n) { n->findOrCreate<int>("n", factory); }, entry);
-    exhaust(
-        "lock a name", space, [](Namespace* n) { Namespace::ScopedLock<int>(*n, "n"); }, entry);
+    exhaust("find", space, [&](Namespace* n) { n->findOrCreate<int>("n", factory); });
+    exhaust("lock a name", space, [](Namespace* n) { Namespace::ScopedLock<int>(*n, "n"); });
 
     // The namespace of the process and its guard stay.
     long blocks = platform.liveBlocks();

@@ -11,44 +11,41 @@ unsigned int code(const std::string& text)
     return value;
 }
 
-// The same table, written down once more, row by row.
+// The same table, written down once more: a code for the playout, and what is played out as it.
+// Numbers count as they are.
 const std::map<unsigned int, unsigned int>& table()
 {
     static const std::map<unsigned int, unsigned int> kTable = [] {
-        const struct {
-            const char* playout;
-            std::vector<std::string> sources;
-            std::vector<unsigned int> numbers;
-        } rows[] = {
-            {"MJPG", {"mjpa"}, {}},
-            {"MMES", {"mpeg"}, {}},
-            {"GIMX", {"mx3n", "mx3p", "mx4n", "mx4p", "mx5n", "mx5p"}, {}},
-            {"M701",
-             {"hdv3", "hdv5", "hdv7", "hdva", "xd5a", "xd5c", "xd5e", "xdv3", "xdv5", "xdva",
-              "xdvc", "xdve"},
-             {}},
-            {"AVdr", {"AVdh"}, {1256, 1270, 1271, 1272, 1273, 1274}},
-            {"AVdx", {}, {1235, 1241, 1250}},
-            {"AVdn", {}, {1237, 1238, 1242, 1243, 1244, 1251, 1252, 1253, 1258, 1259, 1260}},
-            {"UYVY", {"2vuy"}, {}},
-            {"YUY2", {"yuv2"}, {}},
-            {"avc1",
-             {"es00", "es01", "es02", "es03", "es04", "es05", "es06", "es07", "es08", "es09",
-              "es10", "es11", "es12", "es13", "es14", "es15", "es16", "es17"},
-             {}},
-            {"avc5", {"ai52", "ai53", "ai55", "ai56", "ai5p", "ai5q", "avca", "avcb"}, {}},
-            {"avc6", {"ai12", "ai13", "ai15", "ai16", "ai1p", "ai1q", "avcc", "avcd"}, {}},
-            {"dv25", {"dvpn", "dvpp"}, {}},
-            {"dv50", {"dv5n", "dv5p"}, {}},
-            {"dvh1", {"dvh5", "dvh6", "dvhp", "dvhq"}, {}},
-            {"dvsd", {"CDVC", "dvc ", "dvcp"}, {}},
+        const char* const rows[] = {
+            "MJPG mjpa",
+            "MMES mpeg",
+            "GIMX mx3n mx3p mx4n mx4p mx5n mx5p",
+            "M701 hdv3 hdv5 hdv7 hdva xd5a xd5c xd5e xdv3 xdv5 xdva xdvc xdve",
+            "AVdr AVdh 1256 1270 1271 1272 1273 1274",
+            "AVdx 1235 1241 1250",
+            "AVdn 1237 1238 1242 1243 1244 1251 1252 1253 1258 1259 1260",
+            "UYVY 2vuy",
+            "YUY2 yuv2",
+            "avc1 es00 es01 es02 es03 es04 es05 es06 es07 es08 es09 es10 es11 es12 es13 es14 es15 "
+            "es16 es17",
+            "avc5 ai52 ai53 ai55 ai56 ai5p ai5q avca avcb",
+            "avc6 ai12 ai13 ai15 ai16 ai1p ai1q avcc avcd",
+            "dv25 dvpn dvpp",
+            "dv50 dv5n dv5p",
+            "dvh1 dvh5 dvh6 dvhp dvhq",
+            "dvsd CDVC dvc_ dvcp", // a blank
         };
         std::map<unsigned int, unsigned int> built;
-        for (const auto& row : rows) {
-            for (const std::string& source : row.sources)
-                built[code(source)] = code(row.playout);
-            for (unsigned int number : row.numbers)
-                built[number] = code(row.playout);
+        for (const char* row : rows) {
+            std::istringstream words(row);
+            std::string playout, source;
+            for (words >> playout; words >> source;) {
+                std::replace(source.begin(), source.end(), '_', ' ');
+                const bool isNumber = source.find_first_not_of("0123456789") == source.npos;
+                const auto number =
+                    isNumber ? static_cast<unsigned int>(std::stoul(source)) : code(source);
+                built[number] = code(playout);
+            }
         }
         return built;
     }();

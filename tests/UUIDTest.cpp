@@ -3,7 +3,7 @@
 #include <cctype>
 #include <cwchar>
 
-#include <Testing.h>
+#include <Texts.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
@@ -13,14 +13,6 @@ using Vx::UUID;
 constexpr char kText[] = "0123abcd-4567-89ef-0123-456789abcdef";
 constexpr unsigned char kBytes[16] = {0xCD, 0xAB, 0x23, 0x01, 0x67, 0x45, 0xEF, 0x89,
                                       0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF};
-
-std::wstring widen(const std::string& text)
-{
-    std::wstring wide;
-    for (char c : text)
-        wide += static_cast<wchar_t>(static_cast<unsigned char>(c));
-    return wide;
-}
 
 UUID withByte(int index, unsigned char value)
 {
@@ -87,7 +79,7 @@ TEST(UUID, ReadsBothFormsIntoStoredOrder)
     for (const char* text : {"{0123abcd-4567-89ef-0123-456789abcdef}", kText,
                              "0123ABCD-4567-89EF-0123-456789ABCDEF"}) {
         SCOPED_TRACE(text);
-        const std::wstring wide = widen(text);
+        const std::wstring wide = widen<wchar_t>(text);
         for (const UUID& id : {UUID(text), UUID(wide.c_str()), UUID(LightweightString<char>(text)),
                                UUID(LightweightString<wchar_t>(wide.c_str()))}) {
             EXPECT_EQ(std::memcmp(&id, kBytes, 16), 0);
@@ -96,26 +88,31 @@ TEST(UUID, ReadsBothFormsIntoStoredOrder)
             EXPECT_EQ(id.asString(buffer) + id.asWString(wideBuffer), 72);
             EXPECT_EQ(id.asString(), LightweightString<char>(kText));
             EXPECT_EQ(id.asString().capacity(), 64u);
-            EXPECT_EQ(id.asWString(), LightweightString<wchar_t>(widen(kText).c_str()));
+            EXPECT_EQ(id.asWString(), LightweightString<wchar_t>(widen<wchar_t>(kText).c_str()));
         }
     }
 }
 
 TEST(UUID, FailedReadingLeavesTheInvalidValue)
 {
-    const char* const texts[] = {
-        "",
-        "0123abcd-4567-89ef-0123-456789abcde",    // 35 characters
-        "{0123abcd-4567-89ef-0123-456789abcdef)", // the wrong brace
-        "00000000-0000-0000-0000-000000000000",   // well read, and yet no identifier
+    const struct {
+        const char* name;
+        const char* text;
+        unsigned int length;
+    } rows[] = {
+        {"empty", "", 0},
+        {"one character less", "0123abcd-4567-89ef-0123-456789abcde", 35},
+        {"the wrong brace", "{0123abcd-4567-89ef-0123-456789abcdef)", 38},
+        {"cut by its length", "{0123abcd-4567-89ef-0123-456789abcdef}", 36},
+        {"ended by its terminator", "0123", 36},
+        {"well read, and yet no identifier", "00000000-0000-0000-0000-000000000000", 36},
     };
-    for (const char* text : texts) {
-        SCOPED_TRACE(text);
-        UUID id(kConstant);
-        id.initFromString(text, static_cast<unsigned int>(std::strlen(text)));
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        UUID id(kConstant), wide(kConstant);
+        id.initFromString(row.text, row.length);
         EXPECT_EQ(id, UUID());
-        UUID wide(kConstant);
-        wide.initFromString(widen(text).c_str(), static_cast<unsigned int>(std::strlen(text)));
+        wide.initFromString(widen<wchar_t>(row.text).c_str(), row.length);
         EXPECT_FALSE(wide.valid());
     }
     UUID id(kConstant);
@@ -123,20 +120,13 @@ TEST(UUID, FailedReadingLeavesTheInvalidValue)
     EXPECT_FALSE(id.valid());
     EXPECT_FALSE(UUID(static_cast<const char*>(nullptr)).valid());
     EXPECT_FALSE(UUID(static_cast<const wchar_t*>(nullptr)).valid());
-    id = kConstant;
-    id.initFromString("{0123abcd-4567-89ef-0123-456789abcdef}", 36); // cut by its length
-    EXPECT_FALSE(id.valid());
-    id = kConstant;
-    id.initFromString("0123", 36); // the text ends at its terminator all the same
-    EXPECT_FALSE(id.valid());
 }
 
 TEST(UUID, ReadsWhatTheScanningFunctionsRead)
 {
     std::mt19937_64 random(6);
     const char odd[] = "0123456789abcdefABCDEFxXgG-+ \t\n\v{}()\xA0\xE9";
-    const char* const scale = std::getenv("VX_DIFFERENTIAL_SCALE");
-    const int count = 150'000 * (scale != nullptr ? std::atoi(scale) : 1);
+    const int count = scaled(150'000);
     int accepted = 0;
     for (int i = 0; i < count; ++i) {
         SimpleUUID bytes;
@@ -165,7 +155,7 @@ TEST(UUID, ReadsWhatTheScanningFunctionsRead)
             text = (random() % 8 == 0 ? '(' : '{') + text + (random() % 8 == 0 ? ')' : '}');
         const UUID id(text.c_str());
         ASSERT_EQ(id, readByScanning(text)) << text;
-        const std::wstring wide = widen(text);
+        const std::wstring wide = widen<wchar_t>(text);
         ASSERT_EQ(UUID(wide.c_str()), readByScanning(wide)) << text;
         accepted += id.valid() ? 1 : 0;
     }
@@ -188,7 +178,7 @@ TEST(UUID, PrintsWhatPrintfPrints)
         ASSERT_EQ(printed[37], '!');
         wchar_t wide[37];
         UUID(id).asWString(wide);
-        ASSERT_EQ(std::wstring(wide), widen(expected));
+        ASSERT_EQ(std::wstring(wide), widen<wchar_t>(expected));
         ASSERT_EQ(UUID(printed), UUID(id));
     }
 }
@@ -239,5 +229,5 @@ TEST(UUID, KeysContainersAndPrints)
     EXPECT_EQ(out.str(), std::string("[") + kText + "]");
     std::wostringstream wideOut;
     wideOut << kConstant;
-    EXPECT_EQ(wideOut.str(), widen(kText));
+    EXPECT_EQ(wideOut.str(), widen<wchar_t>(kText));
 }

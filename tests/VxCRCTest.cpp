@@ -60,16 +60,3 @@ TEST(CRC, BlocksOfEveryLengthAndAlignmentFollowTheRule)
                   bitByBit(bytes.data(), length))
             << "length " << length;
 }
-
-TEST(CRC, EverySingleBitOfABlockCounts)
-{
-    // The sum is linear: what holds for every single bit holds for every block.
-    unsigned char bytes[1500];
-    for (std::size_t bit = 0; bit < 8 * sizeof bytes; ++bit) {
-        std::memset(bytes, 0, sizeof bytes);
-        bytes[bit / 8] = static_cast<unsigned char>(1u << bit % 8);
-        ASSERT_EQ(Vx::CRC::CalculateCRC32ForBlock(bytes, sizeof bytes),
-                  bitByBit(bytes, sizeof bytes))
-            << "bit " << bit;
-    }
-}

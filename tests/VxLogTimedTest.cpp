@@ -3,18 +3,6 @@
 #include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
-namespace {
-
-template <class Work> std::string printed(Work&& work)
-{
-    testing::internal::CaptureStdout();
-    work();
-    std::fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-}
-
-} // namespace
-
 // The origin of the time cannot be taken back: every test below needs a process of its own,
 // or sets the clock far enough on not to care.
 

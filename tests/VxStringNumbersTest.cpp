@@ -177,7 +177,7 @@ std::string printedByLibc(double value)
 std::wstring printedWideByLibc(double value, int precision, bool trimZeros)
 {
     char buffer[256];
-    std::snprintf(buffer, sizeof buffer, "%.*lf", precision, value);
+    std::snprintf(buffer, sizeof buffer, "%.*lf", std::clamp(precision, 0, 9), value);
     std::string text = buffer;
     if (trimZeros && text.find_last_not_of('0') != std::string::npos)
         text.erase(text.find_last_not_of('0') + 1);
@@ -204,7 +204,7 @@ void compareWriting(std::uint64_t seed, int count)
     for (int i = 0; i < count; ++i) {
         const double value = texts.nextDouble();
         ASSERT_EQ(str(Vx::StringFromFloat(value)), printedByLibc(value)) << "seed " << seed;
-        const int precision = i % 10;
+        const int precision = i % 14 - 2; // beyond both ends
         const bool trim = i % 3 == 0;
         ASSERT_EQ(str(Vx::WStringFromFloat(value, static_cast<char>(precision), trim)),
                   printedWideByLibc(value, precision, trim))
@@ -213,43 +213,6 @@ void compareWriting(std::uint64_t seed, int count)
 }
 
 } // namespace
-
-TEST(NumbersFromText, ReadTheNumberOrGiveTheDefault)
-{
-    const struct {
-        const char* name;
-        const char* text;
-        int asInt;
-        unsigned int asUInt;
-        long asLong;
-        double asFloat;
-        double asDouble;
-    } rows[] = {
-        {"empty", "", 7, 7, 7, 7, 0},
-        {"no number: only the scanning ones give the default", "xyz", 7, 7, 0, 7, 0},
-        {"blanks, number, tail", " \t\v42xyz", 42, 42, 42, 42, 42},
-        {"minus wraps", "-1", -1, 4294967295u, -1, -1, -1},
-        {"one more than an int holds", "4294967297", 1, 1, 4294967297, 4294967297., 4294967297.},
-        {"more than a long holds", "99999999999999999999", -1, UINT_MAX, LONG_MAX, 1e20, 1e20},
-        {"less than a long holds", "-99999999999999999999", 0, UINT_MAX, LONG_MIN, -1e20, -1e20},
-        {"point and exponent", "2.5e3", 2, 2, 2, 2500, 2500},
-        {"hexadecimal for doubles only", "0x10", 0, 0, 0, 16, 16},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const Narrow text(row.text);
-        const Wide wide = make<wchar_t>(row.text);
-        EXPECT_EQ(Vx::IntFromString(text, 7), row.asInt);
-        EXPECT_EQ(Vx::IntFromWString(wide, 7), row.asInt);
-        EXPECT_EQ(Vx::UIntFromString(text, 7), row.asUInt);
-        EXPECT_EQ(Vx::UIntFromWString(wide, 7), row.asUInt);
-        EXPECT_EQ(Vx::Int64FromString(text, 7), row.asLong);
-        EXPECT_EQ(Vx::Int64FromWString(wide, 7), row.asLong);
-        EXPECT_EQ(Vx::FloatFromString(text, 7), row.asFloat);
-        EXPECT_EQ(Vx::FloatFromWString(wide, 7), row.asFloat);
-        EXPECT_EQ(Vx::asDouble(text), row.asDouble);
-    }
-}
 
 TEST(NumbersFromText, EndAtAnEmbeddedZero)
 {
@@ -313,28 +276,12 @@ TEST(TextFromNumbers, DeliberatelyKeepsOnly126Characters)
     EXPECT_EQ(Vx::WStringFromFloat(DBL_MAX, 9, false).length(), 255u);
 }
 
-TEST(WStringFromFloat, CutsPrecisionZerosAndPoint)
+TEST(WStringFromFloat, DeliberatelyTrimsZerosWithoutAPoint)
 {
-    const struct {
-        const char* name;
-        double value;
-        int precision;
-        bool trim;
-        const wchar_t* text;
-    } rows[] = {
-        {"trimmed to the point", 2.0, 2, true, L"2"},
-        {"at most nine decimals", 1.23456789012, 20, false, L"1.234567890"},
-        {"the highest precision", 0.5, 127, false, L"0.500000000"},
-        {"a negative precision is 0", 2.5, -3, false, L"2"},
-        {"deliberately trimmed without a point", 100.0, 0, true, L"1"},
-        {"zeros alone stay", 0.0, 0, true, L"0"},
-        {"no number, nothing to trim", HUGE_VAL, 2, true, L"inf"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        EXPECT_EQ(str(Vx::WStringFromFloat(row.value, static_cast<char>(row.precision), row.trim)),
-                  row.text);
-    }
+    EXPECT_EQ(str(Vx::WStringFromFloat(100.0, 0, true)), L"1");
+    EXPECT_EQ(str(Vx::WStringFromFloat(0.0, 0, true)), L"0") << "zeros alone stay";
+    EXPECT_EQ(str(Vx::WStringFromFloat(2.0, 2, true)), L"2");
+    EXPECT_EQ(str(Vx::WStringFromFloat(0.5, 127, false)), L"0.500000000") << "at most nine";
 }
 
 TEST(NumericLocale, CommaIsRepairedOnceAndSaidOnce)
