@@ -6,7 +6,7 @@
 
 #include <climits>
 
-#include <Testing.h>
+#include <Texts.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
@@ -14,8 +14,6 @@ namespace {
 using namespace Vx::Image;
 using Vx::FrameRate;
 using Text = LightweightString<char>;
-
-std::string str(const Text& text) { return std::string(text.c_str(), text.length()); }
 
 template <class Enum> constexpr Enum as(int number) { return static_cast<Enum>(number); }
 
@@ -26,72 +24,61 @@ const VideoSample::Data kVideoSample(as<Polarity>(1), as<Colorimetry>(-2), as<Ga
                                      true);
 const VideoSequence::Data kVideoSequence(as<FrameRate>(25), true);
 
+template <class Data>
+void expectForm(const Data& data, const std::string& text, const std::string& defaults)
+{
+    EXPECT_EQ(str(data.asString()), text);
+    EXPECT_EQ(str(Data().asString()), defaults);
+    const auto read = [](const std::string& from) { return Data(make<char>(from)); };
+    const std::string open = text.substr(0, text.size() - 1);
+    for (const std::string& same : {text, open, "," + text}) // commas at the ends make no pieces
+        EXPECT_EQ(read(same), data) << same;
+    for (const std::string& refused :
+         {text + ",", text + "9,", open.substr(0, open.rfind(',') + 1)})
+        EXPECT_EQ(read(refused), Data()) << refused;
+}
+
 } // namespace
 
-TEST(ImageMetadata, WritesItsTextForm)
+TEST(ImageMetadata, WritesItsTextFormAndReadsItBack)
 {
-    EXPECT_EQ(str(Core::Data().asString()), "Metadata::Core,1,0,0,-1,0,0,0,0,");
-    EXPECT_EQ(str(BufferFormat::Data().asString()), "Metadata::BufferFormat,1,1,0,1,0,");
-    EXPECT_EQ(str(Video::Data().asString()), "Metadata::Video,1,0,0,0,0,");
-    EXPECT_EQ(str(VideoSample::Data().asString()), "Metadata::VideoSample,1,0,0,0,0,");
-    EXPECT_EQ(str(VideoSequence::Data().asString()), "Metadata::VideoSequence,1,0,0,");
+    Core::Data core(kCore);
+    core.setLayout(eLayout{});
     EXPECT_EQ(str(kCore.asString()), "Metadata::Core,1,1920,1080,7,3,10,20,1,");
-    EXPECT_EQ(str(kBufferFormat.asString()), "Metadata::BufferFormat,1,0,7680,1,1,");
-    EXPECT_EQ(str(kVideo.asString()), "Metadata::Video,1,1,2,abc,1,");
-    EXPECT_EQ(str(kVideoSample.asString()), "Metadata::VideoSample,1,1,-2,3,1,");
-    EXPECT_EQ(str(kVideoSequence.asString()), "Metadata::VideoSequence,1,25,1,");
+    EXPECT_EQ(Core::Data(kCore.asString()), core) << "the layout is deliberately not read";
+    expectForm(core, "Metadata::Core,1,1920,1080,7,0,10,20,1,", "Metadata::Core,1,0,0,-1,0,0,0,0,");
+    expectForm(kBufferFormat, "Metadata::BufferFormat,1,0,7680,1,1,",
+               "Metadata::BufferFormat,1,1,0,1,0,");
+    EXPECT_EQ(BufferFormat::Data(Text("Metadata::BufferFormat,1,0,7680,7,1,")), kBufferFormat)
+        << "deliberate: the constant does not count";
+    expectForm(kVideo, "Metadata::Video,1,1,2,abc,1,", "Metadata::Video,1,0,0,0,0,");
+    expectForm(kVideoSample, "Metadata::VideoSample,1,1,-2,3,1,",
+               "Metadata::VideoSample,1,0,0,0,0,");
+    expectForm(kVideoSequence, "Metadata::VideoSequence,1,25,1,", "Metadata::VideoSequence,1,0,0,");
     const Core::Data widest(UINT_MAX, UINT_MAX, as<Format>(INT_MIN), USHRT_MAX, USHRT_MAX,
                             as<eLayout>(INT_MAX), false);
     EXPECT_EQ(str(widest.asString()),
               "Metadata::Core,1,4294967295,4294967295,-2147483648,2147483647,65535,65535,0,");
 }
 
-TEST(ImageMetadata, ReadsBackWhatItWrote)
-{
-    EXPECT_EQ(BufferFormat::Data(kBufferFormat.asString()), kBufferFormat);
-    EXPECT_EQ(Video::Data(kVideo.asString()), kVideo);
-    EXPECT_EQ(VideoSample::Data(kVideoSample.asString()), kVideoSample);
-    EXPECT_EQ(VideoSequence::Data(kVideoSequence.asString()), kVideoSequence);
-    Core::Data withoutLayout(kCore);
-    withoutLayout.setLayout(eLayout{});
-    EXPECT_EQ(Core::Data(kCore.asString()), withoutLayout) << "deliberately not read";
-    EXPECT_EQ(BufferFormat::Data(Text("Metadata::BufferFormat,1,0,7680,7,1,")), kBufferFormat)
-        << "deliberate: the constant does not count";
-}
-
 TEST(ImageMetadata, RejectedTextGivesTheDefaults)
 {
     const struct {
         const char* name;
-        Text text;
+        const char* text;
     } rows[] = {
-        {"empty", Text()},
-        {"no comma", Text("Metadata::VideoSequence")},
-        {"version 2", Text("Metadata::VideoSequence,2,25,1,")},
-        {"version 1 in its low 32 bits", Text("Metadata::VideoSequence,4294967297,25,1,")},
-        {"one piece more, empty", Text("Metadata::VideoSequence,1,25,1,,")},
-        {"one piece less", Text("Metadata::VideoSequence,1,25,")},
-        {"wrong case", Text("metadata::VideoSequence,1,25,1,")},
-        {"another record's tag", Text("Metadata::Video,1,25,1,")},
-        {"two leading commas", Text(",,Metadata::VideoSequence,1,25,1,")},
-        {"leading blank", Text(" Metadata::VideoSequence,1,25,1,")},
+        {"empty", ""},
+        {"no comma", "Metadata::VideoSequence"},
+        {"version 2", "Metadata::VideoSequence,2,25,1,"},
+        {"version 1 in its low 32 bits", "Metadata::VideoSequence,4294967297,25,1,"},
+        {"wrong case", "metadata::VideoSequence,1,25,1,"},
+        {"another record's tag", "Metadata::Video,1,25,1,"},
+        {"two leading commas", ",,Metadata::VideoSequence,1,25,1,"},
+        {"leading blank", " Metadata::VideoSequence,1,25,1,"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        EXPECT_EQ(VideoSequence::Data(row.text), VideoSequence::Data());
-    }
-    EXPECT_EQ(Core::Data(Text("Metadata::Core,1,2,3,4,5,6,7,8,9,")), Core::Data());
-    EXPECT_EQ(BufferFormat::Data(Text("Metadata::BufferFormat,1,0,2,1,")), BufferFormat::Data());
-    EXPECT_EQ(Video::Data(Text("Metadata::Video,1,2,3,abc,1,9,")), Video::Data());
-    EXPECT_EQ(VideoSample::Data(Text("Metadata::VideoSample,1,2,3,4,")), VideoSample::Data());
-}
-
-TEST(ImageMetadata, CommasAtTheEndsMakeNoPieces)
-{
-    for (const char* text :
-         {"Metadata::VideoSequence,1,25,1", ",Metadata::VideoSequence,1,25,1,"}) {
-        SCOPED_TRACE(text);
-        EXPECT_EQ(VideoSequence::Data(Text(text)), kVideoSequence);
+        EXPECT_EQ(VideoSequence::Data(Text(row.text)), VideoSequence::Data());
     }
 }
 
@@ -139,6 +126,7 @@ TEST(ImageMetadata, SettersStoreAndCopiesAreApart)
     view.setBitsPerPixel(5);
     view.setLayout(as<eLayout>(6));
     view.setCoreDataSet(true);
+    EXPECT_EQ(core.getLayout(), as<eLayout>(6));
     EXPECT_EQ(core, Core::Data(1, 2, as<Format>(3), 4, 5, as<eLayout>(6), true));
     const Core::Data copy(core);
     core.setWidth(9);
@@ -149,6 +137,9 @@ TEST(ImageMetadata, SettersStoreAndCopiesAreApart)
     buffer.setStride(7680);
     buffer.setBufferFormatDataSet(true);
     EXPECT_EQ(buffer, kBufferFormat);
+    EXPECT_EQ(buffer.getOrientation(), as<Orientation>(0));
+    EXPECT_EQ(buffer.getStride(), 7680u);
+    EXPECT_TRUE(buffer.getBufferFormatDataSet());
 
     Video::Data video;
     video.setScanMode(as<ScanMode>(1));
@@ -156,6 +147,8 @@ TEST(ImageMetadata, SettersStoreAndCopiesAreApart)
     video.setVideoFormatUID(FormatUID(Text("abc")));
     video.setVideoDataSet(true);
     EXPECT_EQ(video, kVideo);
+    EXPECT_EQ(video.getScanMode(), as<ScanMode>(1));
+    EXPECT_EQ(video.getAspectRatio(), as<AspectRatio>(2));
 
     VideoSample::Data sample;
     sample.setPolarity(as<Polarity>(1));
@@ -163,11 +156,14 @@ TEST(ImageMetadata, SettersStoreAndCopiesAreApart)
     sample.setGamutScaling(as<GamutScaling>(3));
     sample.setVideoSampleDataSet(true);
     EXPECT_EQ(sample, kVideoSample);
+    EXPECT_EQ(sample.getColorimetry(), as<Colorimetry>(-2));
 
     VideoSequence::Data sequence;
     sequence.setFrameRate(as<FrameRate>(25));
     sequence.setVideoSequenceDataSet(true);
     EXPECT_EQ(sequence, kVideoSequence);
+    EXPECT_EQ(sequence.getFrameRate(), as<FrameRate>(25));
+    EXPECT_TRUE(sequence.getVideoSequenceDataSet());
 }
 
 TEST(ImageMetadata, RecordsAreKeys)

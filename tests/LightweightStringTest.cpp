@@ -143,6 +143,23 @@ TYPED_TEST(LightweightStringOf, DeliberatelyAppendsZerosBehindTheFirstZero)
         }
 }
 
+TYPED_TEST(LightweightStringOf, CopiesByTheWordAsCharacterByCharacter)
+{
+    using Plain = std::basic_string<TypeParam>;
+    constexpr unsigned int kFrom = 80;
+    for (unsigned int count = 0; count <= 70; ++count)
+        for (unsigned int zero = 0; zero <= count; ++zero)
+            for (unsigned int to : {0u, kFrom - 8, kFrom - 1, kFrom + 1, kFrom + 7, 2 * kFrom}) {
+                Plain fast(3 * kFrom, TypeParam('-'));
+                for (unsigned int i = 0; i < count; ++i)
+                    fast[kFrom + i] = i == zero ? TypeParam(0) : TypeParam(0x7F + (i & 3));
+                Plain plain(fast);
+                Vx::StringDetail::copyTextUpToZero(&fast[to], &fast[kFrom], count);
+                Vx::StringDetail::copyUpToZero(&plain[to], &plain[kFrom], count);
+                ASSERT_EQ(fast, plain) << count << " to " << to << ", 0 at " << zero;
+            }
+}
+
 TYPED_TEST(LightweightStringOf, AppendingReadsNothingBehindAZero)
 {
     const TypeParam source[] = {'b', 0};
@@ -151,6 +168,9 @@ TYPED_TEST(LightweightStringOf, AppendingReadsNothingBehindAZero)
     text.resizeFor(100).resizeFor(1).mutableChars()[0] = 'a';
     text.append(guarded.begin(), 20);
     EXPECT_EQ(read(text), widen<TypeParam>("ab" + std::string(19, '\0')));
+    const TypeParam* volatile none = nullptr;
+    EXPECT_EQ(read(make<TypeParam>("x").append(none, 2)), widen<TypeParam>({"x\0\0", 3}))
+        << "zeros for no text at all, in a new block";
 }
 
 TYPED_TEST(LightweightStringOf, PushBackTakesEveryCharacterAppendingDeliberatelyNoZero)
@@ -298,8 +318,12 @@ TYPED_TEST(LightweightStringOf, FollowsAModelThroughRandomOperations)
                 break;
             case 6: text = strings[j], model = models[j]; break;
             case 7:
-                if (i != j)
-                    text = std::move(strings[j]), model.block = std::move(models[j].block);
+                if (i != j) {
+                    String moved(std::move(strings[j]));
+                    text = std::move(moved);
+                    model.block = std::move(models[j].block);
+                    ASSERT_EQ(moved.useCount(), 0u); // NOLINT(bugprone-use-after-move)
+                }
                 break;
             case 8: text = String(some.data(), someLength), model.renew(some); break;
             case 9: { // keeps the start in place, or nothing for sure

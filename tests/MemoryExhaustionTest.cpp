@@ -1,6 +1,6 @@
 // Memory runs out at every point of every operation that allocates: its first allocation fails,
-// then its second, and so on until it gets through. The pool log and exceptions, which need
-// more to show, do the same with their families.
+// then its second, and so on until it gets through. Named objects, the pool log and exceptions,
+// which need more to show, do the same with their families.
 #include <Vx/Image/BufferFormat.h>
 #include <Vx/Image/Core.h>
 #include <Vx/Image/UUID.h>
@@ -10,13 +10,11 @@
 #include <Vx/VxApplication.h>
 #include <Vx/VxEmail.h>
 #include <Vx/VxIniFile.h>
-#include <Vx/VxNamedObjects.h>
 #include <Vx/VxStringNumbers.h>
 #include <Vx/VxStringSplit.h>
 #include <Vx/VxStringUtils.h>
 #include <Vx/VxVersion.h>
 #include <climits>
-#include <list>
 
 #include <Texts.h>
 #include <Vx/testing/ScriptedPlatform.h>
@@ -25,7 +23,6 @@ namespace {
 
 using Pair = Vx::AttribValuePair;
 using Pairs = LightweightVector<Pair>;
-using Namespace = Vx::NamedObjectsNamespace;
 
 // What an object holds, for comparisons.
 struct Describe {
@@ -54,11 +51,6 @@ struct Describe {
         return all;
     }
     std::string operator()(const CriticalSection& lock) const { return str(lock.name()); }
-    std::pair<bool, void*> operator()(Namespace* names) const
-    {
-        const Namespace::Entry* const found = names->findInfo_(typeid(int), "n");
-        return {found != nullptr, found != nullptr ? found->object : nullptr};
-    }
 };
 constexpr Describe describe;
 
@@ -261,25 +253,6 @@ TEST_F(MemoryExhaustion, SharedState)
     exhaust("new lock", [] { CriticalSection named("name"); });
     exhaust("rename", lock, [](CriticalSection& named) { named.setName("much longer"); });
     exhaust("renew", lock, [](CriticalSection& named) { named.init(0); });
-
-    static auto& spaces = *new std::list<Namespace>; // what is named stays for ever
-    static int one = 1;
-    const auto space = [] { return &spaces.emplace_back("test"); };
-    exhaust("create", space, [](Namespace* n) { n->create<int>("n", &one); });
-    exhaust("replace", space, [](Namespace* n) { n->createOrReplace<int>("n", &one); });
-    void* (*factory)() = []() -> void* { return &one; };
-    exhaust("find", space, [&](Namespace* n) { n->findOrCreate<int>("n", factory); });
-    exhaust("lock a name", space, [](Namespace* n) { Namespace::ScopedLock<int>(*n, "n"); });
-
-    // The namespace of the process and its guard stay.
-    long blocks = platform.liveBlocks();
-    points += failEachAllocation(
-        platform, [] { Namespace::getGlobalNamespaceInstance(); }, [] {});
-    const long kept = platform.liveBlocks() - blocks;
-    blocks = platform.liveBlocks();
-    const std::unique_ptr<Namespace> same(new Namespace("GLOBAL"));
-    const CriticalSection guard;
-    EXPECT_EQ(kept, platform.liveBlocks() - blocks);
 
     const auto callback = [](Shutdown::eExitType) {};
     exhaust("shutdown list", [&] {

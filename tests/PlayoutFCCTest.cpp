@@ -26,8 +26,8 @@ const std::map<unsigned int, unsigned int>& table()
             "AVdn 1237 1238 1242 1243 1244 1251 1252 1253 1258 1259 1260",
             "UYVY 2vuy",
             "YUY2 yuv2",
-            "avc1 es00 es01 es02 es03 es04 es05 es06 es07 es08 es09 es10 es11 es12 es13 es14 es15 "
-            "es16 es17",
+            "avc1 es00 es01 es02 es03 es04 es05 es06 es07 es08 es09 es10 es11 es12 es13 es14",
+            "avc1 es15 es16 es17",
             "avc5 ai52 ai53 ai55 ai56 ai5p ai5q avca avcb",
             "avc6 ai12 ai13 ai15 ai16 ai1p ai1q avcc avcd",
             "dv25 dvpn dvpp",

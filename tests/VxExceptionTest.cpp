@@ -20,41 +20,30 @@ std::string joined(const Base::CallStack& frames)
     return text;
 }
 
-} // namespace
-
-TEST(RuntimeError, KeepsThePointersAndCapturesTheCallStack)
+template <class Error>
+void expectKept(int line, const char* typeName, const char* calls, const char* frames)
 {
     ScriptedPlatform platform;
     platform.setCallStack({"inner", "outer"});
     platform.logCalls();
     try {
-        throw RuntimeError(kMessage, kFile, 7);
+        throw Error(kMessage, kFile, line);
     } catch (const Base& error) {
-        EXPECT_EQ(platform.takeLog(), "captureCallStack");
-        EXPECT_STREQ(error.typeName, "RuntimeError");
+        EXPECT_STREQ(error.typeName, typeName);
         EXPECT_EQ(error.message, kMessage);
         EXPECT_EQ(error.file, kFile);
-        EXPECT_EQ(error.line, 7);
-        EXPECT_EQ(joined(error.callStack), "inner;outer;");
+        EXPECT_EQ(error.line, line);
+        EXPECT_EQ(joined(error.callStack), frames);
     }
-    EXPECT_EQ(platform.takeLog(), "");
+    EXPECT_EQ(platform.takeLog(), calls);
 }
 
-TEST(LogicError, DeliberatelyCapturesNoCallStack)
+} // namespace
+
+TEST(Exception, KeepsThePointersAndDeliberatelyOnlyOneKindTheCallStack)
 {
-    ScriptedPlatform platform;
-    platform.setCallStack({"inner"});
-    platform.logCalls();
-    try {
-        throw LogicError(kMessage, kFile, -1);
-    } catch (const Base& error) {
-        EXPECT_STREQ(error.typeName, "LogicError");
-        EXPECT_EQ(error.message, kMessage);
-        EXPECT_EQ(error.file, kFile);
-        EXPECT_EQ(error.line, -1);
-        EXPECT_TRUE(error.callStack.empty());
-    }
-    EXPECT_EQ(platform.takeLog(), "");
+    expectKept<RuntimeError>(7, "RuntimeError", "captureCallStack", "inner;outer;");
+    expectKept<LogicError>(-1, "LogicError", "", "");
 }
 
 TEST(RuntimeError, CopiesOutliveTheOriginalAndFreeTheStackOnly)

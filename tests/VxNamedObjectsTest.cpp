@@ -199,28 +199,37 @@ TEST(NamedObjects, MemoryFailuresLeaveTheNamespaceAsItWas)
     Namespace names("test");
     const std::type_info& type = typeid(Cache);
     Cache::made = 0;
-    int round = 0;
+    int expected = 0;
     std::string name;
+    const std::function<void()> operations[] = {
+        [&] { names.findOrCreate<Cache>(name.c_str()); },
+        [&] { names.create<Cache>(name.c_str(), &one); },
+        [&] { names.createOrReplace<Cache>(name.c_str(), &one); },
+        [&] { Namespace::ScopedLock<Cache>(names, name.c_str()); },
+    };
     const auto check = [&] {
         EXPECT_EQ(names.findInfo_(type, name.c_str()), nullptr);
-        EXPECT_EQ(Cache::made, round) << "no object is made that finds no entry";
+        EXPECT_EQ(Cache::made, expected) << "no object is made that finds no entry";
         expectFree(names);
     };
-    // Far enough for the index to grow twice on the way, with and without memory for it.
-    for (round = 0; round < 80; ++round) {
+    // Far enough for the index to grow on the way, each time without memory for it first.
+    for (std::size_t round = 0; round < 80; ++round) {
+        SCOPED_TRACE(round);
         name = "object" + std::to_string(round);
-        const unsigned int failures = failEachAllocation(
-            platform, [&] { names.findOrCreate<Cache>(name.c_str()); }, check);
+        const unsigned int failures = failEachAllocation(platform, operations[round % 4], check);
         EXPECT_GE(failures, 5u); // entry, its lock twice, name, link
+        names.create_(typeid(int), name.c_str(), &one);
+        expected += round % 4 == 0;
     }
     platform.failCall("createLock");
     name = "no lock";
     EXPECT_THROW(names.create_(type, "no lock", &one), ScriptedFault);
     check();
-    for (int n = 0; n < 80; ++n) {
-        Cache* found = names.find<Cache>(("object" + std::to_string(n)).c_str());
-        EXPECT_NE(found, nullptr);
-        delete found;
+    for (std::size_t round = 0; round < 80; ++round) {
+        Cache* const found = names.find<Cache>(("object" + std::to_string(round)).c_str());
+        EXPECT_EQ(found != nullptr, round % 4 != 3) << round;
+        if (round % 4 == 0)
+            delete found;
     }
 }
 
@@ -332,11 +341,16 @@ TEST(NamedObjects, GlobalNamespaceIsOneForAllThreads)
 TEST(NamedObjects, FailedFirstUseOfTheGlobalNamespaceIsTriedAgain)
 {
     ScriptedPlatform platform;
+    const auto use = [] { Namespace::getGlobalNamespaceInstance(); };
     for (const char* operation : {"createLock", "lock"}) {
         platform.failCall(operation);
-        EXPECT_THROW(Namespace::getGlobalNamespaceInstance(), ScriptedFault);
+        EXPECT_THROW(use(), ScriptedFault);
     }
-    EXPECT_NE(Namespace::getGlobalNamespaceInstance(), nullptr);
+    const long before = platform.liveBlocks();
+    EXPECT_GT(failEachAllocation(platform, use, [] {}), 0u);
+    const long kept = platform.liveBlocks() - before;
+    const std::unique_ptr<Namespace> same(new Namespace("GLOBAL"));
+    EXPECT_EQ(platform.liveBlocks() - before, 2 * kept) << "the failures left nothing";
 }
 
 // Threads find, make, replace, remove and lock the same few names at the same time.
