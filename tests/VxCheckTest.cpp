@@ -1,7 +1,5 @@
 #include <Vx/VxCheck.h>
 
-#include <regex>
-
 #include <Failures.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
@@ -14,7 +12,11 @@ const char kFile[] = "ole/Vx/Example";
 /// What \p work prints, without the seconds in front of each line.
 template <class Work> std::string lines(Work&& work)
 {
-    return std::regex_replace(printed(work), std::regex("-?[0-9.]+ *: (VxCheck.*\n)"), "$1");
+    std::istringstream text(printed(work));
+    std::string lines;
+    for (std::string line; std::getline(text, line);)
+        lines += line.substr(line.find(": ") + 2) + "\n";
+    return lines;
 }
 
 /// The library leaks the message of a thrown check on purpose; from here it stays in reach,
