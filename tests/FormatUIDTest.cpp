@@ -84,12 +84,7 @@ TEST(FormatUID, DeliberatelyOrdersByText)
                     SCOPED_TRACE(std::to_string(i) + " and " + std::to_string(j));
                     const FormatUID a(left);
                     const FormatUID b(right);
-                    EXPECT_EQ(a < b, i < j);
-                    EXPECT_EQ(a > b, i > j);
-                    EXPECT_EQ(a <= b, i <= j);
-                    EXPECT_EQ(a >= b, i >= j);
-                    EXPECT_EQ(a == b, i == j);
-                    EXPECT_EQ(a != b, i != j);
+                    expectOrder(a, b, i, j);
                     EXPECT_EQ(a == right, i == j);
                     EXPECT_EQ(left == b, i == j);
                     EXPECT_TRUE(i != j || std::hash<FormatUID>()(a) == std::hash<FormatUID>()(b));

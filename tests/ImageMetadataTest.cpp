@@ -169,11 +169,8 @@ TEST(ImageMetadata, SettersStoreAndCopiesAreApart)
 TEST(ImageMetadata, RecordsAreKeys)
 {
     const Video::Data earlier(as<ScanMode>(1), as<AspectRatio>(1), FormatUID(Text("z")), true);
-    EXPECT_LT(earlier, kVideo);
-    EXPECT_GT(kVideo, earlier);
-    EXPECT_LE(kVideo, kVideo);
-    EXPECT_GE(kVideo, kVideo);
-    EXPECT_NE(kVideo, earlier);
+    expectOrder(earlier, kVideo, 1, 2);
+    expectOrder(kVideo, kVideo, 2, 2);
     const std::map<Video::Data, int> ordered{{kVideo, 2}, {earlier, 1}};
     EXPECT_EQ(ordered.begin()->second, 1);
     const std::unordered_set<Core::Data> hashed{kCore, Core::Data(), kCore};

@@ -6,29 +6,15 @@
 
 namespace {
 
-struct Fill8 {
-    using Element = unsigned char;
-    static constexpr auto fill = ippsSet_8u;
-    static constexpr Element kValue = 0xC3;
+template <auto Fill, class T, T Value> struct Kind {
+    using Element = T;
+    static constexpr auto fill = Fill;
+    static constexpr T kValue = Value;
 };
-struct Fill16 {
-    using Element = short;
-    static constexpr auto fill = ippsSet_16s;
-    static constexpr Element kValue = -0x1235;
-};
-struct Fill32 {
-    using Element = int;
-    static constexpr auto fill = ippsSet_32s;
-    static constexpr Element kValue = -0x12345679;
-};
-struct Fill64 {
-    using Element = long;
-    static constexpr auto fill = ippsSet_64s;
-    static constexpr Element kValue = -0x123456789ABCDEF1;
-};
-
+using Kinds = testing::Types<Kind<ippsSet_8u, unsigned char, 0xC3>,
+                             Kind<ippsSet_16s, short, -0x1235>, Kind<ippsSet_32s, int, -0x12345679>,
+                             Kind<ippsSet_64s, long, -0x123456789ABCDEF1>>;
 template <class Kind> class IppFill : public testing::Test {};
-using Kinds = testing::Types<Fill8, Fill16, Fill32, Fill64>;
 TYPED_TEST_SUITE(IppFill, Kinds);
 
 // Fills count elements \p offset bytes into a block and compares all of the block.

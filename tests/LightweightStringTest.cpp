@@ -246,14 +246,6 @@ TYPED_TEST(LightweightStringOf, ComparesUnsignedCharactersThenLengths)
             SCOPED_TRACE(std::to_string(i) + " and " + std::to_string(j));
             const String a{std::basic_string_view<TypeParam>(ordered[i])};
             const String b{std::basic_string_view<TypeParam>(ordered[j])};
-            const auto expectOrder = [](const auto& left, const auto& right, auto l, auto r) {
-                EXPECT_EQ(left == right, l == r);
-                EXPECT_EQ(left != right, l != r);
-                EXPECT_EQ(left < right, l < r);
-                EXPECT_EQ(left > right, l > r);
-                EXPECT_EQ(left <= right, l <= r);
-                EXPECT_EQ(left >= right, l >= r);
-            };
             expectOrder(a, b, i, j);
             EXPECT_EQ((a <=> b) < 0, i < j);
             EXPECT_EQ(std::hash<String>()(a) == std::hash<String>()(b), i == j);

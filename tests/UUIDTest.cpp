@@ -185,13 +185,12 @@ TEST(UUID, PrintsWhatPrintfPrints)
 
 TEST(UUID, DeliberatelyOrdersByStoredBytes)
 {
-    const UUID first = withByte(0, 1);
-    const UUID fourth = withByte(3, 0xFF); // prints first
-    EXPECT_LT(fourth, first);
-    EXPECT_GT(first, fourth);
-    EXPECT_LE(fourth, first);
-    EXPECT_GE(first, first);
-    EXPECT_LT(withByte(15, 0x7F), withByte(15, 0x80)) << "bytes are unsigned";
+    // In increasing order; the fourth prints before the last, and bytes are unsigned.
+    const UUID ordered[] = {UUID(), withByte(15, 0x7F), withByte(15, 0x80), withByte(3, 0xFF),
+                            withByte(0, 1)};
+    for (std::size_t i = 0; i < std::size(ordered); ++i)
+        for (std::size_t j = 0; j < std::size(ordered); ++j)
+            expectOrder(ordered[i], ordered[j], i, j);
     for (int i = 0; i < 16; ++i) {
         SCOPED_TRACE(i);
         EXPECT_NE(withByte(i, 1), UUID());

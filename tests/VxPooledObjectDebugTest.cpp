@@ -65,19 +65,12 @@ struct PooledObjectLog : testing::Test {
             ++count;
         return count;
     }
-    // The lock of the log, seen from another thread.
     static bool logIsFree()
     {
-        bool isFree = false;
-        std::thread([&] {
-            auto* lock =
-                Vx::NamedObjectsNamespace::getGlobalNamespaceInstance()->find<CriticalSection>(
-                    "PooledObjects.log_FileAccessLock");
-            isFree = lock == nullptr || lock->attemptEntry() == 0;
-            if (isFree && lock != nullptr)
-                lock->leave();
-        }).join();
-        return isFree;
+        const auto* const lock =
+            Vx::NamedObjectsNamespace::getGlobalNamespaceInstance()->find<CriticalSection>(
+                "PooledObjects.log_FileAccessLock");
+        return lock == nullptr || lock->owner() == 0;
     }
     void pops(LoggingTraitsBase& logger, int count)
     {

@@ -218,25 +218,8 @@ TEST(EndsWith, LooksAtTheLastCharacter)
 
 TEST(SubstituteCaseInsensitive, ReplacesFromTheRight)
 {
-    const struct {
-        const char* name;
-        const wchar_t *text, *pattern, *replacement, *result;
-    } rows[] = {
-        {"every case", L"Hello hello HELLO", L"hello", L"bye", L"bye bye bye"},
-        {"the rightmost of overlapping ones", L"aaa", L"aa", L"b", L"ab"},
-        {"the whole text", L"abc", L"ABC", L"", L""},
-        {"longer", L"a-a", L"a", L"aAa", L"aAa-aAa"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const Wide result =
-            Vx::substituteCaseInsensitive(Wide(row.text), Wide(row.pattern), Wide(row.replacement));
-        EXPECT_EQ(result, row.result);
-        EXPECT_EQ(result.capacity(), Wide(row.result).capacity());
-    }
-    const Wide text(L"abc");
-    EXPECT_EQ(Vx::substituteCaseInsensitive(text, Wide(L"x"), Wide(L"y")).c_str(), text.c_str());
-    EXPECT_EQ(Vx::substituteCaseInsensitive(text, Wide(), Wide(L"y")).c_str(), text.c_str());
+    EXPECT_EQ(Vx::substituteCaseInsensitive(Wide(L"aAa-aaa"), Wide(L"aa"), Wide(L"bA")),
+              L"abA-abA");
     EXPECT_EQ(Vx::substituteCaseInsensitive(Wide(L"a\0B", 3), Wide(L"\0b", 2), Wide(L"\0", 1)),
               Wide(L"a\0", 2))
         << "zeros are characters";
@@ -254,9 +237,14 @@ TEST(SubstituteCaseInsensitive, FollowsTheRuleForRandomTexts)
     for (int i = 0; i < 20000; ++i) {
         const std::wstring where = text(random() % 40), what = text(random() % 6),
                            with = text(random() % 4);
-        ASSERT_EQ(str(Vx::substituteCaseInsensitive(make(where), make(what), make(with))),
-                  plainSubstitute(where, what, with))
-            << Narrow(toUTF8(make(where))) << " " << toUTF8(make(what));
+        const Wide source = make(where), pattern = make(what);
+        const Wide result = Vx::substituteCaseInsensitive(source, pattern, make(with));
+        const Wide expected = make(plainSubstitute(where, what, with));
+        SCOPED_TRACE(testing::Message() << toUTF8(source) << " " << toUTF8(pattern));
+        ASSERT_EQ(result, expected);
+        ASSERT_EQ(result.capacity(), expected.capacity());
+        ASSERT_TRUE((!what.empty() && what.size() <= where.size()) ||
+                    result.c_str() == source.c_str());
     }
 }
 

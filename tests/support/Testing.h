@@ -60,6 +60,17 @@ template <class Work> std::string printed(Work&& work)
     return testing::internal::GetCapturedStdout();
 }
 
+/// All six comparisons of \p a and \p b give what those of \p i and \p j do.
+template <class A, class B, class Place> void expectOrder(const A& a, const B& b, Place i, Place j)
+{
+    EXPECT_EQ(a == b, i == j);
+    EXPECT_EQ(a != b, i != j);
+    EXPECT_EQ(a < b, i < j);
+    EXPECT_EQ(a > b, i > j);
+    EXPECT_EQ(a <= b, i <= j);
+    EXPECT_EQ(a >= b, i >= j);
+}
+
 /// How often a comparison with a reference is to run: VX_DIFFERENTIAL_SCALE=100 asks for a
 /// hundred times as many.
 inline int scaled(int count)
