@@ -89,21 +89,18 @@ TEST(Application, StartRunsThenShutsDownThenSaves)
     ScriptedPlatform platform;
     Editor editor(platform);
     const auto noting = [&platform](const char* word) {
-        return [&platform, word] { platform.note(word); };
+        return [&platform, word](Shutdown::eExitType type) {
+            platform.note(word + std::to_string(type));
+        };
     };
-    struct Noting : iCallbackBase<void, Shutdown::eExitType> {
-        explicit Noting(ScriptedPlatform& platform) : platform(platform) {}
-        void execute(const Shutdown::eExitType&) override { platform.note("object"); }
-        ScriptedPlatform& platform;
-    };
-    editor.atShutdown(noting("late"), 300);
-    editor.atShutdown(Vx::Ptr<iCallbackBase<void, Shutdown::eExitType>>(new Noting(platform)), 200);
-    editor.atShutdown(
-        [&platform](Shutdown::eExitType type) { platform.note("type" + std::to_string(type)); }, 5);
+    editor.atShutdown([&platform] { platform.note("late"); }, 300);
+    editor.atShutdown(Vx::Ptr<Shutdown::Callback>(new Shutdown::FunctionCallback(noting("object"))),
+                      200);
+    editor.atShutdown(noting("type"), 5);
     platform.logCalls();
     editor.start();
     std::string log = platform.takeLog();
-    EXPECT_EQ(log, "run type0 object late getSettings(0) setValue(0," + kMarker +
+    EXPECT_EQ(log, "run type0 object0 late getSettings(0) setValue(0," + kMarker +
                        "=true) getSettings(0) save(0) getSettings(1) save(1)");
 }
 

@@ -98,12 +98,6 @@ constexpr Word kFactors[] = {0x9E3779B97F4A7C15u, 0xE7037ED1A0B428DBu};
     return load(a.data() + last) == load(b.data() + last);
 }
 
-std::string_view withoutMark(const char* typeName)
-{
-    // The compiler's mark of a type that is local to one unit.
-    return typeName[0] == '*' ? typeName + 1 : typeName;
-}
-
 } // namespace
 
 namespace Vx {
@@ -113,7 +107,7 @@ namespace Vx {
 // index has a faster hash of its own.
 struct NamedObjectsNamespace::Key {
     [[gnu::always_inline]] Key(const std::type_info& typeInfo, const char* objectName)
-        : Key(withoutMark(typeInfo.name()), objectName != nullptr ? objectName : "")
+        : Key(typeInfo.name(), objectName != nullptr ? objectName : "")
     {}
     [[gnu::always_inline]] Key(std::string_view typeName, std::string_view objectName)
         : type(typeName), name(objectName), hash(hashOf(name) + hashOf(type) * kFactors[0])
