@@ -117,6 +117,7 @@ public:
     {}
 
     /// Has the memory fetched, and does not wait for it.
+    // Inline always: a call of it has no effect that the compiler sees, and would be left out.
     [[gnu::always_inline]] void fetch() const noexcept
     {
         __builtin_prefetch(rep_);
