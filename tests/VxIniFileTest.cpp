@@ -326,7 +326,7 @@ std::string slowLoad(const std::string& content, char separator)
 
 std::string randomFile(std::mt19937& random)
 {
-    static constexpr std::string_view kBytes = "ab=[] \t\n\n\r;\0\x7F\x80\xC3\xA9\xFF"sv;
+    static constexpr std::string_view kBytes = "ab=<[] \t\1\n\n\r;\0\x7F\x80\xC3\xA9\xFF"sv;
     std::string content(1 + random() % 40, ' ');
     for (char& c : content)
         c = kBytes[random() % kBytes.size()];

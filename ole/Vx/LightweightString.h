@@ -193,16 +193,15 @@ public:
     LightweightString() noexcept = default;
 
     /// Copies a zero-terminated text; null reads as empty.
-    LightweightString(const Ch* text) { assignNew(text, checkedLength(text)); }
+    LightweightString(const Ch* text) : impl_(newCopy(text, checkedLength(text))) {}
 
     /// Copies \p count characters, zeros included; null reads as empty.
     LightweightString(const Ch* chars, unsigned int count)
-    {
-        assignNew(chars, chars != nullptr ? count : 0);
-    }
+        : impl_(newCopy(chars, chars != nullptr ? count : 0))
+    {}
 
     /// Copies the characters of \p view, zeros included.
-    explicit LightweightString(View view) { assignNew(view.data(), checkedLength(view)); }
+    explicit LightweightString(View view) : impl_(newCopy(view.data(), checkedLength(view))) {}
 
     /// Shares the block; never allocates.
     LightweightString(const LightweightString&) noexcept = default;
@@ -359,12 +358,14 @@ private:
         return Handle::adopt(&impl->refCount, impl);
     }
 
-    void assignNew(const Ch* chars, unsigned int count)
+    /// A block with these characters; none for none.
+    static Handle newCopy(const Ch* chars, unsigned int count)
     {
         if (count == 0)
-            return;
-        impl_ = newBlock(count, true);
-        std::memcpy(impl_->data, chars, sizeof(Ch) * std::size_t(count));
+            return Handle();
+        Handle made = newBlock(count, true);
+        std::memcpy(made->data, chars, sizeof(Ch) * std::size_t(count));
+        return made;
     }
 
     /// The block, when \p count more characters can be written into it; null otherwise.

@@ -5,8 +5,10 @@
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iFileSystem.h>
 #include <algorithm>
+#include <bit>
 #include <cctype>
 #include <chrono>
+#include <cstdint>
 #include <cstring>
 #include <iterator>
 #include <memory>
@@ -224,16 +226,40 @@ void fill(Text& text, const char* begin, const char* end)
         new (&text) Text(begin, static_cast<unsigned int>(end - begin));
 }
 
+// The first '=' before the first 0, or null. Names are short: a word at a time beats a call.
+const char* findSeparator(const char* chars, const char* end)
+{
+    static_assert(std::endian::native == std::endian::little,
+                  "the first character is taken for the lowest byte");
+    constexpr std::uint64_t kOnes = 0x0101010101010101;
+    constexpr std::uint64_t kHighs = 0x8080808080808080;
+    for (; end - chars >= 8; chars += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, chars, sizeof word);
+        // The lowest high bit marks the first byte looked for; those above it may be wrong.
+        const std::uint64_t other = word ^ (kOnes * '=');
+        const std::uint64_t marks =
+            ((word - kOnes) & ~word & kHighs) | ((other - kOnes) & ~other & kHighs);
+        if (marks != 0) {
+            chars += std::countr_zero(marks) / 8;
+            return *chars == '=' ? chars : nullptr;
+        }
+    }
+    while (chars != end && *chars != '=' && *chars != 0)
+        ++chars;
+    return chars != end && *chars == '=' ? chars : nullptr;
+}
+
 // AttribValuePair(line, '=') at the end of the list, made in its place. `blank` is a pair of
 // three empty texts, and stays one.
 void append(Pairs& pairs, Vx::AttribValuePair& blank, const char* begin, const char* end)
 {
     Vx::AttribValuePair& pair = pairs.emplace_back(std::move(blank));
     fill(pair.text, begin, end);
-    const char* const text = pair.text.c_str();
-    if (const char* const found = std::strchr(text, '='); found != nullptr) {
-        fill(pair.name, text, found);
-        fill(pair.value, found + 1, text + (end - begin));
+    // All from the bytes of the file: what has just been written is slow to read.
+    if (const char* const found = findSeparator(begin, end); found != nullptr) {
+        fill(pair.name, begin, found);
+        fill(pair.value, found + 1, end);
     }
 }
 
