@@ -234,6 +234,14 @@ TEST(TextFromNumbers, WritesDecimalDigits)
     EXPECT_EQ(str(sharer), "n=");
     EXPECT_EQ(str(Vx::StringFromInteger(-12)), "-12");
     EXPECT_EQ(Vx::StringFromInteger(-12).capacity(), 4u);
+    for (std::int64_t power = 1; power <= INT_MAX; power *= 10)
+        for (const std::int64_t value : {power - 1, power, 7 * power + 3}) {
+            Narrow appended;
+            appended += static_cast<unsigned int>(value);
+            EXPECT_EQ(str(appended), std::to_string(static_cast<unsigned int>(value)));
+            EXPECT_EQ(str(Vx::StringFromInteger(static_cast<int>(-value))),
+                      std::to_string(static_cast<int>(-value)));
+        }
     EXPECT_EQ(str(Vx::WStringFromInteger(LONG_MIN)), L"-9223372036854775808");
     EXPECT_EQ(Vx::WStringFromInteger(LONG_MIN).capacity(), 32u);
 }

@@ -97,26 +97,23 @@ inline void copyTextUpToZero(Ch* to, const Ch* from, unsigned int count) noexcep
         copyUpToZero(to, from, count);
 }
 
-/// Whether \p size bytes are the same: few of them by pairs of words, without a call.
+/// Whether \p size bytes are the same: few of them without a call.
 inline bool sameBytes(const char* a, const char* b, std::size_t size) noexcept
 {
-    constexpr std::size_t kStep = 16, kFew = 4 * kStep;
+    using Wide = std::uint64_t __attribute__((vector_size(16)));
+    constexpr std::size_t kStep = sizeof(Wide), kFew = 4 * kStep;
     if (size < kStep || size > kFew)
         return std::memcmp(a, b, size) == 0;
-    std::uint64_t differ = 0;
-    const auto compareAt = [&](std::size_t at) {
-        std::uint64_t x[2], y[2];
-        std::memcpy(x, a + at, kStep);
-        std::memcpy(y, b + at, kStep);
-        differ |= (x[0] ^ y[0]) | (x[1] ^ y[1]);
+    const auto differAt = [&](std::size_t at) {
+        Wide x, y;
+        std::memcpy(&x, a + at, kStep);
+        std::memcpy(&y, b + at, kStep);
+        return x ^ y;
     };
-    compareAt(0);
-    if (size > 2 * kStep) {
-        compareAt(kStep);
-        compareAt(size - 2 * kStep);
-    }
-    compareAt(size - kStep);
-    return differ == 0;
+    Wide differ = differAt(0) | differAt(size - kStep);
+    if (size > 2 * kStep)
+        differ |= differAt(kStep) | differAt(size - 2 * kStep);
+    return (differ[0] | differ[1]) == 0;
 }
 
 /// Negative, 0 or positive: characters as unsigned numbers first, then the length.
@@ -275,7 +272,9 @@ public:
         // Where the compiler sees that many characters, as in a literal, all may be read.
         const bool allThere = __builtin_object_size(chars, 2) >= sizeof(Ch) * std::size_t(count);
         return appendBy(chars, count, [allThere](Ch* to, const Ch* from, unsigned int n) noexcept {
-            if (!allThere || !Vx::StringDetail::copyWithoutZero(to, from, n))
+            if (allThere)
+                Vx::StringDetail::copyTextUpToZero(to, from, n);
+            else
                 Vx::StringDetail::copyUpToZero(to, from, n);
         });
     }
@@ -287,9 +286,8 @@ public:
         if (block == nullptr)
             return pushInNewBlock(character);
         const unsigned int length = block->length;
-        Ch* const end = block->data + length;
-        end[0] = character;
-        end[1] = 0;
+        const Ch ending[2] = {character, 0}; // in one piece
+        std::memcpy(block->data + length, ending, sizeof ending);
         block->length = length + 1;
     }
 
@@ -395,7 +393,19 @@ private:
     }
 
     LightweightString& appendInNewBlock(const Ch* chars, unsigned int count);
-    void pushInNewBlock(Ch character) { appendInNewBlock(&character, 1); }
+    void pushInNewBlock(Ch character);
+
+    /// A block with these characters and \p count unwritten ones.
+    Handle grownBy(unsigned int count) const
+    {
+        const unsigned int oldLength = length();
+        if (count > 0xFFFFFFFFu - oldLength)
+            Vx::StringDetail::throwTooLong();
+        Handle grown = newBlock(oldLength + count, true);
+        if (oldLength != 0)
+            std::memcpy(grown->data, impl_->data, sizeof(Ch) * std::size_t(oldLength));
+        return grown;
+    }
 
     /// Only a sole owner writes in place. Acquires what former sharers did before they
     /// let go.
@@ -430,18 +440,20 @@ template <class Ch> LightweightString<Ch>& LightweightString<Ch>::resizeFor(unsi
 template <class Ch>
 LightweightString<Ch>& LightweightString<Ch>::appendInNewBlock(const Ch* chars, unsigned int count)
 {
-    const unsigned int oldLength = length();
-    if (count > 0xFFFFFFFFu - oldLength)
-        Vx::StringDetail::throwTooLong();
-    Handle grown = newBlock(oldLength + count, true);
-    if (oldLength != 0)
-        std::memcpy(grown->data, impl_->data, sizeof(Ch) * std::size_t(oldLength));
+    Handle grown = grownBy(count);
     if (chars != nullptr)
-        Vx::StringDetail::copyUpToZero(grown->data + oldLength, chars, count);
+        Vx::StringDetail::copyUpToZero(grown->data + length(), chars, count);
     else
-        std::memset(grown->data + oldLength, 0, sizeof(Ch) * std::size_t(count));
+        std::memset(grown->data + length(), 0, sizeof(Ch) * std::size_t(count));
     impl_ = std::move(grown);
     return *this;
+}
+
+template <class Ch> void LightweightString<Ch>::pushInNewBlock(Ch character)
+{
+    Handle grown = grownBy(1);
+    grown->data[length()] = character;
+    impl_ = std::move(grown);
 }
 
 namespace Vx {

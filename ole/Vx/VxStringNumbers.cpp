@@ -248,7 +248,7 @@ constexpr unsigned int kPlainSize = 32;
 // Writes \p value as printf does with \p decimals decimals, at most 9, unterminated.
 // \returns the number of characters, 0 when libc has to be asked: infinities,
 //   not-a-numbers, magnitudes from 2^64 on, a locale or a rounding mode out of the
-//   ordinary
+//   ordinary; then nothing has been written
 unsigned int formatPlain(char* buffer, double value, int decimals)
 {
     if (!decimalPointIsDot() || std::fegetround() != FE_TONEAREST)
@@ -309,57 +309,71 @@ void printRepaired(char* buffer, std::size_t size, const char* format, Arguments
     std::snprintf(buffer, size, format, arguments...);
 }
 
-// Lets \p write put up to \p most characters behind the text where they fit in place; false,
-// with nothing changed, when they do not fit or nothing was written.
-template <class Write>
-bool writeInPlace(LightweightString<char>& to, unsigned int most, Write write)
+// The eight digits of \p value, which has no more, as numbers in bytes; the first is lowest.
+std::uint64_t eightDigits(std::uint32_t value)
 {
-    char* const end = Vx::StringDetail::Access::roomFor(to, most);
-    if (end == nullptr)
-        return false;
-    const unsigned int count = write(end);
-    // What was written took the place of the terminator.
-    Vx::StringDetail::Access::take(to, count);
-    return count != 0;
+    // Split into numbers of four, two and one digits, neighbours at a time.
+    std::uint64_t word = value / 10'000 | std::uint64_t(value % 10'000) << 32;
+    const std::uint64_t hundreds = ((word * 10'486) >> 20) & 0x0000'007F'0000'007F;
+    word = hundreds | (word - 100 * hundreds) << 16;
+    const std::uint64_t tens = ((word * 103) >> 10) & 0x000F'000F'000F'000F;
+    return tens | (word - 10 * tens) << 8;
 }
 
-template <class Number> struct Digits {
-    explicit Digits(Number value)
-        : length(static_cast<unsigned int>(
-              std::to_chars(std::begin(chars), std::end(chars), value).ptr - chars))
-    {}
+// Room for writeInteger(): "-2147483648", or a sign and a word.
+constexpr unsigned int kMostOfInteger = 11;
 
-    char chars[32];
-    unsigned int length;
-};
+// Writes \p value as printf does, unterminated, and perhaps more behind it.
+// \returns the number of characters
+template <class Number> unsigned int writeInteger(char* buffer, Number value)
+{
+    static_assert(sizeof(Number) == 4);
+    char* out = buffer;
+    auto magnitude = static_cast<std::uint32_t>(value);
+    if (value < 0) {
+        *out++ = '-';
+        magnitude = 0 - magnitude;
+    }
+    constexpr std::uint32_t kWord = 100'000'000;
+    constexpr std::uint64_t kZeros = 0x3030'3030'3030'3030;
+    std::uint64_t digits;
+    int skipped = 0; // bits: the zeros in front
+    if (magnitude < kWord) {
+        digits = eightDigits(magnitude);
+        skipped = std::countr_zero(digits | std::uint64_t(1) << 56) / 8 * 8;
+    } else {
+        const std::uint32_t front = magnitude / kWord;
+        if (front >= 10)
+            *out++ = static_cast<char>('0' + front / 10);
+        *out++ = static_cast<char>('0' + front % 10);
+        digits = eightDigits(magnitude % kWord);
+    }
+    digits = (digits | kZeros) >> skipped;
+    std::memcpy(out, &digits, sizeof digits);
+    return static_cast<unsigned int>(out - buffer + 8 - skipped / 8);
+}
 
 template <class Number>
 LightweightString<char>& appendInteger(LightweightString<char>& to, Number value)
 {
-    constexpr unsigned int kMost = 11; // "-2147483648"
-    const auto write = [value](char* out) {
-        return static_cast<unsigned int>(std::to_chars(out, out + kMost, value).ptr - out);
-    };
-    if (writeInPlace(to, kMost, write))
+    if (char* const room = Vx::StringDetail::Access::roomFor(to, kMostOfInteger); room != nullptr) {
+        Vx::StringDetail::Access::take(to, writeInteger(room, value));
         return to;
-    const Digits digits(value);
-    return to.append(digits.chars, digits.length);
+    }
+    char digits[kMostOfInteger];
+    return to.append(digits, writeInteger(digits, value));
 }
 
-// The "%f" of value, in chars.
-struct SixDecimals {
-    explicit SixDecimals(double value) : length(formatPlain(chars, value, 6))
-    {
-        if (length != 0)
-            return;
-        // Deliberate: one less than there is room for, so 126 characters and a terminator.
-        printRepaired(chars, sizeof chars - 1, "%f", value);
-        length = static_cast<unsigned int>(std::strlen(chars));
-    }
+// Room for a "%f", or for as much of it as is kept.
+constexpr std::size_t kSixDecimalsSize = 128;
 
-    char chars[128];
-    unsigned int length;
-};
+// The "%f" of a value that is not for formatPlain().
+unsigned int printSixDecimals(char* buffer, double value)
+{
+    // Deliberate: one less than there is room for, so 126 characters and a terminator.
+    printRepaired(buffer, kSixDecimalsSize - 1, "%f", value);
+    return static_cast<unsigned int>(std::strlen(buffer));
+}
 
 } // namespace
 
@@ -437,33 +451,41 @@ LightweightString<char>& operator+=(LightweightString<char>& to, unsigned int va
 
 LightweightString<char>& operator+=(LightweightString<char>& to, double value)
 {
-    const auto write = [value](char* out) { return formatPlain(out, value, 6); };
-    if (writeInPlace(to, kPlainSize, write))
+    char* const room = Vx::StringDetail::Access::roomFor(to, kPlainSize);
+    char buffer[kSixDecimalsSize];
+    unsigned int length = formatPlain(room != nullptr ? room : buffer, value, 6);
+    if (room != nullptr && length != 0) {
+        Vx::StringDetail::Access::take(to, length);
         return to;
-    const SixDecimals text(value);
-    return to.append(text.chars, text.length);
+    }
+    if (length == 0)
+        length = printSixDecimals(buffer, value);
+    return to.append(buffer, length);
 }
 
 LightweightString<char> Vx::StringFromInteger(int value)
 {
-    const Digits digits(value);
-    return LightweightString<char>(digits.chars, digits.length);
+    char digits[kMostOfInteger];
+    const unsigned int length = writeInteger(digits, value);
+    return LightweightString<char>(digits, length);
 }
 
 LightweightString<char> Vx::StringFromFloat(double value)
 {
-    const SixDecimals text(value);
-    return LightweightString<char>(text.chars, text.length);
+    char buffer[kSixDecimalsSize];
+    unsigned int length = formatPlain(buffer, value, 6);
+    if (length == 0)
+        length = printSixDecimals(buffer, value);
+    return LightweightString<char>(buffer, length);
 }
 
 LightweightString<wchar_t> Vx::WStringFromInteger(long value)
 {
-    const Digits digits(value);
+    char digits[20]; // "-9223372036854775808"
+    const char* const end = std::to_chars(std::begin(digits), std::end(digits), value).ptr;
     LightweightString<wchar_t> text;
-    text.createImpl(digits.length, /*powerOfTwo=*/true);
-    wchar_t* const chars = text.mutableChars();
-    for (unsigned int i = 0; i < digits.length; ++i)
-        chars[i] = static_cast<wchar_t>(digits.chars[i]);
+    text.createImpl(static_cast<unsigned int>(end - digits), /*powerOfTwo=*/true);
+    std::copy(static_cast<const char*>(digits), end, text.mutableChars());
     return text;
 }
 
