@@ -47,19 +47,6 @@ TEST(AllocationOperators, EveryFormIsOneCallOfThePlatform)
     }
 }
 
-TEST(AllocationOperators, OnlyTheNothrowFormsHideExhaustion)
-{
-    ScriptedPlatform platform;
-    void* block = &block;
-    platform.failAllocation(1, ScriptedPlatform::ForEver);
-    EXPECT_THROW(block = operator new(1), std::bad_alloc);
-    EXPECT_THROW(block = operator new[](1), std::bad_alloc);
-    void* plain = operator new(1, std::nothrow);
-    void* array = operator new[](1, std::nothrow);
-    platform.failAllocation(0);
-    EXPECT_TRUE(block == &block && plain == nullptr && array == nullptr);
-}
-
 TEST(StdAllocator, DrawsFromThePlatform)
 {
     ScriptedPlatform platform;
