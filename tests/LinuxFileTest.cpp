@@ -484,7 +484,8 @@ TEST(ReplacedFile, RespectsWhatTheUserMayDo)
     for (const auto& [name, mode] :
          {std::pair("readonly", 0555u), {"open", 0777u}, {"sticky", 01777u}}) {
         std::filesystem::create_directory(folder.path(name));
-        for (const auto& [file, permissions] : {std::pair("/file", 0662u), {"/protected", 0444u}}) {
+        for (const auto& [file, permissions] :
+             {std::pair("/file", 04662u), {"/protected", 0444u}}) {
             folder.put(name + std::string(file), kOld);
             ASSERT_EQ(chmod(folder.path(name + std::string(file)).c_str(), permissions), 0);
         }
@@ -504,8 +505,8 @@ TEST(ReplacedFile, RespectsWhatTheUserMayDo)
               0);
     EXPECT_EQ(folder.get("readonly/file"), kOld);
     EXPECT_EQ(folder.get("open/file"), "new");
-    // The group could not be given, so it may do no more than everybody.
-    EXPECT_EQ(modeOf(folder.path("open/file")), root ? 0622u : 0662u);
+    // Neither owner nor group could be given: no rights of theirs are lent to others.
+    EXPECT_EQ(modeOf(folder.path("open/file")), root ? 0622u : 04662u);
     if (!root)
         return;
     EXPECT_EQ(folder.get("sticky/file"), kOld);
@@ -517,6 +518,49 @@ TEST(ReplacedFile, RespectsWhatTheUserMayDo)
     EXPECT_EQ(status.st_uid, 1234u);
     EXPECT_EQ(status.st_gid, 5678u);
     EXPECT_EQ(status.st_mode & 07777, 06755u);
+}
+
+TEST(ReplacedFile, RefusesMoreThanItsSizeCanTell)
+{
+    const ScratchFolder folder;
+    folder.put("a", kOld);
+    Vx::Ptr<iFile> file = openToWrite(folder.wide("a"));
+    EXPECT_TRUE(write(file, "x"));
+    EXPECT_FALSE(file->write("x", UINT_MAX));
+    EXPECT_EQ(file->size(), 1u);
+    testing::internal::CaptureStderr();
+    file.reset();
+    EXPECT_NE(testing::internal::GetCapturedStderr().find("File too large; the old file stands"),
+              std::string::npos);
+    EXPECT_EQ(folder.get("a"), kOld);
+}
+
+TEST(ReplacedFile, HasFourWritersAtMostWithoutUnnamedFiles)
+{
+    const ScratchFolder folder;
+    const Calls script(false);
+    std::vector<Vx::Ptr<iFile>> writers;
+    while (const Vx::Ptr<iFile> file = openToWrite(folder.wide("a")))
+        writers.push_back(file);
+    EXPECT_EQ(writers.size(), 4u);
+    writers.clear();
+    EXPECT_EQ(folder.names(), "a ");
+}
+
+TEST(ReplacedFile, NeedsNoProcessFileSystem)
+{
+    if (getuid() != 0)
+        GTEST_SKIP() << "older kernels allow it to root alone";
+    const ScratchFolder folder;
+    SystemCallScript script;
+    int links = 0;
+    script.before = [&](const std::string& name) {
+        if (name == "linkat" && ++links == 1)
+            script.failCall(0, ENOENT); // this one: there is no /proc
+    };
+    EXPECT_TRUE(save(folder.wide("a"), kNew));
+    EXPECT_EQ(folder.get("a"), kNew);
+    EXPECT_EQ(links, 2);
 }
 
 TEST(ReplacedFile, NeedsNeitherLocksNorUnnamedFiles)

@@ -165,10 +165,16 @@ TEST_F(Settings, BrokenFilesAreSetAsideAndNeverLost)
         ++count;
     }
 
-    std::filesystem::remove(scratch.path("Vx/user.ini"));
+    const std::string reason = ": it is no regular file of a usable size\n";
+    const std::string set = "Vx: settings were broken, set aside as " + scratch.path("Vx/user.ini");
+    testing::internal::CaptureStderr();
+    std::filesystem::resize_file(scratch.path("Vx/user.ini"), (64u << 20) + 1);
+    EXPECT_EQ(value(kKey), "(none)");
     std::filesystem::create_directory(scratch.path("Vx/user.ini"));
     EXPECT_EQ(value(kKey), "(none)");
-    EXPECT_TRUE(std::filesystem::is_directory(scratch.path("Vx/user.ini.broken-6")));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              set + ".broken-6" + reason + set + ".broken-7" + reason);
+    EXPECT_TRUE(std::filesystem::is_directory(scratch.path("Vx/user.ini.broken-7")));
 }
 
 TEST_F(Settings, FileBrokenWhileRunningIsReplacedByAllThatIsKnown)
@@ -405,10 +411,15 @@ TEST(Shell, MakesTheDiagnosticsFolder)
     EXPECT_EQ(shell.outputDiagnosticsFolder(), scratch.wide("App/Logs/"));
 
     scratch.put("file", "in the way");
+    const ScopedEnvironment config("XDG_CONFIG_HOME", scratch.path("file").c_str());
     testing::internal::CaptureStderr();
+    shell.setOutputDiagnosticsFolder({});
     shell.setOutputDiagnosticsFolder(scratch.wide("file/Logs/"));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "Vx: could not make the folder " +
-                                                          scratch.path("file/Logs/") +
-                                                          ": Not a directory\n");
+    shell.setOutputDiagnosticsFolder(scratch.wide("file"));
+    EXPECT_EQ(shell.getFolder(Shell::kUserDataFolder), scratch.wide("file/"));
+    const std::string line = "Vx: could not make the folder " + scratch.path("file");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), line + "/Logs/: Not a directory\n" + line +
+                                                          ": Not a directory\n" + line +
+                                                          "/: Not a directory\n");
     EXPECT_EQ(scratch.get("file"), "in the way");
 }
