@@ -73,7 +73,11 @@ TEST_F(Settings, ComeBackByteForByte)
             expected[{section, key}] = stored;
         }
     EXPECT_EQ(scratch.names(), "") << "nothing is written before save";
+    const mode_t mask = umask(022);
     store.save();
+    umask(mask);
+    for (const char* name : {"Vx/lock", "Vx/user.ini"}) // the machine's are for others, too
+        EXPECT_EQ(unsigned(std::filesystem::status(scratch.path(name)).permissions()), 0644u);
     SettingsStore& next = started();
     for (const auto& [key, stored] : expected)
         EXPECT_EQ(value(key, next), stored) << key.first << "/" << key.second;
