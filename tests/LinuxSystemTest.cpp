@@ -28,6 +28,7 @@ struct Kernel {
     int error = EINTR;
     std::size_t most = ~std::size_t{0}; // bytes at once
     bool wipes = true;                  // has pages that a child finds zeroed
+    const void* undumped = nullptr;     // what core files were asked to leave out
 };
 constinit Kernel kernel;
 
@@ -45,6 +46,8 @@ extern "C" ssize_t getrandom(void* to, std::size_t count, unsigned int flags)
 
 extern "C" int madvise(void* block, std::size_t size, int advice) noexcept
 {
+    if (advice == MADV_DONTDUMP)
+        kernel.undumped = block;
     if (kernel.wipes || advice != MADV_WIPEONFORK)
         return static_cast<int>(syscall(SYS_madvise, block, size, advice));
     errno = EINVAL;
@@ -230,6 +233,7 @@ TEST(ForkPage, IsDoneWithoutWhereTheKernelHasNone)
               0)
         << "a kernel without such pages";
     EXPECT_EQ(statusOfChild([&] { return works(true); }), 0);
+    EXPECT_EQ(kernel.undumped, forkPage()) << "random numbers to come are in no core file";
 }
 
 TEST(Uuid, LeavesNoUsedBytesBehind)
