@@ -6,6 +6,8 @@
 #include <SystemCallScript.h>
 #include <Vx/platform/OS.h>
 #include <csignal>
+#include <fcntl.h>
+#include <sys/mman.h>
 
 namespace {
 
@@ -182,6 +184,89 @@ TEST_F(Saving, AKillBeforeAnyCallLosesNothing)
         }
     EXPECT_GT(kills, 350);
     EXPECT_GT(littered, 50) << "the moments that the next save cleans up are among them";
+}
+
+namespace {
+
+/// Lets children call \p work with ever higher numbers and kills each while it works, a hundred
+/// in all or as many as VX_KILLS says. \p judge looks at what each one leaves.
+template <class Work, class Judge> void killAtRandomMoments(Work work, Judge judge)
+{
+    Seeded random;
+    const char* const kills = std::getenv("VX_KILLS");
+    for (int kill = kills != nullptr ? std::atoi(kills) : 100, n = 1; kill > 0; --kill, n += 1000) {
+        int progress[2];
+        ASSERT_EQ(pipe2(progress, O_CLOEXEC), 0);
+        const pid_t child = fork();
+        if (child == 0) {
+            SystemCallScript script;
+            if (kill % 2 == 0)
+                script.refuseUnnamedFiles();
+            script.before = [&](const std::string&) {
+                if (::write(progress[1], ".", 1) != 1)
+                    _exit(1);
+            };
+            for (;; ++n, script.trace.clear())
+                work(n);
+        }
+        close(progress[1]);
+        char byte;
+        for (auto calls = random() % 150 + 1; calls > 0; --calls)
+            ASSERT_EQ(::read(progress[0], &byte, 1), 1) << "the child ended";
+        ::kill(child, SIGKILL);
+        ASSERT_EQ(waitpid(child, nullptr, 0), child);
+        close(progress[0]);
+        judge();
+    }
+}
+
+} // namespace
+
+TEST_F(Saving, AKillAtAnyMomentLeavesACompleteFile)
+{
+    const Case row{"replaces a file", false, kStored, kFile};
+    const auto version = [](int n) {
+        return std::to_string(n) + ":" + std::string(std::size_t(n % 7) * 30000, 'a');
+    };
+    prepare(row);
+    scratch.put("Vx/user.ini", version(0));
+    killAtRandomMoments(
+        [&](int n) {
+            const auto file = OS()->fileSystem()->openFile(scratch.wide("Vx/user.ini"), 2, 3, 0, 0);
+            file->write(version(n).data(), unsigned(version(n).size()));
+        },
+        [&] { ASSERT_EQ(content(), version(std::atoi(content().c_str()))); });
+    EXPECT_TRUE(save(row));
+    expectSaved(row);
+}
+
+TEST_F(Saving, AKillAtAnyMomentKeepsSettingsThatWereSaved)
+{
+    const Case row{"adds to settings", true, kStored, ""};
+    prepare(row);
+    auto& saved = *static_cast<volatile int*>(
+        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    const auto value = [](const char* section, const char* key) {
+        std::string found;
+        return started().get({section, key}, found) ? found : "(none)";
+    };
+    killAtRandomMoments(
+        [&](int n) {
+            static SettingsStore& store = started();
+            for (const char* key : {"first", "second"})
+                store.set({"Section", key}, std::to_string(n));
+            store.save();
+            saved = n;
+        },
+        [&] {
+            const std::string first = value("Section", "first");
+            EXPECT_GE(std::atoi(first.c_str()), saved);
+            EXPECT_EQ(value("Section", "second"), first);
+            EXPECT_EQ(value("Other", "kept"), "1");
+        });
+    EXPECT_GT(saved, 0);
+    save(row);
+    EXPECT_EQ(names(row), std::set<std::string>{"user.ini"});
 }
 
 // --- Power failures
