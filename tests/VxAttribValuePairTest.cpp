@@ -242,11 +242,12 @@ TEST(GetValue, FindsTheFirstOfThatName)
 {
     Pairs pairs;
     EXPECT_EQ(AttribValuePair::getValue("a", pairs), "");
-    pairs.push_back(AttribValuePair("comment", '='));
     pairs.push_back(AttribValuePair("ab=0", '='));
+    pairs.push_back(AttribValuePair("comment", '='));
     pairs.push_back(AttribValuePair("a=1", '='));
     pairs.push_back(AttribValuePair("a=2", '='));
     pairs.push_back(AttribValuePair("na\xC3\xAFve=\xE6\x97\xA5", '='));
+    EXPECT_EQ(AttribValuePair::getValue("ab", pairs), "0");
     EXPECT_EQ(AttribValuePair::getValue("a", pairs), "1");
     EXPECT_EQ(AttribValuePair::getValue("a", pairs).c_str(), pairs[2].value.c_str()) << "shared";
     EXPECT_EQ(AttribValuePair::getValue("A", pairs), "");

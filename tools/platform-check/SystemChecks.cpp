@@ -81,17 +81,21 @@ void uuidUnique()
 
 void uuidFork()
 {
-    newUUID();
-    int ends[2];
-    require(pipe(ends) == 0, "no pipe");
-    const int status = inChild([&] {
-        const Bytes bytes = newUUID();
-        return write(ends[1], bytes.data(), 16) == 16 ? 0 : 1;
-    });
-    const Bytes mine = newUUID();
-    Bytes theirs = {};
-    require(status == 0 && read(ends[0], theirs.data(), 16) == 16, "the child died");
-    require(mine != theirs, "parent and child got the same identifier after fork");
+    std::set<Bytes> seen = {newUUID()};
+    for (int child = 0; child < 2; ++child) { // what one has, the next must not have either
+        int ends[2];
+        require(pipe(ends) == 0, "no pipe");
+        const int status = inChild([&] {
+            const Bytes bytes = newUUID();
+            return write(ends[1], bytes.data(), 16) == 16 ? 0 : 1;
+        });
+        Bytes theirs = {};
+        require(status == 0 && read(ends[0], theirs.data(), 16) == 16, "the child died");
+        close(ends[0]);
+        close(ends[1]);
+        require(seen.insert(theirs).second, "a forked child got an identifier that is taken");
+    }
+    require(seen.insert(newUUID()).second, "parent and child got the same identifier after fork");
 }
 
 void callStack()
