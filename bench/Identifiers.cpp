@@ -55,6 +55,19 @@ void addGenerate()
             keep(halves);
         });
     });
+    row.floor("the kernel's 16 bytes", [](State& state) {
+        constexpr std::size_t kFetched = 64 * 1024;
+        static unsigned char bytes[kFetched];
+        const auto fill = [&] { return getrandom(bytes, kFetched, 0); };
+        std::size_t left = 0;
+        run(state, fill() == kFetched, [&] {
+            if (left == 0) {
+                keep(fill());
+                left = kFetched;
+            }
+            left -= 16;
+        });
+    });
 #if BENCH_QT
     row.peer("QUuid", [](State& state) {
         run(state, QUuid::createUuid() != QUuid::createUuid(), [] { keep(QUuid::createUuid()); });

@@ -1,4 +1,5 @@
 // Splitting and joining.
+#include "Floors.h"
 #include "Inputs.h"
 #include "Table.h"
 
@@ -55,6 +56,8 @@ void addSplit(const std::string& operation, std::size_t count)
             right = bench::widened(list[i]).c_str() == pieces[i];
         bench::run(state, right, [&] { keep(Vx::unpack(source, L',').data()); });
     });
+    row.floor("a block a piece",
+              bench::blocks(count, bench::blockSize(bench::wide(bench::widened(list.front())))));
 #if BENCH_QT
     row.peer("QString", [=](State& state) {
         const QString source = QString::fromStdString(text);

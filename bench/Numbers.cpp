@@ -1,4 +1,5 @@
 // Numbers in text.
+#include "Floors.h"
 #include "Inputs.h"
 #include "Table.h"
 
@@ -154,6 +155,7 @@ void addFormatting(const Inputs<int>& ints, const Inputs<double>& reals)
 {
     Row intNew("numbers", "format int, a new string", {1.25});
     intNew.ours([=](State& state) { writeInTurn(state, ints, Vx::StringFromInteger); });
+    intNew.floor("one block", bench::blocks(1, bench::blockSize(Vx::StringFromInteger(123456789))));
     intNew.peer("to_string", [=](State& state) {
         writeInTurn(state, ints, [](int n) { return std::to_string(n); });
     });

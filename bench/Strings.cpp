@@ -1,4 +1,5 @@
 // The string type: copies, appends, comparisons.
+#include "Floors.h"
 #include "Inputs.h"
 #include "Table.h"
 
@@ -206,6 +207,7 @@ void bench::addStrings()
     Row made("strings", "make and drop, 64 characters", {0.75, "QByteArray|QString"});
     made.ours(makeAndDrop<Ours>).peer("std::string", makeAndDrop<std::string>);
     made.peer("std::string, malloc", makeAndDrop<MallocString>);
+    made.floor("one block", bench::blocks(1, bench::blockSize(make<Ours>(text64))));
 
     Row ones("strings", "append 1 character x 1000", {1.0, "std::string"});
     ones.ours(appendOne1000<Ours>).peer("std::string", appendOne1000<std::string>);
@@ -216,6 +218,7 @@ void bench::addStrings()
     Row literal("strings", "literal + string", {1.0});
     literal.ours(literalPlusString<Ours>).peer("std::string", literalPlusString<std::string>);
     literal.peer("std::string, malloc", literalPlusString<MallocString>);
+    literal.floor("one block", bench::blocks(1, bench::blockSize(make<Ours>(bench::letters(39)))));
 
     Row equal("strings", "equal, 64 characters", {1.0});
     equal.ours(equalApart<Ours>).peer("std::string", equalApart<std::string>);

@@ -8,12 +8,39 @@ import datetime
 import json
 import math
 import os
+import random
 import statistics
 import subprocess
 import sys
 from xml.sax.saxutils import escape
 
 OURS = "Vx"
+FLOOR = "floor: "
+
+
+class Times:
+    """What one benchmark took: the repetitions, in nanoseconds."""
+
+    def __init__(self, repetitions, rates):
+        self.repetitions = repetitions
+        self.median = statistics.median(repetitions)
+        self.rate = statistics.median(rates) if rates else None
+
+    def resampled(self, dice):
+        return statistics.median(dice.choices(self.repetitions, k=len(self.repetitions)))
+
+
+class Ratio:
+    """One median divided by another, and where 95 of 100 such runs would find it (bootstrap)."""
+
+    def __init__(self, ours, theirs):
+        self.value = ours.median / theirs.median
+        dice = random.Random(1)
+        draws = sorted(ours.resampled(dice) / theirs.resampled(dice) for _ in range(1000))
+        self.low, self.high = draws[25], draws[-26]
+
+    def __str__(self):
+        return f"{self.value:.2f} ({self.low:.2f} to {self.high:.2f})"
 
 
 def load(path):
@@ -37,9 +64,8 @@ def load(path):
         samples.setdefault(name, []).append(time * scale)
         if "bytes_per_second" in run:
             rates.setdefault(name, []).append(run["bytes_per_second"] / 1e9)
-    medians = {name: statistics.median(times) for name, times in samples.items()}
-    rates = {name: statistics.median(values) for name, values in rates.items()}
-    return data["context"], medians, rates, wrong
+    times = {name: Times(values, rates.get(name)) for name, values in samples.items()}
+    return data["context"], times, wrong
 
 
 def split(name):
@@ -52,32 +78,47 @@ def announced(context, kind):
         yield context[key].split("\t")
 
 
-def rows(context, medians, rates):
+def fastest(times):
+    return min(times, key=lambda who: times[who].median, default=None)
+
+
+def rows(context, all_times):
     found = {}
-    for name, time in medians.items():
+    for name, times in all_times.items():
         row, who = split(name)
-        found.setdefault(row, {})[who] = (time, rates.get(name))
+        found.setdefault(row, {})[who] = times
     for row, factor, against in announced(context, "row"):
         times = found.get(row)
         if not times or OURS not in times:
             continue
-        peers = {who: value for who, value in times.items() if who != OURS}
-        best = min((who for who in peers if "UTF-16" not in who),
-                   key=lambda who: peers[who][0], default=None)
-        rivals = [who for who in against.split("|") if who in peers] if against else list(peers)
-        rival = min(rivals, key=lambda who: peers[who][0]) if rivals else None
+        ours = times[OURS]
+        floors = {who.removeprefix(FLOOR): times[who] for who in times if who.startswith(FLOOR)}
+        peers = {who: times[who] for who in times if who != OURS and not who.startswith(FLOOR)}
+        best = fastest({who: peers[who] for who in peers if "UTF-16" not in who})
+        named = against.split("|") if against else list(peers)
+        rival = fastest({who: peers[who] for who in named if who in peers})
         goal = float(factor)
         yield {
             "row": row,
-            "ours": times[OURS],
+            "ours": ours,
             "peers": peers,
             "best": best,
-            "ratio": times[OURS][0] / peers[best][0] if best else None,
+            "ratio": Ratio(ours, peers[best]) if best else None,
             "goal": goal or None,
             "rival": rival,
-            "reached": times[OURS][0] <= goal * peers[rival][0] * 1.005 if goal and rival else None,
-            "towards": times[OURS][0] / peers[rival][0] if rival else None,
+            "towards": Ratio(ours, peers[rival]) if rival else None,
+            "floors": {name: (floor, Ratio(ours, floor)) for name, floor in floors.items()},
         }
+
+
+def verdict(row):
+    """Whether the goal is reached; "unsure" when another run may well answer otherwise."""
+    if not row["goal"] or not row["rival"]:
+        return ""
+    goal = row["goal"] * 1.005
+    if row["towards"].value <= goal:
+        return "yes"
+    return "unsure" if row["towards"].low <= goal else "no"
 
 
 def duration(nanoseconds):
@@ -87,43 +128,46 @@ def duration(nanoseconds):
     return f"{nanoseconds:.3g} ns"
 
 
-def measured(value):
-    time, rate = value
-    return duration(time) + (f" ({rate:.3g} GB/s)" if rate else "")
+def measured(times):
+    return duration(times.median) + (f" ({times.rate:.3g} GB/s)" if times.rate else "")
 
 
 def goal_text(row):
     if row["goal"] is None:
         return "", ""
-    whom = "" if row["rival"] == row["best"] else f" of {row['rival']}"
-    verdict = "yes" if row["reached"] else f"no, {row['towards']:.2f}" if whom else "no"
-    return f"{row['goal']:.2f}{whom}", verdict
+    other = row["rival"] != row["best"]
+    whom = f" of {row['rival']}" if other else ""
+    return f"{row['goal']:.2f}{whom}", verdict(row) + (f", {row['towards']}" if other else "")
+
+
+def floor_text(row):
+    return "; ".join(f"{name} {duration(floor.median)}: {ratio}"
+                     for name, (floor, ratio) in row["floors"].items())
 
 
 def table(all_rows):
-    lines = [["Operation", "Vx", "Best peer", "Ratio", "To reach", "Reached", "All peers"]]
+    lines = [["Operation", "Vx", "Best peer", "Ratio", "To reach", "Reached", "Floor", "All peers"]]
     for row in all_rows:
-        goal, verdict = goal_text(row)
-        others = sorted(row["peers"].items(), key=lambda item: item[1][0])
+        others = sorted(row["peers"].items(), key=lambda item: item[1].median)
         best = row["best"]
         lines.append([
             row["row"],
             measured(row["ours"]),
             f"{best} {measured(row['peers'][best])}" if best else "",
-            f"{row['ratio']:.2f}" if best else "",
-            goal,
-            verdict,
-            "; ".join(f"{who} {duration(value[0])}" for who, value in others),
+            str(row["ratio"]) if best else "",
+            *goal_text(row),
+            floor_text(row),
+            "; ".join(f"{who} {duration(times.median)}" for who, times in others),
         ])
     return lines
 
 
-def curves(context, medians):
+def curves(context, all_times):
     found = {}
-    for name, time in medians.items():
+    for name, times in all_times.items():
         row, _ = split(name)
         size = int(name.partition(" @ ")[2].split("/")[0].split(":")[0]) if row.startswith("growth") else 0
-        found.setdefault(row, []).append((size, time))
+        found.setdefault(row, []).append((size, times.median))
     lines = [["Operation", "Grows as", "Cost by size", "Steepest step"]]
     for row, expected in announced(context, "curve"):
         points = sorted(found.get(row, []))
@@ -196,23 +240,24 @@ def picture(all_rows):
         " (shorter is faster; the mark is what is to be reached)</text>",
     ]
     for power in range(-5, 4):
-        ratio = 2.0 ** power
-        label = f"{ratio:g}" if power >= 0 else f"1/{2 ** -power}"
+        mark = 2.0 ** power
+        label = f"{mark:g}" if power >= 0 else f"1/{2 ** -power}"
         colour = "#333" if power == 0 else "#ddd"
-        parts.append(f'<line x1="{x(ratio):.1f}" x2="{x(ratio):.1f}" y1="44" y2="{bottom}" stroke="{colour}"/>')
-        parts.append(f'<text x="{x(ratio):.1f}" y="40" text-anchor="middle" fill="#555">{label}</text>')
+        parts.append(f'<line x1="{x(mark):.1f}" x2="{x(mark):.1f}" y1="44" y2="{bottom}" stroke="{colour}"/>')
+        parts.append(f'<text x="{x(mark):.1f}" y="40" text-anchor="middle" fill="#555">{label}</text>')
     for i, row in enumerate(drawn):
         top = 50 + i * step
-        colour = "#4a8f5c" if row["ratio"] <= 1 else "#c7883c" if row["reached"] else "#b8453f"
+        ratio = row["ratio"].value
+        colour = "#4a8f5c" if ratio <= 1 else "#b8453f" if verdict(row) == "no" else "#c7883c"
         if row["goal"] is None:
             colour = "#8a93a0"
-        start, end = sorted((x(1), x(row["ratio"])))
+        start, end = sorted((x(1), x(ratio)))
         parts.append(f'<text x="{left - 8}" y="{top + 12}" text-anchor="end">{escape(row["row"])}</text>')
         parts.append(f'<rect x="{start:.1f}" y="{top}" width="{max(end - start, 1):.1f}" height="{height}" fill="{colour}"/>')
         if row["goal"]:
-            goal = row["goal"] * row["peers"][row["rival"]][0] / row["peers"][row["best"]][0]
+            goal = row["goal"] * row["peers"][row["rival"]].median / row["peers"][row["best"]].median
             parts.append(f'<line x1="{x(goal):.1f}" x2="{x(goal):.1f}" y1="{top - 1}" y2="{top + height + 1}" stroke="#222" stroke-width="2"/>')
-        parts.append(f'<text x="{left + width + 8}" y="{top + 12}">{row["ratio"]:.2f}</text>')
+        parts.append(f'<text x="{left + width + 8}" y="{top + 12}">{ratio:.2f}</text>')
     return "\n".join(parts + ["</svg>", ""])
 
 
@@ -223,9 +268,9 @@ def notes(folder):
 
 
 def document(context, all_rows, growth, size_lines, partial):
-    lost = [row for row in all_rows if row["ratio"] and row["ratio"] > 1.005
+    lost = [row for row in all_rows if row["ratio"] and row["ratio"].value > 1.005
             and not row["row"].startswith("allocation")]
-    short = [row for row in all_rows if row["reached"] is False]
+    short = [row for row in all_rows if verdict(row) in ("no", "unsure")]
     text = [
         "# Benchmarks",
         "",
@@ -248,12 +293,12 @@ def document(context, all_rows, growth, size_lines, partial):
         "",
         "## Rows that another library wins",
         "",
-        "\n".join(f"- {row['row']}: {row['ratio']:.2f} of {row['best']}" for row in lost) or "None.",
+        "\n".join(f"- {row['row']}: {row['ratio']} of {row['best']}" for row in lost) or "None.",
         "",
         "## Rows that fall short of what is to be reached",
         "",
-        "\n".join(f"- {row['row']}: {row['towards']:.2f} of {row['rival']}, to reach {row['goal']:.2f}"
-                  for row in short) or "None.",
+        "\n".join(f"- {row['row']}: {row['towards']} of {row['rival']}, to reach {row['goal']:.2f}"
+                  + (f"; floor {floor_text(row)}" if row["floors"] else "") for row in short) or "None.",
         "",
         "## Growth",
         "",
@@ -271,9 +316,9 @@ def document(context, all_rows, growth, size_lines, partial):
 
 def main():
     results, libraries = sys.argv[1:3]
-    context, medians, rates, wrong = load(results)
-    all_rows = list(rows(context, medians, rates))
-    growth = curves(context, medians)
+    context, times, wrong = load(results)
+    all_rows = list(rows(context, times))
+    growth = curves(context, times)
     for lines in (table(all_rows), growth):
         widths = [max(len(line[i]) for line in lines) for i in range(len(lines[0]) - 1)]
         if len(lines) > 1:
