@@ -249,6 +249,14 @@ TEST(VxIniFileLoad, MergesIntoWhatIsThere)
 
     EXPECT_EQ(dumpOf(platform, "[A]\nx=1\n[a]\ny=2\n", '\n', false), "<A>{x=1}{y=2}");
     EXPECT_EQ(dumpOf(platform, "[A]\nx=1\n[a]\ny=2\n", '\n', true), "<A>{x=1}<a>{y=2}");
+
+    std::string again = "[A]\n";
+    for (int i = 0; i < 64; ++i)
+        again += "x=1\n";
+    platform.addFile(L"a.ini", again + "[B]\ny=1\n[A]\nx=1\n[C]\ny=1\n");
+    VxIniFile fresh(L"a.ini", true, true);
+    EXPECT_EQ(fresh["A"].size(), 65u);
+    EXPECT_LT(fresh["C"].capacity(), 64u) << "room like the lines before, not all of their section";
 }
 
 TEST(VxIniFileLoad, ReadsWithOneCallAndClosesTheFile)

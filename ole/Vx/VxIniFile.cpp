@@ -281,7 +281,7 @@ public:
             return;
         if (*begin == '[' && end[-1] == ']') {
             name_ = Text(begin + 1, static_cast<unsigned int>(end - begin - 2));
-            usual_ = current_ != nullptr ? current_->size() : usual_;
+            usual_ = current_ != nullptr ? current_->size() - found_ : usual_;
             current_ = nullptr;
             return;
         }
@@ -295,16 +295,18 @@ private:
     {
         // Saved files have their sections in order: most belong at the end.
         current_ = &sections_.try_emplace(sections_.end(), std::move(name_))->second;
+        found_ = current_->size();
         // Sections of one file are often alike. A wrong guess costs no more room than what
-        // the section before has taken.
-        if (current_->empty())
+        // the lines before have taken, so all of them together no more than the file.
+        if (found_ == 0)
             current_->reserve(usual_);
     }
 
     Sections& sections_;
     Text name_ = VxIniFile::kAnonymousSection(); // the section's, until it has a pair
     Pairs* current_ = nullptr;                   // the section, once it has a pair
-    std::size_t usual_ = 0;                      // pairs of the section before
+    std::size_t found_ = 0;                      // pairs it had when its header came
+    std::size_t usual_ = 0;                      // pairs behind the header before
     Vx::AttribValuePair blank_{Text(), '='};
 };
 
