@@ -9,7 +9,8 @@ tool=$1 reference=$2 broken=$3
 failures=0
 while read -r fault check; do
     status=0
-    output=$(VX_BROKEN=$fault LD_PRELOAD=$broken "$tool" "$reference" "$check") || status=$?
+    output=$(VX_BROKEN=$fault LD_LIBRARY_PATH=${broken%/*} LD_PRELOAD=${broken##*/} \
+        "$tool" "$reference" "$check") || status=$?
     if [ $status -ne 1 ] || ! grep -q "^FAIL $check " <<<"$output"; then
         printf 'the fault "%s" was not found by "%s" (status %s):\n%s\n' \
             "$fault" "$check" "$status" "$output"
@@ -59,6 +60,6 @@ expect() { local wanted=$1 status=0; shift; "$@" >/dev/null 2>&1 || status=$?
     [ $status -eq "$wanted" ] || { echo "$*: status $status, expected $wanted"; failures=1; }; }
 expect 1 "$tool" "$tool" memory.aligned
 expect 2 "$tool" /no/such/libOS.so
-expect 2 "$tool" "$reference" no.such.check
+expect 2 "$tool" "$reference" memory.aligned no.such.check
 expect 2 "$tool"
 exit $failures

@@ -29,7 +29,7 @@ const char kUsage[] =
     "Exit status: 0 all checks hold, 1 some do not, 2 the call is wrong.\n"
     "\n"
     "  platform-check build/release/platforms/linux/libOS.so\n"
-    "  platform-check ./libOS.so files. settings.two-processes\n";
+    "  platform-check ./libOS.so files. settings.processes\n";
 
 std::vector<Check> allChecks()
 {
@@ -89,7 +89,12 @@ Outcome runInChild(const std::string& self, const Check& check, const std::strin
         close(ends[0]);
         close(ends[1]);
         setpgid(0, 0);
-        setenv("LD_LIBRARY_PATH", (folder + "/library").c_str(), 1);
+        // In front of what is there: the platform may need libraries of its own.
+        const char* const others = getenv("LD_LIBRARY_PATH");
+        std::string path = folder + "/library";
+        if (others != nullptr && *others != 0)
+            path.append(":").append(others);
+        setenv("LD_LIBRARY_PATH", path.c_str(), 1);
         const std::string home = folder + "/" + check.name;
         std::filesystem::create_directories(home);
         for (const char* variable :
@@ -133,12 +138,15 @@ Outcome runInChild(const std::string& self, const Check& check, const std::strin
     return {false, described(status, timedOut) + (said.empty() ? "" : ": " + said)};
 }
 
+bool chosenBy(const Check& check, std::string_view wanted)
+{
+    return std::string_view(check.name).substr(0, wanted.size()) == wanted;
+}
+
 bool chosen(const Check& check, int count, char** names)
 {
-    const std::string_view name(check.name);
-    return count == 0 || std::any_of(names, names + count, [&](const char* wanted) {
-               return name.substr(0, std::strlen(wanted)) == wanted;
-           });
+    return count == 0 || std::any_of(names, names + count,
+                                     [&](const char* wanted) { return chosenBy(check, wanted); });
 }
 
 } // namespace
@@ -163,6 +171,16 @@ int main(int argc, char** argv)
         return 2;
     }
 
+    // Whoever mistypes one of several names must not hear that all checks hold.
+    const std::vector<Check> checks = allChecks();
+    for (int i = 2; i < argc; ++i)
+        if (std::none_of(checks.begin(), checks.end(),
+                         [&](const Check& check) { return chosenBy(check, argv[i]); })) {
+            std::fprintf(stderr, "platform-check: no check is called %s; --list shows them\n",
+                         argv[i]);
+            return 2;
+        }
+
     // The name under which the loader looks for a platform, in a folder that comes first.
     char folder[] = "/tmp/platform-check-XXXXXX";
     if (mkdtemp(folder) == nullptr) {
@@ -176,7 +194,7 @@ int main(int argc, char** argv)
     const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
     int held = 0;
     int broken = 0;
-    for (const Check& check : allChecks()) {
+    for (const Check& check : checks) {
         if (!chosen(check, argc - 2, argv + 2))
             continue;
         const Outcome outcome = runInChild(self, check, folder);
@@ -187,10 +205,6 @@ int main(int argc, char** argv)
         std::fflush(stdout);
     }
     std::filesystem::remove_all(place);
-    if (held + broken == 0) {
-        std::fprintf(stderr, "platform-check: no check of that name; --list shows them\n");
-        return 2;
-    }
     std::printf("%d checks held, %d did not\n", held, broken);
     return broken == 0 ? 0 : 1;
 }
