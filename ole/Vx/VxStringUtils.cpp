@@ -95,39 +95,67 @@ template <class Case> const CaseTable* currentTable()
     return nullptr;
 }
 
+bool within(wchar_t c, wchar_t limit) { return c >= 0 && c < limit; }
+
+// How to convert by what is known of the current locale's mapping.
+template <class Case> struct Conversion {
+    const CaseTable* table = currentTable<Case>();
+    bool plain = table != nullptr ? table->asciiIsPlain : asciiIsPlain<Case>();
+
+    wchar_t one(wchar_t c) const
+    {
+        return table != nullptr && within(c, CaseTable::kSize) ? table->converted[c]
+               : plain && within(c, 128)                       ? convertAscii<Case>(c)
+                                                               : convertAny<Case>(c);
+    }
+
+    // So many at a time that looking at them all first costs little; the compiler turns that
+    // and the conversion of ASCII into vector instructions.
+    static constexpr unsigned int kStep = 32;
+
+    void step(wchar_t* chars) const
+    {
+        wchar_t bits = 0;
+        for (unsigned int i = 0; i < kStep; ++i)
+            bits |= chars[i];
+        if (plain && within(bits, 128)) {
+            for (unsigned int i = 0; i < kStep; ++i)
+                chars[i] = convertAscii<Case>(chars[i]);
+        } else if (table != nullptr && within(bits, CaseTable::kSize)) {
+            // Four are read before any is written: for all that the compiler knows, the text
+            // may be the table.
+            for (unsigned int i = 0; i < kStep; i += 4) {
+                const wchar_t* const converted = table->converted;
+                const wchar_t a = converted[chars[i]], b = converted[chars[i + 1]];
+                const wchar_t c = converted[chars[i + 2]], d = converted[chars[i + 3]];
+                chars[i] = a;
+                chars[i + 1] = b;
+                chars[i + 2] = c;
+                chars[i + 3] = d;
+            }
+        } else {
+            for (unsigned int i = 0; i < kStep; ++i)
+                chars[i] = one(chars[i]);
+        }
+    }
+};
+
 template <class Case> WideString& convertCodePoints(WideString& text)
 {
-    // Eight at a time, which the compiler turns into vector instructions.
-    constexpr unsigned int kStep = 8;
     constexpr unsigned int kWorthAsking = 24;
 
     wchar_t* chars = text.mutableChars();
     wchar_t* const end = chars + text.length();
-    if (text.length() >= kWorthAsking) {
-        const CaseTable* const table = currentTable<Case>();
-        const bool plain = table != nullptr ? table->asciiIsPlain : asciiIsPlain<Case>();
-        const auto within = [](wchar_t c, wchar_t limit) { return c >= 0 && c < limit; };
-        if (table != nullptr || plain)
-            for (; end - chars >= kStep; chars += kStep) {
-                wchar_t bits = 0;
-                for (unsigned int i = 0; i < kStep; ++i)
-                    bits |= chars[i];
-                if (plain && within(bits, 128))
-                    for (unsigned int i = 0; i < kStep; ++i)
-                        chars[i] = convertAscii<Case>(chars[i]);
-                else if (table != nullptr && within(bits, CaseTable::kSize))
-                    for (unsigned int i = 0; i < kStep; ++i)
-                        chars[i] = table->converted[chars[i]];
-                else
-                    for (unsigned int i = 0; i < kStep; ++i)
-                        chars[i] = plain && within(chars[i], 128) ? convertAscii<Case>(chars[i])
-                                   : table != nullptr && within(chars[i], CaseTable::kSize)
-                                       ? table->converted[chars[i]]
-                                       : convertAny<Case>(chars[i]);
-            }
+    if (text.length() < kWorthAsking) {
+        for (; chars != end; ++chars)
+            *chars = convertAny<Case>(*chars);
+        return text;
     }
+    const Conversion<Case> conversion;
+    for (; end - chars >= conversion.kStep; chars += conversion.kStep)
+        conversion.step(chars);
     for (; chars != end; ++chars)
-        *chars = convertAny<Case>(*chars);
+        *chars = conversion.one(*chars);
     return text;
 }
 
