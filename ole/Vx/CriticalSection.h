@@ -92,6 +92,11 @@ private:
         unsigned int ownerThread = 0; // written under lock, read by anybody
         unsigned long unused = 0;
         LightweightString<char> name;
+
+        // A line of the cache for each: who enters a lock writes here, and who enters another
+        // one should not wait for that.
+        static void* operator new(std::size_t) { return ::operator new(64); }
+        static void operator delete(void* rep) { ::operator delete(rep); }
     };
     static_assert(sizeof(Rep) == 48 && offsetof(Rep, entryCount) == 16 &&
                       offsetof(Rep, ownerThread) == 20 && offsetof(Rep, name) == 32,

@@ -63,6 +63,11 @@ public:
             state_.notify_one();
     }
 
+    // A line of the cache for each lock: threads that enter different ones would otherwise take
+    // the line from one another.
+    static void* operator new(std::size_t) { return ::operator new(64); }
+    static void operator delete(void* lock) { ::operator delete(lock); }
+
     unsigned int refCount = 0;
 
 private:
