@@ -256,7 +256,8 @@ TEST(NamedObjects, OldestOfEqualEntriesIsFound)
 {
     Namespace names("test");
     names.addListEntry<Cache>("same", &one);
-    names.addListEntry_(typeid(Cache), "same", &two);
+    for (int n = 0; n < 300000; ++n) // as many as take minutes, should each look at all others
+        names.addListEntry_(typeid(Cache), "same", &two);
     for (int n = 0; n < 100; ++n) // the index is rebuilt on the way
         names.addListEntry_(typeid(Cache), std::to_string(n).c_str(), &two);
     EXPECT_EQ(names.find<Cache>("same"), &one);

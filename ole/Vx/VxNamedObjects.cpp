@@ -245,14 +245,20 @@ auto NamedObjectsNamespace::append(NewEntry& prepared, void* object) noexcept ->
     return entry;
 }
 
-// In the first free bucket from its own on: of entries with the same key the oldest is found.
+// In the first free bucket from its own on. Of entries with the same key the oldest is found,
+// so the others stay out: each would stand behind all those before it.
 void NamedObjectsNamespace::index(Entry* entry) noexcept
 {
     const Key key(entry->typeName, entry->objectName);
-    std::size_t at = key.hash;
-    while (buckets_[at & (bucketCount_ - 1)].entry != nullptr)
-        ++at;
-    new (&buckets_[at & (bucketCount_ - 1)]) Bucket(entry, key.hash);
+    for (std::size_t at = key.hash;; ++at) {
+        Bucket& bucket = buckets_[at & (bucketCount_ - 1)];
+        if (bucket.entry == nullptr) {
+            new (&bucket) Bucket(entry, key.hash);
+            return;
+        }
+        if (bucket.hash == key.hash && bucket.answersTo(key))
+            return;
+    }
 }
 
 // Indexes all entries anew. Without memory for that they stand closer, and when there is no
