@@ -73,6 +73,39 @@ template <class Map> void inMap(State& state, std::size_t count)
     });
 }
 
+// What a look-up owes whoever makes it: an entry for each name, found under the lock of all, and
+// the object read under the entry's own, which is entered as the other is left.
+struct Entry {
+    CriticalSection lock;
+    Object* object;
+};
+
+struct Entries {
+    explicit Entries(Names& names)
+    {
+        for (Object& object : names.objects) {
+            entries.push_back(std::make_unique<Entry>());
+            entries.back()->object = &object;
+        }
+    }
+
+    template <class Find> Object* objectOf(Find findEntry)
+    {
+        lock.enter();
+        Entry* const entry = findEntry();
+        if (entry == nullptr) {
+            lock.leave();
+            return nullptr;
+        }
+        entry->lock.enterAfter(lock);
+        const std::lock_guard<CriticalSection> hold(entry->lock, std::adopt_lock);
+        return entry->object;
+    }
+
+    std::vector<std::unique_ptr<Entry>> entries;
+    CriticalSection lock;
+};
+
 void addFind(const std::string& operation, std::size_t count)
 {
     Row row("names", operation, {1.0});
@@ -94,7 +127,32 @@ void addFind(const std::string& operation, std::size_t count)
     row.peer("absl::flat_hash_map, std::mutex",
              [=](State& state) { inMap<absl::flat_hash_map<std::string, Object*>>(state, count); });
 #endif
+    row.floor("both locks, the entry known", [=](State& state) {
+        Names names(count);
+        Entries entries(names);
+        const auto objectAt = [&](std::size_t i) {
+            return entries.objectOf([&] { return entries.entries[i].get(); });
+        };
+        bool right = true;
+        for (std::size_t i = 0; i < count; ++i)
+            right = right && objectAt(i) == &names.objects[i];
+        std::size_t at = 0;
+        run(state, right, [&] { keep(objectAt(names.order[at++ & 4095])); });
+    });
 #if BENCH_QT
+    const auto asKey = [](const char* name) {
+        return QByteArray::fromRawData(name, qsizetype(std::strlen(name)));
+    };
+    row.floor("QHash, both locks", [=](State& state) {
+        Names names(count);
+        Entries entries(names);
+        QHash<QByteArray, Entry*> map;
+        for (std::size_t i = 0; i < count; ++i)
+            map.insert(QByteArray::fromStdString(names.texts[i]), entries.entries[i].get());
+        findInTurn(state, names, [&](const char* name) {
+            return entries.objectOf([&] { return map.value(asKey(name)); });
+        });
+    });
     row.peer("QHash, QMutex", [=](State& state) {
         Names names(count);
         QHash<QByteArray, Object*> map;
@@ -103,16 +161,16 @@ void addFind(const std::string& operation, std::size_t count)
         QMutex mutex;
         findInTurn(state, names, [&](const char* name) -> void* {
             const QMutexLocker lock(&mutex);
-            return map.value(QByteArray::fromRawData(name, qsizetype(std::strlen(name))));
+            return map.value(asKey(name));
         });
     });
 #endif
 #if BENCH_GLIB
     row.peer("GHashTable, GMutex", [=](State& state) {
         Names names(count);
-        GHashTable* const map = g_hash_table_new(g_str_hash, g_str_equal);
+        GHashTable* const map = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr);
         for (std::size_t i = 0; i < count; ++i)
-            g_hash_table_insert(map, names.texts[i].data(), &names.objects[i]);
+            g_hash_table_insert(map, g_strdup(names.texts[i].data()), &names.objects[i]);
         GMutex mutex;
         g_mutex_init(&mutex);
         findInTurn(state, names, [&](const char* name) -> void* {
