@@ -43,33 +43,64 @@ template <class Ch> inline unsigned int lengthOf(const Ch* text) noexcept
     return length < 0xFFFFFFFFu ? static_cast<unsigned int>(length) : 0xFFFFFFFFu;
 }
 
-/// Copies like copyUpToZero() where there is no 0 among the characters: a few of them, by the
-/// word. All \p count characters are read, those behind a 0 too.
+/// So many bytes of characters, for the compiler's vector operations. A size that is a parameter
+/// of a template would not do.
+template <class Ch, std::size_t kBytes> struct CharVector;
+template <> struct CharVector<char, 8> {
+    using Type = char __attribute__((vector_size(8)));
+};
+template <> struct CharVector<char, 16> {
+    using Type = char __attribute__((vector_size(16)));
+};
+template <> struct CharVector<wchar_t, 8> {
+    using Type = wchar_t __attribute__((vector_size(8)));
+};
+template <> struct CharVector<wchar_t, 16> {
+    using Type = wchar_t __attribute__((vector_size(16)));
+};
+
+/// Copies so many bytes of characters.
+/// \returns a vector with all bits set where a character is 0
+template <std::size_t kBytes, class Ch>
+inline auto copyMarkingZeros(Ch* to, const Ch* from) noexcept
+{
+    typename CharVector<Ch, kBytes>::Type chars;
+    static_assert(sizeof chars == kBytes);
+    std::memcpy(&chars, from, kBytes);
+    std::memcpy(to, &chars, kBytes);
+    return chars == Ch(0);
+}
+
+/// Copies so many bytes at a time, of which \p count characters have at least as many; the last
+/// ones perhaps twice.
+/// \returns whether none of the characters is 0
+template <std::size_t kBytes, class Ch>
+inline bool copyByVectors(Ch* to, const Ch* from, unsigned int count) noexcept
+{
+    constexpr unsigned int kStep = kBytes / sizeof(Ch);
+    const unsigned int last = count - kStep;
+    auto zeros = copyMarkingZeros<kBytes>(to + last, from + last);
+    for (unsigned int at = 0; at < last; at += kStep)
+        zeros |= copyMarkingZeros<kBytes>(to + at, from + at);
+    std::uint64_t words[kBytes / sizeof(std::uint64_t)];
+    std::memcpy(words, &zeros, kBytes);
+    return (words[0] | words[kBytes / sizeof(std::uint64_t) - 1]) == 0;
+}
+
+/// Copies like copyUpToZero() where there is no 0 among the characters: a few of them, without
+/// a call. All \p count characters are read, those behind a 0 too.
 /// \returns false when there is one, or when that is not this function's to answer; any of the
 ///   \p count characters at \p to may have been written then
 template <class Ch> inline bool copyWithoutZero(Ch* to, const Ch* from, unsigned int count) noexcept
 {
-    constexpr std::uint64_t kOnes = ~std::uint64_t(0) / ((std::uint64_t(1) << 8 * sizeof(Ch)) - 1);
-    constexpr std::uint64_t kHighs = kOnes << (8 * sizeof(Ch) - 1);
-    constexpr unsigned int kPerWord = sizeof(std::uint64_t) / sizeof(Ch), kFew = 8 * kPerWord;
     const std::uintptr_t bytes = sizeof(Ch) * std::uintptr_t(count);
     // A text that is its own continuation meets what is being written.
     const bool overlap =
         reinterpret_cast<std::uintptr_t>(to) - reinterpret_cast<std::uintptr_t>(from) + bytes <
         2 * bytes;
-    if (count < kPerWord || count > kFew || overlap)
+    if (bytes < 8 || bytes > 64 || overlap)
         return false;
-    std::uint64_t zeros = 0; // a high bit set where a word has a 0 in it, and only there
-    const auto copyWord = [&](unsigned int at) {
-        std::uint64_t word;
-        std::memcpy(&word, from + at, sizeof word);
-        std::memcpy(to + at, &word, sizeof word);
-        zeros |= (word - kOnes) & ~word & kHighs;
-    };
-    for (unsigned int at = 0; at < count - kPerWord; at += kPerWord)
-        copyWord(at);
-    copyWord(count - kPerWord);
-    return zeros == 0;
+    return bytes < 16 ? copyByVectors<8>(to, from, count) : copyByVectors<16>(to, from, count);
 }
 
 /// Copies \p count characters as strncpy and wcsncpy do: from the first 0 on, zeros. What
