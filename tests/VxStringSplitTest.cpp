@@ -104,7 +104,7 @@ TYPED_TEST(SplitOf, FollowsTheRulesForRandomTexts)
     Seeded random;
     for (int i = 0; i < 30000; ++i) {
         std::string text;
-        for (std::size_t length = random() % 12; length != 0; --length)
+        for (std::size_t length = random() % 40; length != 0; --length)
             text += std::string("a,\"\\\0", 5)[random() % 5];
         const char separator = std::string(",\"\\\0", 4)[random() % 4];
         const unsigned int flags = static_cast<unsigned int>(random() % 8);

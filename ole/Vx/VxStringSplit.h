@@ -24,6 +24,9 @@ public:
     /// Whether \p c is the character.
     constexpr bool operator()(Ch c) const noexcept { return c == character_; }
 
+    /// The character that is matched.
+    constexpr Ch character() const noexcept { return character_; }
+
 private:
     Ch character_;
 };
@@ -51,13 +54,33 @@ public:
             count = 0;
         else if (count > length - start)
             count = length - start;
-        out_.push_back(count != 0 ? String(source_.c_str() + start, count) : String());
+        out_.emplace_back(source_.c_str() + (count != 0 ? start : 0), count);
     }
 
 private:
     typename StringToVec<String>::VecT& out_;
     const String& source_;
 };
+
+namespace StringDetail {
+
+/// Appends to \p positions the indices of all characters that \p matches.
+template <class Ch, class Matcher>
+void findMatches(const Ch* chars, unsigned int length, Matcher matches,
+                 std::vector<unsigned int>& positions)
+{
+    for (unsigned int i = 0; i < length; ++i)
+        if (matches(chars[i]))
+            positions.push_back(i);
+}
+
+// For one character, eight at a time.
+VX_API void findMatches(const char* chars, unsigned int length, IsMatchingChar<char> matches,
+                        std::vector<unsigned int>& positions);
+VX_API void findMatches(const wchar_t* chars, unsigned int length, IsMatchingChar<wchar_t> matches,
+                        std::vector<unsigned int>& positions);
+
+} // namespace StringDetail
 
 /// Appends to \p positions, in increasing order, the indices of the characters of \p text
 /// that \p matches and that separate.
@@ -71,12 +94,8 @@ void findSeparators(const String& text, Matcher matches, std::vector<unsigned in
 {
     const auto* const chars = text.c_str();
     const unsigned int length = text.length();
-    if ((flags & RespectQuotes) == 0) {
-        for (unsigned int i = 0; i < length; ++i)
-            if (matches(chars[i]))
-                positions.push_back(i);
-        return;
-    }
+    if ((flags & RespectQuotes) == 0)
+        return StringDetail::findMatches(chars, length, matches, positions);
     bool inQuotes = false;
     for (unsigned int i = 0; i < length; ++i) {
         const bool isQuote = chars[i] == '"';
@@ -100,19 +119,21 @@ void convertIndicesToSubStrings(const String& text, const std::vector<unsigned i
 {
     const unsigned int length = text.length();
     const unsigned int kept = (flags & KeepSeparator) != 0 ? 1 : 0;
-    if (positions.front() != 0)
-        out.add(0, positions.front() + kept);
+    auto position = positions.begin();
+    const auto end = positions.end();
+    if (*position != 0)
+        out.add(0, *position + kept);
     else if (length == 1)
         out.add(0, kept);
-    for (std::size_t i = 1; i < positions.size(); ++i) {
-        const unsigned int start = positions[i - 1] + 1;
-        const unsigned int count = positions[i] - start;
+    unsigned int start = *position + 1;
+    while (++position != end) {
+        const unsigned int count = *position - start;
         if (count != 0 || (flags & SkipEmpty) == 0)
             out.add(start, count + kept);
+        start = *position + 1;
     }
-    const unsigned int last = positions.back() + 1;
-    if (last < length)
-        out.add(last, length - last);
+    if (start < length)
+        out.add(start, length - start);
 }
 
 /// Splits \p text at the characters that \p matches and appends the pieces to \p out, which
