@@ -43,47 +43,56 @@ ForkPage::RandomBlock* takeBlock(ForkPage& page) noexcept
     return nullptr;
 }
 
-bool takeFetched(unsigned char* bytes) noexcept
+[[gnu::noinline]] SimpleUUID fetchOne() noexcept
 {
-    ForkPage* const page = forkPage();
-    if (page == nullptr)
-        return false;
-    const std::uint32_t epoch = forkEpoch(*page);
-    ForkPage::RandomBlock* const block = takeBlock(*page);
-    if (block == nullptr)
-        return false;
-    // A signal handler may fork at any point here and return in the child, on a wiped page.
-    // What is written from then on carries the parent's epoch, so nobody believes it.
-    std::uint32_t left = block->left.load(std::memory_order_relaxed);
-    if (left < kSize || block->epoch.load(std::memory_order_relaxed) != epoch) {
-        left = sizeof block->bytes;
-        fetchRandom(block->bytes, left);
-        block->epoch.store(epoch, std::memory_order_relaxed);
-    }
-    unsigned char* const next = block->bytes + (sizeof block->bytes - left);
-    std::memcpy(bytes, next, kSize);
-    std::memset(next, 0, kSize);
-    asm volatile("" : : "r"(next) : "memory"); // a write that must not be optimised away
-    block->left.store(left - static_cast<std::uint32_t>(kSize), std::memory_order_relaxed);
-    block->taken.store(0, std::memory_order_release);
-    return forkEpoch(*page) == epoch;
+    unsigned char bytes[kSize];
+    fetchRandom(bytes, kSize);
+    return Uuid::fromRandom(bytes);
+}
+
+[[gnu::noinline]] void fill(ForkPage::RandomBlock& block, std::uint32_t epoch) noexcept
+{
+    fetchRandom(block.bytes, sizeof block.bytes);
+    block.epoch.store(epoch, std::memory_order_relaxed);
 }
 
 } // namespace
 
 SimpleUUID Uuid::generate() noexcept
 {
-    unsigned char bytes[kSize];
-    if (!takeFetched(bytes))
-        fetchRandom(bytes, kSize);
-    return fromRandom(bytes);
+    ForkPage* const page = forkPage();
+    if (page == nullptr)
+        return fetchOne();
+    const std::uint32_t epoch = forkEpoch(*page);
+    ForkPage::RandomBlock* const block = takeBlock(*page);
+    if (block == nullptr)
+        return fetchOne();
+    // A signal handler may fork at any point here and return in the child, on a wiped page.
+    // What is written from then on carries the parent's epoch, so nobody believes it.
+    std::uint32_t left = block->left.load(std::memory_order_relaxed);
+    if (left < kSize || block->epoch.load(std::memory_order_relaxed) != epoch) {
+        fill(*block, epoch);
+        left = sizeof block->bytes;
+    }
+    unsigned char* const next = block->bytes + (sizeof block->bytes - left);
+    const SimpleUUID id = fromRandom(next);
+    std::memset(next, 0, kSize);
+    asm volatile("" : : "r"(next) : "memory"); // a write that must not be optimised away
+    block->left.store(left - static_cast<std::uint32_t>(kSize), std::memory_order_relaxed);
+    block->taken.store(0, std::memory_order_release);
+    return forkEpoch(*page) == epoch ? id : fetchOne();
 }
 
 SimpleUUID Uuid::fromRandom(const unsigned char* bytes) noexcept
 {
+    // By the word: it leaves in two registers, and bytes would be picked out and put back.
+    std::uint64_t first, second;
+    std::memcpy(&first, bytes, sizeof first);
+    std::memcpy(&second, bytes + sizeof first, sizeof second);
+    first = (first & ~(std::uint64_t{0xF0} << 56)) | std::uint64_t{0x40} << 56;
+    second = (second & ~std::uint64_t{0xC0}) | 0x80;
     SimpleUUID id;
-    std::memcpy(id.bytes, bytes, kSize);
-    id.bytes[7] = static_cast<unsigned char>((id.bytes[7] & 0x0F) | 0x40);
-    id.bytes[8] = static_cast<unsigned char>((id.bytes[8] & 0x3F) | 0x80);
+    std::memcpy(id.bytes, &first, sizeof first);
+    std::memcpy(id.bytes + sizeof first, &second, sizeof second);
     return id;
 }
