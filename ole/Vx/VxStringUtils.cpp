@@ -112,6 +112,7 @@ template <class Case> struct Conversion {
     // So many at a time that looking at them all first costs little; the compiler turns that
     // and the conversion of ASCII into vector instructions.
     static constexpr unsigned int kStep = 32;
+    static_assert(kStep % 4 == 0);
 
     void step(wchar_t* chars) const
     {
