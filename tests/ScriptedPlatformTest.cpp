@@ -22,9 +22,11 @@ TEST(PlatformProxy, OverridesOneCallForItsLifetimeAndHandsTheRestOn)
         EXPECT_EQ(OS()->systemInfo()->numProcessors(), 1);
         EXPECT_EQ(OS()->threading()->currentThreadId(), 42u);
         OS()->shell()->getSettings(1)->setValue("key", "value", "section");
+        OS()->shell()->getSettings(1)->setValue("b/c", "other", "a");
     }
     EXPECT_EQ(OS()->systemInfo()->numProcessors(), 7);
     EXPECT_EQ(below.setting(1, "section", "key"), "value");
+    EXPECT_EQ(below.setting(1, "a/b", "c"), "") << "another section, another key";
 }
 
 TEST(PlatformProxyDeathTest, TheLastOneMadeMustGoFirst)

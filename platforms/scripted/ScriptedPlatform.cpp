@@ -21,6 +21,12 @@ std::string narrow(const LightweightString<char>& text)
     return std::string(text.c_str(), text.length());
 }
 
+// Under which a setting is kept: another one for every pair, whatever stands in the texts.
+std::string keyOf(const std::string& section, const std::string& key)
+{
+    return std::to_string(section.size()) + ':' + section + key;
+}
+
 } // namespace
 
 struct ScriptedObjects {
@@ -118,8 +124,8 @@ struct ScriptedObjects {
                 return before() + place(section, key) + "," + narrow(defaultValue) + ")";
             });
             const Guard guard(platform.mutex_);
-            const auto found =
-                platform.settings_.find({scope, Bytes(std::string_view(place(section, key)))});
+            const auto found = platform.settings_.find(
+                {scope, Bytes(std::string_view(keyOf(narrow(section), narrow(key))))});
             return found != platform.settings_.end()
                        ? LightweightString<char>(std::string_view(found->second))
                        : defaultValue;
@@ -466,12 +472,12 @@ void ScriptedPlatform::setSetting(int scope, const std::string& section, const s
                                   const std::string& value)
 {
     const Guard guard(mutex_);
-    settings_[{scope, Text<char>(std::string_view(section + "/" + key))}] = std::string_view(value);
+    settings_[{scope, Text<char>(std::string_view(keyOf(section, key)))}] = std::string_view(value);
 }
 
 std::string ScriptedPlatform::setting(int scope, const std::string& section,
                                       const std::string& key) const
 {
     const Guard guard(mutex_);
-    return find(settings_, std::pair(scope, Text<char>(std::string_view(section + "/" + key))));
+    return find(settings_, std::pair(scope, Text<char>(std::string_view(keyOf(section, key)))));
 }
