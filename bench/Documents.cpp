@@ -65,10 +65,18 @@ bool holdsSample(const VxIniFile& document)
            }()) == sample().probe.c_str();
 }
 
+// The document that is checked is gone before the clock runs, here and for the peers: it has left
+// memory that the system need not bring and clear first, which takes longer than loading.
+bool oursIsRight()
+{
+    return holdsSample(VxIniFile(bench::widePath(sample().path), true, true));
+}
+
 void loadOurs(State& state)
 {
     const auto path = bench::widePath(sample().path);
-    bench::runBytes(state, sample().text.size(), holdsSample(VxIniFile(path, true, true)), [&] {
+    const bool right = oursIsRight();
+    bench::runBytes(state, sample().text.size(), right, [&] {
         const VxIniFile document(path, true, true);
         keep(document.sections.size());
     });
@@ -77,6 +85,8 @@ void loadOurs(State& state)
 void loadOursKept(State& state)
 {
     const auto path = bench::widePath(sample().path);
+    if (!oursIsRight())
+        return state.SkipWithError("the answer is wrong");
     for (auto _ : state) {
         auto* const document = new VxIniFile(path, true, true);
         keep(document->sections.size());
@@ -155,10 +165,11 @@ void addLoad()
 #endif
 #if BENCH_SIMPLEINI
     row.peer("SimpleIni", [](State& state) {
-        CSimpleIniCaseA first;
-        first.LoadFile(sample().path.c_str());
-        const bool right =
-            std::string(first.GetValue(kProbeSection, kProbeName, "")) == sample().probe;
+        const bool right = [] {
+            CSimpleIniCaseA first;
+            first.LoadFile(sample().path.c_str());
+            return first.GetValue(kProbeSection, kProbeName, "") == sample().probe;
+        }();
         bench::runBytes(state, sample().text.size(), right, [] {
             CSimpleIniCaseA file;
             keep(file.LoadFile(sample().path.c_str()));
@@ -167,10 +178,12 @@ void addLoad()
 #endif
 #if BENCH_BOOST
     row.peer("property_tree", [](State& state) {
-        boost::property_tree::ptree first;
-        boost::property_tree::read_ini(sample().path, first);
-        const bool right =
-            first.get<std::string>(std::string(kProbeSection) + "." + kProbeName) == sample().probe;
+        const bool right = [] {
+            boost::property_tree::ptree first;
+            boost::property_tree::read_ini(sample().path, first);
+            return first.get<std::string>(std::string(kProbeSection) + "." + kProbeName) ==
+                   sample().probe;
+        }();
         bench::runBytes(state, sample().text.size(), right, [] {
             boost::property_tree::ptree tree;
             boost::property_tree::read_ini(sample().path, tree);

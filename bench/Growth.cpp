@@ -23,8 +23,9 @@ void loadDocument(State& state, std::size_t sections, std::size_t pairs)
     const std::string path = folder.file("growth.ini");
     bench::writeFile(path, bench::iniText(sections, pairs));
     const auto wide = bench::widePath(path);
-    bench::run(state, VxIniFile(wide, true, true).getNumSections() == sections,
-               [&] { keep(VxIniFile(wide, true, true).sections.size()); });
+    // The document that is checked is gone before the clock runs, and has left its memory.
+    const bool right = VxIniFile(wide, true, true).getNumSections() == sections;
+    bench::run(state, right, [&] { keep(VxIniFile(wide, true, true).sections.size()); });
 }
 
 std::size_t sizeOf(const State& state) { return static_cast<std::size_t>(state.range(0)); }
