@@ -1,6 +1,7 @@
 // INI documents: load and save, 4 MB in 1,000 sections of 100 pairs. QSettings is not among
 // the peers: it keeps files that it has read for the rest of the process.
 #include "Documents.h"
+#include "Floors.h"
 #include "Table.h"
 
 #include <Vx/VxIniFile.h>
@@ -66,11 +67,8 @@ bool holdsSample(const VxIniFile& document)
 }
 
 // The document that is checked is gone before the clock runs, here and for the peers: it has left
-// memory that the system need not bring and clear first, which takes longer than loading.
-bool oursIsRight()
-{
-    return holdsSample(VxIniFile(bench::widePath(sample().path), true, true));
-}
+// memory that the system need not bring and clear first, which can take longer than loading.
+bool oursIsRight() { return holdsSample(VxIniFile(bench::widePath(sample().path), true, true)); }
 
 void loadOurs(State& state)
 {
@@ -95,6 +93,20 @@ void loadOursKept(State& state)
         state.ResumeTiming();
     }
     state.SetBytesProcessed(static_cast<std::int64_t>(sample().text.size()) * state.iterations());
+}
+
+// The blocks of all texts, in the order of the file.
+std::vector<std::size_t> blocksOfTexts()
+{
+    std::vector<std::size_t> sizes;
+    const VxIniFile document(bench::widePath(sample().path), true, true);
+    for (const auto& [name, pairs] : document.sections) {
+        sizes.push_back(bench::blockSize(name));
+        for (const auto& pair : pairs)
+            for (const auto* text : {&pair.text, &pair.name, &pair.value})
+                sizes.push_back(bench::blockSize(*text));
+    }
+    return sizes;
 }
 
 std::string contentOf(const std::string& path)
@@ -146,6 +158,7 @@ void addLoad()
     const std::string keepers = "GKeyFile|SimpleIni|property_tree";
     Row row("documents", "load 4 MB and drop it", {1.0 / 3, keepers});
     row.ours(loadOurs);
+    row.floor("a block for each text", [](State& state) { bench::blocks(blocksOfTexts())(state); });
     Row kept("documents", "load 4 MB, not dropped in the time");
     kept.ours(loadOursKept);
 #if BENCH_GLIB

@@ -7,7 +7,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <sys/stat.h>
+#include <utility>
+#include <vector>
 
 namespace bench {
 
@@ -35,14 +38,22 @@ private:
     std::filesystem::path path_;
 };
 
+/// The order in which the sections of a file come.
+enum class Order { kByName, kRandom };
+
 /// \p sections sections of \p pairs pairs, lines of about 40 characters.
-inline std::string iniText(std::size_t sections, std::size_t pairs)
+inline std::string iniText(std::size_t sections, std::size_t pairs, Order order = Order::kByName)
 {
     Numbers numbers(41);
+    std::vector<std::size_t> indices(sections);
+    std::iota(indices.begin(), indices.end(), std::size_t{0});
+    if (order == Order::kRandom)
+        for (std::size_t left = sections; left > 1; --left)
+            std::swap(indices[left - 1], indices[numbers.below(static_cast<std::uint32_t>(left))]);
     std::string text;
     char line[80];
-    for (std::size_t i = 0; i < sections; ++i) {
-        std::snprintf(line, sizeof line, "[Section%05zu]\n", i);
+    for (const std::size_t index : indices) {
+        std::snprintf(line, sizeof line, "[Section%05zu]\n", index);
         text += line;
         for (std::size_t j = 0; j < pairs; ++j) {
             std::snprintf(line, sizeof line, "property%04zu=value %u of the clip %05u\n", j,

@@ -5,23 +5,28 @@
 
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iMemoryAllocator.h>
+#include <utility>
 #include <vector>
 
 namespace bench {
 
-/// A body that makes \p count blocks and then frees them, as strings must: each of the two by
-/// three calls into the platform, which may have been replaced since the last.
-inline auto blocks(std::size_t count, std::size_t size)
+/// A body that makes blocks of these sizes and then frees them, as strings must: each of the two
+/// by three calls into the platform, which may have been replaced since the last.
+inline auto blocks(std::vector<std::size_t> sizes)
 {
-    return [=](State& state) {
-        std::vector<void*> made(count);
+    return [sizes = std::move(sizes)](State& state) {
+        std::vector<void*> made(sizes.size());
         run(state, true, [&] {
-            for (void*& block : made)
-                block = OS()->memoryAllocator()->allocate(size);
+            for (std::size_t i = 0; i < sizes.size(); ++i)
+                made[i] = OS()->memoryAllocator()->allocate(sizes[i]);
             for (void* const block : made)
                 OS()->memoryAllocator()->deallocate(block);
         });
     };
+}
+inline auto blocks(std::size_t count, std::size_t size)
+{
+    return blocks(std::vector<std::size_t>(count, size));
 }
 
 /// The size of the block of a string: header and a power of two of characters.

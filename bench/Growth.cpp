@@ -17,11 +17,12 @@ using bench::keep;
 using bench::State;
 
 // Loads a document of `sections` times `pairs`.
-void loadDocument(State& state, std::size_t sections, std::size_t pairs)
+void loadDocument(State& state, std::size_t sections, std::size_t pairs,
+                  bench::Order order = bench::Order::kByName)
 {
     const bench::Folder folder;
     const std::string path = folder.file("growth.ini");
-    bench::writeFile(path, bench::iniText(sections, pairs));
+    bench::writeFile(path, bench::iniText(sections, pairs, order));
     const auto wide = bench::widePath(path);
     // The document that is checked is gone before the clock runs, and has left its memory.
     const bool right = VxIniFile(wide, true, true).getNumSections() == sections;
@@ -46,6 +47,9 @@ void growDocuments()
     Curve("load, sections of one pair", "n log n").over({100, 1000, 10000, 100000}, [](State& s) {
         loadDocument(s, sizeOf(s), 1);
     });
+    Curve("load, sections of one pair in random order", "n log n")
+        .over({100, 1000, 10000, 100000},
+              [](State& s) { loadDocument(s, sizeOf(s), 1, bench::Order::kRandom); });
     Curve("load, pairs in one section", "n").over({100, 1000, 10000, 100000}, [](State& s) {
         loadDocument(s, 1, sizeOf(s));
     });
