@@ -135,7 +135,7 @@ TEST_F(VxTool, CheckPointsAtWhatLoadsDifferently)
          "5:1 duplicate-section, 6:1 duplicate-name"},
         {"names on top", "x=1\ny=2\n[A]\nz=1\n", "1:1 top-lines, 1:1 top-name, 2:1 top-name"},
         {"section without lines", "[A]\n[B]\nx=1\n[C]\n", "1:1 empty-section, 4:1 empty-section"},
-        {"reserved name", "[@@@ANONYMOUS_SECTION_RESERVED_NAME@@@]\nx=1\n", "1:1 reserved-name"},
+        {"reserved name", "[@@@Anonymous_Section_Reserved_Name@@@]\nx=1\n", "1:1 reserved-name"},
         {"value without a name", "[A]\n=1\n", "2:1 no-name"},
         {"neither", "[A]\nword\n", "2:1 stray-line"},
         {"zero byte", std::string("[A]\nx=1\0y\n", 10), "2:4 zero-byte"},
@@ -291,6 +291,8 @@ TEST_F(VxTool, ShowsADocumentAsItLoads)
               R"({"name":"rate","value":"30"}],"section":"Video"}])");
     expect({"ini", "show", file, "Nothing"}, 1, "", "Nothing");
     expect({"ini", "show", "-c", file, "VIDEO"}, 1, "", "has no section [VIDEO]");
+    expect({"ini", "show", write("b.ini", "[@@@Anonymous_Section_Reserved_Name@@@]\nx=1\n")}, 0,
+           "(above the first header)\n  x = 1\n");
 }
 
 TEST_F(VxTool, GetsTheValueThatIsFound)
@@ -335,6 +337,7 @@ TEST_F(VxTool, MakesAndReadsUuids)
     expect({"uuid", "show", "{0123abcd-4567-89ef-0123-456789abcdef)"}, 1, "", "braces");
     expect({"uuid", "show", "0123abcd-4567-89ef-0123-456789abcdxy"}, 1, "", "hexadecimal");
     expect({"uuid", "show", "00000000-0000-0000-0000-000000000000"}, 1, "", "all zero");
+    expect({"uuid", "show", std::string(36, '0')}, 1, "", "hexadecimal");
 }
 
 TEST_F(VxTool, TranslatesPlayoutCodesBothWays)

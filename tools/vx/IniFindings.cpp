@@ -174,7 +174,9 @@ private:
             warn(keptColumn() + 1, "blanks-around-section",
                  fmt::format("the blanks belong to the section's name, {}",
                              inQuotes(view(current_))));
-        if (current_ == VxIniFile::kAnonymousSection())
+        const auto before = sections_.key_comp();
+        if (!before(current_, VxIniFile::kAnonymousSection()) &&
+            !before(VxIniFile::kAnonymousSection(), current_))
             warn(keptColumn(), "reserved-name",
                  "this is the reserved name of the lines above the first header");
         Section& section = sections_[current_];

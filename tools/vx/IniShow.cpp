@@ -86,7 +86,7 @@ Status show(const Options& options)
         if (ini.sectionExists(anonymous))
             one(anonymous, ini.getSection(anonymous));
         for (auto it = ini.getSectionIterator(); it.valid(); ++it)
-            if (it.name() != anonymous)
+            if (&*it != &ini.getSection(anonymous))
                 one(it.name(), *it);
     }
     if (options.json)

@@ -35,10 +35,9 @@ std::string reason(const std::string& given)
         return fmt::format("it has {} bytes; 36, or 38 with braces, are needed", given.size());
     if (given.size() == 38 && (given.front() != '{' || given.back() != '}'))
         return "38 characters need braces around them";
-    for (const char c : given)
-        if (c != '0' && c != '-' && c != '{' && c != '}')
-            return "it needs 8-4-4-4-12 hexadecimal digits";
-    return "all zero means no identifier";
+    return given.substr(given.size() == 38, 36) == canonical(Vx::UUID())
+               ? "all zero means no identifier"
+               : "it needs 8-4-4-4-12 hexadecimal digits";
 }
 
 std::string variantOf(unsigned char byte)
