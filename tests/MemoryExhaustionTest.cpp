@@ -25,34 +25,32 @@ using Pair = Vx::AttribValuePair;
 using Pairs = LightweightVector<Pair>;
 
 // What an object holds, for comparisons.
-struct Describe {
-    int operator()(int none) const { return none; }
-    template <class Ch> auto operator()(const LightweightString<Ch>& text) const
-    {
-        return str(text);
+template <class Ch> std::string describe(const LightweightString<Ch>& text)
+{
+    return {reinterpret_cast<const char*>(text.c_str()), text.length() * sizeof(Ch)};
+}
+std::string describe(const Pair& pair)
+{
+    return std::to_string(pair.form) + pair.text.c_str() + "|" + pair.name.c_str() + "|" +
+           pair.value.c_str();
+}
+std::string describe(const Pairs& pairs) { return describe(Pair::asString(pairs, '=', ';')); }
+std::string describe(const VxIniFile& ini)
+{
+    std::string all;
+    for (const auto& [name, pairs] : ini.sections) {
+        all.append("[").append(name.c_str()).append("]");
+        for (const Pair& pair : pairs)
+            all.append("{").append(pair.text.c_str()).append("}");
     }
-    std::string operator()(const Pair& pair) const
-    {
-        return std::to_string(pair.form) + pair.text.c_str() + "|" + pair.name.c_str() + "|" +
-               pair.value.c_str();
-    }
-    std::string operator()(const Pairs& pairs) const
-    {
-        return str(Pair::asString(pairs, '=', ';'));
-    }
-    std::string operator()(const VxIniFile& ini) const
-    {
-        std::string all;
-        for (const auto& [name, pairs] : ini.sections) {
-            all.append("[").append(name.c_str()).append("]");
-            for (const Pair& pair : pairs)
-                all.append("{").append(pair.text.c_str()).append("}");
-        }
-        return all;
-    }
-    std::string operator()(const CriticalSection& lock) const { return str(lock.name()); }
-};
-constexpr Describe describe;
+    return all;
+}
+std::string describe(const CriticalSection& lock) { return describe(lock.name()); }
+
+// One type for all lambdas: their code is compiled once, not for each operation.
+template <class State> using Make = std::function<State()>;
+template <class State> using Work = std::function<void(State&)>;
+template <class State> using Show = std::function<std::string(const State&)>;
 
 struct MemoryExhaustion : testing::Test {
     ~MemoryExhaustion() override
@@ -60,52 +58,57 @@ struct MemoryExhaustion : testing::Test {
         std::printf("%u points of failure in %u operations\n", points, operations);
     }
 
-    /// \p work on what \p make makes. After each failure \p show tells what it told before,
-    /// no memory is gone and no lock is held; in the end it tells what it does where nothing
-    /// ever failed.
-    template <class Make, class Work, class Show = Describe>
-    void exhaust(const char* name, Make make, Work work, Show show = {}, unsigned int least = 1)
+    /// \p work; after each failure \p show tells what it told before, no memory is gone and no
+    /// lock is held.
+    void exhaust(
+        const char* name, const std::function<void()>& work,
+        const std::function<std::string()>& show = [] { return std::string(); },
+        unsigned int least = 1)
     {
         SCOPED_TRACE(name);
-        auto state = make();
-        const auto before = show(state);
+        const auto before = show();
         const long blocks = platform.liveBlocks();
-        const unsigned int failures = failEachAllocation(
-            platform, [&] { work(state); },
-            [&] {
-                EXPECT_EQ(platform.liveBlocks(), blocks);
-                EXPECT_EQ(show(state), before);
-                const std::string calls = " " + platform.takeLog() + " ";
-                EXPECT_EQ(count(calls, " lock "), count(calls, " unlock ")) << calls;
-            });
+        const unsigned int failures = failEachAllocation(platform, work, [&] {
+            EXPECT_EQ(platform.liveBlocks(), blocks);
+            EXPECT_EQ(show(), before);
+            const std::string calls = " " + platform.takeLog() + " ";
+            EXPECT_EQ(count(calls, " lock "), count(calls, " unlock ")) << calls;
+        });
         platform.takeLog();
         EXPECT_GE(failures, least) << "it allocates nothing: what is it doing here?";
         points += failures;
         ++operations;
-        auto untroubled = make();
-        work(untroubled);
-        EXPECT_EQ(show(state), show(untroubled));
-        platform.takeLog();
     }
 
-    /// An operation that only has a result.
-    template <class Work> void exhaust(const char* name, Work work)
+    /// The same on what \p make makes. In the end it tells what it does where nothing ever failed.
+    template <class State>
+    void exhaustOn(
+        const char* name, const Make<State>& make, const Work<State>& work,
+        const Show<State>& show = [](const State& state) { return describe(state); },
+        unsigned int least = 1)
     {
-        const auto none = [] { return 0; };
-        exhaust(name, none, [&work](int) { work(); });
+        State state = make();
+        exhaust(
+            name, [&] { work(state); }, [&] { return show(state); }, least);
+        State untroubled = make();
+        work(untroubled);
+        EXPECT_EQ(show(state), show(untroubled)) << name;
+        platform.takeLog();
     }
 
     /// An operation that changes a text in place: one that shares its block with another, who
     /// must not notice, and one of its own.
-    template <class String, class Work>
-    void exhaustText(const char* name, const String& text, Work work)
+    template <class String>
+    void exhaustText(const char* name, const String& text,
+                     const Work<std::type_identity_t<String>>& work)
     {
         const auto before = str(text);
-        exhaust(
+        exhaustOn<String>(
             name, [&] { return text; }, work);
         EXPECT_EQ(str(text), before) << name;
-        exhaust(
-            name, [&] { return String(text.c_str()); }, work, describe, 0);
+        exhaustOn<String>(
+            name, [&] { return String(text.c_str()); }, work,
+            [](const String& s) { return describe(s); }, 0);
     }
 
     template <class Ch> void exhaustStrings()
@@ -194,9 +197,9 @@ TEST_F(MemoryExhaustion, ConfigurationData)
     textOnly.form = 1;
     nameAndValue.form = 2;
     exhaust("wide texts", [] { Pair(Wide(L"name"), Wide(L"value"), ':').asWString(':'); });
-    exhaust("from a text", pair, [](Pair& p) { p = Pair("name=value", '='); });
-    exhaust("from name and value", pair, [](Pair& p) { p = Pair("n", "v", '='); });
-    exhaust("assign form 1", pair, [&](Pair& p) { p = textOnly; });
+    exhaustOn<Pair>("from a text", pair, [](Pair& p) { p = Pair("name=value", '='); });
+    exhaustOn<Pair>("from name and value", pair, [](Pair& p) { p = Pair("n", "v", '='); });
+    exhaustOn<Pair>("assign form 1", pair, [&](Pair& p) { p = textOnly; });
     exhaust("print form 2", [&] { nameAndValue.asString('='); });
 
     const Narrow text("name;a=1;b=2;c=3");
@@ -205,7 +208,7 @@ TEST_F(MemoryExhaustion, ConfigurationData)
     exhaust("text of pairs", [&] { Pair::asWString(list, '=', ';'); });
     exhaust("value of a pair", [&] { EXPECT_EQ(Pair::getValue(Wide(L"b"), list), L"2"); });
     const auto noPairs = [] { return Pairs(); };
-    exhaust("add a pair", noPairs, [&](Pairs& pairs) { pairs.push_back(textOnly); });
+    exhaustOn<Pairs>("add a pair", noPairs, [&](Pairs& pairs) { pairs.push_back(textOnly); });
 
     exhaust("reserved name", [] { VxIniFile::kAnonymousSection(); });
     platform.addFile(L"a", "top=1\n[S]\nx=1\ny=2\n[T]\n; note\n[S]\nz=3\n");
@@ -217,10 +220,10 @@ TEST_F(MemoryExhaustion, ConfigurationData)
         return ini;
     };
     const auto load = [](VxIniFile& ini) { EXPECT_TRUE(ini.load({}, '\n')); };
-    exhaust("load", empty, load);
-    exhaust("load and merge", filled, load);
+    exhaustOn<VxIniFile>("load", empty, load);
+    exhaustOn<VxIniFile>("load and merge", filled, load);
     exhaust("load at once", [] { EXPECT_TRUE(VxIniFile(L"a", true, false).sectionExists("s")); });
-    exhaust("new section", filled, [](VxIniFile& ini) { ini["new"]; });
+    exhaustOn<VxIniFile>("new section", filled, [](VxIniFile& ini) { ini["new"]; });
     exhaust("copy", [ini = filled()] { EXPECT_EQ(describe(VxIniFile(ini)), describe(ini)); });
     for (const auto save : {&VxIniFile::save, &VxIniFile::saveAll}) {
         platform.addFile(L"a", "old");
@@ -229,7 +232,7 @@ TEST_F(MemoryExhaustion, ConfigurationData)
             const std::string file = platform.file(L"a");
             return describe(ini) + (file.empty() ? "old" : file);
         };
-        exhaust(
+        exhaustOn<VxIniFile>(
             "save", filled, [&](VxIniFile& ini) { (ini.*save)({}); }, showWithFile);
         EXPECT_EQ(count(platform.file(L"a"), "a text that is long enough=1\r\n"), 2);
     }
@@ -251,8 +254,9 @@ TEST_F(MemoryExhaustion, SharedState)
     platform.logCalls();
     const auto lock = [] { return CriticalSection("old"); };
     exhaust("new lock", [] { CriticalSection named("name"); });
-    exhaust("rename", lock, [](CriticalSection& named) { named.setName("much longer"); });
-    exhaust("renew", lock, [](CriticalSection& named) { named.init(0); });
+    exhaustOn<CriticalSection>("rename", lock,
+                               [](CriticalSection& named) { named.setName("much longer"); });
+    exhaustOn<CriticalSection>("renew", lock, [](CriticalSection& named) { named.init(0); });
 
     const auto callback = [](Shutdown::eExitType) {};
     exhaust("shutdown list", [&] {
@@ -266,9 +270,9 @@ TEST_F(MemoryExhaustion, SharedState)
         void run() override {}
     };
     static Host host;
-    const auto instance = [](int) { return Vx::Application::instance() == &host; };
     exhaust(
-        "application", [] { return 0; }, [](int) { static Host second; }, instance);
+        "application", [] { static Host second; },
+        [] { return std::string(Vx::Application::instance() == &host ? "host" : "another"); });
     exhaust("folders", [] { EXPECT_NE(host.getLogsPath() + L"x", L""); });
     exhaust("at exit", [] { host.atShutdown([] {}, 7); });
     exhaust("version", [] { EXPECT_NE(Vx::getVersionLabel(), L""); });
