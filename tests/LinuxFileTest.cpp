@@ -359,23 +359,22 @@ TEST(Report, IsOneLineWhateverThePath)
 TEST(Report, OutlivesTheReaderOfStandardError)
 {
     for (const bool pending : {false, true}) // a signal that somebody else waits for
-        EXPECT_EQ(statusOfChild([&] {
-                      sigset_t blocked, before, after;
-                      sigemptyset(&blocked);
-                      sigaddset(&blocked, SIGPIPE);
-                      int ends[2];
-                      if (std::signal(SIGPIPE, SIG_DFL) == SIG_ERR || pipe(ends) != 0 ||
-                          dup2(ends[1], STDERR_FILENO) < 0 || close(ends[0]) != 0)
-                          return false;
-                      sigprocmask(pending ? SIG_BLOCK : SIG_UNBLOCK, &blocked, nullptr);
-                      if (pending)
-                          raise(SIGPIPE);
-                      report("could not write", "a", ENOSPC);
-                      return sigpending(&after) == 0 && sigismember(&after, SIGPIPE) == pending &&
-                             sigprocmask(SIG_BLOCK, nullptr, &before) == 0 &&
-                             sigismember(&before, SIGPIPE) == pending;
-                  }),
-                  0);
+        EXPECT_TRUE(holdsInChild([&] {
+            sigset_t blocked, before, after;
+            sigemptyset(&blocked);
+            sigaddset(&blocked, SIGPIPE);
+            int ends[2];
+            if (std::signal(SIGPIPE, SIG_DFL) == SIG_ERR || pipe(ends) != 0 ||
+                dup2(ends[1], STDERR_FILENO) < 0 || close(ends[0]) != 0)
+                return false;
+            sigprocmask(pending ? SIG_BLOCK : SIG_UNBLOCK, &blocked, nullptr);
+            if (pending)
+                raise(SIGPIPE);
+            report("could not write", "a", ENOSPC);
+            return sigpending(&after) == 0 && sigismember(&after, SIGPIPE) == pending &&
+                   sigprocmask(SIG_BLOCK, nullptr, &before) == 0 &&
+                   sigismember(&before, SIGPIPE) == pending;
+        }));
 }
 
 TEST(ReplacedFile, IsAbandonedByAnExceptionThatPassesIt)
@@ -408,11 +407,10 @@ TEST(ReplacedFile, IsNotTouchedByAForkedChild)
             const Calls script(unnamed);
             Vx::Ptr<iFile> file = openToWrite(folder.wide("a"));
             ASSERT_TRUE(write(file, text));
-            EXPECT_EQ(statusOfChild([&] {
-                          file.reset();
-                          return folder.get("a") == before;
-                      }),
-                      0);
+            EXPECT_TRUE(holdsInChild([&] {
+                file.reset();
+                return folder.get("a") == before;
+            }));
             file.reset();
             EXPECT_EQ(folder.get("a"), text);
             EXPECT_EQ(folder.names(), "a ");
@@ -422,13 +420,12 @@ TEST(ReplacedFile, IsNotTouchedByAForkedChild)
 TEST(ReplacedFile, IsNotWhereAHostWithoutStandardStreamsPrints)
 {
     const ScratchFolder folder;
-    EXPECT_EQ(statusOfChild([&] {
-                  for (int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
-                      close(stream);
-                  const Vx::Ptr<iFile> file = openToWrite(folder.wide("a"));
-                  return ::write(STDOUT_FILENO, "printed", 7) == -1 && write(file, kNew);
-              }),
-              0);
+    EXPECT_TRUE(holdsInChild([&] {
+        for (int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+            close(stream);
+        const Vx::Ptr<iFile> file = openToWrite(folder.wide("a"));
+        return ::write(STDOUT_FILENO, "printed", 7) == -1 && write(file, kNew);
+    }));
     EXPECT_EQ(folder.get("a"), kNew);
 }
 
@@ -492,17 +489,15 @@ TEST(ReplacedFile, RespectsWhatTheUserMayDo)
         ASSERT_EQ(chmod(folder.path(name).c_str(), mode), 0);
     }
     const bool root = getuid() == 0; // only then are the files somebody else's
-    EXPECT_EQ(statusOfChild([&] {
-                  if (root &&
-                      (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0))
-                      return false;
-                  for (const char* refused : {"readonly/file", "readonly/new", "open/protected"})
-                      EXPECT_FALSE(openToWrite(folder.wide(refused))) << refused;
-                  EXPECT_EQ(bool(openToWrite(folder.wide("sticky/file"))), !root);
-                  EXPECT_TRUE(save(folder.wide("open/file"), "new"));
-                  return !testing::Test::HasFailure();
-              }),
-              0);
+    EXPECT_TRUE(holdsInChild([&] {
+        if (root && (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0))
+            return false;
+        for (const char* refused : {"readonly/file", "readonly/new", "open/protected"})
+            EXPECT_FALSE(openToWrite(folder.wide(refused))) << refused;
+        EXPECT_EQ(bool(openToWrite(folder.wide("sticky/file"))), !root);
+        EXPECT_TRUE(save(folder.wide("open/file"), "new"));
+        return !testing::Test::HasFailure();
+    }));
     EXPECT_EQ(folder.get("readonly/file"), kOld);
     EXPECT_EQ(folder.get("open/file"), "new");
     // Neither owner nor group could be given: no rights of theirs are lent to others.

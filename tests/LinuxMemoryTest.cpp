@@ -34,11 +34,6 @@ struct Held {
 // Opaque to the compiler, which sees otherwise that these blocks are not ours.
 [[gnu::noinline]] bool deallocateAny(void* block) { return SmallBlocks::deallocate(block); }
 
-template <class Work> bool holdsInChild(Work work)
-{
-    return statusOfChild([&] { return alarm(30), work(); }) == 0;
-}
-
 bool makesAndFrees(std::size_t count)
 {
     std::vector<Held> held;

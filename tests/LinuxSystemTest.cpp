@@ -78,16 +78,14 @@ TEST(Threading, ForkedChildrenHaveIdentifiersOfTheirOwn)
     const unsigned int parent = threading.currentThreadId();
     // The grandchild's page was wiped twice; the child may have looked at its own or not.
     for (const bool childLooks : {true, false})
-        EXPECT_EQ(statusOfChild([&] {
-                      const unsigned int child = childLooks ? threading.currentThreadId() : 0;
-                      return child != parent &&
-                             statusOfChild([&] {
-                                 const unsigned int id = threading.currentThreadId();
-                                 return id == static_cast<unsigned int>(gettid()) && id != child &&
-                                        id != parent;
-                             }) == 0;
-                  }),
-                  0);
+        EXPECT_TRUE(holdsInChild([&] {
+            const unsigned int child = childLooks ? threading.currentThreadId() : 0;
+            return child != parent && holdsInChild([&] {
+                       const unsigned int id = threading.currentThreadId();
+                       return id == static_cast<unsigned int>(gettid()) && id != child &&
+                              id != parent;
+                   });
+        }));
     EXPECT_EQ(threading.currentThreadId(), parent);
 }
 
@@ -120,14 +118,13 @@ TEST(Lock, StaysWithTheThreadThatForks)
     Threading threading;
     const Vx::Ptr<iLock> lock = threading.createLock(0);
     lock->lock();
-    EXPECT_EQ(statusOfChild([&] {
-                  bool free = lock->tryLock();
-                  lock->unlock();
-                  lock->unlock();
-                  std::thread([&] { free = free && lock->tryLock(); }).join();
-                  return free;
-              }),
-              0);
+    EXPECT_TRUE(holdsInChild([&] {
+        bool free = lock->tryLock();
+        lock->unlock();
+        lock->unlock();
+        std::thread([&] { free = free && lock->tryLock(); }).join();
+        return free;
+    }));
     lock->unlock();
 }
 
@@ -176,7 +173,7 @@ TEST(Uuid, IsUniqueAmongThreadsAndProcesses)
     };
     onThreads(kThreads, [&](int i) { makeAt(std::size_t(i)); });
     // In all blocks there are fetched bytes to inherit now.
-    EXPECT_EQ(statusOfChild([&] { return makeAt(2 * kThreads), true; }), 0);
+    EXPECT_TRUE(holdsInChild([&] { return makeAt(2 * kThreads), true; }));
     onThreads(kThreads, [&](int i) { makeAt(kThreads + std::size_t(i)); });
     EXPECT_EQ(std::set<Id>(ids, ids + kIds).size(), kIds);
     munmap(ids, kIds * sizeof(Id));
@@ -184,15 +181,14 @@ TEST(Uuid, IsUniqueAmongThreadsAndProcesses)
 
 TEST(Uuid, WantsAllItsBytesFromTheKernel)
 {
-    EXPECT_EQ(statusOfChild([] { // has fetched nothing yet
-                  kernel = {3, EINTR, 1};
-                  const Id zeros{};
-                  std::set<Id> all{zeros};
-                  for (int i = 0; i < 1000; ++i)
-                      all.insert(newId());
-                  return kernel.refusals == 0 && all.size() == 1001;
-              }),
-              0);
+    EXPECT_TRUE(holdsInChild([] { // has fetched nothing yet
+        kernel = {3, EINTR, 1};
+        const Id zeros{};
+        std::set<Id> all{zeros};
+        for (int i = 0; i < 1000; ++i)
+            all.insert(newId());
+        return kernel.refusals == 0 && all.size() == 1001;
+    }));
     kernel.error = ENOSYS;
     const auto refused = [] {
         ForkPageDetail::page = nullptr;
@@ -210,29 +206,24 @@ TEST(ForkPage, IsDoneWithoutWhereTheKernelHasNone)
         return there == expected && errno == EBADF && newId() != newId() &&
                Threading().currentThreadId() == static_cast<unsigned int>(gettid());
     };
-    EXPECT_EQ(statusOfChild([&] {
-                  ForkPageDetail::page = nullptr;
-                  rlimit before;
-                  getrlimit(RLIMIT_AS, &before);
-                  const rlimit none = {0, before.rlim_max};
-                  setrlimit(RLIMIT_AS, &none);
-                  const bool without = works(false);
-                  setrlimit(RLIMIT_AS, &before);
-                  return without && works(true) &&
-                         ForkPageDetail::page.exchange(nullptr) != nullptr;
-              }),
-              0)
-        << "no memory for now";
-    EXPECT_EQ(statusOfChild([&] {
-                  ForkPageDetail::page = nullptr;
-                  kernel.wipes = false;
-                  const bool without = works(false);
-                  kernel.wipes = true;
-                  return without && works(false);
-              }),
-              0)
-        << "a kernel without such pages";
-    EXPECT_EQ(statusOfChild([&] { return works(true); }), 0);
+    EXPECT_TRUE(holdsInChild([&] {
+        ForkPageDetail::page = nullptr;
+        rlimit before;
+        getrlimit(RLIMIT_AS, &before);
+        const rlimit none = {0, before.rlim_max};
+        setrlimit(RLIMIT_AS, &none);
+        const bool without = works(false);
+        setrlimit(RLIMIT_AS, &before);
+        return without && works(true) && ForkPageDetail::page.exchange(nullptr) != nullptr;
+    })) << "no memory for now";
+    EXPECT_TRUE(holdsInChild([&] {
+        ForkPageDetail::page = nullptr;
+        kernel.wipes = false;
+        const bool without = works(false);
+        kernel.wipes = true;
+        return without && works(false);
+    })) << "a kernel without such pages";
+    EXPECT_TRUE(holdsInChild([&] { return works(true); }));
     EXPECT_EQ(kernel.undumped, forkPage()) << "random numbers to come are in no core file";
 }
 
@@ -499,7 +490,7 @@ TEST(Fork, ChildrenFindNoLockHeldByAThreadTheyDoNotHave)
     });
     for (int i = 0; i < 50; ++i) {
         EXPECT_TRUE(works()); // while the other thread captures its own
-        EXPECT_EQ(statusOfChild(works), 0);
+        EXPECT_TRUE(holdsInChild(works));
     }
     stop = true;
     busy.join();

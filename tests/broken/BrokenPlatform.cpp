@@ -93,10 +93,10 @@ struct Settings final : iSettings {
     unsigned int refCount = 0;
 };
 
-template <class Object, class... Arguments> auto made(Arguments&&... arguments)
+template <class Object, class... Arguments> Vx::Ptr<Object> made(Arguments&&... arguments)
 {
     Object* const object = new Object(std::forward<Arguments>(arguments)...);
-    return std::pair(&object->refCount, object);
+    return Vx::Ptr<Object>(&object->refCount, object);
 }
 
 struct Platform final : PlatformProxy {
@@ -194,9 +194,7 @@ struct Platform final : PlatformProxy {
     Vx::Ptr<iLock> createLock(unsigned int flags) override
     {
         static Vx::Ptr<iLock> one = PlatformProxy::createLock(0);
-        const auto [count, lock] =
-            made<Lock>(broken("one-lock") ? one : PlatformProxy::createLock(flags));
-        return Vx::Ptr<iLock>(count, lock);
+        return made<Lock>(broken("one-lock") ? one : PlatformProxy::createLock(flags));
     }
     unsigned int currentThreadId() override
     {
@@ -209,10 +207,8 @@ struct Platform final : PlatformProxy {
                             int flags, int reserved) override
     {
         const LightweightString<char> narrow = PlatformProxy::toUTF8(path);
-        if (access == 2 && (broken("in-place") || broken("neighbour"))) {
-            const auto [count, file] = made<NaiveFile>(narrow.c_str());
-            return Vx::Ptr<iFile>(count, file);
-        }
+        if (access == 2 && (broken("in-place") || broken("neighbour")))
+            return made<NaiveFile>(narrow.c_str());
         if (broken("missing-opens") && access == 1)
             std::fclose(std::fopen(narrow.c_str(), "ab"));
         LightweightString<wchar_t> opened(path);
@@ -221,8 +217,7 @@ struct Platform final : PlatformProxy {
         Vx::Ptr<iFile> real = PlatformProxy::openFile(opened, access, disposition, flags, reserved);
         if (!real || !broken("short-read"))
             return real;
-        const auto [count, file] = made<ShortReadFile>(std::move(real));
-        return Vx::Ptr<iFile>(count, file);
+        return made<ShortReadFile>(std::move(real));
     }
     wchar_t pathSeparator() override { return broken("separator") ? L'\\' : L'/'; }
 
@@ -233,9 +228,7 @@ struct Platform final : PlatformProxy {
     }
     Vx::Ptr<iSettings> getSettings(int scope) override
     {
-        const auto [count, settings] =
-            made<Settings>(PlatformProxy::getSettings(broken("one-scope") ? 0 : scope));
-        return Vx::Ptr<iSettings>(count, settings);
+        return made<Settings>(PlatformProxy::getSettings(broken("one-scope") ? 0 : scope));
     }
 
     char shared = 0;

@@ -19,23 +19,11 @@ public:
     SystemCallScript() : kept_(systemCalls)
     {
         current_ = this;
-        hook<&SystemCalls::openat>("openat");
-        hook<&SystemCalls::close>("close");
-        hook<&SystemCalls::read>("read");
-        hook<&SystemCalls::write>("write");
-        hook<&SystemCalls::fstat>("fstat");
-        hook<&SystemCalls::fstatat>("fstatat");
-        hook<&SystemCalls::fstatfs>("fstatfs");
-        hook<&SystemCalls::faccessat>("faccessat");
-        hook<&SystemCalls::readlinkat>("readlinkat");
-        hook<&SystemCalls::fchmod>("fchmod");
-        hook<&SystemCalls::fchown>("fchown");
-        hook<&SystemCalls::fsync>("fsync");
-        hook<&SystemCalls::flock>("flock");
-        hook<&SystemCalls::linkat>("linkat");
-        hook<&SystemCalls::renameat2>("renameat2");
-        hook<&SystemCalls::unlinkat>("unlinkat");
-        hook<&SystemCalls::mkdirat>("mkdirat");
+#define HOOK(name) hook<&SystemCalls::name>(#name)
+        HOOK(openat), HOOK(close), HOOK(read), HOOK(write), HOOK(fstat), HOOK(fstatat),
+            HOOK(fstatfs), HOOK(faccessat), HOOK(readlinkat), HOOK(fchmod), HOOK(fchown),
+            HOOK(fsync), HOOK(flock), HOOK(linkat), HOOK(renameat2), HOOK(unlinkat), HOOK(mkdirat);
+#undef HOOK
     }
     ~SystemCallScript()
     {

@@ -58,6 +58,12 @@ template <class Body> int statusOfChild(Body&& body)
     return status;
 }
 
+/// Whether \p body returned true in a child process. It is killed when it has not after a minute.
+template <class Body> bool holdsInChild(Body&& body)
+{
+    return statusOfChild([&] { return alarm(60), body(); }) == 0;
+}
+
 /// What \p work prints on standard output.
 template <class Work> std::string printed(Work&& work)
 {
