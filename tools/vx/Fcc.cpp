@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "Json.h"
 #include "Terminal.h"
 #include "Text.h"
 
@@ -7,7 +8,6 @@
 #include <charconv>
 #include <fmt/format.h>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <optional>
 
 namespace tool {
@@ -54,12 +54,11 @@ std::string nameForPeople(unsigned int code)
     return name.find(' ') != std::string::npos ? "'" + name + "'" : name;
 }
 
-nlohmann::ordered_json jsonOf(unsigned int code)
+Json jsonOf(unsigned int code)
 {
-    nlohmann::ordered_json json{{"number", code}};
     if (isCode(code))
-        json["code"] = nameOf(code);
-    return json;
+        return {{"number", code}, {"code", nameOf(code)}};
+    return {{"number", code}};
 }
 
 /// Digits are a number, in decimal or behind 0x; anything else up to four characters is a
@@ -113,9 +112,9 @@ std::string listed(const std::vector<unsigned int>& codes)
     return list;
 }
 
-nlohmann::ordered_json jsonOf(const std::vector<unsigned int>& codes)
+Json jsonOf(const std::vector<unsigned int>& codes)
 {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    Json list = Json::array();
     for (const unsigned int code : codes)
         list.push_back(jsonOf(code));
     return list;
@@ -129,7 +128,7 @@ Status showAll(bool json)
         playouts.push_back(entry.first);
     std::sort(playouts.begin(), playouts.end(),
               [](unsigned int a, unsigned int b) { return nameOf(a) < nameOf(b); });
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    Json list = Json::array();
     Table rows({{"PLAYOUT"}, {"STORED"}});
     for (const unsigned int playout : playouts) {
         list.push_back({{"playout", jsonOf(playout)}, {"stored", jsonOf(table.at(playout))}});

@@ -1,10 +1,10 @@
 #include "Commands.h"
 #include "IniFindings.h"
+#include "Json.h"
 #include "Terminal.h"
 #include "Text.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace tool {
 namespace {
@@ -20,7 +20,7 @@ Status check(const Options& options)
     const IniText text = readIni(options.file, options.caseSensitive);
     const std::vector<IniFinding> findings = findingsIn(text, options.caseSensitive);
     std::size_t warnings = 0;
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    Json list = Json::array();
     for (const IniFinding& finding : findings) {
         warnings += finding.warning;
         const char* kind = finding.warning ? "warning" : "note";

@@ -1,12 +1,12 @@
 #include "Commands.h"
 #include "IniText.h"
+#include "Json.h"
 #include "Terminal.h"
 #include "Text.h"
 
 #include <algorithm>
 #include <fmt/format.h>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <set>
 
 namespace tool {
@@ -44,7 +44,7 @@ public:
             return;
         different_ = true;
         if (json_) {
-            nlohmann::ordered_json title = nullptr;
+            Json title;
             if (section != VxIniFile::kAnonymousSection())
                 title = view(section);
             list_.push_back({{"section", title},
@@ -73,9 +73,9 @@ public:
     }
 
 private:
-    static nlohmann::ordered_json texts(const std::vector<LightweightString<char>>& values)
+    static Json texts(const std::vector<LightweightString<char>>& values)
     {
-        nlohmann::ordered_json list = nlohmann::ordered_json::array();
+        Json list = Json::array();
         for (const auto& value : values)
             list.push_back(view(value));
         return list;
@@ -84,7 +84,7 @@ private:
     const bool json_;
     bool headed_ = false;
     bool different_ = false;
-    nlohmann::ordered_json list_ = nlohmann::ordered_json::array();
+    Json list_ = Json::array();
 };
 
 void compareSection(Report& report, const LightweightString<char>& section, const Values& left,

@@ -1,11 +1,11 @@
 #include "Commands.h"
 #include "IniNames.h"
 #include "IniText.h"
+#include "Json.h"
 #include "Terminal.h"
 #include "Text.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace tool {
 namespace {
@@ -23,11 +23,12 @@ Status get(const Options& options)
 {
     const VxIniFile ini = loadIni(options.file, options.caseSensitive);
     const LightweightString<char> section = sectionArgument(options.section);
-    nlohmann::ordered_json values = nlohmann::ordered_json::array();
+    Json values = Json::array(), last;
     for (const Vx::AttribValuePair& pair : ini.getSection(section)) {
         if (!isSplit(pair) || view(pair.name) != options.name)
             continue;
-        values.push_back(view(pair.value));
+        last = view(pair.value);
+        values.push_back(last);
         // As it is: this is for scripts, which want the bytes.
         if (!options.json)
             fmt::print("{}\n", view(pair.value));
@@ -35,7 +36,7 @@ Status get(const Options& options)
             break;
     }
     if (options.json)
-        printJson(options.all ? values : values.empty() ? nullptr : values[0]);
+        printJson(options.all ? values : last);
     if (values.empty()) {
         complain(notFound(ini.sections, section, options.name));
         return kNegative;

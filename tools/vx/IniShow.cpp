@@ -1,10 +1,10 @@
 #include "Commands.h"
 #include "IniText.h"
+#include "Json.h"
 #include "Terminal.h"
 #include "Text.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <set>
 
@@ -42,9 +42,9 @@ void printSection(const LightweightString<char>& name, const VxIniFile::Pairs& p
     }
 }
 
-nlohmann::ordered_json jsonOf(const VxIniFile::Pairs& pairs)
+Json jsonOf(const VxIniFile::Pairs& pairs)
 {
-    nlohmann::ordered_json items = nlohmann::ordered_json::array();
+    Json items = Json::array();
     for (const Vx::AttribValuePair& pair : pairs) {
         if (isSplit(pair))
             items.push_back({{"name", view(pair.name)}, {"value", view(pair.value)}});
@@ -62,11 +62,11 @@ Status show(const Options& options)
         complain(fmt::format("{} has no section {}", inQuotes(options.file), sectionTitle(wanted)));
         return kNegative;
     }
-    nlohmann::ordered_json sections = nlohmann::ordered_json::array();
+    Json sections = Json::array();
     bool first = true;
     const auto one = [&](const LightweightString<char>& name, const VxIniFile::Pairs& pairs) {
         if (options.json) {
-            nlohmann::ordered_json title = nullptr;
+            Json title;
             if (name != VxIniFile::kAnonymousSection())
                 title = view(name);
             sections.push_back({{"section", title}, {"items", jsonOf(pairs)}});

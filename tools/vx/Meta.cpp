@@ -1,10 +1,10 @@
 #include "Commands.h"
+#include "Json.h"
 #include "MetaRecords.h"
 #include "Terminal.h"
 #include "Text.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace tool {
 namespace {
@@ -13,7 +13,7 @@ Status show(const std::string& given, bool json)
 {
     const MetaReading reading = readMeta(given);
     if (json) {
-        nlohmann::ordered_json fields = nlohmann::ordered_json::array();
+        Json fields = Json::array();
         for (const MetaField& field : reading.fields)
             fields.push_back({{"piece", field.piece},
                               {"field", field.name},

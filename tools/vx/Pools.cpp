@@ -1,5 +1,6 @@
 #include "Commands.h"
 #include "Files.h"
+#include "Json.h"
 #include "PoolLog.h"
 #include "PoolPlot.h"
 #include "Terminal.h"
@@ -7,7 +8,6 @@
 
 #include <algorithm>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace tool {
 namespace {
@@ -46,9 +46,9 @@ void printTable(const PoolLog& log)
 
 void printJsonOf(const PoolLog& log)
 {
-    nlohmann::ordered_json runs = nlohmann::ordered_json::array();
+    Json runs = Json::array();
     for (const PoolRun& run : log.runs) {
-        nlohmann::ordered_json pools = nlohmann::ordered_json::array();
+        Json pools = Json::array();
         for (const PoolDemand& demand : run.pools)
             pools.push_back({{"pool", demand.pool},
                              {"mostInUse", demand.mostInUse},

@@ -1,9 +1,8 @@
-// Text.h - between the library's texts and those of the C++ library, and out as JSON.
+// Text.h - between the library's texts and those of the C++ library.
 #pragma once
 
 #include <Vx/LightweightString.h>
 #include <Vx/VxStringUtils.h>
-#include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <string_view>
 
@@ -23,8 +22,5 @@ inline LightweightString<char> toUtf8(const LightweightString<wchar_t>& wide)
 {
     return ::toUTF8(wide);
 }
-
-/// Prints \p data as JSON with an indent of two; malformed UTF-8 becomes U+FFFD.
-void printJson(const nlohmann::ordered_json& data);
 
 } // namespace tool

@@ -1,11 +1,11 @@
 #include "Commands.h"
+#include "Json.h"
 #include "Terminal.h"
 #include "Text.h"
 
 #include <Vx/Image/UUID.h>
 #include <cctype>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace tool {
 namespace {
@@ -14,7 +14,7 @@ std::string canonical(const Vx::UUID& id) { return std::string(view(id.asString(
 
 Status makeNew(unsigned int count, bool json)
 {
-    nlohmann::ordered_json list = nlohmann::ordered_json::array();
+    Json list = Json::array();
     for (unsigned int i = 0; i < count; ++i) {
         Vx::UUID id;
         id.generate();

@@ -1,9 +1,9 @@
 #include "Commands.h"
+#include "Json.h"
 #include "Text.h"
 
 #include <Vx/VxVersion.h>
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 namespace tool {
 
