@@ -317,6 +317,25 @@ class DocumentPrinter:
         return "map"
 
 
+class SectionIteratorPrinter:
+    """VxIniFile's iterators: the section they stand at."""
+
+    def __init__(self, value):
+        self.value = value
+
+    @guarded
+    def to_string(self):
+        position = self.value["position_"]
+        node = int(position["_M_node"])
+        if node == int(self.value["end_"]["_M_node"]):
+            return "at the end"
+        section = stripped(stripped(position.type).template_argument(0))
+        pair = gdb.Value(node + RB_NODE_HEADER).cast(section.pointer()).dereference()
+        count = StdVector(pair["second"]).size
+        return "at %s (%d %s)" % (Text(pair["first"]).quoted, count,
+                                  "pair" if count == 1 else "pairs")
+
+
 class VectorPrinter:
     """LightweightVector: its items, and how many handles share them."""
 
@@ -434,6 +453,7 @@ def build_printers():
         ("Ptr", r"^Vx::Ptr<.*>$", PtrPrinter),
         ("AttribValuePair", r"^Vx::AttribValuePair$", PairPrinter),
         ("VxIniFile", r"^VxIniFile$", DocumentPrinter),
+        ("SectionIterator", r"^VxIniFile::(Const)?SectionIterator$", SectionIteratorPrinter),
         ("LightweightVector", r"^LightweightVector<.*>$", VectorPrinter),
         ("UUID", r"^(Vx::UUID|SimpleUUID)$", UuidPrinter),
         ("FormatUID", r"^Vx::Image::FormatUID$", FormatUidPrinter),

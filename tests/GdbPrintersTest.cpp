@@ -96,6 +96,9 @@ static void documents()
         many.push_back(i);
     for (int i = 0; i < 250; ++i)
         ini["Many"].push_back(pair);
+    VxIniFile::SectionIterator section = ini.getSectionIterator();
+    const VxIniFile::SectionIterator nowhere;
+    ++section;
     const Raw<LightweightVector<Vx::AttribValuePair>> rawList(0xA5);
     lookHere();
 }

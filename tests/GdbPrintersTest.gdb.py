@@ -44,6 +44,9 @@ EXPECTED = {
                 '["Video"] = {"rate" = "25" (form 0), "; note" (form 0, no pair)}}'),
         ("zeroed.object", "VxIniFile without a path (0 sections, case-blind)"),
         ("garbage.object", re.compile("<.*>")),
+        ("section", 'at "Audio" (1 pair)'),
+        ("nothing.getSectionIterator()", "at the end"),
+        ("nowhere", "at the end"),
         ("list", 'LightweightVector (2 items, sharers 2) = '
                  '{"rate" = "25" (form 0), "; note" (form 0, no pair)}'),
         ("empty", "LightweightVector (0 items, sharers 1)"),

@@ -56,8 +56,9 @@ struct ExternalRefCountTraits {
 ///
 /// Shape: two pointers, the count and the object; both null when empty.
 /// Threads: counts change by sequentially consistent read-modify-writes, so two
-///   threads may hold one object through two pointers. One pointer object is a
-///   plain value: share it for reading, guard it for writing.
+///   threads may hold one object through two pointers. (The sole holder of what is
+///   plain memory only looks at the count: nobody else can.) One pointer object is
+///   a plain value: share it for reading, guard it for writing.
 /// Errors: only the construction from a raw object may throw, and only with
 ///   ExternalRefCountTraits (the counter is allocated); the object is destroyed
 ///   then. Releasing never throws: an exception that escapes a destructor ends the
