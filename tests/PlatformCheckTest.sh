@@ -59,6 +59,9 @@ FAULTS
 expect() { local wanted=$1 status=0; shift; "$@" >/dev/null 2>&1 || status=$?
     [ $status -eq "$wanted" ] || { echo "$*: status $status, expected $wanted"; failures=1; }; }
 expect 1 "$tool" "$tool" memory.aligned
+message=$("$tool" "$0" 2>&1 >/dev/null) || true
+grep -q "no process starts .*invalid ELF header" <<<"$message" ||
+    { echo "a file that is no library: $message"; failures=1; }
 expect 2 "$tool" /no/such/libOS.so
 expect 2 "$tool" "$reference" memory.aligned no.such.check
 expect 2 "$tool"

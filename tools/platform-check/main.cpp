@@ -18,6 +18,9 @@ namespace {
 
 constexpr int kSeconds = 60; // a check that takes longer hangs
 
+// Holds as soon as a process has started on the platform.
+const Check kStarts = {"starts", "a process starts with the library", [] {}};
+
 const char kUsage[] =
     "usage: platform-check LIBRARY [CHECK...]\n"
     "       platform-check --list\n"
@@ -26,7 +29,8 @@ const char kUsage[] =
     "against what Vx expects of a platform. Names of checks, or their beginnings, choose\n"
     "some of them.\n"
     "\n"
-    "Exit status: 0 all checks hold, 1 some do not, 2 the call is wrong.\n"
+    "Exit status: 0 all checks hold, 1 some do not, or no process starts with LIBRARY,\n"
+    "2 the call is wrong.\n"
     "\n"
     "  platform-check build/release/platforms/linux/libOS.so\n"
     "  platform-check ./libOS.so files. settings.processes\n";
@@ -44,7 +48,9 @@ std::vector<Check> allChecks()
 // The child: one check on the platform that the loader has put in place.
 int runOne(std::string_view name)
 {
-    for (const Check& check : allChecks()) {
+    std::vector<Check> checks = allChecks();
+    checks.push_back(kStarts);
+    for (const Check& check : checks) {
         if (name != check.name)
             continue;
         try {
@@ -192,6 +198,12 @@ int main(int argc, char** argv)
     std::filesystem::create_symlink(library, place / "library" / "libOS.so");
 
     const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+    if (const Outcome outcome = runInChild(self, kStarts, folder); !outcome.held) {
+        std::fprintf(stderr, "platform-check: no process starts with %s as its platform: %s\n",
+                     argv[1], outcome.reason.c_str());
+        std::filesystem::remove_all(place);
+        return 1;
+    }
     int held = 0;
     int broken = 0;
     for (const Check& check : checks) {
