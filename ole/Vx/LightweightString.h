@@ -14,6 +14,7 @@
 #include <ostream>
 #include <stdexcept>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #if defined(__cpp_impl_three_way_comparison) && __cplusplus >= 202002L
 #include <compare>
@@ -317,8 +318,12 @@ public:
         if (block == nullptr)
             return pushInNewBlock(character);
         const unsigned int length = block->length;
-        const Ch ending[2] = {character, 0}; // in one piece
-        std::memcpy(block->data + length, ending, sizeof ending);
+        // In one piece with the terminator, which is the upper half.
+        using Narrow = std::make_unsigned_t<Ch>;
+        using Both = std::conditional_t<sizeof(Ch) == 1, std::uint16_t, std::uint64_t>;
+        static_assert(sizeof(Both) == 2 * sizeof(Ch));
+        const Both ending = static_cast<Narrow>(character);
+        std::memcpy(block->data + length, &ending, sizeof ending);
         block->length = length + 1;
     }
 
@@ -401,7 +406,8 @@ private:
     Impl* blockWithRoom(unsigned int count) const noexcept
     {
         Impl* const block = impl_.get();
-        return block != nullptr && count < block->capacity - block->length && soleOwner() ? block
+        // The owner first: what is read of the block behind that need not be read again.
+        return block != nullptr && soleOwner() && count < block->capacity - block->length ? block
                                                                                           : nullptr;
     }
 
