@@ -195,6 +195,14 @@ TEST(Pack, JoinsAsAppendingWould)
     }
 }
 
+TEST(Pack, RefusesWhatNoStringCanCount)
+{
+    Wide piece;
+    piece.resizeFor(1u << 20);
+    const WideVec items(1u << 12, piece); // one block, 2^32 characters
+    EXPECT_THROW(Vx::pack(items, 0), std::length_error);
+}
+
 TEST(Unpack, DeliberatelyLosesEmptyItems)
 {
     EXPECT_EQ(show(Vx::unpack(Wide(L"a;;b"), L';')), "<a><b>");
