@@ -259,6 +259,8 @@ TYPED_TEST(LightweightStringOf, ComparesUnsignedCharactersThenLengths)
     const String none, some = make<TypeParam>("x");
     EXPECT_TRUE(none == null && null == none && !(none != null) && !(none < null) && none <= null);
     EXPECT_TRUE(some != null && null != some && null < some && some > null && !(some < null));
+    const String cut = make<TypeParam>(std::string("a\0b", 3));
+    EXPECT_TRUE(cut > cut.c_str() && cut != cut.c_str()) << "its own characters, up to the 0";
     EXPECT_EQ(read(some + null), widen<TypeParam>("x"));
 }
 
