@@ -19,7 +19,7 @@ namespace {
 constexpr int kSeconds = 60; // a check that takes longer hangs
 
 // Holds as soon as a process has started on the platform.
-const Check kStarts = {"starts", "a process starts with the library", [] {}};
+const Check kStarts = {"starts", "a process starts with the library", nullptr};
 
 const char kUsage[] =
     "usage: platform-check LIBRARY [CHECK...]\n"
@@ -48,9 +48,9 @@ std::vector<Check> allChecks()
 // The child: one check on the platform that the loader has put in place.
 int runOne(std::string_view name)
 {
-    std::vector<Check> checks = allChecks();
-    checks.push_back(kStarts);
-    for (const Check& check : checks) {
+    if (name == kStarts.name)
+        return 0;
+    for (const Check& check : allChecks()) {
         if (name != check.name)
             continue;
         try {

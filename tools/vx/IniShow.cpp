@@ -83,10 +83,11 @@ Status show(const Options& options)
         const auto found = ini.sections.find(wanted);
         one(found->first, found->second);
     } else {
+        const VxIniFile::Pairs& top = ini.getSection(anonymous);
         if (ini.sectionExists(anonymous))
-            one(anonymous, ini.getSection(anonymous));
+            one(anonymous, top);
         for (auto it = ini.getSectionIterator(); it.valid(); ++it)
-            if (&*it != &ini.getSection(anonymous))
+            if (&*it != &top)
                 one(it.name(), *it);
     }
     if (options.json)
