@@ -1,5 +1,5 @@
 // The small blocks of the Linux platform: what their shape and their threads promise.
-#include "SmallBlocks.h"
+#include "memory/SmallBlocks.h"
 
 #include <Testing.h>
 #include <Vx/LightweightString.h>

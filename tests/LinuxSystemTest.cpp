@@ -1,14 +1,14 @@
 // Clock, identifiers, threads, locks, the reclaim registry and call stacks of the Linux
 // platform: what holds between threads and across a fork.
 
-#include "CallStack.h"
-#include "ForkPage.h"
-#include "MemoryAllocator.h"
-#include "ReclaimRegistry.h"
+#include "diagnostics/CallStack.h"
+#include "threads/ForkPage.h"
+#include "memory/MemoryAllocator.h"
+#include "memory/ReclaimRegistry.h"
 #include "SystemInfo.h"
 #include "SystemUtils.h"
-#include "Threading.h"
-#include "Uuid.h"
+#include "threads/Threading.h"
+#include "threads/Uuid.h"
 
 #include <Vx/Reclaimable.h>
 #include <Vx/platform/OS.h>

@@ -3,8 +3,8 @@
 // right before a page that cannot be touched.
 
 #include "SystemUtils.h"
-#include "Utf8.h"
-#include "Utf8Vector.h"
+#include "text/Utf8.h"
+#include "text/Utf8Vector.h"
 
 #include "GuardedBlock.h"
 

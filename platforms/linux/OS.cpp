@@ -1,12 +1,12 @@
 #include <Vx/platform/OS.h>
 
-#include "FileSystem.h"
-#include "MemoryAllocator.h"
-#include "ReclaimRegistry.h"
+#include "files/FileSystem.h"
+#include "memory/MemoryAllocator.h"
+#include "memory/ReclaimRegistry.h"
 #include "Shell.h"
 #include "SystemInfo.h"
 #include "SystemUtils.h"
-#include "Threading.h"
+#include "threads/Threading.h"
 
 namespace {
 

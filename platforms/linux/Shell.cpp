@@ -1,8 +1,8 @@
 #include "Shell.h"
 
-#include "Folders.h"
-#include "Report.h"
-#include "Settings.h"
+#include "files/Folders.h"
+#include "diagnostics/Report.h"
+#include "settings/Settings.h"
 
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iSystemUtils.h>

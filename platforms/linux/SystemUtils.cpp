@@ -1,8 +1,8 @@
 #include "SystemUtils.h"
 
-#include "CallStack.h"
-#include "Utf8.h"
-#include "Uuid.h"
+#include "diagnostics/CallStack.h"
+#include "text/Utf8.h"
+#include "threads/Uuid.h"
 
 #include <cstring>
 #include <time.h>

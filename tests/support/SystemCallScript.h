@@ -1,7 +1,7 @@
 // SystemCallScript.h - makes the platform's system calls fail on cue, or writes them down.
 #pragma once
 
-#include <SystemCalls.h>
+#include "files/SystemCalls.h"
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
