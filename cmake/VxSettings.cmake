@@ -10,6 +10,7 @@ target_compile_options(vx_settings INTERFACE
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
     -ffile-prefix-map=${CMAKE_BINARY_DIR}=/build
     -ffile-prefix-map=${PROJECT_BINARY_DIR}=/build)
+target_compile_definitions(vx_settings INTERFACE VX_PLAIN=$<BOOL:${VX_PLAIN}>)
 if(VX_SANITIZE)
     target_compile_options(vx_settings INTERFACE
         -fsanitize=${VX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
