@@ -1,7 +1,7 @@
 // The texts of the five metadata records: reading any text, printing, reading again.
 #include "Fuzz.h"
-#include "Pieces.h"
 
+#include <Reference.h>
 #include <Vx/Image/BufferFormat.h>
 #include <Vx/Image/Core.h>
 #include <Vx/Image/Video.h>
@@ -16,7 +16,7 @@ std::string printed(const std::string& text, const char* tag, const char* items,
                     const char* otherwise)
 {
     const std::size_t count = 2 + std::strlen(items);
-    const std::vector<std::string> pieces = plainPieces(text, ',', 0);
+    const std::vector<std::string> pieces = reference::pieces(text, ',', 0);
     const auto number = [&](std::size_t i) { return std::strtol(pieces[i].c_str(), nullptr, 10); };
     std::string result = tag + std::string(",1,");
     if (pieces.size() != count || std::strcmp(pieces[0].c_str(), tag) != 0 || number(1) != 1)
@@ -26,10 +26,7 @@ std::string printed(const std::string& text, const char* tag, const char* items,
         case 'u': result += std::to_string(static_cast<std::uint32_t>(number(i))); break;
         case 'h': result += std::to_string(static_cast<std::uint16_t>(number(i))); break;
         case 'i': result += std::to_string(static_cast<std::int32_t>(number(i))); break;
-        case 't': // appended, so from its first zero on it is zeros
-            result += pieces[i].c_str();
-            result.append(pieces[i].size() - std::strlen(pieces[i].c_str()), '\0');
-            break;
+        case 't': result += reference::appended(pieces[i]); break;
         case 'f': result += number(i) != 0 ? '1' : '0'; break;
         default: result += item;
         }

@@ -1,17 +1,10 @@
 // Pair lists: reading, printing, reading again, and look-ups, against plain rules.
 #include "Fuzz.h"
-#include "Pieces.h"
 
+#include <Reference.h>
 #include <Vx/VxAttribValuePair.h>
 
 namespace {
-
-// Appending stops taking characters at the first zero and goes on with zeros.
-std::string asAppended(std::string text)
-{
-    const std::size_t zero = std::min(text.find('\0'), text.size());
-    return text.replace(zero, std::string::npos, text.size() - zero, '\0');
-}
 
 struct PlainPair {
     std::string text, name, value;
@@ -20,7 +13,7 @@ struct PlainPair {
 std::vector<PlainPair> plainPairs(const std::string& text, char pairSeparator, char itemSeparator)
 {
     std::vector<PlainPair> pairs;
-    for (const std::string& item : plainPieces(text, itemSeparator, Vx::SkipEmpty)) {
+    for (const std::string& item : reference::pieces(text, itemSeparator, Vx::SkipEmpty)) {
         if (pairSeparator == 0)
             continue; // all name and no value
         const std::size_t at = std::string(item.c_str()).find(pairSeparator);
@@ -54,7 +47,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         FUZZ_CLAIM(pairs[i].valid() && pairs[i] == Vx::AttribValuePair(pairs[i]));
         if (i != 0 && itemSeparator != 0)
             joined += itemSeparator;
-        joined += asAppended(expected[i].text);
+        joined += reference::appended(expected[i].text);
         if (!found && std::strcmp(expected[i].name.c_str(), wanted.c_str()) == 0) {
             value = expected[i].value;
             found = true;

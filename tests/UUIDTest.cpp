@@ -1,8 +1,8 @@
 #include <Vx/Image/UUID.h>
 
 #include <cctype>
-#include <cwchar>
 
+#include <Reference.h>
 #include <Texts.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
@@ -21,49 +21,9 @@ UUID withByte(int index, unsigned char value)
     return UUID(bytes);
 }
 
-// Where the printed bytes are stored.
-constexpr std::size_t kPlaces[] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
-
-#define FORMAT "%02x%02x%02x%02x-%02x%02x-%02x%02x-%02x%02x-%02x%02x%02x%02x%02x%02x"
-
-// What initFromString() does, by the scanning functions alone: blanks and signs go before a
-// digit, and what follows the last byte is not looked at.
 template <class Ch> UUID readByScanning(const std::basic_string<Ch>& text)
 {
-    std::basic_string<Ch> inside = text;
-    if (text.size() == 38) {
-        if (text.front() != '{' || text.back() != '}')
-            return UUID();
-        inside = text.substr(1);
-    } else if (text.size() != 36) {
-        return UUID();
-    }
-    unsigned int v[16];
-    const int found = [&]<std::size_t... I>(std::index_sequence<I...>)
-    {
-        if constexpr (std::is_same_v<Ch, char>)
-            return std::sscanf(inside.c_str(), FORMAT, &v[I]...);
-        else
-            return std::swscanf(inside.c_str(), L"" FORMAT, &v[I]...);
-    }
-    (std::make_index_sequence<16>());
-    if (found != 16)
-        return UUID();
-    SimpleUUID bytes;
-    for (std::size_t i = 0; i < 16; ++i)
-        bytes.bytes[kPlaces[i]] = static_cast<unsigned char>(v[i]);
-    return UUID(bytes);
-}
-
-std::string printedByPrintf(const SimpleUUID& id)
-{
-    char text[37];
-    [&]<std::size_t... I>(std::index_sequence<I...>)
-    {
-        std::snprintf(text, sizeof text, FORMAT, id.bytes[kPlaces[I]]...);
-    }
-    (std::make_index_sequence<16>());
-    return text;
+    return UUID(reference::uuid(text.c_str(), static_cast<unsigned int>(text.size())));
 }
 
 // Compile-time use: values, comparisons and texts.
@@ -170,7 +130,7 @@ TEST(UUID, PrintsWhatPrintfPrints)
         SimpleUUID id;
         for (unsigned char& byte : id.bytes)
             byte = static_cast<unsigned char>(random());
-        const std::string expected = printedByPrintf(id);
+        const std::string expected = reference::printedUuid(id);
         char printed[38];
         std::memset(printed, '!', sizeof printed);
         UUID(id).asString(printed);

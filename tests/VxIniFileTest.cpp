@@ -4,6 +4,7 @@
 #include <ctime>
 
 #include <Failures.h>
+#include <Reference.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 using namespace std::string_view_literals;
@@ -302,33 +303,15 @@ TEST(VxIniFileLoad, FailureLeavesTheSectionsAlone)
 
 namespace {
 
-// Loading said once more, slowly: no views, no look-up kept, one step after another.
-std::string slowLoad(const std::string& content, char separator)
+std::string loadedByReference(const std::string& content, char separator)
 {
-    const auto printable = [](char c) { return c >= 0x20 && c < 0x7F; };
     VxIniFile ini(true);
-    Text section = anonymous();
-    std::string data = content + '\0';
-    std::size_t start = 0;
-    while (start < content.size()) {
-        std::size_t stop = start;
-        while (stop < content.size() && data[stop] != separator)
-            ++stop;
-        std::string line = data.substr(start, stop + 1 - start);
-        while (!line.empty() && !printable(line.back()))
-            line.pop_back();
-        start = stop + 1;
-        while (start < content.size() && !printable(data[start]) && data[start] != separator)
-            ++start;
-        if (line.find_first_not_of(' ') == line.npos)
-            continue;
-        line.erase(0, line.find_first_not_of(' '));
-        line.erase(line.find_last_not_of(' ') + 1);
-        if (line.front() == '[' && line.back() == ']')
-            section = Text(std::string_view(line).substr(1, line.size() - 2));
-        else
-            ini.getSection(section).emplace_back(Text(std::string_view(line)), '=');
-    }
+    reference::IniDocument document;
+    reference::loadIni(document, content, separator, true);
+    for (const auto& [name, lines] : document)
+        for (const std::string& line : lines)
+            ini.getSection(Text(std::string_view(name)))
+                .emplace_back(Text(std::string_view(line)), '=');
     return dump(ini);
 }
 
@@ -350,7 +333,7 @@ TEST(VxIniFileLoad, AnswersAsTheStepsDo)
     for (int i = 0; i < 20000; ++i) {
         const std::string content = randomFile(random);
         const char separator = "\n\n;\r\0\xFF "[random() % 7];
-        ASSERT_EQ(dumpOf(platform, content, separator), slowLoad(content, separator))
+        ASSERT_EQ(dumpOf(platform, content, separator), loadedByReference(content, separator))
             << "file " << i << ", separator " << int(separator);
     }
 }

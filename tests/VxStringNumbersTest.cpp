@@ -10,6 +10,7 @@
 #include <cwchar>
 #include <locale.h>
 
+#include "Reference.h"
 #include "ScratchLocales.h"
 #include <Texts.h>
 #include <Vx/testing/ScriptedPlatform.h>
@@ -31,44 +32,27 @@ template <class Ours, class Libc> void expectSame(const char* name, Ours ours, L
         << name << ": " << answer << " instead of " << expected;
 }
 
-int scan(const char* text, const char* format, void* to) { return std::sscanf(text, format, to); }
-int scan(const wchar_t* text, const wchar_t* format, void* to)
-{
-    return std::swscanf(text, format, to);
-}
-
 template <class Number, class Ch>
 void expectScansAsLibc(const char* name, Number (*ours)(const LightweightString<Ch>&, Number),
-                       const LightweightString<Ch>& text, const Ch* format)
+                       const LightweightString<Ch>& text)
 {
-    const auto libc = [&] {
-        Number number = kDefault;
-        return text.empty() ? 0 : scan(text.c_str(), format, &number), number;
-    };
     expectSame(
-        name, [&] { return ours(text, kDefault); }, libc);
+        name, [&] { return ours(text, kDefault); },
+        [&] { return reference::number<Number>(str(text), kDefault); });
 }
 
 // Everything that reads numbers against the functions of libc that it stands for.
 void expectReadsAsLibc(const Narrow& text, const Wide& wide)
 {
-    expectScansAsLibc("int", Vx::IntFromString, text, "%d");
-    expectScansAsLibc("wide int", Vx::IntFromWString, wide, L"%d");
-    expectScansAsLibc("unsigned", Vx::UIntFromString, text, "%u");
-    expectScansAsLibc("wide unsigned", Vx::UIntFromWString, wide, L"%u");
-    expectScansAsLibc("double", Vx::FloatFromString, text, "%lf");
-    expectScansAsLibc("wide double", Vx::FloatFromWString, wide, L"%lf");
-    const auto libc = [&] {
-        return text.empty() ? kDefault : std::strtol(text.c_str(), nullptr, 10);
-    };
-    const auto libcWide = [&] {
-        return wide.empty() ? kDefault : std::wcstol(wide.c_str(), nullptr, 10);
-    };
+    expectScansAsLibc("int", Vx::IntFromString, text);
+    expectScansAsLibc("wide int", Vx::IntFromWString, wide);
+    expectScansAsLibc("unsigned", Vx::UIntFromString, text);
+    expectScansAsLibc("wide unsigned", Vx::UIntFromWString, wide);
+    expectScansAsLibc("double", Vx::FloatFromString, text);
+    expectScansAsLibc("wide double", Vx::FloatFromWString, wide);
+    expectScansAsLibc("long", Vx::Int64FromString, text);
+    expectScansAsLibc("wide long", Vx::Int64FromWString, wide);
     const auto libcDouble = [&] { return std::strtod(text.c_str(), nullptr); };
-    expectSame(
-        "long", [&] { return Vx::Int64FromString(text, kDefault); }, libc);
-    expectSame(
-        "wide long", [&] { return Vx::Int64FromWString(wide, kDefault); }, libcWide);
     expectSame(
         "asDouble", [&] { return Vx::asDouble(text); }, libcDouble);
 }
@@ -166,26 +150,6 @@ private:
     std::mt19937_64 random_;
 };
 
-std::string printedByLibc(double value)
-{
-    char buffer[128];
-    std::snprintf(buffer, 127, "%f", value);
-    return buffer;
-}
-
-// The rules of WStringFromFloat once more, on a text that libc has printed.
-std::wstring printedWideByLibc(double value, int precision, bool trimZeros)
-{
-    char buffer[256];
-    std::snprintf(buffer, sizeof buffer, "%.*lf", std::clamp(precision, 0, 9), value);
-    std::string text = buffer;
-    if (trimZeros && text.find_last_not_of('0') != std::string::npos)
-        text.erase(text.find_last_not_of('0') + 1);
-    if (!text.empty() && text.back() == '.')
-        text.pop_back();
-    return widen<wchar_t>(text);
-}
-
 void compareReading(std::uint64_t seed, int count)
 {
     Texts texts(seed);
@@ -203,11 +167,11 @@ void compareWriting(std::uint64_t seed, int count)
     Texts texts(seed);
     for (int i = 0; i < count; ++i) {
         const double value = texts.nextDouble();
-        ASSERT_EQ(str(Vx::StringFromFloat(value)), printedByLibc(value)) << "seed " << seed;
+        ASSERT_EQ(str(Vx::StringFromFloat(value)), reference::fromFloat(value)) << "seed " << seed;
         const int precision = i % 14 - 2; // beyond both ends
         const bool trim = i % 3 == 0;
         ASSERT_EQ(str(Vx::WStringFromFloat(value, static_cast<char>(precision), trim)),
-                  printedWideByLibc(value, precision, trim))
+                  reference::wideFromFloat(value, precision, trim))
             << "seed " << seed << ", precision " << precision << ", value " << value;
     }
 }
@@ -257,7 +221,7 @@ TEST(TextFromNumbers, AppendingWhereThereIsRoomStaysInTheBlock)
         text += value;
         text += -12;
         text += 7u;
-        expected += printedByLibc(value) + "-127";
+        expected += reference::fromFloat(value) + "-127";
         EXPECT_EQ(str(text), expected);
         EXPECT_EQ(text.c_str()[text.length()], '\0');
     }
@@ -271,7 +235,7 @@ TEST(TextFromNumbers, DoublesLookAsPrintfWritesThem)
     for (double value :
          {0.0, -0.0, 0.5, 0.0000005, 0.0078125, 0.0234375, 0.9999996, 18446744073709549568.0,
           18446744073709551616.0, DBL_TRUE_MIN, HUGE_VAL, -HUGE_VAL})
-        EXPECT_EQ(str(Vx::StringFromFloat(value)), printedByLibc(value));
+        EXPECT_EQ(str(Vx::StringFromFloat(value)), reference::fromFloat(value));
 }
 
 TEST(TextFromNumbers, DeliberatelyKeepsOnly126Characters)
@@ -361,7 +325,7 @@ TEST(NumbersDifferential, WithADecimalComma)
         const std::string notice = printed([&] { text = str(Vx::StringFromFloat(value)); });
         const bool repaired = std::strcmp(std::setlocale(LC_NUMERIC, nullptr), "C") == 0;
         std::setlocale(LC_NUMERIC, "C");
-        ASSERT_EQ(text, printedByLibc(value));
+        ASSERT_EQ(text, reference::fromFloat(value));
         ASSERT_EQ(repaired, text.find('.') != std::string::npos) << text;
         ASSERT_EQ(notice, repaired ? "Fixing numeric locale (de_DE)\n" : "");
     }

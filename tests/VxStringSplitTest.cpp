@@ -1,5 +1,6 @@
 #include <Vx/VxStringSplit.h>
 
+#include <Reference.h>
 #include <Texts.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
@@ -14,6 +15,7 @@ template <class Ch> std::string plain(const LightweightString<Ch>& text)
         result += static_cast<char>(c);
     return result;
 }
+const std::string& plain(const std::string& text) { return text; }
 
 /// The pieces between angle brackets, which no test text contains.
 template <class Vec> std::string show(const Vec& pieces)
@@ -34,34 +36,6 @@ template <class Ch> std::string split(const std::string& text, char separator, u
     for (const LightweightString<Ch>& piece : pieces)
         EXPECT_EQ(piece.capacity(), make<Ch>(plain(piece)).capacity());
     return show(pieces);
-}
-
-/// The rules, one after another.
-std::string plainSplit(const std::string& text, char separator, unsigned int flags)
-{
-    std::vector<std::size_t> positions;
-    bool inQuotes = false;
-    for (std::size_t i = 0; i < text.size(); ++i)
-        if (text[i] == separator) {
-            if (!(inQuotes && separator != '"' && (flags & Vx::RespectQuotes) != 0))
-                positions.push_back(i);
-        } else if (text[i] == '"' && (i == 0 || text[i - 1] != '\\')) {
-            inQuotes = !inQuotes;
-        }
-    if (positions.empty())
-        return "<" + text + ">";
-    std::string pieces;
-    const std::size_t k = (flags & Vx::KeepSeparator) != 0;
-    if (positions[0] > 0 || text.size() == 1)
-        pieces += "<" + text.substr(0, positions[0] + k) + ">";
-    for (std::size_t i = 1; i < positions.size(); ++i) {
-        const std::size_t count = positions[i] - positions[i - 1] - 1;
-        if (count != 0 || (flags & Vx::SkipEmpty) == 0)
-            pieces += "<" + text.substr(positions[i - 1] + 1, count + k) + ">";
-    }
-    if (positions.back() != text.size() - 1)
-        pieces += "<" + text.substr(positions.back() + 1) + ">";
-    return pieces;
 }
 
 template <class Ch> struct SplitOf : testing::Test {};
@@ -108,7 +82,8 @@ TYPED_TEST(SplitOf, FollowsTheRulesForRandomTexts)
             text += std::string("a,\"\\\0", 5)[random() % 5];
         const char separator = std::string(",\"\\\0", 4)[random() % 4];
         const unsigned int flags = static_cast<unsigned int>(random() % 8);
-        ASSERT_EQ(split<TypeParam>(text, separator, flags), plainSplit(text, separator, flags))
+        ASSERT_EQ(split<TypeParam>(text, separator, flags),
+                  show(reference::pieces(text, separator, flags)))
             << text << " at " << separator << " with " << flags;
     }
 }
