@@ -2,7 +2,7 @@
 // from the bytes that would be written.
 #include "Fuzz.h"
 
-#include <SettingsText.h>
+#include "settings/SettingsText.h"
 #include <vector>
 
 namespace {

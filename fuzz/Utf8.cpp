@@ -1,7 +1,7 @@
 // UTF-8 both ways against a decoder that knows only the table of well-formed sequences.
 #include "Fuzz.h"
 
-#include <Utf8.h>
+#include "text/Utf8.h"
 #include <memory>
 
 namespace {

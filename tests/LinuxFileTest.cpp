@@ -1,7 +1,7 @@
 // The Linux platform's files: what is read, what is replaced, and who may. What faults leave
 // behind is in LinuxSavingTest.cpp.
-#include <FileSystem.h>
-#include <Report.h>
+#include "diagnostics/Report.h"
+#include "files/FileSystem.h"
 #include <ScratchFolder.h>
 #include <SystemCallScript.h>
 #include <Vx/platform/OS.h>

@@ -1,8 +1,8 @@
 // What the Linux platform saves, files and settings, is never lost: whichever system call fails,
 // whenever the process is killed or the power goes.
-#include <FileSystem.h>
+#include "files/FileSystem.h"
+#include "settings/SettingsStore.h"
 #include <ScratchFolder.h>
-#include <SettingsStore.h>
 #include <SystemCallScript.h>
 #include <Vx/platform/OS.h>
 #include <csignal>

@@ -1,9 +1,9 @@
 // The Linux platform's folders and settings: what is kept and shared. What faults leave behind
 // is in LinuxSavingTest.cpp.
-#include <Folders.h>
+#include "Shell.h"
+#include "files/Folders.h"
+#include "settings/SettingsStore.h"
 #include <ScratchFolder.h>
-#include <SettingsStore.h>
-#include <Shell.h>
 #include <SystemCallScript.h>
 #include <Vx/platform/OS.h>
 #include <pwd.h>
