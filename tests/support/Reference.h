@@ -167,7 +167,7 @@ struct IniSection {
 /// The sections in the order in which they appear.
 using IniDocument = std::vector<IniSection>;
 
-inline constexpr char kAnonymousIniSection[] = "@@@Anonymous_Section_Reserved_Name@@@";
+inline constexpr char kAnonymousIniSection[] = "@@@ANONYMOUS_SECTION_RESERVED_NAME@@@";
 
 inline std::vector<std::string>& iniLines(IniDocument& document, const std::string& name,
                                           bool caseSensitive)
