@@ -17,12 +17,13 @@ if(VX_SANITIZE)
     target_link_options(vx_settings INTERFACE -fsanitize=${VX_SANITIZE})
 endif()
 
-# Released code refuses to go on when it is broken: container checks, guarded stacks, nothing
-# writable after the start. Debug builds keep their speed of compilation, sanitizers their own
-# checks.
+# Hardening of released code: container checks, stack protection, indirect jumps checked by
+# processors that can (CET), and stacks that cannot jump over their guard page. Debug builds
+# compile faster without; the sanitizers check more themselves.
 if(NOT VX_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
     target_compile_options(vx_settings INTERFACE
-        -D_GLIBCXX_ASSERTIONS -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong)
+        -D_GLIBCXX_ASSERTIONS -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong
+        -fcf-protection -fstack-clash-protection)
 endif()
 target_link_options(vx_settings INTERFACE
     LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)

@@ -1,7 +1,5 @@
 #include "memory/ReclaimRegistry.h"
 
-#include <Vx/Reclaimable.h>
-
 #include <cassert>
 #include <cstdint>
 #include <cstdlib>
@@ -12,42 +10,42 @@
 namespace {
 
 constinit std::mutex mutex;
-constinit bool heldAcrossForks = false; // guarded by mutex
+constinit bool lockedAcrossForks = false; // guarded by mutex
 
-// A fork while another thread is inside would leave the child a table in pieces and a lock
-// that nobody gives back.
-void holdAcrossForks()
+// Without this, a child forked while another thread is in here would inherit a locked mutex and
+// a half-changed table.
+void lockAcrossForks()
 {
-    if (heldAcrossForks)
+    if (lockedAcrossForks)
         return;
     const auto lock = [] { mutex.lock(); };
     const auto unlock = [] { mutex.unlock(); };
     if (pthread_atfork(lock, unlock, unlock) != 0)
         throw std::bad_alloc();
-    heldAcrossForks = true;
+    lockedAcrossForks = true;
 }
 
 std::size_t hashOf(const Reclaimable* object) noexcept
 {
-    // Addresses differ little in their low bits; the product spreads all of them upwards.
-    const std::uint64_t spread =
+    // Multiplying carries the low bits, in which addresses differ, into the upper half.
+    const std::uint64_t product =
         reinterpret_cast<std::uintptr_t>(object) * std::uint64_t{0x9E3779B97F4A7C15u};
-    return static_cast<std::size_t>(spread >> 32);
+    return static_cast<std::size_t>(product >> 32);
 }
 
 } // namespace
 
-// The slot of the object, or the free one where it belongs.
-ReclaimRegistry::Slot* ReclaimRegistry::find(const Reclaimable* object) const noexcept
+// Returns the slot that holds the object, or the empty slot where it belongs.
+Reclaimable** ReclaimRegistry::find(const Reclaimable* object) const noexcept
 {
     std::size_t at = hashOf(object) & (capacity_ - 1);
-    while (slots_[at].object != nullptr && slots_[at].object != object)
+    while (slots_[at] != nullptr && slots_[at] != object)
         at = (at + 1) & (capacity_ - 1);
     return &slots_[at];
 }
 
-// Deliberate: straight from the C library. The platform's allocator may be someone else's,
-// who registers objects of his own.
+// Deliberate: allocates from the C library. A host's own allocator may register reclaimable
+// objects itself.
 void ReclaimRegistry::growIfFull()
 {
     if (size_ + size_ / 2 < capacity_)
@@ -55,34 +53,34 @@ void ReclaimRegistry::growIfFull()
     constexpr std::size_t kFirstCapacity = 64;
     const std::size_t oldCapacity = capacity_;
     const std::size_t newCapacity = oldCapacity != 0 ? 2 * oldCapacity : kFirstCapacity;
-    Slot* const grown = static_cast<Slot*>(std::calloc(newCapacity, sizeof(Slot)));
+    auto** const grown = static_cast<Reclaimable**>(std::calloc(newCapacity, sizeof(*slots_)));
     if (grown == nullptr)
         throw std::bad_alloc();
-    Slot* const old = slots_;
+    Reclaimable** const old = slots_;
     slots_ = grown;
     capacity_ = newCapacity;
     for (std::size_t i = 0; i < oldCapacity; ++i)
-        if (old[i].object != nullptr)
-            *find(old[i].object) = old[i];
+        if (old[i] != nullptr)
+            *find(old[i]) = old[i];
     std::free(old);
 }
 
 void ReclaimRegistry::add(Reclaimable* object)
 {
     const std::lock_guard<std::mutex> guard(mutex);
-    holdAcrossForks();
+    lockAcrossForks();
     growIfFull();
-    Slot* const slot = find(object);
-    assert(slot->object == nullptr && "an object registers once");
-    *slot = {object, pass_}; // not before the next pass
+    Reclaimable** const slot = find(object);
+    assert(*slot == nullptr && "an object registers once");
+    *slot = object;
     ++size_;
 }
 
 void ReclaimRegistry::remove(Reclaimable* object)
 {
     const std::lock_guard<std::mutex> guard(mutex);
-    Slot* const slot = capacity_ != 0 ? find(object) : nullptr;
-    if (slot == nullptr || slot->object == nullptr)
+    Reclaimable** const slot = capacity_ != 0 ? find(object) : nullptr;
+    if (slot == nullptr || *slot == nullptr)
         return;
     if (--size_ == 0) {
         std::free(slots_);
@@ -90,69 +88,18 @@ void ReclaimRegistry::remove(Reclaimable* object)
         capacity_ = 0;
         return;
     }
-    // Whoever was pushed past the gap moves back into it, so that no search ends too early.
+    // Move later entries of the probe chain into the gap, or a search would end there.
     std::size_t gap = static_cast<std::size_t>(slot - slots_);
-    slots_[gap].object = nullptr;
+    slots_[gap] = nullptr;
     const std::size_t mask = capacity_ - 1;
-    for (std::size_t at = (gap + 1) & mask; slots_[at].object != nullptr; at = (at + 1) & mask) {
-        const std::size_t distance = (at - hashOf(slots_[at].object)) & mask;
+    for (std::size_t at = (gap + 1) & mask; slots_[at] != nullptr; at = (at + 1) & mask) {
+        const std::size_t distance = (at - hashOf(slots_[at])) & mask;
         if (distance >= ((at - gap) & mask)) {
             slots_[gap] = slots_[at];
-            slots_[at].object = nullptr;
+            slots_[at] = nullptr;
             gap = at;
         }
     }
-}
-
-// Null when every object has been asked in this pass.
-Reclaimable* ReclaimRegistry::takeCheapest() noexcept
-{
-    const std::lock_guard<std::mutex> guard(mutex);
-    Slot* cheapest = nullptr;
-    int lowest = 0;
-    for (std::size_t i = 0; i < capacity_; ++i) {
-        Slot& slot = slots_[i];
-        if (slot.object == nullptr || slot.pass == pass_)
-            continue;
-        const int priority = slot.object->reclaimPriority();
-        if (cheapest == nullptr || priority < lowest) {
-            cheapest = &slot;
-            lowest = priority;
-        }
-    }
-    if (cheapest == nullptr)
-        return nullptr;
-    cheapest->pass = pass_;
-    return cheapest->object;
-}
-
-unsigned long ReclaimRegistry::reclaim(unsigned long bytes)
-{
-    {
-        const std::lock_guard<std::mutex> guard(mutex);
-        if (reclaiming_)
-            return 0;
-        reclaiming_ = true;
-        ++pass_;
-    }
-    struct Done {
-        ReclaimRegistry& registry;
-        ~Done()
-        {
-            const std::lock_guard<std::mutex> guard(mutex);
-            registry.reclaiming_ = false;
-        }
-    } done{*this};
-    // The objects are asked without the lock: they may take locks of their own and create
-    // and destroy others.
-    unsigned long freed = 0;
-    while (freed < bytes) {
-        Reclaimable* const object = takeCheapest();
-        if (object == nullptr)
-            break;
-        freed += object->reclaim(bytes - freed);
-    }
-    return freed;
 }
 
 std::size_t ReclaimRegistry::size() const
