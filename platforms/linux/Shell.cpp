@@ -1,25 +1,33 @@
 #include "Shell.h"
 
-#include "files/Folders.h"
 #include "diagnostics/Report.h"
+#include "files/Folders.h"
 #include "settings/Settings.h"
+#include "text/Utf8.h"
 
-#include <Vx/platform/OS.h>
-#include <Vx/platform/iSystemUtils.h>
 #include <string_view>
 #include <type_traits>
 
 static_assert(std::is_trivially_destructible_v<Shell>, "the service outlives every destructor");
+static_assert(sizeof(Shell) == sizeof(iShell), "state would need care around fork");
+
+namespace {
+
+void makeOrReport(const std::string& folder)
+{
+    if (const int error = makeFolders(folder))
+        report("could not make the folder", folder.c_str(), error);
+}
+
+} // namespace
 
 LightweightString<wchar_t> Shell::getFolder(int kind)
 {
     const std::string path = folderPath(kind);
-    if (isOwnFolder(kind))
-        if (const int error = makeFolders(path))
-            report("could not make the folder", path.c_str(), error);
-    LightweightString<wchar_t> wide =
-        OS()->systemUtils()->fromUTF8(path.data(), static_cast<unsigned int>(path.size()));
-    if (std::string_view(OS()->systemUtils()->toUTF8(wide)) != path)
+    if (mayCreateFolder(kind))
+        makeOrReport(path);
+    const LightweightString<wchar_t> wide = Utf8::decode(path.data(), path.size());
+    if (std::string_view(Utf8::encode(wide.c_str(), wide.length())) != path)
         report("could not name the folder", path.c_str(), 0,
                "it is not UTF-8, so one with U+FFFD in its name takes its place");
     return wide;
@@ -27,23 +35,9 @@ LightweightString<wchar_t> Shell::getFolder(int kind)
 
 void Shell::setOutputDiagnosticsFolder(const LightweightString<wchar_t>& folder)
 {
-    {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        if (diagnosticsFolder_ == nullptr)
-            diagnosticsFolder_ = new LightweightString<wchar_t>;
-        *diagnosticsFolder_ = folder;
-    }
-    const LightweightString<char> path = OS()->systemUtils()->toUTF8(folder);
-    if (path.empty())
-        return;
-    if (const int error = makeFolders(path.c_str()))
-        report("could not make the folder", path.c_str(), error);
-}
-
-LightweightString<wchar_t> Shell::outputDiagnosticsFolder()
-{
-    const std::lock_guard<std::mutex> guard(mutex_);
-    return diagnosticsFolder_ != nullptr ? *diagnosticsFolder_ : LightweightString<wchar_t>();
+    const LightweightString<char> path = Utf8::encode(folder.c_str(), folder.length());
+    if (!path.empty())
+        makeOrReport(path.c_str());
 }
 
 Vx::Ptr<iSettings> Shell::getSettings(int scope) { return makeSettings(scope); }

@@ -1,43 +1,25 @@
-// Shell.h - the user's folders and settings.
+// Shell.h - The user's folders and settings.
 #pragma once
 
 #include <Vx/LightweightString.h>
 #include <Vx/platform/iSettings.h>
 #include <Vx/platform/iShell.h>
-#include <mutex>
 
-/// The user's folders by the XDG base-directory rules, and the settings (see Settings).
+/// Finds the user's folders (files/Folders.h) and settings (settings/Settings.h).
 ///
-/// Errors: a folder that cannot be made gives one line on standard error; what is stored in
-///   it later fails in its own way. A path that is not UTF-8 gives one, too: wide text cannot
-///   tell it. Memory exhaustion leaves as std::bad_alloc.
-/// Threads: any.
+/// Errors: a folder that cannot be created is reported on standard error; using it then fails.
+///   Memory exhaustion throws std::bad_alloc.
+/// Thread safety: any thread. There is no state, so nothing can be locked across a fork.
 class Shell final : public iShell {
 public:
-    // The kinds of getFolder(). A variable counts when it holds an absolute path; HOME is
-    // replaced by the user database's entry.
-    static constexpr int kHomeFolder = 0;      ///< HOME
-    static constexpr int kDocumentsFolder = 1; ///< HOME/Documents
-    static constexpr int kTemporaryFolder = 2; ///< TMPDIR, or /tmp
-    static constexpr int kCacheFolder = 3;     ///< XDG_CACHE_HOME, or HOME/.cache
-    // kUserDataFolder: XDG_CONFIG_HOME, or HOME/.config; the answer to any kind not listed here.
-    static constexpr int kSharedDataFolder = 5; ///< XDG_DATA_HOME, or HOME/.local/share
-    static constexpr int kStateFolder = 6;      ///< XDG_STATE_HOME, or HOME/.local/state
-
-    /// The folder's path, a separator at its end. The folder is made when missing, for this
-    /// user alone; only the home and the temporary folder are not ours to make.
+    /// Returns the path of the folder of this FolderKind, ending in a separator. Creates it, for
+    /// this user alone, unless it is the home or the temporary folder. A path that is not UTF-8
+    /// is reported and returned with U+FFFD in place of what is not.
     LightweightString<wchar_t> getFolder(int kind) override;
 
-    /// Makes \p folder, with the folders above it, and remembers it.
+    /// Creates \p folder and its parents. An empty path does nothing.
     void setOutputDiagnosticsFolder(const LightweightString<wchar_t>& folder) override;
 
-    /// What setOutputDiagnosticsFolder() was given last; empty before.
-    LightweightString<wchar_t> outputDiagnosticsFolder();
-
-    /// The store of \p scope: 0 the user's, 1 the machine's; empty for any other scope.
+    /// Returns the store of \p scope: 0 is the program's, 1 the machine's; null for others.
     Vx::Ptr<iSettings> getSettings(int scope) override;
-
-private:
-    std::mutex mutex_;
-    LightweightString<wchar_t>* diagnosticsFolder_ = nullptr; // guarded by mutex_, never freed
 };

@@ -1,4 +1,4 @@
-// platform/iShell.h - the user's folders and settings.
+// platform/iShell.h - The user's folders and settings.
 #pragma once
 
 #include <Vx/VxExport.h>
@@ -6,23 +6,24 @@
 
 /// The user's folders and settings.
 ///
-/// Threads: any.
+/// Thread safety: every operation may be called from any thread at any time.
 class VX_API iShell {
 public:
-    /// The kind of getFolder() that the library itself asks for: where an
-    /// application keeps its data for this user.
+    /// The getFolder() kind that the library uses: the parent of every application's data
+    /// folder for this user. All other kinds are the platform's choice.
     static constexpr int kUserDataFolder = 4;
 
-    /// The path of a standard folder. It ends with a path separator: callers append
-    /// a name directly.
+    /// Returns the path of a standard folder. It ends with a path separator, so callers append
+    /// a name directly. The platform creates the user's data folder if it is missing.
     virtual LightweightString<wchar_t> getFolder(int kind) = 0;
 
-    /// Tells the platform where diagnostic output is to go. The default does
-    /// nothing; a platform overrides it to receive the folder.
+    /// Tells the platform where diagnostic output goes. A platform may create the folder, or
+    /// remember it for its own logs. The default does nothing.
     virtual void setOutputDiagnosticsFolder(const LightweightString<wchar_t>& folder);
 
-    /// The settings store of \p scope: 0 is the user's, 1 the second store. Calls
-    /// with the same scope reach the same values.
+    /// Returns the settings store of \p scope, never null for scopes 0 and 1. The library keeps
+    /// the clean-exit marker in scope 0, which should therefore belong to one program. All
+    /// objects of the same scope share their values.
     virtual Vx::Ptr<iSettings> getSettings(int scope) = 0;
 
 protected:

@@ -1,18 +1,21 @@
 #include "files/Folders.h"
 
 #include "files/Descriptor.h"
-#include "Shell.h"
 
+#include <Vx/platform/iShell.h>
+#include <algorithm>
 #include <cstdlib>
 #include <fcntl.h>
 #include <pwd.h>
 #include <unistd.h>
 #include <vector>
 
+static_assert(FolderKind::kUserData == iShell::kUserDataFolder);
+
 namespace {
 
-/// The value of a variable that names a folder, with a separator at its end; empty when it
-/// is not set or, as the base-directory rules have it, not absolute.
+/// Returns the folder that an environment variable names, ending in a separator; empty if the
+/// variable is unset or not absolute, which the base-directory rules treat alike.
 std::string folderVariable(const char* name)
 {
     const char* value = secure_getenv(name);
@@ -26,16 +29,16 @@ std::string folderVariable(const char* name)
 
 std::string homeOfUser()
 {
-    std::vector<char> texts(1024);
+    std::vector<char> strings(1024);
     passwd entry;
     passwd* found = nullptr;
     int error;
     do {
-        error = getpwuid_r(geteuid(), &entry, texts.data(), texts.size(), &found);
+        error = getpwuid_r(geteuid(), &entry, strings.data(), strings.size(), &found);
         if (error == ERANGE)
-            texts.resize(texts.size() * 2);
+            strings.resize(strings.size() * 2);
     } while (error == ERANGE || error == EINTR);
-    // Users without a home, as in containers, live at the root.
+    // Containers run programs as users without an entry or a home: those get the root folder.
     std::string home =
         error == 0 && found != nullptr && found->pw_dir != nullptr && *found->pw_dir == '/'
             ? found->pw_dir
@@ -51,7 +54,7 @@ std::string home()
     return path.empty() ? homeOfUser() : path;
 }
 
-/// The folder that \p variable names, or \p inHome below the home folder.
+/// Returns the folder that \p variable names, or else \p inHome in the home folder.
 std::string base(const char* variable, const char* inHome)
 {
     const std::string path = folderVariable(variable);
@@ -69,20 +72,23 @@ bool isFolder(const char* path)
 std::string folderPath(int kind)
 {
     switch (kind) {
-    case Shell::kHomeFolder: return home();
-    case Shell::kDocumentsFolder: return home() + "Documents/";
-    case Shell::kTemporaryFolder: {
+    case FolderKind::kHome: return home();
+    case FolderKind::kDocuments: return home() + "Documents/";
+    case FolderKind::kTemporary: {
         const std::string path = folderVariable("TMPDIR");
         return path.empty() ? "/tmp/" : path;
     }
-    case Shell::kCacheFolder: return base("XDG_CACHE_HOME", ".cache/");
-    case Shell::kSharedDataFolder: return base("XDG_DATA_HOME", ".local/share/");
-    case Shell::kStateFolder: return base("XDG_STATE_HOME", ".local/state/");
+    case FolderKind::kCache: return base("XDG_CACHE_HOME", ".cache/");
+    case FolderKind::kSharedData: return base("XDG_DATA_HOME", ".local/share/");
+    case FolderKind::kState: return base("XDG_STATE_HOME", ".local/state/");
     default: return base("XDG_CONFIG_HOME", ".config/");
     }
 }
 
-bool isOwnFolder(int kind) { return kind != Shell::kHomeFolder && kind != Shell::kTemporaryFolder; }
+bool mayCreateFolder(int kind)
+{
+    return kind != FolderKind::kHome && kind != FolderKind::kTemporary;
+}
 
 std::string machineSettingsFolder()
 {
@@ -113,7 +119,7 @@ int makeFolders(const std::string& path)
     for (std::string::size_type end = 0; end < path.size();) {
         end = std::min(path.find('/', end + 1), path.size());
         const std::string part = path.substr(0, end);
-        // Folders on the way may stand where this user may make nothing.
+        // A parent that exists may be refused with EACCES or EROFS rather than EEXIST.
         if (retried(systemCalls.mkdirat, AT_FDCWD, part.c_str(), mode_t(0700)) != 0) {
             const int error = errno;
             if (!isFolder(part.c_str()))

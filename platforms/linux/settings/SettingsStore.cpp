@@ -1,10 +1,9 @@
 #include "settings/SettingsStore.h"
 
-#include "files/Folders.h"
 #include "diagnostics/Report.h"
-#include "settings/SettingsFile.h"
-#include "Shell.h"
+#include "files/Folders.h"
 #include "files/SystemCalls.h"
+#include "settings/SettingsFile.h"
 
 #include <fcntl.h>
 #include <memory>
@@ -20,7 +19,7 @@ struct Pending {
 
 SettingsFile::Place placeOf(int scope)
 {
-    const std::string userFolder = folderPath(Shell::kUserDataFolder) + "Vx/";
+    const std::string userFolder = folderPath(FolderKind::kUserData) + "Vx/";
     if (scope == 0)
         return {userFolder, "user.ini"};
     const std::string machineFolder = machineSettingsFolder();
