@@ -1,12 +1,15 @@
-// UTF-8 both ways against a decoder that knows only the table of well-formed sequences.
+// Converts in both directions and compares with a decoder made from the Unicode standard's table
+// of well-formed sequences.
 #include "Fuzz.h"
 
 #include "text/Utf8.h"
+#include "text/Utf8Plain.h"
+
 #include <memory>
 
 namespace {
 
-// The well-formed sequences, byte range by byte range.
+// The range of each byte.
 constexpr struct Row {
     int size;
     unsigned char ranges[4][2];
@@ -26,7 +29,7 @@ std::wstring plainDecode(const std::string& bytes)
 {
     std::wstring text;
     for (std::size_t at = 0; at < bytes.size();) {
-        std::size_t longest = 1; // a byte that begins nothing counts for itself
+        std::size_t longest = 1; // a byte that begins no sequence is replaced alone
         wchar_t character = 0xFFFD;
         for (const Row& row : kWellFormed) {
             std::size_t fit = 0;
@@ -63,7 +66,7 @@ std::string plainEncode(const std::wstring& text)
     return bytes;
 }
 
-// Exactly as large as the text, so that a byte too many is seen.
+// A block of exactly this size, so that the sanitizer sees an access beyond it.
 template <class Ch> std::unique_ptr<Ch[]> exactly(const std::basic_string<Ch>& text)
 {
     std::unique_ptr<Ch[]> copy(new Ch[text.size()]);

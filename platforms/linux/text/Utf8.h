@@ -1,44 +1,27 @@
-// Utf8.h - UTF-8 to UTF-32 and back.
+// Utf8.h - Converts strings between UTF-8 and UTF-32.
 #pragma once
 
 #include <Vx/LightweightString.h>
 #include <cstddef>
 
-/// Text conversion of the platform.
+/// The platform's text conversion.
 ///
 /// Malformed input: each maximal subpart of an ill-formed sequence becomes one U+FFFD, as
-///   the Unicode standard recommends; a wide value that is a surrogate or lies past
-///   U+10FFFF becomes U+FFFD too. Nothing is reported.
-/// Reading: exactly the bytes or characters given, never one more.
-/// Errors: memory exhaustion passes through; a result of 2^31 characters or more is a
-///   std::length_error.
-/// Threads: any; there is no state.
+///   the Unicode standard recommends. So does a wide value that is a surrogate or above
+///   U+10FFFF. Nothing is reported.
+/// Results: a string with a block of its own, or without a block if it is empty.
+/// Errors: throws std::bad_alloc on memory exhaustion and std::length_error for a result
+///   of 2^31 characters or more.
+/// Thread safety: stateless; any thread.
 namespace Utf8 {
 
-/// The code points of \p count bytes, zeros included, in a block of their own.
+/// Decodes \p count bytes of UTF-8, embedded zeros included. Never reads past them.
 LightweightString<wchar_t> decode(const char* bytes, std::size_t count);
 
-/// The UTF-8 form of \p count wide characters, zeros included, in a block of its own.
+/// Encodes \p count wide characters, embedded zeros included. Never reads past them.
 LightweightString<char> encode(const wchar_t* chars, std::size_t count);
 
-/// Each byte as the code point of the same number.
+/// Converts each byte to the code point of the same number (Latin-1).
 LightweightString<wchar_t> widen(const char* bytes, std::size_t count);
 
-/// The plain methods: character by character, for any input. They say what is right; the
-/// fast ones of Utf8Vector.h serve well-formed text and must agree with them.
-namespace Plain {
-
-/// Code points that decode() of the same bytes writes.
-std::size_t decodedLength(const char* bytes, std::size_t count) noexcept;
-
-/// Writes decodedLength() code points to \p out.
-void decode(const char* bytes, std::size_t count, wchar_t* out) noexcept;
-
-/// Bytes that encode() of the same characters writes.
-std::size_t encodedLength(const wchar_t* chars, std::size_t count) noexcept;
-
-/// Writes encodedLength() bytes to \p out.
-void encode(const wchar_t* chars, std::size_t count, char* out) noexcept;
-
-} // namespace Plain
 } // namespace Utf8

@@ -1,0 +1,28 @@
+// Utf8Decode.h - Validates and decodes UTF-8, 16 bytes at a time.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#ifndef VX_UTF8_SSE
+#if defined(__SSE4_1__) && !VX_PLAIN
+#define VX_UTF8_SSE 1
+#else
+#define VX_UTF8_SSE 0
+#endif
+#endif
+
+#if VX_UTF8_SSE
+/// Plain::decodedLength() and Plain::decode() for well-formed input.
+namespace Utf8::Sse {
+
+constexpr std::size_t kMalformed = SIZE_MAX;
+
+/// Returns the number of code points in \p bytes, or kMalformed if any sequence is ill-formed.
+std::size_t countWellFormed(const char* bytes, std::size_t count) noexcept;
+
+/// Writes exactly countWellFormed() code points to \p out. Undefined for malformed input.
+void decodeWellFormed(const char* bytes, std::size_t count, wchar_t* out) noexcept;
+
+} // namespace Utf8::Sse
+#endif
