@@ -1,5 +1,5 @@
-// Any words behind `vx`, on two files in memory: an answer that the man page knows, changes only
-// by the commands that make them, and none by the same command again.
+// Any arguments of vx, with two files in memory: the exit status is one that the man page lists,
+// only commands that write change a file, and running a command twice changes nothing more.
 #include "Fuzz.h"
 
 #include <CommandLine.h>
@@ -10,13 +10,7 @@
 
 namespace {
 
-/// Makes no folders.
-struct WithoutFolders : PlatformProxy {
-    LightweightString<wchar_t> getFolder(int) override { return L"/nowhere/"; }
-    void setOutputDiagnosticsFolder(const LightweightString<wchar_t>&) override {}
-};
-
-/// Nothing reaches the terminal while it lives.
+/// Discards standard output and standard error during its lifetime.
 class Silence {
 public:
     Silence()
@@ -40,52 +34,44 @@ Files filesOf(const ScriptedPlatform& platform)
     return {platform.file(L"f"), platform.file(L"g")};
 }
 
-tool::Status answerTo(std::vector<char*> words)
+tool::Status run(const std::vector<const char*>& words)
 {
     const Silence silence;
-    tool::Status status = tool::kFailed;
-    const tool::Action action =
-        tool::readCommandLine(static_cast<int>(words.size()), words.data(), status);
-    return action ? tool::answerOf(action) : status;
+    return tool::runCommandLine(static_cast<int>(words.size()), words.data());
 }
 
 } // namespace
 
-// Words, a line each, up to an empty line; then the bytes of the file f, a zero, those of g.
+// The input: arguments, one per line, up to an empty line; then file f, a NUL and file g.
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    // For good: the host that the library asks, and what it asked when it was made.
-    static const auto* const platformOfHost = new WithoutFolders;
-    static const auto* const host = new tool::Tool({});
-    FUZZ_CLAIM(platformOfHost != nullptr && Vx::Application::instance() == host);
     Input input(data, size);
     std::vector<std::string> lines;
     while (!input.empty() && (lines.empty() || !lines.back().empty()))
         lines.push_back(input.line());
-    std::string program = "vx";
-    std::vector<char*> words{program.data()};
-    bool changes = false;
-    for (std::string& line : lines) {
+    std::vector<const char*> words{"vx"};
+    bool writes = false;
+    for (const std::string& line : lines) {
         if (line.empty())
             break;
-        if (line == "fcc") // asks for more than a million codes, which sanitizers make long
+        if (line == "fcc") // looks up more than a million codes, which sanitizers make slow
             return 0;
-        words.push_back(line.data());
-        changes = changes || line == "set" || line == "unset" || line.rfind("-o", 0) == 0 ||
-                  line.rfind("--output", 0) == 0;
+        words.push_back(line.c_str());
+        writes = writes || line == "set" || line == "unset" || line.rfind("-o", 0) == 0 ||
+                 line.rfind("--output", 0) == 0;
     }
     const std::string bytes = input.rest();
-    const std::size_t zero = std::min(bytes.find('\0'), bytes.size());
+    const std::size_t separator = std::min(bytes.find('\0'), bytes.size());
 
     ScriptedPlatform platform;
-    platform.addFile(L"f", bytes.substr(0, zero));
-    platform.addFile(L"g", bytes.substr(std::min(zero + 1, bytes.size())));
+    platform.addFile(L"f", bytes.substr(0, separator));
+    platform.addFile(L"g", bytes.substr(std::min(separator + 1, bytes.size())));
     const Files before = filesOf(platform);
-    const tool::Status status = answerTo(words);
+    const tool::Status status = run(words);
     const Files after = filesOf(platform);
     FUZZ_CLAIM(status >= tool::kYes && status <= tool::kFailed);
-    FUZZ_CLAIM(after == before || (changes && status == tool::kYes));
-    answerTo(words);
+    FUZZ_CLAIM(after == before || (writes && status == tool::kYes));
+    run(words);
     FUZZ_CLAIM(filesOf(platform) == after);
     return 0;
 }

@@ -10,15 +10,15 @@ namespace tool {
 namespace {
 
 constexpr const char* kExamples = R"(Examples:
-  vx ini check editor.ini               what loads differently from what it looks like
-  vx ini set editor.ini Video rate 50   changes one line and leaves the others alone
-  vx fcc xd5c                           the playout code of a stored essence
-  vx pools --plot PooledObjects.log     peak demand over the runs
+  vx ini check editor.ini               finds lines that load differently than they look
+  vx ini set editor.ini Video rate 50   changes one line and no other
+  vx fcc xd5c                           translates the code of a stored essence
+  vx pools --plot PooledObjects.log     draws the peak demand of each run
 
-Exit status: 0 yes, done; 1 no, not found, different, findings; 2 usage; 3 failed.
+Exit status: 0 yes, done; 1 no, not found, different, warnings; 2 usage; 3 failed.
 See 'vx COMMAND --help' for one command, and 'man vx'.)";
 
-/// What cannot be understood, and where it says how it is done.
+/// The message for a command line that cannot be parsed.
 std::string explained(const CLI::App* app, const CLI::Error& error)
 {
     std::string command;
@@ -28,10 +28,10 @@ std::string explained(const CLI::App* app, const CLI::Error& error)
                                              : deepest->get_subcommands().front())
         command += (command.empty() ? "" : " ") + deepest->get_name();
     const std::vector<std::string> rest = app->remaining(true);
-    // A word that is no command is, to the parser, a command that is missing.
+    // CLI11 reports an unknown command as a missing one.
     const bool unknown =
         error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) && !rest.empty();
-    const std::string why = unknown ? std::string("there is no ") +
+    const std::string why = unknown ? std::string("unknown ") +
                                           (rest.front()[0] == '-' ? "option " : "command ") +
                                           inQuotes(rest.front())
                                     : shown(error.what());
@@ -79,7 +79,7 @@ void Command::jsonFlag(bool& value) { flag("--json", value, "Print JSON"); }
 
 void Command::caseFlag(bool& value)
 {
-    flag("-c,--case-sensitive", value, "Section names that differ in case are two sections");
+    flag("-c,--case-sensitive", value, "Treat section names that differ in case as different");
 }
 
 void Command::needs(const char* name, const char* other)
@@ -102,10 +102,10 @@ void Command::runs(Action action)
     });
 }
 
-Action readCommandLine(int argc, char** argv, Status& status)
+Status runCommandLine(int argc, const char* const* argv)
 {
     CLI::App app("vx - inspects and edits what applications built on Vx store", "vx");
-    // The help is for people: what is required shows by the brackets that are not there.
+    // Brackets already mark optional arguments; the labels would repeat that.
     app.get_formatter()->label("REQUIRED", "");
     app.get_formatter()->label("TEXT", "");
     app.footer(kExamples);
@@ -129,11 +129,10 @@ Action readCommandLine(int argc, char** argv, Status& status)
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
-        status = app.exit(e) == 0 ? kYes : kUsage;
-        return {};
+        return app.exit(e) == 0 ? kYes : kUsage;
     }
     chooseColour(colour);
-    return chosen;
+    return run(chosen);
 }
 
 } // namespace tool

@@ -1,5 +1,5 @@
-// CommandLine.h - what each command takes and does. Behind it stands the parser, which takes long
-// to compile and is compiled once.
+// CommandLine.h - Declares commands and their arguments. CLI11, which compiles slowly, is
+// included in CommandLine.cpp only.
 #pragma once
 
 #include "Tool.h"
@@ -13,34 +13,34 @@ class App;
 
 namespace tool {
 
-/// A command on its way onto the command line. What it reads goes into variables of the caller's,
-/// which live until the action has run.
+/// A command being declared. The variables that receive its arguments belong to the caller and
+/// must live until the action has run.
 class Command {
 public:
-    /// Its \p action becomes \p chosen when the command stands on the line.
+    /// \p chosen receives the action of the command that the command line names.
     Command(CLI::App& app, Action& chosen) : app_(&app), chosen_(&chosen) {}
 
     Command add(const char* name, const char* description);
-    /// One of the commands below this one must follow.
+    /// Requires one of the subcommands.
     void needsCommand();
 
-    /// Words in the order in which they are declared; an optional one may be missing.
+    /// Positional arguments, in the order of their declaration; an optional one may be missing.
     void argument(const char* name, std::string& value, const char* help);
     void argument(const char* name, std::optional<std::string>& value, const char* help);
-    /// \p what follows it, in one word for the help.
+    /// \p what names the option's argument in the help.
     void option(const char* names, std::string& value, const char* what, const char* help);
     /// A number from 1 to \p most.
     void option(const char* names, unsigned int& value, unsigned int most, const char* what,
                 const char* help);
     void flag(const char* names, bool& value, const char* help);
-    /// The flags that several commands have.
+    /// Flags that several commands share.
     void jsonFlag(bool& value);
     void caseFlag(bool& value);
     void needs(const char* name, const char* other);
     void excludes(const char* name, const char* other);
 
     void footer(const char* text);
-    /// What it does, unless a command below it follows.
+    /// \p action runs if the command line names this command and none of its subcommands.
     void runs(Action action);
 
 private:
@@ -48,8 +48,7 @@ private:
     Action* chosen_;
 };
 
-/// Reads the whole line. \returns what it asks for; empty when nothing is left to do, with the
-/// \p status to end with
-Action readCommandLine(int argc, char** argv, Status& status);
+/// Parses the command line, runs the command and returns the exit status.
+Status runCommandLine(int argc, const char* const* argv);
 
 } // namespace tool

@@ -1,5 +1,4 @@
-// Commands.h - the commands: each adds itself below another. Nothing runs before the whole line
-// has been understood.
+// Commands.h - Each function adds one command below another.
 #pragma once
 
 #include "CommandLine.h"

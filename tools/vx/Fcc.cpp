@@ -1,7 +1,7 @@
 #include "Commands.h"
 #include "Json.h"
+#include "Strings.h"
 #include "Terminal.h"
-#include "Text.h"
 
 #include <Vx/Image/PlayoutFCC.h>
 #include <algorithm>
@@ -84,7 +84,6 @@ std::optional<unsigned int> read(const std::string& given, bool asCode)
 /// all that could be one: its table stands nowhere else.
 std::map<unsigned int, std::vector<unsigned int>> wholeTable()
 {
-    const Progress progress("asking about every code");
     std::map<unsigned int, std::vector<unsigned int>> table;
     const auto ask = [&](unsigned int code) {
         const unsigned int playout = Vx::lookupPlayoutFCC(code);

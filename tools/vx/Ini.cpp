@@ -6,8 +6,8 @@ void addIni(Command top)
 {
     Command ini = top.add("ini", "Inspects and edits INI files");
     ini.needsCommand();
-    ini.footer("A SECTION of '-' stands for the lines above the first header. A word that"
-               " begins with '-'\ngoes behind '--'.");
+    ini.footer("SECTION '-' means the lines before the first section. An argument that starts"
+               " with '-'\nfollows '--'.");
     addIniShow(ini);
     addIniGet(ini);
     addIniSet(ini);

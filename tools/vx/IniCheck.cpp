@@ -1,8 +1,8 @@
 #include "Commands.h"
 #include "IniFindings.h"
 #include "Json.h"
+#include "Strings.h"
 #include "Terminal.h"
-#include "Text.h"
 
 #include <fmt/format.h>
 
@@ -40,21 +40,20 @@ Status check(const Options& options)
     }
     if (options.json)
         printJson({{"file", options.file}, {"warnings", warnings}, {"findings", list}});
-    return warnings == 0 ? kYes : kNegative;
+    return warnings == 0 ? kYes : kNo;
 }
 
 } // namespace
 
 void addIniCheck(Command ini)
 {
-    Command command =
-        ini.add("check", "Points at lines that load differently from what they look like");
+    Command command = ini.add("check", "Finds lines that load differently than they look");
     auto options = std::make_shared<Options>();
     command.argument("FILE", options->file, "An INI file");
     command.caseFlag(options->caseSensitive);
     command.jsonFlag(options->json);
-    command.footer("Prints FILE:LINE:COLUMN, as compilers do. Exit status 1 when there is a"
-                   " warning;\nnotes do not count.\n\nExample:\n  vx ini check editor.ini");
+    command.footer("Prints FILE:LINE:COLUMN like a compiler. Exit status 1 if there are warnings;"
+                   "\nnotes do not count.\n\nExample:\n  vx ini check editor.ini");
     command.runs([options] { return check(*options); });
 }
 

@@ -1,8 +1,8 @@
 #include "Commands.h"
 #include "IniText.h"
 #include "Json.h"
+#include "Strings.h"
 #include "Terminal.h"
-#include "Text.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -19,7 +19,7 @@ struct Options {
     bool json = false;
 };
 
-/// The values of each name, in order: duplicates count.
+/// The values of each key, in order and with duplicates.
 using Values = std::map<LightweightString<char>, std::vector<LightweightString<char>>>;
 
 Values valuesOf(const VxIniFile::Pairs& pairs)
@@ -69,7 +69,7 @@ public:
     {
         if (json_)
             printJson({{"left", options.left}, {"right", options.right}, {"differences", list_}});
-        return different_ ? kNegative : kYes;
+        return different_ ? kNo : kYes;
     }
 
 private:
@@ -108,7 +108,6 @@ Status diff(const Options& options)
 {
     const VxIniFile left = loadIni(options.left, options.caseSensitive);
     const VxIniFile right = loadIni(options.right, options.caseSensitive);
-    // One document with both, for the names of all sections in their order.
     std::set<LightweightString<char>, VxIniFile_Private::StringLT_Fancy> sections(
         VxIniFile_Private::StringLT_Fancy{options.caseSensitive});
     for (const VxIniFile* ini : {&left, &right})
@@ -127,15 +126,15 @@ Status diff(const Options& options)
 
 void addIniDiff(Command ini)
 {
-    Command command = ini.add("diff", "Compares two files by what they say");
+    Command command = ini.add("diff", "Compares the contents of two files");
     auto options = std::make_shared<Options>();
     command.argument("FILE1", options->left, "An INI file");
     command.argument("FILE2", options->right, "An INI file");
     command.caseFlag(options->caseSensitive);
     command.jsonFlag(options->json);
-    command.footer("The order of sections and names, comments, blank lines and line ends make no"
-                   " difference;\nseveral values of one name do. Exit status 1 when the files"
-                   " differ.\n\nExample:\n  vx ini diff editor.ini editor.ini.bak");
+    command.footer("Ignores the order of sections and keys, comments, blank lines and line endings,"
+                   "\nbut not duplicate keys. Exit status 1 if the files differ.\n\nExample:\n  vx "
+                   "ini diff editor.ini editor.ini.bak");
     command.runs([options] { return diff(*options); });
 }
 

@@ -1,8 +1,8 @@
 #include "IniEdit.h"
 
 #include "Files.h"
+#include "Strings.h"
 #include "Terminal.h"
-#include "Text.h"
 #include "Tool.h"
 
 #include <fmt/format.h>
@@ -18,12 +18,12 @@ bool sameSection(const LightweightString<char>& a, const LightweightString<char>
     return !less(a, b) && !less(b, a);
 }
 
-/// The places in the lines that an edit is about.
+/// The lines that an edit is about, by index.
 struct Found {
-    std::vector<std::size_t> named;      ///< lines with the wanted name
-    std::optional<std::size_t> lastPair; ///< last line of the section with any name
+    std::vector<std::size_t> withKey;    ///< lines with the wanted key
+    std::optional<std::size_t> lastPair; ///< last key=value line of the section
     std::optional<std::size_t> header;   ///< first header of the section
-    std::optional<std::size_t> lastTop;  ///< last line above the first header
+    std::optional<std::size_t> lastTop;  ///< last line before the first section
 };
 
 Found find(const IniText& text, const IniPlace& place)
@@ -45,16 +45,16 @@ Found find(const IniText& text, const IniPlace& place)
             found.lastTop = i;
         if (!isSplit(line.pair) || !sameSection(current, place.section, place.caseSensitive))
             continue;
-        // A comment with a '=' in it is no place to put a new line behind.
+        // New lines are not added after a comment that contains '='.
         if (!looksLikeComment(line.pair))
             found.lastPair = i;
-        if (line.pair.name == place.name)
-            found.named.push_back(i);
+        if (line.pair.name == place.key)
+            found.withKey.push_back(i);
     }
     return found;
 }
 
-/// How the lines of the file end; as the library writes them where there are none.
+/// The line ending of the file; by default the one that the library writes.
 std::string lineEnd(const IniText& text)
 {
     if (text.lines().empty() || !text.lines().front().ended)
@@ -63,7 +63,7 @@ std::string lineEnd(const IniText& text)
     return !raw.empty() && raw.back() == '\r' ? "\r\n" : "\n";
 }
 
-/// A text put together from the lines of another and new ones.
+/// Builds the edited file from lines of the old one and new lines.
 class Writer {
 public:
     explicit Writer(const IniText& source) : source_(source), end_(lineEnd(source)) {}
@@ -79,7 +79,7 @@ public:
     }
     void add(std::string_view line)
     {
-        // The last line of the source may have no end yet.
+        // The last line of the source may lack a line ending.
         if (!result_.empty() && result_.back() != '\n')
             result_ += end_;
         result_ += line;
@@ -98,27 +98,26 @@ std::string edited(const IniText& before, const IniPlace& place, const std::stri
 {
     const Found found = find(before, place);
     const std::size_t count = before.lines().size();
-    const std::string line = std::string(view(place.name)) + "=" + value;
+    const std::string line = std::string(view(place.key)) + "=" + value;
     const bool top = place.section == VxIniFile::kAnonymousSection();
     Writer writer(before);
-    if (!found.named.empty()) {
-        const std::size_t at = found.named.front();
+    if (!found.withKey.empty()) {
+        const std::size_t at = found.withKey.front();
         const IniLine& old = before.lines()[at];
         writer.copy(0, at);
         writer.raw(std::string(old.head()) + line);
-        // Of the tail only the line's end stays: what else stood there was part of the old
-        // value to whoever wrote it.
+        // Keep only the line ending of the tail; the rest belonged to the old value.
         if (!old.raw.empty() && old.raw.back() == '\r')
             writer.raw("\r");
         writer.raw(old.ended ? "\n" : "");
         writer.copy(at + 1, count);
         return writer.take();
     }
-    std::optional<std::size_t> behind = found.lastPair;
-    if (!behind)
-        behind = top ? found.lastTop : found.header;
-    if (behind || top) {
-        const std::size_t at = behind ? *behind + 1 : 0;
+    std::optional<std::size_t> previous = found.lastPair;
+    if (!previous)
+        previous = top ? found.lastTop : found.header;
+    if (previous || top) {
+        const std::size_t at = previous ? *previous + 1 : 0;
         writer.copy(0, at);
         writer.add(line);
         writer.copy(at, count);
@@ -132,14 +131,14 @@ std::string edited(const IniText& before, const IniPlace& place, const std::stri
     return writer.take();
 }
 
-/// Takes the first pair with the wanted name out of \p sections.
+/// Removes and returns the first pair with the wanted key.
 std::optional<Vx::AttribValuePair> takeFirst(VxIniFile::Sections& sections, const IniPlace& place)
 {
     const auto section = sections.find(place.section);
     if (section == sections.end())
         return {};
     for (auto pair = section->second.begin(); pair != section->second.end(); ++pair) {
-        if (!isSplit(*pair) || pair->name != place.name)
+        if (!isSplit(*pair) || pair->name != place.key)
             continue;
         Vx::AttribValuePair taken = *pair;
         section->second.erase(pair);
@@ -150,20 +149,20 @@ std::optional<Vx::AttribValuePair> takeFirst(VxIniFile::Sections& sections, cons
     return {};
 }
 
-/// Why a line does not read back as it was meant.
+/// Why the line for \p value would not read back unchanged.
 std::string reason(const IniPlace& place, const std::string& value)
 {
-    const std::string line = std::string(view(place.name)) + "=" + value;
+    const std::string line = std::string(view(place.key)) + "=" + value;
     if ((line + std::string(view(place.section))).find('\n') != std::string::npos)
-        return "a line break cannot stand inside a line";
+        return "a line cannot contain a line break";
     const IniText alone("first\n" + line + "\n");
     const IniLine& read = alone.lines()[1];
     if (read.kind == IniLine::Kind::header)
-        return "the line would be a section header";
+        return "the line would load as a section header";
     if (read.kind == IniLine::Kind::pair && isSplit(read.pair))
-        return fmt::format("it would load as the name {} with the value {}",
+        return fmt::format("the line would load as key {} with value {}",
                            inQuotes(view(read.pair.name)), inQuotes(view(read.pair.value)));
-    return "it would not load as a name and a value";
+    return "the line would not load as a key and a value";
 }
 
 } // namespace
@@ -176,29 +175,29 @@ std::string withValue(const IniText& before, const IniPlace& place, const std::s
     takeFirst(was, place);
     const auto taken = takeFirst(is, place);
     if (!taken || view(taken->value) != value || !sameSections(was, is))
-        throw Failure(fmt::format("{}={} would not read back: {}", shown(view(place.name)),
+        throw Failure(fmt::format("{}={} would not read back: {}", shown(view(place.key)),
                                   shown(value), reason(place, value)));
     return after;
 }
 
-std::size_t removeName(const IniText& before, const IniPlace& place, std::string& after)
+std::size_t removeKey(const IniText& before, const IniPlace& place, std::string& after)
 {
     const Found found = find(before, place);
     Writer writer(before);
     std::size_t next = 0;
-    for (const std::size_t line : found.named) {
+    for (const std::size_t line : found.withKey) {
         writer.copy(next, line);
         next = line + 1;
     }
     writer.copy(next, before.lines().size());
     after = writer.take();
-    return found.named.size();
+    return found.withKey.size();
 }
 
 void replaceIni(const std::string& path, const IniText& before, const std::string& after)
 {
     if (fileExists(path) ? readFile(path) != before.bytes() : !before.bytes().empty())
-        throw Failure(inQuotes(path) + " has changed in the meantime; nothing was written");
+        throw Failure(inQuotes(path) + " has changed since it was read; nothing was written");
     replaceFile(path, after);
 }
 

@@ -1,4 +1,4 @@
-// IniEdit.h - changes of single lines. Everything else in the file stays byte by byte.
+// IniEdit.h - Edits of single lines. Every other byte of the file is kept.
 #pragma once
 
 #include "IniText.h"
@@ -7,25 +7,24 @@
 
 namespace tool {
 
-/// Which name in which section.
+/// A key in a section.
 struct IniPlace {
     LightweightString<char> section;
-    LightweightString<char> name;
-    bool caseSensitive; ///< section names that differ in case are two
+    LightweightString<char> key;
+    bool caseSensitive; ///< whether the case of the section name counts
 };
 
-/// The text in which \p place has \p value. The line that getValue() finds is changed: the
-/// value and nothing before it. Without one, a line is added behind the last pair of the
-/// section, or a section at the end.
-/// \throws Failure when the value would not read back as it is
+/// Returns the file with \p place set to \p value. Changes the value on the line that getValue()
+/// finds; if there is none, adds a line after the section's last pair, or a section at the end.
+/// \throws Failure if the value would not read back unchanged
 std::string withValue(const IniText& before, const IniPlace& place, const std::string& value);
 
-/// The text without the lines of that name, all of them.
-/// \returns how many lines went
-std::size_t removeName(const IniText& before, const IniPlace& place, std::string& after);
+/// Sets \p after to the file without any line for that key.
+/// \returns the number of lines removed
+std::size_t removeKey(const IniText& before, const IniPlace& place, std::string& after);
 
-/// Replaces the file, unless it has changed since \p before was read.
-/// \throws Failure
+/// Replaces the file.
+/// \throws Failure if it has changed since \p before was read, or cannot be replaced
 void replaceIni(const std::string& path, const IniText& before, const std::string& after);
 
 } // namespace tool

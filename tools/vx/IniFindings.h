@@ -1,4 +1,4 @@
-// IniFindings.h - where an INI file loads differently from what it looks like.
+// IniFindings.h - Finds lines of an INI file that load differently than they look.
 #pragma once
 
 #include "IniText.h"
@@ -8,16 +8,19 @@
 
 namespace tool {
 
-/// One thing that a person should know about a line.
+/// A warning or a note about one line.
 struct IniFinding {
     std::size_t line;    ///< from 1
     std::size_t column;  ///< in bytes, from 1
-    bool warning;        ///< false: worth knowing, and as it should be
-    std::string code;    ///< a word for scripts; the man page lists them
+    bool warning;        ///< otherwise a note, which does not affect the exit status
+    std::string code;    ///< stable, for scripts; listed in the man page
     std::string message; ///< for people
 };
 
-/// Everything there is to say, line by line.
+/// Adds the findings about the bytes of one line; \p number counts from 1.
+void addByteFindings(std::vector<IniFinding>& findings, const IniLine& line, std::size_t number);
+
+/// Returns all findings, ordered by line and column.
 std::vector<IniFinding> findingsIn(const IniText& text, bool caseSensitive);
 
 } // namespace tool

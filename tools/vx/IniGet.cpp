@@ -2,8 +2,8 @@
 #include "IniNames.h"
 #include "IniText.h"
 #include "Json.h"
+#include "Strings.h"
 #include "Terminal.h"
-#include "Text.h"
 
 #include <fmt/format.h>
 
@@ -13,7 +13,7 @@ namespace {
 struct Options {
     std::string file;
     std::string section;
-    std::string name;
+    std::string key;
     bool all = false;
     bool caseSensitive = false;
     bool json = false;
@@ -25,11 +25,11 @@ Status get(const Options& options)
     const LightweightString<char> section = sectionArgument(options.section);
     Json values = Json::array(), last;
     for (const Vx::AttribValuePair& pair : ini.getSection(section)) {
-        if (!isSplit(pair) || view(pair.name) != options.name)
+        if (!isSplit(pair) || view(pair.name) != options.key)
             continue;
         last = view(pair.value);
         values.push_back(last);
-        // As it is: this is for scripts, which want the bytes.
+        // Unescaped: scripts need the exact bytes.
         if (!options.json)
             fmt::print("{}\n", view(pair.value));
         if (!options.all)
@@ -38,8 +38,8 @@ Status get(const Options& options)
     if (options.json)
         printJson(options.all ? values : last);
     if (values.empty()) {
-        complain(notFound(ini.sections, section, options.name));
-        return kNegative;
+        complain(notFound(ini.sections, section, options.key));
+        return kNo;
     }
     return kYes;
 }
@@ -48,15 +48,16 @@ Status get(const Options& options)
 
 void addIniGet(Command ini)
 {
-    Command command = ini.add("get", "Prints the value of a name");
+    Command command = ini.add("get", "Prints the value of a key");
     auto options = std::make_shared<Options>();
     command.argument("FILE", options->file, "An INI file");
-    command.argument("SECTION", options->section, "'-': above the first header");
-    command.argument("NAME", options->name, "Case counts, and so do blanks");
-    command.flag("-a,--all", options->all, "All values of the name, not only the first");
+    command.argument("SECTION", options->section, "'-': the lines before the first section");
+    command.argument("KEY", options->key, "Case and blanks count");
+    command.flag("-a,--all", options->all,
+                 "Print every value of a duplicate key, not only the first");
     command.caseFlag(options->caseSensitive);
     command.jsonFlag(options->json);
-    command.footer("Exit status 1 when there is no such name.\n\nExamples:\n"
+    command.footer("Exit status 1 if there is no such key.\n\nExamples:\n"
                    "  vx ini get editor.ini Video rate\n  vx ini get editor.ini - version");
     command.runs([options] { return get(*options); });
 }

@@ -1,8 +1,8 @@
 #include "IniNames.h"
 
 #include "IniText.h"
+#include "Strings.h"
 #include "Terminal.h"
-#include "Text.h"
 
 #include <strings.h>
 
@@ -25,24 +25,24 @@ bool isClose(std::string_view a, std::string_view b)
 } // namespace
 
 std::string notFound(const VxIniFile::Sections& sections, const LightweightString<char>& section,
-                     const std::string& name)
+                     const std::string& key)
 {
     const auto found = sections.find(section);
     if (found == sections.end()) {
-        std::string message = "there is no section " + sectionTitle(section);
         if (section == VxIniFile::kAnonymousSection())
-            message = "nothing stands above the first header";
+            return "no lines before the first section";
+        const std::string message = "no section " + sectionTitle(section);
         for (const auto& [other, pairs] : sections)
             if (isClose(view(other), view(section)))
-                message += ", but there is " + sectionTitle(other);
+                return message + "; did you mean " + sectionTitle(other) + "?";
         return message;
     }
-    std::string message = "there is no " + inQuotes(name) + " in " + sectionTitle(section);
-    if (section == VxIniFile::kAnonymousSection())
-        message = "there is no " + inQuotes(name) + " above the first header";
+    const bool top = section == VxIniFile::kAnonymousSection();
+    const std::string message =
+        "no key " + inQuotes(key) + (top ? " " : " in ") + sectionTitle(section);
     for (const Vx::AttribValuePair& pair : found->second)
-        if (isSplit(pair) && isClose(view(pair.name), name))
-            return message + ", but there is " + inQuotes(view(pair.name));
+        if (isSplit(pair) && isClose(view(pair.name), key))
+            return message + "; did you mean " + inQuotes(view(pair.name)) + "?";
     return message;
 }
 

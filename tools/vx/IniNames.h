@@ -1,4 +1,4 @@
-// IniNames.h - what a person may have meant by a name that is not there.
+// IniNames.h - Suggests the key or section that a mistyped one may have meant.
 #pragma once
 
 #include <Vx/VxIniFile.h>
@@ -6,9 +6,9 @@
 
 namespace tool {
 
-/// Says that \p section has no \p name, and names what is close: another case, blanks
-/// around it.
+/// The message for a missing key or section. Suggests one that differs only in case or in
+/// surrounding blanks.
 std::string notFound(const VxIniFile::Sections& sections, const LightweightString<char>& section,
-                     const std::string& name);
+                     const std::string& key);
 
 } // namespace tool

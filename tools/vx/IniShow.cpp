@@ -1,8 +1,8 @@
 #include "Commands.h"
 #include "IniText.h"
 #include "Json.h"
+#include "Strings.h"
 #include "Terminal.h"
-#include "Text.h"
 
 #include <fmt/format.h>
 #include <optional>
@@ -22,7 +22,7 @@ void printSection(const LightweightString<char>& name, const VxIniFile::Pairs& p
 {
     const bool anonymous = name == VxIniFile::kAnonymousSection();
     fmt::print("{}\n",
-               paint(Colour::bold, anonymous ? "(above the first header)" : sectionTitle(name)));
+               paint(Colour::bold, anonymous ? "(before the first section)" : sectionTitle(name)));
     int widest = 0;
     for (const Vx::AttribValuePair& pair : pairs)
         if (isSplit(pair) && !looksLikeComment(pair))
@@ -34,11 +34,11 @@ void printSection(const LightweightString<char>& name, const VxIniFile::Pairs& p
             fmt::print("  {}\n", paint(Colour::dim, shown(view(pair.text))));
             continue;
         }
-        const bool hidden = !seen.insert(pair.name).second;
+        const bool duplicate = !seen.insert(pair.name).second;
         fmt::print("  {} = {}{}\n",
                    paint(Colour::blue, fmt::format("{:<{}}", shown(view(pair.name)), widest)),
                    shown(view(pair.value)),
-                   hidden ? paint(Colour::yellow, "   (never found: the name stands above)") : "");
+                   duplicate ? paint(Colour::yellow, "   (duplicate: the first one wins)") : "");
     }
 }
 
@@ -60,7 +60,7 @@ Status show(const Options& options)
     const LightweightString<char> wanted = sectionArgument(options.section.value_or(std::string()));
     if (options.section && !ini.sectionExists(wanted)) {
         complain(fmt::format("{} has no section {}", inQuotes(options.file), sectionTitle(wanted)));
-        return kNegative;
+        return kNo;
     }
     Json sections = Json::array();
     bool first = true;
@@ -77,7 +77,7 @@ Status show(const Options& options)
         first = false;
         printSection(name, pairs);
     };
-    // What stands above the first header comes first, wherever the map has it.
+    // The lines before the first section come first, wherever the map sorts them.
     const LightweightString<char>& anonymous = VxIniFile::kAnonymousSection();
     if (options.section) {
         const auto found = ini.sections.find(wanted);
@@ -99,10 +99,10 @@ Status show(const Options& options)
 
 void addIniShow(Command ini)
 {
-    Command command = ini.add("show", "Shows the document as the library loads it");
+    Command command = ini.add("show", "Shows a file as the library loads it");
     auto options = std::make_shared<Options>();
     command.argument("FILE", options->file, "An INI file");
-    command.argument("SECTION", options->section, "Only this section");
+    command.argument("SECTION", options->section, "Show only this section");
     command.caseFlag(options->caseSensitive);
     command.jsonFlag(options->json);
     command.footer("Examples:\n  vx ini show editor.ini\n  vx ini show editor.ini Video --json");

@@ -1,8 +1,8 @@
 #include "IniText.h"
 
 #include "Files.h"
+#include "Strings.h"
 #include "Terminal.h"
-#include "Text.h"
 #include "Tool.h"
 
 #include <algorithm>
@@ -14,8 +14,7 @@ namespace {
 
 bool isPrintable(char c) { return std::isprint(static_cast<signed char>(c)) != 0; }
 
-/// The part of \p raw that load() keeps. \p first: nothing is skipped before the first line
-/// of a file, whatever it begins with.
+/// The part of \p raw that load() keeps. On the first line load() skips no leading bytes.
 std::string_view keptPart(std::string_view raw, bool first)
 {
     std::size_t begin = 0;
@@ -34,13 +33,14 @@ std::string_view keptPart(std::string_view raw, bool first)
 IniLine makeLine(std::string_view raw, bool ended, bool first)
 {
     const std::string_view kept = keptPart(raw, first);
-    IniLine line{raw, kept, ended, IniLine::Kind::pair, {}, Vx::AttribValuePair(text(kept), '=')};
-    if (isEssentiallyEmpty(text(kept))) {
+    IniLine line{
+        raw, kept, ended, IniLine::Kind::pair, {}, Vx::AttribValuePair(vxString(kept), '=')};
+    if (isEssentiallyEmpty(vxString(kept))) {
         line.kind = IniLine::Kind::blank;
     } else if (kept.front() == '[' && kept.back() == ']') {
         line.kind = IniLine::Kind::header;
         if (kept.size() > 1)
-            line.name = text(kept.substr(1, kept.size() - 2));
+            line.name = vxString(kept.substr(1, kept.size() - 2));
     }
     return line;
 }
@@ -49,7 +49,7 @@ IniLine makeLine(std::string_view raw, bool ended, bool first)
 
 bool isSplit(const Vx::AttribValuePair& pair)
 {
-    // The '=' counts only where strchr finds it: not behind a zero byte.
+    // The library finds '=' with strchr, so not after a NUL.
     return std::strchr(pair.text.c_str(), '=') != nullptr;
 }
 
@@ -102,36 +102,34 @@ bool sameSections(const VxIniFile::Sections& a, const VxIniFile::Sections& b)
 
 VxIniFile loadIni(const std::string& path, bool caseSensitive)
 {
-    const Progress progress("loading " + shown(path));
     VxIniFile ini(caseSensitive);
-    if (ini.load(fromUtf8(path), '\n'))
+    if (ini.load(platformPath(path), '\n'))
         return ini;
-    if (readFile(path).empty()) // says what is wrong with a file that cannot be read
-        throw Failure(inQuotes(path) + " is empty, which the library takes for a failure");
+    if (readFile(path).empty()) // throws the reason if the file cannot be read
+        throw Failure(inQuotes(path) + " is empty; the library does not load empty files");
     throw Failure(inQuotes(path) + " cannot be read");
 }
 
 IniText readIni(const std::string& path, bool caseSensitive)
 {
-    const Progress progress("reading " + shown(path));
     IniText lines(readFile(path));
     VxIniFile ini(caseSensitive);
-    ini.load(fromUtf8(path), '\n'); // an empty file is refused, and has no lines either
+    ini.load(platformPath(path), '\n'); // fails for an empty file, which has no lines either
     if (!sameSections(ini.sections, lines.sections(caseSensitive)))
-        throw Failure(inQuotes(path) + " loads differently from what vx makes of its lines; if it"
-                                       " did not change just now, this is a fault in vx");
+        throw Failure(inQuotes(path) + " loads differently than vx reads its lines; unless it"
+                                       " changed just now, this is a bug in vx");
     return lines;
 }
 
 LightweightString<char> sectionArgument(const std::string& word)
 {
-    return word == "-" ? VxIniFile::kAnonymousSection() : text(word);
+    return word == "-" ? VxIniFile::kAnonymousSection() : vxString(word);
 }
 
 std::string sectionTitle(const LightweightString<char>& name)
 {
     if (name == VxIniFile::kAnonymousSection())
-        return "above the first header";
+        return "before the first section";
     return "[" + shown(view(name)) + "]";
 }
 

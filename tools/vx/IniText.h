@@ -1,4 +1,4 @@
-// IniText.h - the lines of an INI file beside the document that the library makes of them.
+// IniText.h - The lines of an INI file and how the library loads each of them.
 #pragma once
 
 #include <Vx/VxIniFile.h>
@@ -10,31 +10,31 @@
 
 namespace tool {
 
-/// One line as it stands in the file, and what VxIniFile::load() takes it for.
+/// One line of the file.
 struct IniLine {
     enum class Kind {
-        blank,  ///< left out of the document
-        header, ///< starts the section `name`
-        pair,   ///< everything else: pairs, comments, stray text
+        blank,  ///< not part of the document
+        header, ///< starts section `name`
+        pair,   ///< anything else: key=value, a comment, stray text
     };
 
     std::string_view raw;  ///< without its '\n'
-    std::string_view kept; ///< what loading keeps of raw: a part of it
-    bool ended;            ///< whether a '\n' ends it
+    std::string_view kept; ///< the part of raw that load() keeps
+    bool ended;            ///< whether a '\n' follows
     Kind kind;
     LightweightString<char> name; ///< of a header
-    Vx::AttribValuePair pair;     ///< of a pair; name and value are empty without a '='
+    Vx::AttribValuePair pair;     ///< of a pair; name and value are empty without '='
 
-    std::string_view head() const; ///< what stands before kept
-    std::string_view tail() const; ///< what stands behind kept
+    std::string_view head() const; ///< the part of raw before kept
+    std::string_view tail() const; ///< the part of raw after kept
 };
 
-/// Whether the library split \p pair at a '='.
+/// Whether the library split \p pair at '='.
 bool isSplit(const Vx::AttribValuePair& pair);
-/// Whether a person takes \p pair for a comment. The library knows no comments.
+/// Whether \p pair starts like a comment. The library itself has no comments.
 bool looksLikeComment(const Vx::AttribValuePair& pair);
 
-/// The text of an INI file, cut into lines by the rules of VxIniFile::load().
+/// An INI file, split into lines by the rules of VxIniFile::load().
 class IniText {
 public:
     explicit IniText(std::string bytes);
@@ -42,29 +42,28 @@ public:
     const std::string& bytes() const { return *bytes_; }
     const std::vector<IniLine>& lines() const { return lines_; }
 
-    /// The sections that these lines make.
+    /// The sections that these lines load as.
     VxIniFile::Sections sections(bool caseSensitive) const;
 
 private:
-    std::shared_ptr<const std::string> bytes_; // the lines point into it, copies too
+    std::shared_ptr<const std::string> bytes_; // shared by copies; the lines point into it
     std::vector<IniLine> lines_;
 };
 
-/// Whether two documents have the same sections with the same texts in the same order.
+/// Whether two documents have equal sections with equal lines in the same order.
 bool sameSections(const VxIniFile::Sections& a, const VxIniFile::Sections& b);
 
-/// The library's document of a file.
-/// \throws Failure when load() refuses it
+/// Loads a file with the library.
+/// \throws Failure if load() fails
 VxIniFile loadIni(const std::string& path, bool caseSensitive);
 
-/// The lines of a file that load() has read as well. The library is the judge of what a
-/// line means: where it should see anything else than these lines say, nothing is returned.
-/// \throws Failure when the file cannot be read, or the two do not agree
+/// Reads the lines of a file and checks them against the document that load() makes of it.
+/// \throws Failure if the file cannot be read, or the two disagree
 IniText readIni(const std::string& path, bool caseSensitive);
 
-/// On the command line "-" stands for the lines above the first header.
+/// The section that a command line argument names: "-" means the lines before the first.
 LightweightString<char> sectionArgument(const std::string& word);
-/// How a section is called when it is shown.
+/// The name of a section for messages: "[Video]" or "before the first section".
 std::string sectionTitle(const LightweightString<char>& name);
 
 } // namespace tool

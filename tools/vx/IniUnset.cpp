@@ -1,7 +1,7 @@
 #include "Commands.h"
 #include "IniEdit.h"
 #include "IniNames.h"
-#include "Text.h"
+#include "Strings.h"
 
 #include <fmt/format.h>
 
@@ -11,7 +11,7 @@ namespace {
 struct Options {
     std::string file;
     std::string section;
-    std::string name;
+    std::string key;
     bool dryRun = false;
     bool caseSensitive = false;
 };
@@ -19,12 +19,12 @@ struct Options {
 Status unset(const Options& options)
 {
     const IniText before = readIni(options.file, options.caseSensitive);
-    const IniPlace place{sectionArgument(options.section), text(options.name),
+    const IniPlace place{sectionArgument(options.section), vxString(options.key),
                          options.caseSensitive};
     std::string after;
-    if (removeName(before, place, after) == 0) {
-        complain(notFound(before.sections(options.caseSensitive), place.section, options.name));
-        return kNegative;
+    if (removeKey(before, place, after) == 0) {
+        complain(notFound(before.sections(options.caseSensitive), place.section, options.key));
+        return kNo;
     }
     if (options.dryRun)
         fmt::print("{}", after);
@@ -37,15 +37,15 @@ Status unset(const Options& options)
 
 void addIniUnset(Command ini)
 {
-    Command command = ini.add("unset", "Takes a name away");
+    Command command = ini.add("unset", "Removes a key");
     auto options = std::make_shared<Options>();
     command.argument("FILE", options->file, "An INI file");
-    command.argument("SECTION", options->section, "'-': above the first header");
-    command.argument("NAME", options->name, "Case counts, and so do blanks");
-    command.flag("-n,--dry-run", options->dryRun, "Print the new text and write nothing");
+    command.argument("SECTION", options->section, "'-': the lines before the first section");
+    command.argument("KEY", options->key, "Case and blanks count");
+    command.flag("-n,--dry-run", options->dryRun, "Print the result instead of writing it");
     command.caseFlag(options->caseSensitive);
-    command.footer("Removes every line of that name in the section and touches no other."
-                   "\nExit status 1 when there is no such name.\n\nExample:\n"
+    command.footer("Removes every line for the key in the section and keeps every other byte."
+                   "\nExit status 1 if there is no such key.\n\nExample:\n"
                    "  vx ini unset editor.ini Video rate");
     command.runs([options] { return unset(*options); });
 }

@@ -1,5 +1,5 @@
-// Json.h - what a command prints with --json. Behind it stands a library that takes long to
-// compile, which is why it is included in Json.cpp only.
+// Json.h - The output of --json. nlohmann/json, which compiles slowly, is included in Json.cpp
+// only.
 #pragma once
 
 #include <concepts>
@@ -16,7 +16,7 @@ namespace tool {
 class Json;
 void printJson(const Json& data);
 
-/// A value on its way to standard output. Copies share it.
+/// A JSON value to print. Copies share it.
 class Json {
 public:
     Json(std::nullptr_t = nullptr);
@@ -27,14 +27,14 @@ public:
     template <std::convertible_to<std::string_view> Text>
     Json(const Text& value) : Json(FromText(), value)
     {}
-    /// An object, its members in this order.
+    /// An object that keeps the order of its members.
     Json(std::initializer_list<std::pair<std::string_view, Json>> members);
 
     static Json array();
     void push_back(const Json& item);
     bool empty() const;
 
-    /// Prints \p data with an indent of two; malformed UTF-8 becomes U+FFFD.
+    /// Prints \p data, indented by two; invalid UTF-8 becomes U+FFFD.
     friend void printJson(const Json& data);
 
 private:

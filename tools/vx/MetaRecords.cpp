@@ -1,7 +1,7 @@
 #include "MetaRecords.h"
 
+#include "Strings.h"
 #include "Terminal.h"
-#include "Text.h"
 
 #include <Vx/Image/BufferFormat.h>
 #include <Vx/Image/Core.h>
@@ -27,7 +27,7 @@ template <class Number> std::string number(Number value)
         return fmt::format("{}", value);
 }
 
-// A value for each piece behind the version, as the library reads the text.
+// Each returns the parsed value of every piece after the version.
 
 Values readCore(const LightweightString<char>& text)
 {
@@ -70,11 +70,11 @@ Values readVideoSequence(const LightweightString<char>& text)
 
 struct Record {
     const char* tag;
-    std::vector<std::string> fields; ///< the pieces behind tag and version, in order
+    std::vector<std::string> fields; ///< the pieces after tag and version, in order
     Values (*read)(const LightweightString<char>& text);
 };
 
-// The last field of each is its flag. "layout" and "(constant)" are written but not read.
+// The last field of each record is its flag. "layout" and "(constant)" are written, not read.
 const Record kRecords[] = {
     {"Metadata::Core",
      {"width", "height", "dataFormat", "layout", "bitsPerComponent", "bitsPerPixel", "set"},
@@ -98,24 +98,22 @@ const Record* findRecord(const LightweightString<char>& tag, bool anyCase)
     return nullptr;
 }
 
-/// The library's conditions, in its order.
+/// The library's checks, in its order.
 std::string reasonAgainst(const Pieces& pieces, const Record* record)
 {
     if (pieces.size() <= 2)
-        return fmt::format("{} between commas; every record has more than 2",
-                           piecesOf(pieces.size()));
+        return fmt::format("{}; every record has more than 2", piecesOf(pieces.size()));
     if (record == nullptr || pieces[0] != record->tag) {
-        const std::string why = "no record is called " + inQuotes(view(pieces[0]));
-        return record != nullptr ? why + fmt::format("; '{}' is, and case counts", record->tag)
-                                 : why;
+        const std::string why = "unknown record " + inQuotes(view(pieces[0]));
+        return record != nullptr ? why + fmt::format("; did you mean '{}'?", record->tag) : why;
     }
     const long version = std::strtol(pieces[1].c_str(), nullptr, 10);
     if (version != 1)
-        return fmt::format("version {} reads as {}; only 1 is known", inQuotes(view(pieces[1])),
-                           version);
+        return fmt::format("version {} parses as {}; only 1 is supported",
+                           inQuotes(view(pieces[1])), version);
     const std::size_t wanted = record->fields.size() + 2;
     if (pieces.size() != wanted)
-        return fmt::format("{}; a {} has {}", piecesOf(pieces.size()), record->tag, wanted);
+        return fmt::format("{}; {} has {}", piecesOf(pieces.size()), record->tag, wanted);
     return {};
 }
 
@@ -123,21 +121,21 @@ std::string noteOn(const Record& record, std::size_t field, const MetaField& rea
 {
     const std::string& name = record.fields[field];
     if (name == "(constant)")
-        return "not read";
+        return "ignored";
     if (name == "layout")
-        return read.text == "0" ? "" : "not read back, always 0";
+        return read.text == "0" ? "" : "ignored, always 0";
     if (field + 1 == record.fields.size())
-        return read.text == "0" || read.text == "1" ? "" : "any number but 0 is true";
+        return read.text == "0" || read.text == "1" ? "" : "nonzero means true";
     if (read.text == read.value)
         return {};
-    return read.text.empty() ? "an empty piece reads as 0" : "not a plain number of this size";
+    return read.text.empty() ? "an empty piece parses as 0" : "not a plain number in range";
 }
 
 } // namespace
 
 MetaReading readMeta(const std::string& given)
 {
-    const LightweightString<char> whole = text(given);
+    const LightweightString<char> whole = vxString(given);
     Pieces pieces;
     Vx::splitIf(whole, Vx::IsMatchingChar<char>(','), pieces, 0);
     const Record* record = findRecord(pieces[0], true);

@@ -1,4 +1,4 @@
-// MetaRecords.h - what the library makes of the text of a metadata record, piece by piece.
+// MetaRecords.h - How the library parses the string form of a metadata record.
 #pragma once
 
 #include <string>
@@ -7,16 +7,16 @@
 namespace tool {
 
 struct MetaField {
-    unsigned int piece; ///< its place in the text; the tag is 0
+    unsigned int piece; ///< index of the comma-separated piece; the tag is 0
     std::string name;
-    std::string text;  ///< as it stands there
-    std::string value; ///< as the record has it; empty in a rejected text
-    std::string note;  ///< where the two are not the same
+    std::string text;  ///< the piece
+    std::string value; ///< as parsed; empty if the string is rejected
+    std::string note;  ///< why text and value differ
 };
 
 struct MetaReading {
-    std::string record; ///< the tag of the record that the text is, or means to be
-    std::string reason; ///< why it is rejected; empty when it is not
+    std::string record; ///< the tag of the record, whatever its case
+    std::string reason; ///< why the string is rejected; empty if accepted
     std::vector<MetaField> fields;
 };
 

@@ -1,7 +1,5 @@
 #include "PoolLog.h"
 
-#include "Terminal.h"
-
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -13,13 +11,13 @@ namespace {
 
 constexpr std::string_view kDashes = "-----------------------------------------------------------";
 
-/// Reads a line from its end to its beginning: the pool's name may hold anything.
+/// Splits a line from its end, because the pool's name may contain anything.
 class Backwards {
 public:
     explicit Backwards(std::string_view line) : rest_(line) {}
 
-    /// What stands behind the last \p mark, which goes with it.
-    std::optional<std::string_view> behind(std::string_view mark)
+    /// Removes the last \p mark and everything after it; returns what follows the mark.
+    std::optional<std::string_view> after(std::string_view mark)
     {
         const std::size_t at = rest_.rfind(mark);
         if (at == std::string_view::npos)
@@ -36,7 +34,7 @@ private:
 
 template <class Number> bool readNumber(std::string_view text, Number& number)
 {
-    // A host that runs in a locale with decimal commas writes them.
+    // Hosts with a decimal comma in their locale write one.
     std::string plain(text);
     std::replace(plain.begin(), plain.end(), ',', '.');
     const char* end = plain.data() + plain.size();
@@ -49,16 +47,16 @@ std::optional<PoolDemand> readDemand(std::string_view line)
 {
     PoolDemand demand;
     Backwards parts(line);
-    const auto place = parts.behind(" allocs/sec @ ");
-    const auto peak = parts.behind(" Peak Demand ");
-    const auto inUse = parts.behind(": maxInUse ");
+    const auto place = parts.after(" allocs/sec @ ");
+    const auto peak = parts.after(" Peak Demand ");
+    const auto inUse = parts.after(": maxInUse ");
     if (!place || !peak || !inUse)
         return {};
     const std::size_t blank = place->find(' ');
     if (blank == std::string_view::npos || !readNumber(place->substr(0, blank), demand.peakMsecs) ||
         !readNumber(*peak, demand.peak) || !readNumber(*inUse, demand.mostInUse))
         return {};
-    // Infinity and the like are numbers, too, but nobody's demand.
+    // from_chars also accepts infinities and NaN.
     if (!(demand.peak >= 0 && demand.peak < 1e15) || !std::isfinite(demand.peakMsecs))
         return {};
     demand.pool = std::string(parts.rest());
@@ -70,7 +68,6 @@ std::optional<PoolDemand> readDemand(std::string_view line)
 
 PoolLog readPoolLog(const std::string& bytes)
 {
-    Progress progress("reading the log");
     PoolLog log;
     const std::string_view all(bytes);
     std::size_t number = 0;
@@ -79,7 +76,6 @@ PoolLog readPoolLog(const std::string& bytes)
         std::string_view line = all.substr(begin, end - begin);
         begin = end + 1;
         ++number;
-        progress.at(begin, all.size());
         if (!line.empty() && line.back() == '\r')
             line.remove_suffix(1);
         if (line.empty())

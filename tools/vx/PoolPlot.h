@@ -1,16 +1,31 @@
-// PoolPlot.h - the peaks of a pool log over its runs, drawn.
+// PoolPlot.h - Charts of the peak demand in a pool log.
 #pragma once
 
 #include "PoolLog.h"
 
+#include <map>
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace tool {
 
-/// Bars for a terminal: a group for each pool, a line for each run.
+/// The peaks of each pool, one per run; empty for runs without the pool.
+using PoolPeaks = std::map<std::string, std::vector<std::optional<double>>>;
+
+/// A pool logged twice in a run, by two loggers of one name, gets the larger peak.
+PoolPeaks peaksOf(const PoolLog& log);
+
+/// 0 if there are no peaks.
+double highestOf(const PoolPeaks& peaks);
+
+/// The date of a run, or "run N".
+std::string runName(const PoolLog& log, std::size_t run);
+
+/// A bar chart for a terminal, one group per pool and one line per run.
 std::string terminalChart(const PoolLog& log);
 
-/// A picture: a line for each pool over the runs, as an SVG document.
+/// A line chart as an SVG document, one line per pool.
 std::string svgChart(const PoolLog& log);
 
 } // namespace tool

@@ -3,8 +3,8 @@
 #include "Json.h"
 #include "PoolLog.h"
 #include "PoolPlot.h"
+#include "Strings.h"
 #include "Terminal.h"
-#include "Text.h"
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -64,10 +64,11 @@ Status show(const Options& options)
 {
     PoolLog log = readPoolLog(readFile(options.file));
     for (std::size_t i = 0; i < std::min<std::size_t>(log.strays.size(), 5); ++i)
-        complain(fmt::format("{}:{}: no line of a pool log, left out", shown(options.file),
-                             log.strays[i]));
+        complain(
+            fmt::format("{}:{}: not a pool log line, ignored", shown(options.file), log.strays[i]));
     if (log.strays.size() > 5)
-        complain(fmt::format("{}: {} more such lines", shown(options.file), log.strays.size() - 5));
+        complain(
+            fmt::format("{}: {} more lines ignored", shown(options.file), log.strays.size() - 5));
     if (!options.pool.empty())
         keepOnly(log, options.pool);
     const bool found = std::any_of(log.runs.begin(), log.runs.end(),
@@ -75,15 +76,15 @@ Status show(const Options& options)
     if (!found) {
         if (options.json)
             printJsonOf(log);
-        complain(options.pool.empty() ? inQuotes(options.file) + " tells of no pool"
-                                      : inQuotes(options.file) + " tells nothing of the pool " +
-                                            inQuotes(options.pool));
-        return kNegative;
+        complain(options.pool.empty()
+                     ? inQuotes(options.file) + " contains no pools"
+                     : inQuotes(options.file) + " does not contain pool " + inQuotes(options.pool));
+        return kNo;
     }
     if (!options.svg.empty())
         replaceFile(options.svg, svgChart(log));
     else if (options.plot)
-        fmt::print("Peak demand, allocations a second\n\n{}", terminalChart(log));
+        fmt::print("Peak demand, allocations per second\n\n{}", terminalChart(log));
     else if (options.json)
         printJsonOf(log);
     else
@@ -98,13 +99,13 @@ void addPools(Command top)
     Command command = top.add("pools", "Shows the log of pooled objects");
     auto options = std::make_shared<Options>();
     command.argument("FILE", options->file, "A PooledObjects.log");
-    command.option("--pool", options->pool, "NAME", "Only the pool of this name");
-    command.flag("--plot", options->plot, "Draw the peaks over the runs");
-    command.option("-o,--output", options->svg, "FILE", "Draw them into this file, as SVG");
+    command.option("--pool", options->pool, "NAME", "Show only this pool");
+    command.flag("--plot", options->plot, "Draw the peak demand of each run");
+    command.option("-o,--output", options->svg, "FILE", "Draw an SVG file instead");
     command.jsonFlag(options->json);
     command.needs("--output", "--plot");
     command.excludes("--json", "--plot");
-    command.footer("Exit status 1 when there is nothing to show.\n\nExamples:\n"
+    command.footer("Exit status 1 if there is nothing to show.\n\nExamples:\n"
                    "  vx pools ~/.config/Editor/Logs/PooledObjects.log\n"
                    "  vx pools --plot -o peaks.svg PooledObjects.log");
     command.runs([options] { return show(*options); });

@@ -1,8 +1,7 @@
 #include "Terminal.h"
 
-#include "Text.h"
+#include "Strings.h"
 
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <fmt/format.h>
@@ -26,15 +25,15 @@ bool terminalTakesColour()
            std::string_view(kind) != "dumb";
 }
 
-/// The columns of \p text on a terminal, counted as fmt pads.
+/// The display width of \p text in columns.
 std::size_t width(const std::string& text)
 {
-    // fmt knows the width of every character but does not tell it; padding does.
+    // fmt knows display widths but exposes them only through its padding.
     const std::size_t wide = text.size() + 1;
     return wide - (fmt::format("{:<{}}", text, wide).size() - text.size());
 }
 
-/// What a terminal would obey: C0, DEL and C1.
+/// Whether a terminal acts on the code: C0, DEL and C1.
 bool isControl(unsigned int code) { return code < 0x20 || (code >= 0x7F && code < 0xA0); }
 
 } // namespace
@@ -85,7 +84,7 @@ bool utf8Terminal()
         for (const char* name : {"UTF-8", "utf-8", "UTF8", "utf8"})
             if (value.find(name) != std::string_view::npos)
                 return true;
-        return false; // the first that is set decides
+        return false; // the first variable that is set decides
     }
     return false;
 }
@@ -115,38 +114,6 @@ void Table::print() const
     line([&](std::size_t c) { return columns_[c].heading; }, Colour::bold);
     for (const auto& row : rows_)
         line([&](std::size_t c) { return row[c]; }, Colour::plain);
-}
-
-Progress::Progress(std::string what) : what_(std::move(what))
-{
-    if (isatty(STDERR_FILENO) == 1)
-        watcher_ = std::thread([this] { watch(); });
-}
-
-Progress::~Progress()
-{
-    {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        over_ = true;
-    }
-    ended_.notify_one();
-    if (watcher_.joinable())
-        watcher_.join();
-}
-
-void Progress::watch()
-{
-    std::unique_lock<std::mutex> guard(mutex_);
-    for (int seconds = 1;; ++seconds) {
-        if (ended_.wait_for(guard, std::chrono::seconds(1), [this] { return over_; })) {
-            if (seconds > 1)
-                std::fputs("\r\x1b[K", stderr);
-            return;
-        }
-        const int percent = percent_.load(std::memory_order_relaxed);
-        const std::string far = percent < 0 ? std::string() : fmt::format(", {} %", percent);
-        std::fputs(fmt::format("\r\x1b[K{}: {} s{}", what_, seconds, far).c_str(), stderr);
-    }
 }
 
 } // namespace tool

@@ -1,51 +1,39 @@
-// Tool.h - vx as a host: its application object, its exit statuses, its failures.
+// Tool.h - What every command of vx returns, and how it fails.
 #pragma once
 
-#include <Vx/VxApplication.h>
 #include <functional>
 #include <stdexcept>
+#include <string>
 
 namespace tool {
 
-/// What vx answers to the shell; the man page promises these numbers.
+/// The exit status of vx. The man page promises these numbers.
 enum Status : int {
-    kYes = 0,      ///< done, found, equal, nothing to complain about
-    kNegative = 1, ///< not found, different, findings, not valid
-    kUsage = 2,    ///< the command line makes no sense
-    kFailed = 3,   ///< could not be done: a file, the memory, the output
+    kYes = 0,    ///< done, found, equal, no warnings
+    kNo = 1,     ///< not found, different, warnings, not valid
+    kUsage = 2,  ///< the command line is wrong
+    kFailed = 3, ///< a file, memory or the output failed
 };
 
-/// Why something could not be done. Its text becomes one line on standard error.
+/// An error that ends the command. Printed as one line on standard error.
 class Failure : public std::runtime_error {
 public:
-    using std::runtime_error::runtime_error;
-};
-
-/// One subcommand, ready to run.
-using Action = std::function<Status()>;
-
-/// Runs the action. No exception leaves; a failure becomes a message and kFailed.
-Status answerOf(const Action& action);
-
-/// The application object of vx.
-///
-/// The settings are never saved, so Application::start() is not for it: their marker of a
-/// normal exit belongs to all hosts of this user, and a tool that looks into the remains of
-/// a crash must not be the one that reports a normal exit.
-class Tool : public Vx::Application {
-public:
-    explicit Tool(Action action);
-
-    void run() override;
-
+    explicit Failure(const std::string& message, Status status = kFailed)
+        : std::runtime_error(message), status_(status)
+    {}
     Status status() const { return status_; }
 
 private:
-    Action action_;
-    Status status_ = kFailed;
+    Status status_;
 };
 
-/// Prints a message as `vx: ...` on standard error.
+/// One command, ready to run.
+using Action = std::function<Status()>;
+
+/// Runs \p action. Never throws: an exception becomes a message and an exit status.
+Status run(const Action& action);
+
+/// Prints `vx: message` on standard error.
 void complain(const std::string& message);
 
 } // namespace tool

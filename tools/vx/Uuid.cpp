@@ -1,7 +1,7 @@
 #include "Commands.h"
 #include "Json.h"
+#include "Strings.h"
 #include "Terminal.h"
-#include "Text.h"
 
 #include <Vx/Image/UUID.h>
 #include <cctype>
@@ -28,16 +28,16 @@ Status makeNew(unsigned int count, bool json)
     return kYes;
 }
 
-/// Why the library takes \p given for the invalid value.
+/// Why the library reads \p given as the invalid UUID.
 std::string reason(const std::string& given)
 {
     if (given.size() != 36 && given.size() != 38)
-        return fmt::format("it has {} bytes; 36, or 38 with braces, are needed", given.size());
+        return fmt::format("{} bytes instead of 36, or 38 with braces", given.size());
     if (given.size() == 38 && (given.front() != '{' || given.back() != '}'))
-        return "38 characters need braces around them";
+        return "38 characters without enclosing braces";
     return given.substr(given.size() == 38, 36) == canonical(Vx::UUID())
-               ? "all zero means no identifier"
-               : "it needs 8-4-4-4-12 hexadecimal digits";
+               ? "all zeros is the invalid UUID"
+               : "not 8-4-4-4-12 hexadecimal digits";
 }
 
 std::string variantOf(unsigned char byte)
@@ -51,20 +51,20 @@ std::string variantOf(unsigned char byte)
 
 Status show(const std::string& given, bool json)
 {
-    const Vx::UUID id(text(given));
+    const Vx::UUID id(vxString(given));
     if (!id.valid()) {
         const std::string why = reason(given);
         if (json)
             printJson({{"text", given}, {"valid", false}, {"reason", why}});
         else
-            complain(inQuotes(given) + " is not valid: " + why);
-        return kNegative;
+            complain(inQuotes(given) + " is not a valid UUID: " + why);
+        return kNo;
     }
     const unsigned char* bytes = id.data();
     std::string stored;
     for (int i = 0; i < 16; ++i)
         stored += fmt::format("{}{:02x}", i == 0 ? "" : " ", bytes[i]);
-    // The third group is a little-endian number: its high digit stands in the second byte.
+    // The third group is a little-endian number, so its high byte comes second.
     const int version = bytes[7] >> 4;
     const std::string variant = variantOf(bytes[8]);
     std::string plain = given.size() == 38 ? given.substr(1, 36) : given;
@@ -83,7 +83,7 @@ Status show(const std::string& given, bool json)
     fmt::print("{}\n  stored bytes  {}\n  version       {} ({})\n", canonical(id), stored, version,
                variant);
     if (lenient)
-        complain(inQuotes(given) + " is not written as it reads; other programs may refuse it");
+        complain(inQuotes(given) + " is malformed; the library accepts it, other programs may not");
     return kYes;
 }
 
@@ -91,23 +91,23 @@ Status show(const std::string& given, bool json)
 
 void addUuid(Command top)
 {
-    Command uuid = top.add("uuid", "Makes and reads UUIDs");
+    Command uuid = top.add("uuid", "Generates and parses UUIDs");
     uuid.footer("Examples:\n  vx uuid\n  vx uuid new --count 3\n"
                 "  vx uuid show '{0123ABCD-4567-89EF-0123-456789ABCDEF}'");
     uuid.runs([] { return makeNew(1, false); });
 
-    Command make = uuid.add("new", "Makes new ones");
+    Command make = uuid.add("new", "Generates random UUIDs");
     auto json = std::make_shared<bool>(false);
     auto count = std::make_shared<unsigned int>(1);
     make.option("-n,--count", *count, 1000000, "NUMBER", "How many");
     make.jsonFlag(*json);
     make.runs([json, count] { return makeNew(*count, *json); });
 
-    Command read = uuid.add("show", "Shows what the library reads from a text");
+    Command read = uuid.add("show", "Parses a UUID as the library does");
     auto given = std::make_shared<std::string>();
     read.argument("TEXT", *given, "36 characters, or 38 with braces");
     read.jsonFlag(*json);
-    read.footer("Exit status 1 when the text is not valid.");
+    read.footer("Exit status 1 if it is not valid.");
     read.runs([json, given] { return show(*given, *json); });
 }
 

@@ -1,6 +1,6 @@
 #include "Commands.h"
 #include "Json.h"
-#include "Text.h"
+#include "Strings.h"
 
 #include <Vx/VxVersion.h>
 #include <fmt/format.h>
@@ -9,19 +9,18 @@ namespace tool {
 
 void addVersion(Command top)
 {
-    Command command = top.add("version", "Says which Vx this is");
+    Command command = top.add("version", "Prints the version of the Vx library");
     auto json = std::make_shared<bool>(false);
     command.jsonFlag(*json);
     command.footer("Example:\n  vx version --json");
     command.runs([json] {
         const std::string_view version = vxDllVersionStr();
         const std::string_view major = version.substr(0, version.find('.'));
-        const auto label = toUtf8(Vx::getVersionLabel());
-        const auto year = toUtf8(Vx::getVersionDisplayString(text(major)));
+        const auto year = toUtf8(Vx::getVersionDisplayString(vxString(major)));
         if (*json)
-            printJson({{"library", version}, {"release", view(year)}, {"label", view(label)}});
+            printJson({{"library", version}, {"release", view(year)}});
         else
-            fmt::print("{}\nlibVx.so {}, release {}\n", view(label), version, view(year));
+            fmt::print("libVx.so {}, release {}\n", version, view(year));
         return kYes;
     });
 }

@@ -1,14 +1,4 @@
-// vx - for people who support an application that stands on Vx.
+// vx - Inspects and edits what applications built on Vx store.
 #include "CommandLine.h"
 
-int main(int argc, char** argv)
-{
-    tool::Status status = tool::kFailed;
-    tool::Action action = tool::readCommandLine(argc, argv, status);
-    if (!action)
-        return status;
-    auto* host = new tool::Tool(std::move(action)); // lives until the process ends
-    host->run();
-    host->shutdown();
-    return host->status();
-}
+int main(int argc, char** argv) { return tool::runCommandLine(argc, argv); }

@@ -1,11 +1,11 @@
-# Completion for vx, for bash. Section and name words come from the file itself.
+# Bash completion for vx. Sections and keys come from the file on the command line.
 
-# The names of one kind in an INI file, one a line: "sections", or the names of a section.
+# _vx_ini_words FILE [SECTION]: prints the sections of FILE, or the keys of SECTION, one per line.
 _vx_ini_words()
 {
     local file=$1 section=${2-}
     [ -r "$file" ] || return
-    # As vx reads them: blanks belong to the name inside the brackets.
+    # Like vx, keep the blanks inside the brackets.
     awk -v wanted="$section" -v all="$#" '
         { sub(/[[:space:]]+$/, ""); sub(/^ +/, "") }
         /^\[.*\]$/ { name = substr($0, 2, length($0) - 2); if (all == 1) print name; next }
@@ -13,7 +13,7 @@ _vx_ini_words()
             print substr($0, 1, index($0, "=") - 1) }' "$file" 2>/dev/null
 }
 
-# Offers the lines of standard input that begin with the current word, blanks and all.
+# Offers the lines of standard input that start with the current word.
 _vx_offer()
 {
     local line
@@ -28,7 +28,7 @@ _vx()
     local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
     local words=() word i
     COMPREPLY=()
-    # What has been said so far, without options.
+    # The words before the current one, without options.
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
         [[ $word == -* && $word != - ]] || words+=("$word")

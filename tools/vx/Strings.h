@@ -1,4 +1,4 @@
-// Text.h - between the library's texts and those of the C++ library.
+// Strings.h - Conversions between the library's strings and the standard library's.
 #pragma once
 
 #include <Vx/LightweightString.h>
@@ -8,15 +8,15 @@
 
 namespace tool {
 
-inline std::string_view view(const LightweightString<char>& text) { return text; }
-inline LightweightString<char> text(std::string_view bytes)
+inline std::string_view view(const LightweightString<char>& string) { return string; }
+inline LightweightString<char> vxString(std::string_view bytes)
 {
     return LightweightString<char>(bytes);
 }
 
 inline LightweightString<wchar_t> fromUtf8(std::string_view bytes)
 {
-    return ::fromUTF8(text(bytes));
+    return ::fromUTF8(vxString(bytes));
 }
 inline LightweightString<char> toUtf8(const LightweightString<wchar_t>& wide)
 {
