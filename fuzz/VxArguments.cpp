@@ -2,7 +2,7 @@
 // only commands that write change a file, and running a command twice changes nothing more.
 #include "Fuzz.h"
 
-#include <CommandLine.h>
+#include <Commands.h>
 #include <Vx/testing/ScriptedPlatform.h>
 #include <iostream>
 #include <utility>
@@ -37,7 +37,7 @@ Files filesOf(const ScriptedPlatform& platform)
 tool::Status run(const std::vector<const char*>& words)
 {
     const Silence silence;
-    return tool::runCommandLine(static_cast<int>(words.size()), words.data());
+    return tool::runVx(static_cast<int>(words.size()), words.data());
 }
 
 } // namespace

@@ -1,22 +1,11 @@
 #include "CommandLine.h"
 
-#include "Commands.h"
 #include "Terminal.h"
 
 #include <CLI/CLI.hpp>
-#include <Vx/VxVersion.h>
 
 namespace tool {
 namespace {
-
-constexpr const char* kExamples = R"(Examples:
-  vx ini check editor.ini               finds lines that load differently than they look
-  vx ini set editor.ini Video rate 50   changes one line and no other
-  vx fcc xd5c                           translates the code of a stored essence
-  vx pools --plot PooledObjects.log     draws the peak demand of each run
-
-Exit status: 0 yes, done; 1 no, not found, different, warnings; 2 usage; 3 failed.
-See 'vx COMMAND --help' for one command, and 'man vx'.)";
 
 /// The message for a command line that cannot be parsed.
 std::string explained(const CLI::App* app, const CLI::Error& error)
@@ -102,14 +91,14 @@ void Command::runs(Action action)
     });
 }
 
-Status runCommandLine(int argc, const char* const* argv)
+Status runCommandLine(int argc, const char* const* argv, const char* description,
+                      const char* version, const std::function<void(Command)>& declare)
 {
-    CLI::App app("vx - inspects and edits what applications built on Vx store", "vx");
+    CLI::App app(description, "vx");
     // Brackets already mark optional arguments; the labels would repeat that.
     app.get_formatter()->label("REQUIRED", "");
     app.get_formatter()->label("TEXT", "");
-    app.footer(kExamples);
-    app.set_version_flag("--version", vxDllVersionStr());
+    app.set_version_flag("--version", version);
     std::string colour = "auto";
     app.failure_message(explained);
     app.add_option("--color", colour, "Colour: auto, always or never")
@@ -118,14 +107,7 @@ Status runCommandLine(int argc, const char* const* argv)
     app.require_subcommand(1);
 
     Action chosen;
-    const Command top(app, chosen);
-    addIni(top);
-    addUuid(top);
-    addFcc(top);
-    addMeta(top);
-    addPools(top);
-    addVersion(top);
-
+    declare(Command(app, chosen));
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {

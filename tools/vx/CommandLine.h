@@ -48,7 +48,9 @@ private:
     Action* chosen_;
 };
 
-/// Parses the command line, runs the command and returns the exit status.
-Status runCommandLine(int argc, const char* const* argv);
+/// Parses the command line, runs the command and returns the exit status. \p declare adds the
+/// commands.
+Status runCommandLine(int argc, const char* const* argv, const char* description,
+                      const char* version, const std::function<void(Command)>& declare);
 
 } // namespace tool

@@ -1,10 +1,14 @@
-// Commands.h - Each function adds one command below another.
+// Commands.h - The commands of vx.
 #pragma once
 
 #include "CommandLine.h"
 
 namespace tool {
 
+/// Runs the command that the command line names and returns the exit status.
+Status runVx(int argc, const char* const* argv);
+
+// Each adds one command below another.
 void addIni(Command top);
 void addIniShow(Command ini);
 void addIniGet(Command ini);

@@ -1,4 +1,4 @@
 // vx - Inspects and edits what applications built on Vx store.
-#include "CommandLine.h"
+#include "Commands.h"
 
-int main(int argc, char** argv) { return tool::runCommandLine(argc, argv); }
+int main(int argc, char** argv) { return tool::runVx(argc, argv); }
