@@ -2,7 +2,7 @@
 
 #include "diagnostics/CallStack.h"
 #include "text/Utf8.h"
-#include "threads/Uuid.h"
+#include "Uuid.h"
 
 #include <cstring>
 #include <time.h>

@@ -1,107 +1,95 @@
 #include "threads/Threading.h"
 
-#include "threads/ForkPage.h"
+#include "threads/ForkEpoch.h"
 
 #include <atomic>
 #include <cassert>
+#include <mutex>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace {
 
-// Few bytes, and initial-exec: reading them is one instruction and can never allocate, and
-// a host may still load this library late, since that little static storage is to spare.
-struct ThreadNote {
-    std::uint32_t epoch; // of the process that id belongs to
+// What the calling thread knows about itself. In the initial-exec model reading it takes one
+// instruction and can never allocate. A host may still load this library late, since the loader
+// keeps that little static storage spare.
+struct Self {
+    std::uint64_t number; // see threadNumber(); 0 until it is needed
+    std::uint64_t epoch;  // of the process in which the kernel gave the thread this identifier
     unsigned int id;
 };
-[[gnu::tls_model("initial-exec")]] constinit thread_local ThreadNote note = {0, 0};
+[[gnu::tls_model("initial-exec")]] constinit thread_local Self self = {0, 0, 0};
 
-/// A recursive lock: a word that threads wait on, and an owner who may come again.
+constinit std::atomic<std::uint64_t> lastNumber = 0;
+
+[[gnu::noinline]] std::uint64_t takeNumber() noexcept { return self.number = ++lastNumber; }
+
+// Returns the calling thread's number: never 0, and never that of another thread, even of one
+// that has ended. It survives a fork, in which the kernel's identifier changes.
+std::uint64_t threadNumber() noexcept { return self.number != 0 ? self.number : takeNumber(); }
+
+/// A recursive lock: a plain mutex, its owner, and how often that has entered again.
 ///
-/// Deliberate: not the C library's recursive mutex. That one knows its owner by the kernel's
-/// number of the thread, so a child forked by the holder could never unlock it. The address
-/// of a thread's storage is the same on both sides of a fork, and entering again costs no
-/// atomic operation. Its plain mutex would do, but is reached by two more calls.
+/// Deliberate: not the C library's recursive mutex. That one identifies its owner by the
+/// kernel's identifier, so a child forked by the holder could never unlock it.
 class RecursiveLock final : public iLock {
 public:
     void lock() override
     {
-        if (mine()) {
-            ++again_;
+        const std::uint64_t caller = threadNumber();
+        if (heldBy(caller)) {
+            ++recursion_;
             return;
         }
-        int state = kFree;
-        if (__builtin_expect(
-                state_.compare_exchange_strong(state, kHeld, std::memory_order_acquire), true))
-            begin();
-        else
-            waitUntilMine(state);
+        mutex_.lock();
+        owner_.store(caller, std::memory_order_relaxed);
     }
 
     bool tryLock() override
     {
-        if (mine()) {
-            ++again_;
+        const std::uint64_t caller = threadNumber();
+        if (heldBy(caller)) {
+            ++recursion_;
             return true;
         }
-        int state = kFree;
-        if (!state_.compare_exchange_strong(state, kHeld, std::memory_order_acquire))
+        if (!mutex_.try_lock())
             return false;
-        begin();
+        owner_.store(caller, std::memory_order_relaxed);
         return true;
     }
 
     void unlock() override
     {
-        assert(mine() && "only the holder gives the lock back");
-        if (again_ != 0) {
-            --again_;
+        assert(heldBy(threadNumber()) && "only the holder may unlock");
+        if (recursion_ != 0) {
+            --recursion_;
             return;
         }
-        owner_.store(nullptr, std::memory_order_relaxed);
-        if (state_.exchange(kFree, std::memory_order_release) == kWaitedFor)
-            state_.notify_one();
+        owner_.store(0, std::memory_order_relaxed);
+        mutex_.unlock();
     }
-
-    // A line of the cache for each lock: threads that enter different ones would otherwise take
-    // the line from one another.
-    static void* operator new(std::size_t) { return ::operator new(64); }
-    static void operator delete(void* lock) { ::operator delete(lock); }
 
     unsigned int refCount = 0;
 
 private:
-    // Only the holder itself ever finds its own mark here, and it wrote it: relaxed will do.
-    bool mine() const noexcept { return owner_.load(std::memory_order_relaxed) == &note; }
-
-    void begin() noexcept { owner_.store(&note, std::memory_order_relaxed); }
-
-    // Whoever has waited holds the lock as one that others wait for: there may be some left.
-    [[gnu::noinline]] void waitUntilMine(int state) noexcept
+    // Relaxed, because a caller that finds its own number here has written it itself.
+    bool heldBy(std::uint64_t caller) const noexcept
     {
-        if (state != kWaitedFor)
-            state = state_.exchange(kWaitedFor, std::memory_order_acquire);
-        while (state != kFree) {
-            state_.wait(kWaitedFor, std::memory_order_relaxed);
-            state = state_.exchange(kWaitedFor, std::memory_order_acquire);
-        }
-        begin();
+        return owner_.load(std::memory_order_relaxed) == caller;
     }
 
-    static constexpr int kFree = 0, kHeld = 1, kWaitedFor = 2;
-
-    std::atomic<int> state_ = kFree;
-    unsigned int again_ = 0; // how often the holder has entered beyond the first time
-    std::atomic<const ThreadNote*> owner_ = nullptr;
+    unsigned int recursion_ = 0; // entries of the owner beyond the first; guarded by mutex_
+    std::atomic<std::uint64_t> owner_ = 0; // the holder's threadNumber(), 0 if free
+    std::mutex mutex_;
 };
 
-// Kept apart, so that who has a number gets it without a frame.
-[[gnu::noinline]] unsigned int askForId() noexcept
+// Out of line so that the cached case needs no stack frame.
+[[gnu::noinline]] unsigned int askForId(std::uint64_t epoch) noexcept
 {
-    const std::uint32_t epoch = forkEpoch();
-    const auto id = static_cast<unsigned int>(gettid());
-    if (epoch != 0)
-        note = {epoch, id};
+    // By number, since older C libraries have no gettid().
+    const auto id = static_cast<unsigned int>(syscall(SYS_gettid));
+    self.epoch = epoch;
+    self.id = id;
     return id;
 }
 
@@ -115,6 +103,6 @@ Vx::Ptr<iLock> Threading::createLock(unsigned int)
 
 unsigned int Threading::currentThreadId()
 {
-    const std::uint32_t epoch = begunForkEpoch();
-    return epoch != 0 && note.epoch == epoch ? note.id : askForId();
+    const std::uint64_t epoch = forkEpoch();
+    return epoch != 0 && self.epoch == epoch ? self.id : askForId(epoch);
 }

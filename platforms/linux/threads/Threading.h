@@ -1,20 +1,21 @@
-// Threading.h - recursive locks and thread identity.
+// Threading.h - Makes recursive locks and identifies threads.
 #pragma once
 
 #include <Vx/VxPtr.h>
 #include <Vx/platform/iThreading.h>
 
-/// Locks by the C library, thread identifiers by the kernel.
+/// Locks from the C library's mutex, thread identifiers from the kernel.
 ///
-/// Fork: a thread that forks keeps the locks it holds on both sides; in the child it has
-///   the identifier that the kernel gave the child. A lock that another thread held at that
-///   moment stays held in the child, where that thread does not exist.
-/// Errors: createLock() passes on the exception of memory exhaustion.
+/// Fork: a thread that forks keeps the locks it holds in both processes. In the child, its
+///   identifier is the one that the kernel gave the child. A lock that another thread held at
+///   that moment stays held in the child, where its owner does not exist.
+/// A thread that ends while it holds a lock leaves it held: no other thread ever gets it.
+/// Errors: createLock() throws std::bad_alloc on memory exhaustion.
 class Threading final : public iThreading {
 public:
-    /// \p flags is not used: every lock is recursive.
+    /// Ignores \p flags: every lock is recursive.
     Vx::Ptr<iLock> createLock(unsigned int flags) override;
 
-    /// The kernel's thread number: what debuggers and /proc show.
+    /// Returns the kernel's thread identifier, as debuggers and /proc show it.
     unsigned int currentThreadId() override;
 };
