@@ -1,15 +1,19 @@
-// VxStringNumbers.h - numbers from text, and text from numbers.
+// VxStringNumbers.h - Numbers from strings, and strings from numbers.
 //
-// Parsing never fails loudly: a default of the caller's stands in for what cannot be
-// read. Formatting writes a '.' for the decimal point: when it finds a ',' in its own
-// output it sets the process's numeric locale right and formats again.
-//
-//     int width = Vx::IntFromString(value, 1920);
-//     text += width;                              // "1920"
+//     int width = Vx::IntFromString(value, 1920);                  // 1920 if there is no number
+//     text += width;                                               // "1920"
 //     LightweightString<char> rate = Vx::StringFromFloat(29.97);   // "29.970000"
 //
-// Errors: none; memory exhaustion passes through as from LightweightString.
-// Threads: any; but see setNumericLocale(), which formatting may call.
+// Parsing skips leading white space, ends at the first character that cannot continue the number
+// and ignores the rest: "  12abc" is 12. A string ends at its first NUL. Where there is no number,
+// the result is the caller's default.
+//
+// Formatting writes '.' as the decimal point. If the process's numeric locale has ',', formatting
+// sets the locale to "C" and tries again: see setNumericLocale().
+//
+// Errors: none of its own. Memory exhaustion throws std::bad_alloc, as in LightweightString.
+// Thread safety: any thread, provided that nobody calls std::setlocale at the same time. Start
+//   threads only after the locale is set: see setNumericLocale().
 #pragma once
 
 #include <Vx/LightweightString.h>
@@ -17,72 +21,67 @@
 
 namespace Vx {
 
-// Parsing.
-//
-// Leading white space is skipped, the number ends at the first character that cannot
-// continue it, and the rest is ignored: "  12abc" is 12. The text ends at its first 0.
-
-/// The number as `sscanf` reads it with "%d"; \p def when the text holds none. A number
-/// that an int cannot hold loses its upper bits, as `sscanf` has it.
+/// Returns the number that `sscanf` reads with "%d", or \p def if it reads none. A number that
+/// does not fit loses its upper bits.
 VX_API int IntFromString(const LightweightString<char>& text, int def);
 VX_API int IntFromWString(const LightweightString<wchar_t>& text, int def);
 
-/// The number as `sscanf` reads it with "%u"; \p def when the text holds none. A minus
-/// sign wraps: "-1" is 4294967295.
+/// Returns the number that `sscanf` reads with "%u", or \p def if it reads none. A minus sign
+/// wraps: "-1" is 4294967295.
 VX_API unsigned int UIntFromString(const LightweightString<char>& text, unsigned int def);
 VX_API unsigned int UIntFromWString(const LightweightString<wchar_t>& text, unsigned int def);
 
-/// The number as `strtoll` reads it in base 10, saturated at the ends of the range.
+/// Returns the number that `strtoll` reads in base 10, limited to the range of a long.
 ///
-/// Deliberate: only an empty text gives \p def. Any other text without a number is 0.
+/// Deliberate: only an empty string gives \p def. Any other string without a number gives 0.
 VX_API long Int64FromString(const LightweightString<char>& text, long def);
 VX_API long Int64FromWString(const LightweightString<wchar_t>& text, long def);
 
-/// The number as `sscanf` reads it with "%lf", its decimal point the one of the current
-/// numeric locale; \p def when the text holds none.
+/// Returns the number that `sscanf` reads with "%lf", or \p def if it reads none. The decimal
+/// point is that of the current numeric locale.
 VX_API double FloatFromString(const LightweightString<char>& text, double def);
 VX_API double FloatFromWString(const LightweightString<wchar_t>& text, double def);
 
-/// The number as `strtod` reads it, in the current numeric locale; 0.0 when the text
-/// holds none.
+/// Returns the number that `strtod` reads in the current numeric locale, or 0.0 if it reads none.
 VX_API double asDouble(const LightweightString<char>& text);
 
-// Formatting.
-
-/// The decimal digits of \p value, behind a '-' when it is negative.
+/// Returns the decimal digits of \p value, after a '-' if it is negative.
 VX_API LightweightString<char> StringFromInteger(int value);
 VX_API LightweightString<wchar_t> WStringFromInteger(long value);
 
-/// \p value with six decimals, as `operator+=` below appends it.
+/// Returns \p value with six decimals, as the `operator+=` below appends it.
 VX_API LightweightString<char> StringFromFloat(double value);
 
-/// \p value with \p precision decimals, at most 9; a negative precision counts as 0. The
-/// text is cut at 255 characters. \p trimZeros removes the zeros at its end; a '.' that
-/// then stands last is removed in either case: 1.5 with 3 decimals is "1.5" when trimmed,
-/// 2 with 2 decimals is "2".
+/// Returns \p value with \p precision decimals: at most 9, and none if it is negative. At most
+/// 255 characters are kept. \p trimZeros removes trailing zeros, and a trailing '.' is removed in
+/// any case: 1.5 with 3 decimals is "1.5" when trimmed, 2 with 2 decimals is "2".
 ///
-/// Deliberate: zeros go even without a decimal point, so 100 with no decimals becomes
-/// "1". A text of zeros only stays as it is.
+/// Deliberate: zeros are trimmed even without a decimal point, so 100 with no decimals becomes
+/// "1". A string that has nothing but zeros stays as it is.
 VX_API LightweightString<wchar_t> WStringFromFloat(double value, char precision, bool trimZeros);
 
 } // namespace Vx
 
-/// Appends the decimal digits of \p value, behind a '-' when it is negative.
+/// Appends the decimal digits of \p value, after a '-' if it is negative.
 VX_API LightweightString<char>& operator+=(LightweightString<char>& to, int value);
 VX_API LightweightString<char>& operator+=(LightweightString<char>& to, unsigned int value);
 
 /// Appends \p value with six decimals, as `printf` writes "%f".
 ///
-/// Deliberate: at most 126 characters are kept, so a magnitude from 1e119 on (1e118 for a
-/// negative one) loses its tail.
+/// Deliberate: at most 126 characters are kept, so magnitudes from 1e119 (1e118 if negative) lose
+/// their tail.
 VX_API LightweightString<char>& operator+=(LightweightString<char>& to, double value);
 
-/// Makes libc's LC_NUMERIC category "C". When it is not, says so once on standard output:
-/// "Fixing numeric locale (%s)\n" with the name that it had. Formatting calls this when it
-/// has written a ','; a host may call it at start-up.
+/// Sets libc's LC_NUMERIC category to "C". If it is another one, prints "Fixing numeric locale
+/// (%s)\n" with its name to standard output. Formatting calls this after it has written a ','.
 ///
-/// Deliberate: only "C" counts as "C"; "POSIX" is replaced like any other name.
+///     std::setlocale(LC_ALL, "");   // a host that wants the user's language
+///     setNumericLocale();           // before it starts any thread
 ///
-/// Threads: changes a setting of the whole process without a lock. A locale that a thread
-///   has chosen for itself is not touched.
+/// Deliberate: only "C" counts as "C". "POSIX" is replaced like any other name.
+///
+/// Thread safety: threads that call this together repair the locale once. `std::setlocale` itself
+///   is not safe to call while other threads use the locale, so a host calls this once, before it
+///   starts threads, and never sets the locale again. A locale that a thread has chosen for
+///   itself with `uselocale` is not changed.
 VX_API void setNumericLocale();
