@@ -244,6 +244,16 @@ TEST(NumericLocale, RepairsACommaOnceAndSaysSo)
     EXPECT_STREQ(std::setlocale(LC_NUMERIC, nullptr), "C");
 }
 
+TEST(NumericLocale, ThreadsThatRepairItTogetherSaySoOnce)
+{
+    const ScratchLocale german("de_DE");
+    for (int round = 0; round < 200; ++round) {
+        ASSERT_TRUE(german.choose());
+        const auto format = [](int) { EXPECT_EQ(str(Vx::StringFromFloat(0.5)), "0.500000"); };
+        ASSERT_EQ(printed([&] { onThreads(8, format); }), "Fixing numeric locale (de_DE)\n");
+    }
+}
+
 TEST(NumericLocale, LeavesAloneWhatItCannotRepair)
 {
     const ScratchLocale pashto("ps_AF"); // another decimal point, of two bytes

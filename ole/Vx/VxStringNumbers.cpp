@@ -12,6 +12,7 @@
 #include <cstring>
 #include <cwchar>
 #include <iterator>
+#include <mutex>
 #include <string_view>
 
 using Vx::detail::readDouble;
@@ -189,9 +190,17 @@ LightweightString<wchar_t> Vx::WStringFromFloat(double value, char precision, bo
 
 void setNumericLocale()
 {
-    const char* const name = std::setlocale(LC_NUMERIC, nullptr);
-    if (std::strcmp(name, "C") == 0)
-        return;
-    std::printf("Fixing numeric locale (%s)\n", name);
-    std::setlocale(LC_NUMERIC, "C");
+    static std::mutex mutex;
+    char before[256]; // longer than the name of any locale
+    {
+        // Another thread's call would free the name while we read it.
+        const std::lock_guard<std::mutex> lock(mutex);
+        const char* const name = std::setlocale(LC_NUMERIC, nullptr);
+        if (std::strcmp(name, "C") == 0)
+            return;
+        std::snprintf(before, sizeof before, "%s", name);
+        std::setlocale(LC_NUMERIC, "C");
+    }
+    // Without the lock: a thread that holds the stream's may be formatting.
+    std::printf("Fixing numeric locale (%s)\n", before);
 }
