@@ -74,7 +74,7 @@ template <class Map> void inMap(State& state, std::size_t count)
 }
 
 // What a look-up owes whoever makes it: an entry for each name, found under the lock of all, and
-// the object read under the entry's own, which is entered as the other is left.
+// the object read under the entry's own.
 struct Entry {
     CriticalSection lock;
     Object* object;
@@ -93,12 +93,10 @@ struct Entries {
     {
         lock.enter();
         Entry* const entry = findEntry();
-        if (entry == nullptr) {
-            lock.leave();
+        lock.leave();
+        if (entry == nullptr)
             return nullptr;
-        }
-        entry->lock.enterAfter(lock);
-        const std::lock_guard<CriticalSection> hold(entry->lock, std::adopt_lock);
+        const std::lock_guard<CriticalSection> hold(entry->lock);
         return entry->object;
     }
 

@@ -5,13 +5,15 @@
 #include <Testing.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
-TEST(CriticalSection, AsksThePlatformLockOnEveryEntry)
+TEST(CriticalSection, CallsThePlatformLockOnEveryEntry)
 {
     ScriptedPlatform platform;
     platform.setThreadId(4711);
     platform.logCalls();
+    CriticalSection plain;
+    CriticalSection named("x");
     CriticalSection lock(7u);
-    EXPECT_EQ(platform.takeLog(), "createLock(7)");
+    EXPECT_EQ(platform.takeLog(), "createLock(0) createLock(0) createLock(7)");
     lock.enter();
     lock.enter();
     EXPECT_EQ(lock.attemptEntry(), 0);
@@ -22,28 +24,6 @@ TEST(CriticalSection, AsksThePlatformLockOnEveryEntry)
     }
     EXPECT_EQ(lock.owner(), 0u);
     EXPECT_EQ(platform.takeLog(), "unlock unlock unlock");
-    CriticalSection plain;
-    CriticalSection named("x");
-    EXPECT_EQ(platform.takeLog(), "createLock(0) createLock(0)");
-}
-
-TEST(CriticalSection, EnteringAfterAnotherAsksForTheThreadOnce)
-{
-    ScriptedPlatform platform;
-    CriticalSection first, next;
-    platform.setThreadId(4711);
-    platform.logCalls();
-    first.enter();
-    next.enterAfter(first);
-    EXPECT_EQ(platform.takeLog(), "lock currentThreadId unlock lock");
-    EXPECT_EQ(first.owner(), 0u);
-    EXPECT_EQ(next.owner(), 4711u);
-    next.enter();
-    platform.takeLog();
-    first.enterAfter(next); // which stays entered, and may be from before a fork
-    EXPECT_EQ(platform.takeLog(), "unlock lock currentThreadId");
-    next.leave();
-    EXPECT_EQ(next.owner(), 0u);
 }
 
 TEST(CriticalSection, BusyAttemptChangesNothing)
@@ -56,7 +36,7 @@ TEST(CriticalSection, BusyAttemptChangesNothing)
         EXPECT_FALSE(lock.try_lock());
         EXPECT_EQ(lock.owner(), owner);
     }).join();
-    lock.leave(); // one entry, so one leave: a counted failure would keep the owner
+    lock.leave(); // would keep the owner if the failed attempt had been counted
     EXPECT_EQ(lock.owner(), 0u);
     std::thread([&] {
         EXPECT_EQ(lock.attemptEntry(), 0);
@@ -76,7 +56,7 @@ TEST(CriticalSection, PlatformFailuresLeaveItFree)
         EXPECT_EQ(lock.owner(), 0u);
         std::thread([&] {
             ASSERT_EQ(lock.attemptEntry(), 0);
-            EXPECT_NE(lock.owner(), 0u); // counted from 0 again
+            EXPECT_NE(lock.owner(), 0u);
             lock.leave();
             EXPECT_EQ(lock.owner(), 0u);
         }).join();
@@ -84,7 +64,7 @@ TEST(CriticalSection, PlatformFailuresLeaveItFree)
     lock.enter();
     platform.failCall("unlock");
     EXPECT_THROW(lock.leave(), ScriptedFault);
-    EXPECT_EQ(lock.owner(), 0u) << "the bookkeeping is done before";
+    EXPECT_EQ(lock.owner(), 0u) << "bookkeeping precedes the unlock";
 }
 
 TEST(CriticalSection, CopiesShareOneLock)
@@ -98,7 +78,7 @@ TEST(CriticalSection, CopiesShareOneLock)
     std::thread([&] { EXPECT_EQ(copy.attemptEntry(), -1); }).join();
 }
 
-TEST(CriticalSection, InitStartsAnewAndLeavesCopiesTheOld)
+TEST(CriticalSection, InitMakesANewLockAndLeavesCopiesTheOldOne)
 {
     ScriptedPlatform platform;
     CriticalSection lock("old");
@@ -120,10 +100,10 @@ TEST(CriticalSection, InitStartsAnewAndLeavesCopiesTheOld)
     }
 }
 
-TEST(CriticalSection, RenamingReusesItsOwnRoomOnly)
+TEST(CriticalSection, RenamingReusesAnUnsharedBlock)
 {
     ScriptedPlatform platform;
-    CriticalSection lock("abcdefg"); // 8 slots
+    CriticalSection lock("abcdefg"); // capacity 8
     const char* block = lock.name().c_str();
 
     for (const char* name : {"xyz", "1234567", "x"}) {
@@ -131,7 +111,7 @@ TEST(CriticalSection, RenamingReusesItsOwnRoomOnly)
         EXPECT_EQ(lock.name(), name);
         EXPECT_EQ(lock.name().c_str(), block);
     }
-    lock.setName("12345678"); // needs a ninth slot
+    lock.setName("12345678");
     EXPECT_EQ(lock.name().capacity(), 16u);
 
     const LightweightString<char> sharer = lock.name();
@@ -156,7 +136,7 @@ TEST(CriticalSection, DebugPrintPrintsNothing)
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
-TEST(CriticalSection, ThreadsExcludeEachOtherWhileOthersLook)
+TEST(CriticalSection, ThreadsExcludeEachOther)
 {
     constexpr int kThreads = 4;
     constexpr int kRounds = 5000;

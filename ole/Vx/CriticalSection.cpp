@@ -1,7 +1,8 @@
-// The inline operations of the header are exported functions as well: emit them here.
-#define VX_LOCK_API __attribute__((used, visibility("default")))
 #include <Vx/CriticalSection.h>
 
+#include <Vx/platform/OS.h>
+#include <Vx/platform/iThreading.h>
+#include <atomic>
 #include <cstring>
 #include <memory>
 
@@ -17,26 +18,68 @@ CriticalSection::CriticalSection(const char* name)
     setName(name);
 }
 
-CriticalSection::~CriticalSection() {}
+CriticalSection::~CriticalSection() = default;
 
 void CriticalSection::init(unsigned int flags)
 {
-    std::unique_ptr<Rep> fresh(new Rep);
+    auto fresh = std::make_unique<Rep>();
     fresh->lock = OS()->threading()->createLock(flags);
     rep_ = decltype(rep_)(fresh.release());
 }
 
+void CriticalSection::enter()
+{
+    rep_->lock->lock();
+    noteEntry();
+}
+
+int CriticalSection::attemptEntry()
+{
+    if (!rep_->lock->tryLock())
+        return -1;
+    noteEntry();
+    return 0;
+}
+
+// The platform lock is held, so the bookkeeping is the caller's until unlock().
+void CriticalSection::noteEntry()
+{
+    Rep& rep = *rep_;
+    if (rep.entryCount != 0) {
+        ++rep.entryCount;
+        return;
+    }
+    unsigned int self = 0;
+    try {
+        self = OS()->threading()->currentThreadId();
+    } catch (...) {
+        rep.lock->unlock();
+        throw;
+    }
+    rep.entryCount = 1;
+    // owner() reads without the lock, hence the atomic access.
+    std::atomic_ref(rep.ownerThread).store(self, std::memory_order_relaxed);
+}
+
+void CriticalSection::leave()
+{
+    Rep& rep = *rep_;
+    if (--rep.entryCount == 0)
+        std::atomic_ref(rep.ownerThread).store(0, std::memory_order_relaxed);
+    rep.lock->unlock();
+}
+
 unsigned int CriticalSection::owner() const
 {
-    return __atomic_load_n(&rep_->ownerThread, __ATOMIC_RELAXED);
+    return std::atomic_ref(rep_->ownerThread).load(std::memory_order_relaxed);
 }
 
 void CriticalSection::setName(const char* name)
 {
-    const unsigned int length = name != nullptr ? static_cast<unsigned int>(std::strlen(name)) : 0;
+    const auto length = name != nullptr ? static_cast<unsigned int>(std::strlen(name)) : 0;
     LightweightString<char>& stored = rep_->name;
     stored.resizeFor(length);
-    // After resizeFor() the block is ours alone, or there is none.
+    // Now the block is not shared, or there is none. The name may lie in it.
     if (length != 0)
         std::memmove(stored.mutableChars(), name, length);
 }
