@@ -31,7 +31,7 @@ unsigned int crcByBits(const std::string& data)
     return crc;
 }
 
-// A plain table for the common polynomial: what most programs carry with them.
+// The usual table-driven CRC-32 with the common polynomial.
 class TableCrc {
 public:
     TableCrc()
@@ -127,7 +127,7 @@ void addFill(const std::string& operation, std::size_t bytes, Element value, Our
         });
     });
     row.peer("memset", [=](State& state) {
-        // The same byte all through: the only fill that memset can do.
+        // memset can only repeat one byte.
         fillAll<Element>(state, bytes, static_cast<Element>(~Element{0}),
                          [](Element* to, Element, std::size_t count) {
                              std::memset(to, 0xFF, count * sizeof(Element));

@@ -1,4 +1,4 @@
-// Case conversion and substitution that is blind to case.
+// Case conversion and case-insensitive replacement.
 #include "Inputs.h"
 #include "Table.h"
 
@@ -26,7 +26,7 @@ using bench::keep;
 using bench::Row;
 using bench::State;
 
-// Letters of several alphabets, upper and lower case, with blanks.
+// Upper- and lower-case letters of three alphabets, with blanks.
 std::wstring manyAlphabets(std::size_t length)
 {
     std::wstring text = bench::widened(bench::letters(length));
@@ -52,7 +52,7 @@ std::wstring lowered(std::wstring text)
     return text;
 }
 
-// Everybody copies the source over the working text first: lowering has to have work.
+// Each round copies the source first, so that there is something to lower.
 template <class Lower> void lowerInPlace(State& state, const std::wstring& source, Lower lower)
 {
     std::wstring text = source;
@@ -114,7 +114,7 @@ void addLower(const std::string& operation, double goal, const std::wstring& sou
 #endif
 }
 
-// 10,000 characters, 200 times the word in changing case among them.
+// 10,000 characters that contain the word 200 times in varying case.
 struct Page {
     std::wstring text;
     std::wstring replaced;

@@ -1,5 +1,5 @@
-// INI documents: load and save, 4 MB in 1,000 sections of 100 pairs. QSettings is not among
-// the peers: it keeps files that it has read for the rest of the process.
+// Loading and saving INI documents of 4 MB: 1,000 sections of 100 pairs. QSettings is not a peer
+// because it caches files for the life of the process.
 #include "Documents.h"
 #include "Floors.h"
 #include "Table.h"
@@ -33,7 +33,7 @@ constexpr std::size_t kPairs = 100;
 constexpr const char* kProbeSection = "Section00500";
 constexpr const char* kProbeName = "property0050";
 
-// The file, and the value that every reader must find in it.
+// The file, and a value that every reader must find in it.
 struct Sample {
     Sample() : text(bench::iniText(kSections, kPairs)), path(folder.file("sample.ini"))
     {
@@ -66,8 +66,8 @@ bool holdsSample(const VxIniFile& document)
            }()) == sample().probe.c_str();
 }
 
-// The document that is checked is gone before the clock runs, here and for the peers: it has left
-// memory that the system need not bring and clear first, which can take longer than loading.
+// Checking loads and drops a document before the measurement starts, for Vx and the peers alike.
+// The memory it leaves need not be mapped and cleared again, which can take longer than loading.
 bool oursIsRight() { return holdsSample(VxIniFile(bench::widePath(sample().path), true, true)); }
 
 void loadOurs(State& state)
@@ -95,8 +95,8 @@ void loadOursKept(State& state)
     state.SetBytesProcessed(static_cast<std::int64_t>(sample().text.size()) * state.iterations());
 }
 
-// The blocks of all texts, in the order of the file.
-std::vector<std::size_t> blocksOfTexts()
+// The block sizes of all strings, in the order of the file.
+std::vector<std::size_t> blocksOfStrings()
 {
     std::vector<std::size_t> sizes;
     const VxIniFile document(bench::widePath(sample().path), true, true);
@@ -115,8 +115,7 @@ std::string contentOf(const std::string& path)
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
-// To /dev/null the library writes straight away, so the text is made and handed to the
-// system, and no disk takes part.
+// Writes to /dev/null go straight to the system, so no disk is involved.
 const std::string kNowhere = "/dev/null";
 
 template <class Save> void saveOurs(State& state, const std::string& path, Save save)
@@ -151,6 +150,18 @@ int countPair(void* context, const char* section, const char* name, const char* 
         counter.probeFound = value == sample().probe;
     return 1;
 }
+
+void parseByInih(State& state)
+{
+    Counter first;
+    const bool right = ini_parse(sample().path.c_str(), countPair, &first) == 0 &&
+                       first.probeFound && first.pairs == kSections * kPairs;
+    bench::runBytes(state, sample().text.size(), right, [] {
+        Counter counter;
+        ini_parse(sample().path.c_str(), countPair, &counter);
+        keep(counter.pairs);
+    });
+}
 #endif
 
 void addLoad()
@@ -158,7 +169,8 @@ void addLoad()
     const std::string keepers = "GKeyFile|SimpleIni|property_tree";
     Row row("documents", "load 4 MB and drop it", {1.0 / 3, keepers});
     row.ours(loadOurs);
-    row.floor("a block for each text", [](State& state) { bench::blocks(blocksOfTexts())(state); });
+    row.floor("a block for each text",
+              [](State& state) { bench::blocks(blocksOfStrings())(state); });
     Row kept("documents", "load 4 MB, not dropped in the time");
     kept.ours(loadOursKept);
 #if BENCH_GLIB
@@ -205,21 +217,25 @@ void addLoad()
     });
 #endif
 #if BENCH_INIH
-    row.peer("inih, no document", [](State& state) {
-        Counter first;
-        const bool right = ini_parse(sample().path.c_str(), countPair, &first) == 0 &&
-                           first.probeFound && first.pairs == kSections * kPairs;
-        bench::runBytes(state, sample().text.size(), right, [] {
-            Counter counter;
-            ini_parse(sample().path.c_str(), countPair, &counter);
-            keep(counter.pairs);
-        });
-    });
+    row.peer("inih, no document", parseByInih);
 #endif
 }
 
-// Each line of ours is a write of its own, as save() is to do it: a file collects them, a
-// device gets each of them. So the peers write files as well; ours alone are made durable.
+#if BENCH_GLIB
+void saveDurablyByGKeyFile(State& state)
+{
+    GKeyFile* const file = g_key_file_new();
+    g_key_file_load_from_file(file, sample().path.c_str(), G_KEY_FILE_NONE, nullptr);
+    const std::string copy = sample().folder.file("saved-by-glib.ini");
+    const bool right = g_key_file_save_to_file(file, copy.c_str(), nullptr) != FALSE;
+    bench::runBytes(state, contentOf(copy).size(), right,
+                    [&] { keep(g_key_file_save_to_file(file, copy.c_str(), nullptr)); });
+    g_key_file_free(file);
+}
+#endif
+
+// save() makes one write per line. A file collects them, a device gets each one, so the peers
+// write files as well. Only Vx makes its files durable.
 void addSave()
 {
     Row row("documents", "save 4 MB, in a folder in memory", {0.5});
@@ -271,15 +287,7 @@ void addSave()
 #endif
     }
 #if BENCH_GLIB
-    durable.peer("GKeyFile", [](State& state) {
-        GKeyFile* const file = g_key_file_new();
-        g_key_file_load_from_file(file, sample().path.c_str(), G_KEY_FILE_NONE, nullptr);
-        const std::string copy = sample().folder.file("saved-by-glib.ini");
-        const bool right = g_key_file_save_to_file(file, copy.c_str(), nullptr) != FALSE;
-        bench::runBytes(state, contentOf(copy).size(), right,
-                        [&] { keep(g_key_file_save_to_file(file, copy.c_str(), nullptr)); });
-        g_key_file_free(file);
-    });
+    durable.peer("GKeyFile", saveDurablyByGKeyFile);
 #endif
 }
 

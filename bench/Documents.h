@@ -1,4 +1,4 @@
-// Documents.h - INI files to measure with, in a folder of their own.
+// Documents.h - INI files for the benchmarks, in a temporary folder.
 #pragma once
 
 #include "Inputs.h"
@@ -14,8 +14,8 @@
 
 namespace bench {
 
-/// A folder that goes with its owner. In memory where there is such a file system, so that
-/// no disk is timed.
+/// A temporary folder, removed by the destructor. In memory if possible, so that no disk is
+/// measured.
 class Folder {
 public:
     Folder()
@@ -25,7 +25,7 @@ public:
                                                        : std::filesystem::temp_directory_path()) /
             "vx-bench-XXXXXX";
         if (mkdtemp(pattern.data()) == nullptr)
-            throw std::runtime_error("no folder to work in");
+            throw std::runtime_error("cannot create a temporary folder");
         path_ = pattern;
     }
     ~Folder() { std::filesystem::remove_all(path_); }
@@ -38,7 +38,7 @@ private:
     std::filesystem::path path_;
 };
 
-/// The order in which the sections of a file come.
+/// The order of the sections in a file.
 enum class Order { kByName, kRandom };
 
 /// \p sections sections of \p pairs pairs, lines of about 40 characters.

@@ -1,4 +1,4 @@
-// Floors.h - what the stated behaviour costs, whoever keeps it.
+// Floors.h - What the documented behaviour costs at least.
 #pragma once
 
 #include "Table.h"
@@ -10,8 +10,8 @@
 
 namespace bench {
 
-/// A body that makes blocks of these sizes and then frees them, as strings must: each of the two
-/// by three calls into the platform, which may have been replaced since the last.
+/// A benchmark body that allocates blocks of these sizes and frees them as strings must: through
+/// OS(), since the host may replace the platform at any time.
 inline auto blocks(std::vector<std::size_t> sizes)
 {
     return [sizes = std::move(sizes)](State& state) {
@@ -29,7 +29,7 @@ inline auto blocks(std::size_t count, std::size_t size)
     return blocks(std::vector<std::size_t>(count, size));
 }
 
-/// The size of the block of a string: header and a power of two of characters.
+/// The size of a string's block: its header and its capacity.
 template <class String> std::size_t blockSize(const String& text)
 {
     return sizeof(typename String::Impl) + text.capacity() * sizeof(typename String::value_type);

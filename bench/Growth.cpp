@@ -1,4 +1,4 @@
-// How our cost grows with the size of what is worked on.
+// How the cost of Vx grows with the size of its input.
 #include "Documents.h"
 #include "Table.h"
 
@@ -16,7 +16,7 @@ using bench::Curve;
 using bench::keep;
 using bench::State;
 
-// Loads a document of `sections` times `pairs`.
+// Loads a document of \p sections sections with \p pairs pairs each.
 void loadDocument(State& state, std::size_t sections, std::size_t pairs,
                   bench::Order order = bench::Order::kByName)
 {
@@ -24,7 +24,7 @@ void loadDocument(State& state, std::size_t sections, std::size_t pairs,
     const std::string path = folder.file("growth.ini");
     bench::writeFile(path, bench::iniText(sections, pairs, order));
     const auto wide = bench::widePath(path);
-    // The document that is checked is gone before the clock runs, and has left its memory.
+    // The first document is dropped and leaves its memory before the measurement starts.
     const bool right = VxIniFile(wide, true, true).getNumSections() == sections;
     bench::run(state, right, [&] { keep(VxIniFile(wide, true, true).sections.size()); });
 }
@@ -90,8 +90,7 @@ void growNames()
         for (std::size_t i = 0; i < sizeOf(s); ++i)
             names.push_back("name " + std::to_string(i));
         Object object;
-        // The entries outlive their namespace on purpose: this curve leaves them behind, so
-        // it runs each size a few times only.
+        // Entries deliberately outlive their namespace, so every iteration leaves some behind.
         for (auto _ : s) {
             Vx::NamedObjectsNamespace space("growth");
             for (const std::string& name : names)
@@ -125,7 +124,7 @@ void growCallbacks()
 
 struct Counted : Vx::InternalRefCount {};
 
-// Threads that copy and drop the same string, pointer, or take the same lock.
+// Threads that share a string, a pointer or a lock.
 void growSharers()
 {
     static const LightweightString<char> text("a text that several threads share");

@@ -1,4 +1,4 @@
-// UUIDs: making, reading, printing.
+// Generating, parsing and printing UUIDs.
 #include "Inputs.h"
 #include "Table.h"
 

@@ -1,4 +1,4 @@
-// Inputs.h - the same inputs for everybody, the same in every run.
+// Inputs.h - Inputs that are equal for all peers and in every run.
 #pragma once
 
 #include <Vx/LightweightString.h>
@@ -11,7 +11,7 @@
 
 namespace bench {
 
-/// A generator that gives the same numbers in every run (xorshift64*).
+/// A fixed pseudo-random sequence (xorshift64*).
 class Numbers {
 public:
     explicit Numbers(std::uint64_t seed) : state_(seed * 0x9E3779B97F4A7C15u + 1) {}
@@ -34,7 +34,7 @@ private:
     std::uint64_t state_;
 };
 
-/// Words of lower and upper case letters with blanks between, \p length characters.
+/// \p length characters of upper- and lower-case words.
 inline std::string letters(std::size_t length, std::uint64_t seed = 1)
 {
     Numbers numbers(seed);
@@ -56,9 +56,8 @@ inline LightweightString<wchar_t> wide(std::wstring_view text)
     return LightweightString<wchar_t>(text);
 }
 
-/// Straight from malloc. A std::string's own allocations pass through the operators that
-/// the library replaces, in this process as in any host; with this allocator it has what it
-/// would have without us.
+/// Allocates with malloc. Vx replaces `operator new` for the whole process, so std::string
+/// otherwise uses the platform's allocator here, as it does in a host.
 template <class T> struct MallocAllocator {
     using value_type = T;
 

@@ -1,2 +1,2 @@
-// Does nothing: started with and without the library, it shows what loading costs.
+// Empty program, to measure the cost of loading the library.
 int main() {}

@@ -1,4 +1,4 @@
-// Numbers in text.
+// Parsing and formatting numbers.
 #include "Floors.h"
 #include "Inputs.h"
 #include "Table.h"
@@ -22,22 +22,22 @@ using bench::keep;
 using bench::Row;
 using bench::State;
 
-constexpr std::size_t kInputs = 64; // a power of two: they are taken in turn
+constexpr std::size_t kInputs = 64; // a power of two, for a cheap round robin
 
-// Texts with the numbers that they stand for.
+// Strings and the numbers they represent.
 template <class Number> struct Inputs {
     std::vector<std::string> texts;
     std::vector<Number> numbers;
 };
 
-Inputs<int> integers(const char* before, const char* behind)
+Inputs<int> integers(const char* before, const char* after)
 {
     Inputs<int> inputs;
     bench::Numbers random(11);
     for (std::size_t i = 0; i < kInputs; ++i) {
         const int number = 100000000 + static_cast<int>(random.below(900000000));
         inputs.numbers.push_back(*before != 0 ? -number : number);
-        inputs.texts.push_back(before + std::to_string(number) + behind);
+        inputs.texts.push_back(before + std::to_string(number) + after);
     }
     return inputs;
 }
@@ -56,7 +56,7 @@ Inputs<double> doubles()
     return inputs;
 }
 
-// Takes the inputs in turn, each as the String that the reader takes.
+// Parses the inputs in turn, each as a String.
 template <class String, class Number, class Read>
 void readInTurn(State& state, const Inputs<Number>& inputs, Read read)
 {
@@ -104,7 +104,7 @@ template <class Number> void addIntegerRow(const char* operation, const Inputs<N
     });
 }
 
-// Writes the inputs in turn.
+// Formats the inputs in turn.
 template <class Number, class Write>
 void writeInTurn(State& state, const Inputs<Number>& inputs, Write write)
 {
@@ -115,7 +115,7 @@ void writeInTurn(State& state, const Inputs<Number>& inputs, Write write)
     bench::run(state, right, [&] { keep(write(inputs.numbers[i++ % kInputs]).size()); });
 }
 
-// Into a string that has room already, behind its first character; the answer without it.
+// Appends to one character in a string with enough capacity; returns what was appended.
 template <class Number> class Appender {
 public:
     std::string_view operator()(Number number)
@@ -126,7 +126,7 @@ public:
     }
 
 private:
-    LightweightString<char> text_ = "a string that has enough room for any number there is";
+    LightweightString<char> text_ = "a string with enough capacity for any formatted number";
 };
 
 template <class Number> std::string_view byToChars(Number number)

@@ -1,4 +1,4 @@
-// The playout code of a stored code: all codes of the table, and as many that are not in it.
+// Playout codes: every code of the table and as many that are not in it.
 #include "Inputs.h"
 #include "Table.h"
 
@@ -68,14 +68,14 @@ Mapping table()
     return mapping;
 }
 
-// Every code of the table once, each with one that is not in it, shuffled.
+// Every code of the table and as many others, shuffled.
 Mapping questions()
 {
     Mapping mapping = table();
     bench::Numbers numbers(61);
     const std::size_t hits = mapping.size();
     for (std::size_t i = 0; i < hits; ++i) {
-        const unsigned int other = mapping[i].first ^ 0x20000000u; // another case, or far off
+        const unsigned int other = mapping[i].first ^ 0x20000000u; // other case, or unrelated
         mapping.emplace_back(other, other);
     }
     for (std::size_t i = mapping.size() - 1; i > 0; --i)

@@ -42,7 +42,7 @@ template <class Pointer> void copyAndDrop(State& state, const Pointer& source)
     });
 }
 
-// Lock and its rivals, held three deep where Depth says so.
+// Enters a lock Depth times before leaving it as often.
 template <int Depth, class Enter, class Leave>
 void enterAndLeave(State& state, Enter enter, Leave leave)
 {

@@ -1,4 +1,4 @@
-// What loading the library costs a process.
+// The cost of loading the library.
 #include "Table.h"
 
 #include <filesystem>
@@ -18,7 +18,7 @@ bool runsWell(const std::string& program)
     return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-// The child's time is not this process's: it needs the clock on the wall.
+// Wall-clock time, since the child's processor time is not ours.
 void startProcess(bench::State& state, const std::string& program)
 {
     bench::run(state, runsWell(program), [&] { runsWell(program); });

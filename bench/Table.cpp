@@ -2,7 +2,7 @@
 
 namespace {
 
-// What the report needs beside the times; it finds it in the context of the JSON output.
+// Passes what report.py needs besides the times, in the context of the JSON output.
 std::string announce(const std::string& kind, const std::string& name, const std::string& fields)
 {
     static int order = 0;

@@ -1,30 +1,29 @@
-// Table.h - the rows of the table: an operation, what we do, and what its peers do.
+// Table.h - Declares the rows of the table: one operation, by Vx and by its peers.
 #pragma once
 
 #include <benchmark/benchmark.h>
 #include <string>
 #include <utility>
 
-/// The benchmark's own vocabulary. A family registers its rows like this:
+/// A family of benchmarks registers its rows like this:
 ///
 ///     bench::Row row("strings", "copy and drop, 64 characters", {1.0});
 ///     row.ours(copyAndDrop<LightweightString<char>>);
 ///     row.peer("QString", copyAndDrop<QString>);
 ///
-/// Bodies measure one operation through run(), which refuses to time a wrong answer.
+/// Bodies measure one operation through run(), which rejects a wrong answer.
 namespace bench {
 
 using State = benchmark::State;
 
-/// What a row is to reach: our time divided by that of the fastest peer is at most
-/// `factor`. Where a row is held against some of its peers only, `against` names them,
-/// separated by '|'. A factor of 0 sets no goal: the row informs.
+/// The goal of a row: the time of Vx divided by that of the fastest peer is at most `factor`.
+/// `against` limits the comparison to some peers, separated by '|'. A factor of 0 means no goal.
 struct Goal {
     double factor = 0;
     std::string against = {};
 };
 
-/// One operation: ours and the peers' way to do it.
+/// One operation, by Vx and by its peers.
 class Row {
 public:
     Row(std::string family, std::string operation, Goal goal = {});
@@ -37,25 +36,25 @@ public:
         return *this;
     }
 
-    /// What no way to keep the stated behaviour can undercut, such as one block from the
-    /// platform for each string; the table says how near ours comes.
+    /// What the documented behaviour costs at least, such as one block from the platform for each
+    /// string.
     template <class Body> Row& floor(const std::string& name, Body body)
     {
         return peer("floor: " + name, std::move(body));
     }
 
-    /// What the names of this row's benchmarks begin with.
+    /// The common prefix of the names of this row's benchmarks.
     const std::string& prefix() const { return prefix_; }
 
 private:
     std::string prefix_;
 };
 
-/// How the cost of one operation of ours grows. \p body reads the size from
-/// state.range(0) and makes one operation of that size an iteration.
+/// How the cost of an operation grows. The body reads the size from state.range(0) and performs
+/// one operation of that size per iteration.
 class Curve {
 public:
-    /// \p expected is the growth to expect, in words: "constant", "n", "n log n".
+    /// \p expected is the expected growth: "constant", "n" or "n log n".
     Curve(const std::string& operation, const std::string& expected);
 
     template <class Body> Curve& over(std::initializer_list<int> sizes, Body body)
@@ -65,7 +64,7 @@ public:
         return *this;
     }
 
-    /// The same for a number of threads that work on one object; wall clock.
+    /// As over(), for a number of threads that share one object; wall-clock time.
     template <class Body> Curve& overThreads(std::initializer_list<int> threads, Body body)
     {
         for (const int count : threads)
@@ -79,8 +78,8 @@ private:
     std::string prefix_;
 };
 
-/// Times \p operation, unless \p answerIsRight is false: a wrong answer is an error that
-/// makes the whole run fail.
+/// Measures \p operation. If \p answerIsRight is false, reports an error that fails the whole
+/// run instead.
 template <class Operation> void run(State& state, bool answerIsRight, Operation operation)
 {
     if (!answerIsRight) {
@@ -91,7 +90,7 @@ template <class Operation> void run(State& state, bool answerIsRight, Operation 
         operation();
 }
 
-/// The same for an operation that takes \p bytes of input.
+/// As run(), for an operation on \p bytes of input.
 template <class Operation>
 void runBytes(State& state, std::size_t bytes, bool answerIsRight, Operation operation)
 {
@@ -101,7 +100,7 @@ void runBytes(State& state, std::size_t bytes, bool answerIsRight, Operation ope
 
 template <class T> void keep(const T& value) { benchmark::DoNotOptimize(value); }
 
-// One for each file of the bench: adds the rows of its family.
+// Each adds the rows of one source file.
 void addAllocation();
 void addStrings();
 void addNumbers();

@@ -1,5 +1,5 @@
-// Instructions for each of the main operations, counted by callgrind: repeatable where times
-// are not. Run by ./dev bench --instructions.
+// Counts the instructions of the main operations under callgrind, which are reproducible unlike
+// times. Run by ./dev bench --instructions.
 #include "Inputs.h"
 
 #include <Vx/CriticalSection.h>
@@ -19,7 +19,7 @@ constexpr int kRounds = 1000;
 
 void use(const void* result) { asm volatile("" : : "g"(result) : "memory"); }
 
-// Rounds before the count: symbols are bound, blocks are warm.
+// The first rounds, which are not counted, bind symbols and fill caches.
 template <class Operation> void count(const char* name, Operation operation)
 {
     for (int i = 0; i < 100; ++i)
@@ -36,7 +36,7 @@ template <class Operation> void count(const char* name, Operation operation)
 
 int main()
 {
-    // Two threads, as in a host: the C++ library leaves out atomics otherwise.
+    // libstdc++ skips atomic instructions until a process has had a second thread.
     std::thread([] {}).join();
 
     using Text = LightweightString<char>;

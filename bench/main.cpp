@@ -7,8 +7,8 @@
 
 namespace {
 
-// The C++ library leaves out atomic instructions while a process has one thread. A host has
-// several, so the process that is measured has two: this one is parked to the end.
+// libstdc++ skips atomic instructions in single-threaded processes. Hosts have several threads,
+// so the benchmark keeps a second one waiting.
 class ParkedThread {
 public:
     ParkedThread()
@@ -38,7 +38,7 @@ private:
 
 int main(int argc, char** argv)
 {
-    // As a host runs: character classes of its locale, numbers with a point.
+    // Like a host: the locale's character classes, but numbers with a decimal point.
     std::setlocale(LC_CTYPE, "C.UTF-8");
     const ParkedThread parked;
     benchmark::Initialize(&argc, argv);

@@ -1,4 +1,4 @@
-"""Turns the results of the benchmarks into the table, the document and the picture.
+"""Turns benchmark results into a table, a document and a chart.
 
 usage: report.py RESULTS.json LIBRARY-FOLDER [--write DOCS-FOLDER]
 
@@ -19,7 +19,7 @@ FLOOR = "floor: "
 
 
 class Times:
-    """What one benchmark took: the repetitions, in nanoseconds."""
+    """The repetitions of one benchmark, in nanoseconds."""
 
     def __init__(self, repetitions, rates):
         self.repetitions = repetitions
@@ -31,7 +31,7 @@ class Times:
 
 
 class Ratio:
-    """One median divided by another, and where 95 of 100 such runs would find it (bootstrap)."""
+    """One median divided by another, with its 95 % confidence interval (bootstrap)."""
 
     def __init__(self, ours, theirs):
         self.value = ours.median / theirs.median
@@ -57,8 +57,8 @@ def load(path):
             wrong.append(f"{name}: {run['error_message']}")
             continue
         scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[run["time_unit"]]
-        # The processor's time: other programs on the machine do not count into it. Where
-        # several threads or processes take part, the clock on the wall.
+        # Processor time excludes other programs. Benchmarks of several threads or processes use
+        # wall-clock time.
         wall = name.endswith("/real_time") or "/real_time/" in name
         time = run["real_time"] if wall else run["cpu_time"]
         samples.setdefault(name, []).append(time * scale)
@@ -112,7 +112,7 @@ def rows(context, all_times):
 
 
 def verdict(row):
-    """Whether the goal is reached; "unsure" when another run may well answer otherwise."""
+    """Whether the goal is met; "unsure" if it lies inside the confidence interval."""
     if not row["goal"] or not row["rival"]:
         return ""
     goal = row["goal"] * 1.005
@@ -146,7 +146,7 @@ def floor_text(row):
 
 
 def table(all_rows):
-    lines = [["Operation", "Vx", "Best peer", "Ratio", "To reach", "Reached", "Floor", "All peers"]]
+    lines = [["Operation", "Vx", "Best peer", "Ratio", "Goal", "Met", "Floor", "All peers"]]
     for row in all_rows:
         others = sorted(row["peers"].items(), key=lambda item: item[1].median)
         best = row["best"]
@@ -168,7 +168,7 @@ def curves(context, all_times):
         row, _ = split(name)
         size = int(name.partition(" @ ")[2].split("/")[0].split(":")[0]) if row.startswith("growth") else 0
         found.setdefault(row, []).append((size, times.median))
-    lines = [["Operation", "Grows as", "Cost by size", "Steepest step"]]
+    lines = [["Operation", "Expected growth", "Cost by size", "Steepest step"]]
     for row, expected in announced(context, "curve"):
         points = sorted(found.get(row, []))
         if not points:
@@ -194,7 +194,7 @@ def markdown(lines):
 
 
 def sizes(folder):
-    lines = [["Library", "Text", "Data", "Relocations", "of these by name", "Needs"]]
+    lines = [["Library", "Text", "Data", "Relocations", "Symbolic", "Needs"]]
     for name in ("libVx.so", "libOS.so", "libVxIPP.so"):
         path = next((os.path.join(base, name) for base, _, files in os.walk(folder)
                      if name in files), None)
@@ -222,7 +222,7 @@ def machine(context):
 
 
 def picture(all_rows):
-    """Bars of our time by the best peer's, on a logarithmic scale."""
+    """A bar chart of the ratios to the best peer, on a logarithmic scale."""
     drawn = [row for row in all_rows if row["ratio"] and not row["row"].startswith("allocation")]
     left, width, height, step = 370, 420, 16, 20
     low, high = math.log(1 / 32), math.log(8)
@@ -236,8 +236,8 @@ def picture(all_rows):
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{left + width + 70}" height="{bottom + 20}"'
         ' font-family="sans-serif" font-size="12">',
         '<rect width="100%" height="100%" fill="white"/>',
-        '<text x="10" y="20" font-size="15">Our time divided by the best peer\'s'
-        " (shorter is faster; the mark is what is to be reached)</text>",
+        '<text x="10" y="20" font-size="15">Time of Vx divided by that of the best peer'
+        " (shorter is faster; the mark is the goal)</text>",
     ]
     for power in range(-5, 4):
         mark = 2.0 ** power
@@ -261,48 +261,48 @@ def picture(all_rows):
     return "\n".join(parts + ["</svg>", ""])
 
 
-def notes(folder):
+def notes():
     path = os.path.join(os.path.dirname(os.path.abspath(__file__)), "notes.md")
     with open(path, encoding="utf-8") as file:
         return file.read()
 
 
-def document(context, all_rows, growth, size_lines, partial):
+def document(context, all_rows, growth, size_lines):
     lost = [row for row in all_rows if row["ratio"] and row["ratio"].value > 1.005
             and not row["row"].startswith("allocation")]
     short = [row for row in all_rows if verdict(row) in ("no", "unsure")]
     text = [
         "# Benchmarks",
         "",
-        "Written by `./dev bench`; the remarks come from `bench/notes.md`.",
+        "Generated by `./dev bench`; the remarks are in `bench/notes.md`.",
         "",
         f"- Machine: {machine(context)}",
         f"- Compiler and flags: {context['compiler']}, `{context['flags']}`",
         f"- Date: {datetime.date.today().isoformat()}",
         f"- Peers: {context['peers'].rstrip(', ')}, and the C++ library and libc",
         f"- Peers not installed: {context['missing'].rstrip(', ') or 'none'}",
-        f"- Load of the machine when the run began: {', '.join(str(round(x, 1)) for x in context['load_avg'])}",
+        f"- Load average at the start: {', '.join(str(round(x, 1)) for x in context['load_avg'])}",
         "",
-        notes(context).strip(),
+        notes().strip(),
         "",
-        "![Our time divided by the best peer's](benchmarks.svg)",
-        "",
-        "## The table",
-        "",
-        markdown(table(all_rows)),
-        "",
-        "## Rows that another library wins",
+        "## Rows that a peer wins",
         "",
         "\n".join(f"- {row['row']}: {row['ratio']} of {row['best']}" for row in lost) or "None.",
         "",
-        "## Rows that fall short of what is to be reached",
+        "## Rows that miss their goal",
         "",
-        "\n".join(f"- {row['row']}: {row['towards']} of {row['rival']}, to reach {row['goal']:.2f}"
+        "\n".join(f"- {row['row']}: {row['towards']} of {row['rival']}, goal {row['goal']:.2f}"
                   + (f"; floor {floor_text(row)}" if row["floors"] else "") for row in short) or "None.",
+        "",
+        "## All rows",
+        "",
+        "![Time of Vx divided by that of the best peer](benchmarks.svg)",
+        "",
+        markdown(table(all_rows)),
         "",
         "## Growth",
         "",
-        "The steepest step is the exponent between two neighbouring sizes: 1 is linear, 0 constant.",
+        "The steepest step is the largest exponent between neighbouring sizes: 1 is linear, 0 constant.",
         "",
         markdown(growth),
         "",
@@ -329,13 +329,13 @@ def main():
         folder = sys.argv[sys.argv.index("--write") + 1]
         size_lines = sizes(libraries)
         with open(os.path.join(folder, "benchmarks.md"), "w", encoding="utf-8") as file:
-            file.write(document(context, all_rows, growth, size_lines, False))
+            file.write(document(context, all_rows, growth, size_lines))
         with open(os.path.join(folder, "benchmarks.svg"), "w", encoding="utf-8") as file:
             file.write(picture(all_rows))
     if context["missing"]:
-        print("not installed, left out:", context["missing"].rstrip(", "))
+        print("not installed:", context["missing"].rstrip(", "))
     for line in wrong:
-        print("WRONG ANSWER:", line)
+        print("wrong answer:", line)
     sys.exit(1 if wrong else 0)
 
 
