@@ -344,7 +344,7 @@ TEST(Report, IsOneLineWhateverThePath)
         {"a\n\x1f \x7f~\xC3\xA4", ENOSPC, nullptr,
          "a\\x0a\\x1f \\x7f~\xC3\xA4: No space left on device"},
         {"a", 0, "because", "a: because"},
-        {"a", 99999, "so", "a: unknown error; so"},
+        {"a", 99999, "so", "a: Unknown error 99999; so"},
         {std::string(9000, 'p'), 0, nullptr, std::string(8191 - std::strlen("Vx: what "), 'p')},
     };
     for (const auto& row : rows) {

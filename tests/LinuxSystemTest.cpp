@@ -1,10 +1,11 @@
-// Clock, identifiers, threads, locks, the reclaim registry and call stacks of the Linux
-// platform: what holds between threads and across a fork.
+// Threads, locks, identifiers, the reclaim registry and call stacks of the Linux platform: what
+// holds between threads and across a fork.
 
 #include "SystemInfo.h"
 #include "SystemUtils.h"
 #include "Uuid.h"
 #include "diagnostics/CallStack.h"
+#include "diagnostics/Modules.h"
 #include "memory/MemoryAllocator.h"
 #include "memory/ReclaimRegistry.h"
 #include "threads/ForkEpoch.h"
@@ -22,12 +23,12 @@
 
 namespace {
 
-// What the kernel gives to the platform; the C library's functions are hidden by these.
+// What the kernel gives to the platform. The functions below replace the C library's.
 struct Kernel {
     int refusals = 0; // of the next requests for random numbers
     int error = EINTR;
     std::size_t most = ~std::size_t{0}; // bytes at once
-    bool wipes = true;                  // has pages that a child finds zeroed
+    bool wipes = true;                  // can zero memory in children
 };
 constinit Kernel kernel;
 
@@ -73,10 +74,10 @@ TEST(Threading, ForkedChildrenHaveIdentifiersOfTheirOwn)
 {
     Threading threading;
     const unsigned int parent = threading.currentThreadId();
-    // The grandchild's page was wiped twice; the child may have looked at its own or not.
-    for (const bool childLooks : {true, false})
+    // The child may have asked before it forks in turn, or not.
+    for (const bool childAsks : {true, false})
         EXPECT_TRUE(holdsInChild([&] {
-            const unsigned int child = childLooks ? threading.currentThreadId() : 0;
+            const unsigned int child = childAsks ? threading.currentThreadId() : 0;
             return child != parent && holdsInChild([&] {
                        const unsigned int id = threading.currentThreadId();
                        return id == static_cast<unsigned int>(gettid()) && id != child &&
@@ -93,7 +94,7 @@ TEST(Lock, AdmitsOneThreadAtATime)
     constexpr int kThreads = 4, kRounds = 5000;
     Threading threading;
     const Vx::Ptr<iLock> lock = threading.createLock(0);
-    long plain = 0; // written under the lock only: the thread sanitizer watches
+    long plain = 0; // guarded by the lock, which the thread sanitizer checks
     onThreads(kThreads, [&](int number) {
         for (int i = 0; i < kRounds; ++i) {
             if ((i + number) % 3 != 0 || !lock->tryLock())
@@ -102,7 +103,7 @@ TEST(Lock, AdmitsOneThreadAtATime)
             ++plain;
             lock->unlock();
             if (i % 100 == 0)
-                std::this_thread::yield(); // to those who have to wait then
+                std::this_thread::yield(); // so that others have to wait
             ++plain;
             lock->unlock();
         }
@@ -159,7 +160,7 @@ TEST(Uuid, HasVersionAndVariantAndRandomBitsElsewhere)
             everClear[k] = static_cast<unsigned char>(everClear[k] | ~id[k]);
         }
     }
-    // A bit that stood still in a thousand random numbers is not random; the version leads the
+    // A bit that never changed in a thousand identifiers is not random. The version leads the
     // third group, which is stored last byte first.
     Id set, clear;
     set.fill(0xFF);
@@ -190,7 +191,7 @@ TEST(Uuid, IsUniqueAmongThreadsAndProcesses)
 
 TEST(Uuid, WantsAllItsBytesFromTheKernel)
 {
-    EXPECT_TRUE(holdsInChild([] { // has fetched nothing yet
+    EXPECT_TRUE(holdsInChild([] { // where nothing is fetched in advance yet
         kernel = {3, EINTR, 1};
         const Id zeros{};
         std::set<Id> all{zeros};
@@ -261,7 +262,7 @@ TEST(ReclaimRegistry, KnowsExactlyTheLivingObjects)
             }
             ASSERT_EQ(registry.size(), known.size());
         }
-        if (round % 10 == 9) { // shrinks to nothing: each must be found, strangers must not
+        if (round % 10 == 9) { // shrinks to nothing: each is found, and strangers are not
             std::size_t left = known.size();
             for (const auto& cache : caches) {
                 left -= known.erase(cache.get());
@@ -276,8 +277,8 @@ TEST(ReclaimRegistry, KnowsExactlyTheLivingObjects)
 
 // --- Call stacks
 
-// Exported, so that they have names to print; each does something after its call, so that
-// its frame is still there.
+// Exported, so that they have names to print. Each does something after its call, which would
+// otherwise replace its frame.
 #define EXPORTED [[gnu::visibility("default"), gnu::noinline]]
 
 EXPORTED int captureFromHere(CallStack::Frames& frames)
@@ -307,10 +308,10 @@ EXPORTED void captureFromDepth(int depth, CallStack::Frames& frames)
 
 namespace {
 
-std::string between(const std::string& text, const std::string& before, const std::string& behind)
+std::string between(const std::string& text, const std::string& before, const std::string& after)
 {
     const std::size_t from = text.find(before);
-    const std::size_t to = text.find(behind, from);
+    const std::size_t to = text.find(after, from);
     if (from == std::string::npos || to == std::string::npos)
         return "";
     return text.substr(from + before.size(), to - from - before.size());
@@ -334,33 +335,45 @@ TEST(CallStack, OffsetsLeadToTheLine)
     char answer[4096] = {};
     EXPECT_NE(std::fgets(answer, sizeof answer, output), nullptr);
     pclose(output);
-    // A remark may follow the number.
+    // Remarks may follow the number.
     const std::string found = between(answer, "LinuxSystemTest.cpp:", "\n");
     EXPECT_EQ(std::atoi(found.c_str()), line) << answer;
 }
 
-TEST(CallStack, DescribesWhateverAddressThereIs)
+TEST(CallStack, DescribesAnyAddress)
 {
-    // Return addresses: the call stands one byte before.
-    const auto behind = [](auto* code) {
+    // A return address is one byte or more after the call.
+    const auto after = [](auto* code) {
         return reinterpret_cast<const void*>(reinterpret_cast<std::uintptr_t>(code) + 1);
     };
-    const std::string inC = asString(CallStack::describe(behind(&hcreate)));
-    EXPECT_EQ(inC.rfind("hcreate+0x0 (libc.so.6+0x", 0), 0u) << inC;
-    const std::string inCxx = asString(CallStack::describe(behind(&std::get_terminate)));
-    EXPECT_EQ(inCxx.rfind("std::get_terminate()+0x0 (libstdc++.so.6+0x", 0), 0u) << inCxx;
-    // Not exported: the module is known, the name of a neighbour is not made up.
-    const std::string hidden = asString(CallStack::describe(behind(&between)));
-    EXPECT_EQ(hidden.rfind("(LinuxSystemTest+0x", 0), 0u) << hidden;
-    EXPECT_EQ(asString(CallStack::describe(reinterpret_cast<const void*>(0x1235))), "0x1234");
-    EXPECT_EQ(asString(CallStack::describe(nullptr)), "0xffffffffffffffff");
+    const struct {
+        const void* address;
+        std::string prefix;
+    } rows[] = {
+        {after(&hcreate), "hcreate+0x0 (libc.so.6+0x"},
+        {after(&std::get_terminate), "std::get_terminate()+0x0 (libstdc++.so.6+0x"},
+        {after(&between), "(LinuxSystemTest+0x"}, // not exported; not a neighbour's name either
+        {reinterpret_cast<const void*>(0x1235), "0x1234"},
+        {nullptr, "0xffffffffffffffff"},
+    };
+    const auto findObject = Modules::Detail::findObject;
+    for (const auto& row : rows) {
+        const std::string text = asString(CallStack::describe(row.address));
+        EXPECT_EQ(text.rfind(row.prefix, 0), 0u) << text;
+        Modules::Detail::findObject = nullptr; // as with an older C library
+        EXPECT_EQ(asString(CallStack::describe(row.address)), text);
+        CallStack::Frames frames;
+        captureFromHere(frames);
+        EXPECT_EQ(asString(frames.at(0)).rfind("captureFromHere(", 0), 0u);
+        Modules::Detail::findObject = findObject;
+    }
 }
 
 TEST(CallStack, EndsAtItsLimit)
 {
     CallStack::Frames frames;
     captureFromDepth(2 * CallStack::kMostFrames, frames);
-    // The platform's own frames count among those that were walked.
+    // The platform's own frames count as walked.
     EXPECT_LE(frames.size(), static_cast<std::size_t>(CallStack::kMostFrames));
     EXPECT_GE(frames.size(), static_cast<std::size_t>(CallStack::kMostFrames) - 5);
     EXPECT_EQ(asString(frames.back()).rfind("captureFromDepth(int, ", 0), 0u);
@@ -368,7 +381,7 @@ TEST(CallStack, EndsAtItsLimit)
 
 // --- Before everything else
 
-// Constructed ahead of every object without a priority.
+// Constructed before all objects without a priority.
 struct Early {
     Early()
     {
@@ -393,7 +406,7 @@ TEST(Platform, WorksBeforeTheFirstConstructor) { EXPECT_TRUE(early.worked); }
 
 // --- Forks at a bad moment
 
-// One thread is inside all the time; a child that finds a lock held by nobody would hang.
+// One thread is always inside. A child that inherited a lock of that thread would hang.
 TEST(Fork, ChildrenFindNoLockHeldByAThreadTheyDoNotHave)
 {
     const auto works = [] {

@@ -1,17 +1,17 @@
 #include <Vx/platform/OS.h>
 
-#include "files/FileSystem.h"
-#include "memory/MemoryAllocator.h"
-#include "memory/ReclaimRegistry.h"
 #include "Shell.h"
 #include "SystemInfo.h"
 #include "SystemUtils.h"
+#include "files/FileSystem.h"
+#include "memory/MemoryAllocator.h"
+#include "memory/ReclaimRegistry.h"
 #include "threads/Threading.h"
 
 namespace {
 
-// Every service is constant-initialised and trivially destroyed: it works before the first
-// static constructor, after the last destructor and right after fork.
+// All services are constant-initialised and trivially destroyed, so that they work before the
+// first constructor, after the last destructor and right after fork.
 constinit MemoryAllocator memoryAllocatorService;
 constinit ReclaimRegistry reclaimRegistryService;
 constinit SystemUtils systemUtilsService;

@@ -6,8 +6,8 @@
 
 int SystemInfo::numProcessors()
 {
-    // The C library's fixed set ends at 1024 processors, and the kernel refuses a set that
-    // is too small for the machine.
+    // The C library's cpu_set_t ends at 1024 processors, and the kernel rejects a set that is
+    // too small for the machine.
     constexpr std::size_t kMostProcessors = 65536;
     unsigned long allowed[kMostProcessors / (8 * sizeof(unsigned long))] = {};
     cpu_set_t* const set = reinterpret_cast<cpu_set_t*>(allowed);

@@ -1,11 +1,11 @@
-// SystemInfo.h - facts about the machine.
+// SystemInfo.h - Facts about the machine.
 #pragma once
 
 #include <Vx/platform/iSystemInfo.h>
 
 class SystemInfo final : public iSystemInfo {
 public:
-    /// The processors that the scheduler may put the calling thread on, at least 1. A
-    /// quota of processor time does not lower the number.
+    /// Returns the number of processors that the calling thread may run on, at least 1. A quota
+    /// of processor time does not reduce it.
     int numProcessors() override;
 };

@@ -1,8 +1,8 @@
 #include "SystemUtils.h"
 
+#include "Uuid.h"
 #include "diagnostics/CallStack.h"
 #include "text/Utf8.h"
-#include "Uuid.h"
 
 #include <cstring>
 #include <time.h>
@@ -26,8 +26,8 @@ LightweightString<wchar_t> SystemUtils::fromUTF8(const char* bytes, unsigned int
 
 double SystemUtils::msecsNow()
 {
-    // A double counts nanoseconds exactly enough for some hundred days of uptime; from then
-    // on its step is 2 ns and doubles with the uptime.
+    // The result resolves a nanosecond in the first hundred days of uptime. From then on its
+    // step doubles as often as the uptime does.
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) / 1e6;

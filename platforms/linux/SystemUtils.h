@@ -1,14 +1,14 @@
-// SystemUtils.h - text conversion, clock, identifiers, call stacks.
+// SystemUtils.h - Text conversion, the clock, identifiers and call stacks.
 #pragma once
 
 #include <Vx/LightweightString.h>
 #include <Vx/platform/iSystemUtils.h>
 
-/// Text by Utf8.h, identifiers by Uuid.h, call stacks by CallStack.h; what these promise holds
-/// here. The clock is the kernel's monotonic one: it stands still while the machine sleeps
-/// and is not set by anyone.
+/// Text conversion by Utf8.h, identifiers by Uuid.h, call stacks by CallStack.h; see there for what
+/// they guarantee. The clock is the kernel's monotonic one: it stops while the machine sleeps,
+/// and nobody can set it.
 ///
-/// Threads: any.
+/// Thread safety: any thread.
 class SystemUtils final : public iSystemUtils {
 public:
     LightweightString<wchar_t> wideFromAscii(const char* text) override;

@@ -1,14 +1,12 @@
 #include "diagnostics/CallStack.h"
 
+#include "diagnostics/Modules.h"
+
 #include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <cxxabi.h>
-#include <dlfcn.h>
-#include <elf.h>
-#include <execinfo.h>
-#include <link.h>
 #include <mutex>
 #include <new>
 #include <pthread.h>
@@ -19,21 +17,9 @@
 namespace {
 
 using Text = LightweightString<char>;
+using Modules::Module;
 
-// --- Finding an address's module and function.
-//
-// Deliberate: neither by dladdr nor by dl_iterate_phdr. The first takes the lock under which a
-// module's constructors run, so a thread that throws while it holds what such a constructor
-// waits for would never return. The lock of the second is not given back in a child that is
-// forked while another thread has it. What is used here takes no lock at all; it is how the
-// unwinder itself finds its tables.
-
-struct Place {
-    const char* module = nullptr; // null: none
-    std::uintptr_t moduleOffset = 0;
-    const char* function = nullptr; // null: not known; mangled
-    std::uintptr_t functionOffset = 0;
-};
+// --- The function at an address
 
 struct SymbolTable {
     const Elf64_Sym* symbols = nullptr;
@@ -41,8 +27,8 @@ struct SymbolTable {
     std::size_t count = 0;
 };
 
-// The number of symbols stands nowhere in memory; it follows from the hash table, whose
-// last chain ends with the last symbol.
+// The number of symbols is not stored. It follows from the hash table, whose last chain ends
+// with the last symbol.
 std::size_t countByGnuHash(const std::uint32_t* hash) noexcept
 {
     const std::uint32_t bucketCount = hash[0], firstHashed = hash[1], filterWords = hash[2];
@@ -59,14 +45,16 @@ std::size_t countByGnuHash(const std::uint32_t* hash) noexcept
     return std::size_t(last) + 1;
 }
 
-SymbolTable symbolsOf(const link_map& module) noexcept
+SymbolTable symbolsOf(const Module& module) noexcept
 {
     SymbolTable table;
-    for (const Elf64_Dyn* entry = module.l_ld; entry->d_tag != DT_NULL; ++entry) {
+    if (module.dynamic == nullptr)
+        return table;
+    for (const Elf64_Dyn* entry = module.dynamic; entry->d_tag != DT_NULL; ++entry) {
         // The loader has made these absolute, except in the kernel's own module.
         std::uintptr_t value = entry->d_un.d_ptr;
-        if (value < module.l_addr)
-            value += module.l_addr;
+        if (value < module.base)
+            value += module.base;
         if (entry->d_tag == DT_SYMTAB)
             table.symbols = reinterpret_cast<const Elf64_Sym*>(value);
         else if (entry->d_tag == DT_STRTAB)
@@ -79,47 +67,37 @@ SymbolTable symbolsOf(const link_map& module) noexcept
     return table.symbols != nullptr && table.names != nullptr ? table : SymbolTable();
 }
 
-const char* baseName(const char* path) noexcept
-{
-    const char* slash = std::strrchr(path, '/');
-    return slash != nullptr ? slash + 1 : path;
-}
+struct Function {
+    const char* name = nullptr; // mangled; null if unknown
+    std::uintptr_t offset = 0;  // of the address in the function
+};
 
-const char* moduleName(const link_map& module) noexcept
+Function findFunction(const Module& module, std::uintptr_t offset) noexcept
 {
-    if (module.l_name != nullptr && module.l_name[0] != 0)
-        return baseName(module.l_name);
-    // The program itself has no name in the loader's list.
-    const char* program = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
-    return program != nullptr ? baseName(program) : "program";
-}
-
-Place findPlace(std::uintptr_t address) noexcept
-{
-    Place place;
-    dl_find_object found;
-    if (_dl_find_object(reinterpret_cast<void*>(address), &found) != 0)
-        return place;
-    const link_map& module = *found.dlfo_link_map;
-    const std::uintptr_t offset = address - module.l_addr;
-    place.module = moduleName(module);
-    place.moduleOffset = offset;
     const SymbolTable table = symbolsOf(module);
     for (std::size_t i = 0; i < table.count; ++i) {
         const Elf64_Sym& symbol = table.symbols[i];
         const unsigned int type = ELF64_ST_TYPE(symbol.st_info);
-        // Within the function, not just behind it: the name of another one misleads.
+        // Within the function, not merely after it: a neighbour's name would mislead.
         if ((type == STT_FUNC || type == STT_GNU_IFUNC) && symbol.st_shndx != SHN_UNDEF &&
-            offset - symbol.st_value < symbol.st_size) {
-            place.function = table.names + symbol.st_name;
-            place.functionOffset = offset - symbol.st_value;
-            break;
-        }
+            offset - symbol.st_value < symbol.st_size)
+            return {table.names + symbol.st_name, offset - symbol.st_value};
     }
-    return place;
+    return {};
 }
 
-// --- Making text.
+const char* nameOf(const Module& module) noexcept
+{
+    const char* path = module.path;
+    if (path == nullptr || path[0] == 0) // the program itself
+        path = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+    if (path == nullptr)
+        return "program";
+    const char* const slash = std::strrchr(path, '/');
+    return slash != nullptr ? slash + 1 : path;
+}
+
+// --- Formatting
 
 void appendText(Text& to, const char* text)
 {
@@ -140,17 +118,18 @@ void appendOffset(Text& to, const char* before, std::uintptr_t offset)
     appendText(to, at);
 }
 
-// --- Keeping texts.
+// --- The cache
+//
+// To look a function up and demangle its name takes 30 times as long as to find its text here.
 
-// What stands at an address. A module that is unloaded may be followed by another one at the
-// same place, even by a newer build of itself: then the extent of the module or of the
-// function around the address gives it away.
+// What is at an address. When a module is unloaded, another one may take its place, even a newer
+// build of the same: then the range of the module or the start of the function differs.
 struct Identity {
     std::uintptr_t address = 0;
-    const void* module = nullptr;
-    const void* moduleStart = nullptr;
-    const void* moduleEnd = nullptr;
-    const void* functionStart = nullptr;
+    std::uintptr_t moduleBegin = 0;
+    std::uintptr_t moduleEnd = 0;
+    const void* moduleDynamic = nullptr;
+    const void* functionBegin = nullptr;
 
     bool operator==(const Identity&) const = default;
 };
@@ -159,18 +138,18 @@ Identity identityOf(void* address) noexcept
 {
     Identity identity;
     identity.address = reinterpret_cast<std::uintptr_t>(address);
-    dl_find_object found;
-    if (_dl_find_object(address, &found) == 0) {
-        identity.module = found.dlfo_link_map;
-        identity.moduleStart = found.dlfo_map_start;
-        identity.moduleEnd = found.dlfo_map_end;
-        identity.functionStart = _Unwind_FindEnclosingFunction(address);
+    Module module;
+    if (Modules::find(address, module)) {
+        identity.moduleBegin = module.begin;
+        identity.moduleEnd = module.end;
+        identity.moduleDynamic = module.dynamic;
+        identity.functionBegin = _Unwind_FindEnclosingFunction(address);
     }
     return identity;
 }
 
-// One text for each of the most recent addresses. Made when first used and never destroyed,
-// because exceptions are thrown until the very end.
+// Texts of recent addresses. Created on first use and never destroyed, because exceptions may be
+// thrown until the very end of the process.
 struct Cache {
     struct Entry {
         Identity identity;
@@ -185,7 +164,7 @@ constinit std::mutex cacheMutex;
 constinit Cache* cache = nullptr;       // guarded by cacheMutex
 constinit bool heldAcrossForks = false; // guarded by cacheMutex
 
-// A child forked while another thread is at work would find the entries in pieces.
+// Otherwise a child forked while another thread writes an entry would find half of it.
 bool holdAcrossForks() noexcept
 {
     const auto lock = [] { cacheMutex.lock(); };
@@ -195,8 +174,8 @@ bool holdAcrossForks() noexcept
     return heldAcrossForks;
 }
 
-/// The cache, locked. Nothing is allocated or freed through the platform meanwhile: a host's
-/// allocator may want a call stack for each of its blocks.
+/// The cache, locked. While it exists, nothing may be allocated or freed through the platform: a
+/// host's allocator may capture the call stack of each allocation.
 class LockedCache {
 public:
     LockedCache() : guard_(cacheMutex)
@@ -209,7 +188,7 @@ public:
     LockedCache(const LockedCache&) = delete;
     LockedCache& operator=(const LockedCache&) = delete;
 
-    /// The one place where an address is kept; null when there is no memory for any.
+    /// Returns the only entry that may hold the address, or null if there is no memory.
     Cache::Entry* entryFor(std::uintptr_t address) const noexcept
     {
         const std::uint64_t spread = address * std::uint64_t{0x9E3779B97F4A7C15u};
@@ -230,7 +209,7 @@ Text textOf(void* returnAddress)
             return entry->text;
     }
     Text text = CallStack::describe(returnAddress);
-    Text previous; // freed when the cache is free again
+    Text previous; // destroyed after the cache is unlocked
     const LockedCache locked;
     if (Cache::Entry* const entry = locked.entryFor(identity.address)) {
         previous = std::exchange(entry->text, text);
@@ -239,51 +218,71 @@ Text textOf(void* returnAddress)
     return text;
 }
 
+// --- Walking the stack
+
+struct Walk {
+    std::array<void*, CallStack::kMostFrames> addresses;
+    std::size_t count = 0;
+};
+
+_Unwind_Reason_Code addFrame(_Unwind_Context* context, void* argument) noexcept
+{
+    Walk& walk = *static_cast<Walk*>(argument);
+    const _Unwind_Ptr address = _Unwind_GetIP(context);
+    if (address == 0 || walk.count == walk.addresses.size())
+        return _URC_END_OF_STACK;
+    walk.addresses[walk.count++] = reinterpret_cast<void*>(address);
+    return _URC_NO_REASON;
+}
+
 } // namespace
 
 LightweightString<char> CallStack::describe(const void* returnAddress)
 {
-    // The call stands before the address to which it returns; behind a call that does not
-    // return there may already be another function.
+    // The call precedes the address that it returns to. After a call that does not return,
+    // another function may already begin there.
     const std::uintptr_t call = reinterpret_cast<std::uintptr_t>(returnAddress) - 1;
-    const Place place = findPlace(call);
     Text text;
-    if (place.function != nullptr) {
+    Module module;
+    if (!Modules::find(reinterpret_cast<const void*>(call), module)) {
+        appendOffset(text, "", call);
+        return text;
+    }
+    const std::uintptr_t offset = call - module.base;
+    const Function function = findFunction(module, offset);
+    if (function.name != nullptr) {
         int status = 0;
         struct Free {
             char* block;
             ~Free() { std::free(block); }
-        } plain{abi::__cxa_demangle(place.function, nullptr, nullptr, &status)};
-        appendText(text, plain.block != nullptr ? plain.block : place.function);
-        appendOffset(text, "+", place.functionOffset);
+        } plain{abi::__cxa_demangle(function.name, nullptr, nullptr, &status)};
+        appendText(text, plain.block != nullptr ? plain.block : function.name);
+        appendOffset(text, "+", function.offset);
         appendText(text, " ");
     }
-    if (place.module == nullptr) {
-        appendOffset(text, "", call);
-        return text;
-    }
     appendText(text, "(");
-    appendText(text, place.module);
-    appendOffset(text, "+", place.moduleOffset);
+    appendText(text, nameOf(module));
+    appendOffset(text, "+", offset);
     appendText(text, ")");
     return text;
 }
 
 void CallStack::capture(Frames& frames, const void* firstCaller) noexcept
 {
-    // Deliberate: whatever goes wrong stays here. The exception under construction matters
-    // more than its frames.
+    // Deliberate: swallows every failure. The exception under construction matters more than
+    // its frames.
     try {
-        void* addresses[kMostFrames];
-        const int count = backtrace(addresses, kMostFrames);
-        int first = 0;
-        while (first < count && addresses[first] != firstCaller)
+        // Not backtrace(): its first call loads a module, under the loader's lock.
+        Walk walk;
+        _Unwind_Backtrace(addFrame, &walk);
+        std::size_t first = 0;
+        while (first < walk.count && walk.addresses[first] != firstCaller)
             ++first;
-        if (first == count)
+        if (first == walk.count)
             first = 0;
-        frames.reserve(frames.size() + static_cast<std::size_t>(count - first));
-        for (int i = first; i < count; ++i)
-            frames.push_back(textOf(addresses[i]));
+        frames.reserve(frames.size() + walk.count - first);
+        for (std::size_t i = first; i < walk.count; ++i)
+            frames.push_back(textOf(walk.addresses[i]));
     } catch (...) {
     }
 }

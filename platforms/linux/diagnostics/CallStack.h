@@ -1,4 +1,4 @@
-// CallStack.h - the frames of a thread's stack as text.
+// CallStack.h - Describes the frames of a thread's stack.
 #pragma once
 
 #include <Vx/LightweightString.h>
@@ -8,23 +8,22 @@ namespace CallStack {
 
 using Frames = std::vector<LightweightString<char>, StdAllocator<LightweightString<char>>>;
 
-/// Frames that capture() reports at most; the outermost ones are left out.
+/// The number of frames that capture() walks at most. The outermost ones are omitted.
 constexpr int kMostFrames = 128;
 
-/// Appends the calling thread's frames, innermost first, beginning with the one that
-/// \p firstCaller, a return address, leads into. When no frame has it, all are reported.
+/// Appends the calling thread's frames to \p frames, innermost first, beginning with the one
+/// that the return address \p firstCaller leads into. If no frame has it, appends all.
 ///
-/// A frame reads `Vx::foo(int)+0x1a (libVx.so.17+0x5d2c)`: the function as the compiler's
-/// demangler prints it, the offset of the call in it, the module and the offset of the call
-/// there, which `addr2line -e libVx.so.17 0x5d2c` turns into a line. Only functions that a
-/// module exports have a name to print; others read `(libVx.so.17+0x5d2c)`, and code that
-/// belongs to no module is printed as an address.
+/// A frame reads `Vx::foo(int)+0x1a (libVx.so.17+0x5d2c)`: the demangled function, the offset of
+/// the call in it, the module, and the offset of the call in the module, which
+/// `addr2line -e libVx.so.17 0x5d2c` turns into a line. Only exported functions have names;
+/// others read `(libVx.so.17+0x5d2c)`. Code outside any module is an address.
 ///
-/// Errors: none leaves. When memory runs out, the frames end early.
-/// Threads: any. Texts are kept for the next time, so that a frame costs a look-up.
+/// Errors: none. If memory runs out, the later frames are missing.
+/// Thread safety: any thread. Texts are cached, so that a repeated frame is only looked up.
 void capture(Frames& frames, const void* firstCaller) noexcept;
 
-/// The text of the frame that returns to \p returnAddress, made anew.
+/// Returns the text of the frame that \p returnAddress leads into, without the cache.
 LightweightString<char> describe(const void* returnAddress);
 
 } // namespace CallStack

@@ -5,12 +5,13 @@
 #include <cstddef>
 #include <cstring>
 #include <ctime>
+#include <locale.h>
 #include <unistd.h>
 
 namespace {
 
-// Whoever read our standard error may be gone, a launcher or a log collector. That must not end
-// the process, least of all when there is work to be saved elsewhere.
+// The reader of our standard error, a launcher or a log collector, may have gone. That must not
+// kill the process, least of all while it has work to save elsewhere.
 class WithoutPipeSignal {
 public:
     WithoutPipeSignal()
@@ -25,7 +26,7 @@ public:
     ~WithoutPipeSignal()
     {
         const timespec atOnce = {};
-        if (!wasPending_) // else it is not ours to take
+        if (!wasPending_) // otherwise it is not ours to consume
             while (sigtimedwait(&pipeSignal_, nullptr, &atOnce) == -1 && errno == EINTR) {
             }
         pthread_sigmask(SIG_SETMASK, &before_, nullptr);
@@ -65,7 +66,7 @@ public:
     {
         text_[length_++] = '\n';
         const WithoutPipeSignal guard;
-        // Nobody is left to be told when standard error fails.
+        // A failure of standard error cannot be reported anywhere.
         [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, text_, length_);
     }
 
@@ -76,10 +77,17 @@ private:
             text_[length_++] = c;
     }
 
-    // A path, every byte escaped, is cut; the system's own limit is 4096.
+    // Enough for the longest path, 4096 bytes. One with many escaped bytes is cut.
     char text_[8192];
     std::size_t length_ = 0;
 };
+
+// As the rest of the line is. The host's language would also allocate, for the translations; the
+// C locale is static.
+const char* inEnglish(int error) noexcept
+{
+    return strerror_l(error, newlocale(LC_ALL_MASK, "C", nullptr));
+}
 
 } // namespace
 
@@ -92,9 +100,8 @@ void report(const char* what, const char* path, int error, const char* detail) n
     line.add(" ");
     line.addEscaped(path);
     if (error != 0) {
-        const char* reason = strerrordesc_np(error);
         line.add(": ");
-        line.add(reason != nullptr ? reason : "unknown error");
+        line.add(inEnglish(error));
     }
     if (detail != nullptr) {
         line.add(error != 0 ? "; " : ": ");
