@@ -431,7 +431,7 @@ TEST(VxIniFileSaveAll, PutsAnonymousPairsAtTheTopAndWritesOnce)
     add(ini, "A", "y=2");
     platform.logCalls();
     EXPECT_TRUE(ini.saveAll(L"a.ini"));
-    EXPECT_EQ(platform.takeLog(), "openFile(2,3,0,0) write close");
+    EXPECT_EQ(platform.takeLog(), "openFile(2,3,0,0) write commit close");
     EXPECT_EQ(platform.file(L"a.ini"), "; about\r\ntop=1\r\n\r\n[1]\r\nx=1\r\n\r\n[A]\r\ny=2\r\n");
     ini[anonymous()].clear();
     EXPECT_TRUE(ini.saveAll(L""));

@@ -1,87 +1,58 @@
-// VxIniFile.h - a configuration document: named sections of pairs, read from and written to
-// a file.
+// VxIniFile.h - A configuration document: named sections of pairs, read from and written to a file.
 #pragma once
 
-#include <Vx/LightweightString.h>
-#include <Vx/VxAttribValuePair.h>
 #include <Vx/VxExport.h>
 #include <Vx/VxFwd.h>
-#include <cstring>
-#include <map>
-#include <strings.h>
-#include <vector>
+#include <Vx/detail/IniSections.h>
 
-namespace VxIniFile_Private {
-
-/// The order of section names: strcmp, or strcasecmp when case does not matter. A number
-/// inside a name means nothing: "Section10" comes before "Section2".
-///
-/// strcasecmp follows the process's character-type locale. A host that changes it while a
-/// case-blind document with non-ASCII names is alive changes the order under the map.
-struct StringLT_Fancy {
-    bool caseSensitive; ///< which of the two orders
-
-    /// Whether \p a stands before \p b.
-    bool operator()(const LightweightString<char>& a, const LightweightString<char>& b) const
-    {
-        return (caseSensitive ? std::strcmp(a.c_str(), b.c_str())
-                              : strcasecmp(a.c_str(), b.c_str())) < 0;
-    }
-};
-
-} // namespace VxIniFile_Private
-
-/// A configuration document in memory: sections in the order of their names, each an
-/// ordered list of pairs.
+/// A configuration document in memory: sections ordered by name, each a list of pairs.
 ///
 ///     VxIniFile ini(L"editor.ini", /*loadNow=*/true, /*sectionNameCaseSensitive=*/false);
 ///     for (const Vx::AttribValuePair& pair : ini["Video"]) show(pair.name, pair.value);
 ///     ini["Video"].emplace_back("codec", "ProRes", '=');
-///     ini.saveAll(L"");
+///     if (!ini.saveAll(L"")) warn();
 ///
-/// Lines before the first header of a file stand in the anonymous section, an ordinary
-/// entry of the map under the reserved name kAnonymousSection(). Comments and other lines
-/// that are no pairs are kept as pairs that have only a text.
+/// Lines before the first header belong to the anonymous section, an ordinary entry of the map
+/// under the reserved name kAnonymousSection(). Comments and other lines that are not pairs are
+/// kept as pairs that have only a text.
 ///
-/// Which save: saveAll() ends for every document and replaces the file with one write; it
-///   is the one to use. save() writes piece by piece and, deliberately, never returns for
-///   a document with an anonymous section, even an empty one; it is there for hosts that
-///   depend on its exact sequence of writes. A file that starts with a comment has an
-///   anonymous section.
-/// Errors: look-ups never fail. load(), save() and saveAll() answer false; they print and
-///   throw nothing, except that memory exhaustion passes through, with the file closed and
-///   nothing written to it.
-/// Threads: one thread at a time, also while loading and saving.
+/// Saving: use saveAll(). It works for every document, writes once, and returns true only if
+///   the file was replaced. save() exists for hosts that depend on its exact sequence of
+///   writes; deliberately, it never returns if there is an anonymous section.
+/// Errors: lookups never fail. load(), save() and saveAll() return false and throw nothing,
+///   except that memory exhaustion propagates, with the file closed and nothing written to it.
+///   The library prints nothing; the reference platform reports on standard error a path that
+///   it refuses and a file that it could not replace.
+/// Memory: a loaded line takes about 250 bytes, and up to 56 more of spare room; see
+///   setLoadLimit().
+/// Thread safety: none; also while loading and saving, one thread uses a document at a time.
 class VX_API VxIniFile {
 public:
-    /// A section: its pairs, in the order of their lines.
-    using Pairs = std::vector<Vx::AttribValuePair>;
+    /// The pairs of a section, in the order of their lines.
+    using Pairs = VxIniFile_Private::Pairs;
 
     /// All sections by name.
-    using Sections = std::map<LightweightString<char>, Pairs, VxIniFile_Private::StringLT_Fancy>;
+    using Sections = VxIniFile_Private::Sections;
 
-    /// Walks the sections in map order:
+    /// Visits the sections in map order:
     ///
     ///     for (auto it = ini.getSectionIterator(); it.valid(); ++it) show(it.name(), *it);
     ///
-    /// Errors: Vx::Exception::RuntimeError for anything but valid() at the end.
-    /// Lifetime: until the section it stands on is removed or the document ends.
+    /// Valid until its section is removed or the document is destroyed.
+    /// \throws Vx::Exception::RuntimeError from everything but valid() at the end
     class VX_API SectionIterator {
     public:
-        /// Stands nowhere: not valid().
+        /// Constructs an iterator that is not valid().
         SectionIterator();
-        /// Stands at \p position of a map that ends at \p end.
         SectionIterator(Sections::iterator position, Sections::iterator end);
 
-        /// Whether there is a section here.
+        /// Returns whether there is a section at this position.
         bool valid() const;
-        /// To the next section in map order.
         SectionIterator& operator++();
-        /// To the next section. \returns the old position
         SectionIterator operator++(int);
-        /// The name of the section.
+        /// Returns the name of the section.
         LightweightString<char> name() const;
-        /// The pairs of the section.
+        /// Returns the pairs of the section.
         Pairs& operator*() const;
 
     private:
@@ -89,23 +60,16 @@ public:
         Sections::iterator end_;
     };
 
-    /// The same over a document that is only read.
+    /// The same for a const document.
     class VX_API ConstSectionIterator {
     public:
-        /// Stands nowhere: not valid().
         ConstSectionIterator();
-        /// Stands at \p position of a map that ends at \p end.
         ConstSectionIterator(Sections::const_iterator position, Sections::const_iterator end);
 
-        /// Whether there is a section here.
         bool valid() const;
-        /// To the next section in map order.
         ConstSectionIterator& operator++();
-        /// To the next section. \returns the old position
         ConstSectionIterator operator++(int);
-        /// The name of the section.
         LightweightString<char> name() const;
-        /// The pairs of the section.
         const Pairs& operator*() const;
 
     private:
@@ -113,16 +77,17 @@ public:
         Sections::const_iterator end_;
     };
 
-    /// An empty document without a path. With \p sectionNameCaseSensitive false "Video" and
-    /// "video" are one section, under the spelling that came first.
+    /// Creates an empty document without a path. With \p sectionNameCaseSensitive false, "Video"
+    /// and "video" are one section, spelled as it was first.
     explicit VxIniFile(bool sectionNameCaseSensitive);
 
-    /// Remembers \p path and, when \p loadNow, loads it with lines that end in '\n'. The
-    /// result of that is not kept: a missing or empty file makes an empty document.
+    /// Stores \p path and, if \p loadNow, loads it with lines separated by '\n'. The result of
+    /// the load is dropped: a missing or empty file gives an empty document.
     VxIniFile(const LightweightString<wchar_t>& path, bool loadNow, bool sectionNameCaseSensitive);
 
     VxIniFile(const VxIniFile&) = default;
-    VxIniFile& operator=(const VxIniFile&) = default;
+    /// Leaves this document unchanged if memory runs out.
+    VxIniFile& operator=(const VxIniFile& other) { return *this = VxIniFile(other); }
     /// Leaves \p other empty.
     VxIniFile(VxIniFile&& other) = default;
     VxIniFile& operator=(VxIniFile&& other) = default;
@@ -131,39 +96,39 @@ public:
 
     // Sections.
 
-    /// What the constructor was given.
+    /// Returns what the constructor was given.
     bool getSectionNameCaseSensitivity() const;
 
-    /// The anonymous section counts when it is present.
+    /// Returns the number of sections, the anonymous one included.
     unsigned int getNumSections() const;
 
-    /// The section of that name, created empty when there is none. Valid until the section
-    /// is removed.
+    /// Returns the section named \p name, creating an empty one if there is none. The
+    /// reference is valid until the section is removed.
     Pairs& getSection(const LightweightString<char>& name);
     Pairs& operator[](const LightweightString<char>& name);
 
-    /// The section of that name; when there is none, an empty list that all documents share.
-    /// Never creates a section.
+    /// Returns the section named \p name, or an empty list that all documents share. Never
+    /// creates a section.
     const Pairs& getSection(const LightweightString<char>& name) const;
     const Pairs& operator[](const LightweightString<char>& name) const;
 
-    /// Whether there is such a section, be it empty.
+    /// Returns whether the section exists, even if it is empty.
     bool sectionExists(const LightweightString<char>& name) const;
 
-    /// Nothing happens when there is no such section.
+    /// Removes a section. Does nothing if it does not exist.
     void removeSection(const LightweightString<char>& name);
 
-    /// The reserved name of the section before the first header; valid until exit.
+    /// Returns the reserved name of the section before the first header; valid until exit.
     static const LightweightString<char>& kAnonymousSection();
 
-    /// At the first section in map order.
+    /// Returns an iterator at the first section in map order.
     SectionIterator getSectionIterator();
     ConstSectionIterator getSectionIterator() const;
 
-    /// The first of \p pairs whose name begins with \p prefix, or their end. The empty
-    /// prefix finds the first pair.
+    /// Returns the first of \p pairs whose name begins with \p prefix, or their end. An empty
+    /// prefix matches the first pair.
     ///
-    /// Deliberate: \p start is not used, every search begins at the front.
+    /// Deliberate: \p start is ignored, every search begins at the front.
     Pairs::iterator findBeginsWith(const LightweightString<char>& prefix, Pairs& pairs,
                                    bool caseSensitive, Pairs::iterator start);
     Pairs::const_iterator findBeginsWith(const LightweightString<char>& prefix, const Pairs& pairs,
@@ -176,57 +141,63 @@ public:
     Pairs::const_iterator findContains(const LightweightString<char>& text, const Pairs& pairs,
                                        bool caseSensitive, Pairs::const_iterator start) const;
 
-    // Files. A path that is not empty replaces the remembered one, whatever comes of the
-    // call; an empty path means the remembered one.
+    // Files. A non-empty path argument replaces the stored path, whether or not the call
+    // succeeds; an empty one stands for the stored path.
 
-    /// Reads a file and merges it into the document: pairs of a section that is there
-    /// already, or comes again in the same file, go behind the old ones.
+    /// Reads a file and merges it into the document: pairs of a section that exists already, or
+    /// that the file contains twice, are appended to it.
     ///
-    /// Lines end at \p lineSeparator. Bytes at the end of a line that are not printable go
-    /// (isprint in the character-type locale of the process), and those at the beginning of
-    /// every line but the first, then blanks at both ends; a line of nothing else is left out.
-    /// So CR LF files load as they should.
-    /// Deliberate: outside an 8-bit locale a non-ASCII character there is not printable either,
-    /// and is lost.
-    /// A line `[name]` starts a section, whose name is taken with its blanks; it does not
-    /// create it: that takes a line inside. Every other line is a pair, split at '='.
+    /// Lines end at \p lineSeparator. Unprintable bytes (by isprint in the process's
+    /// character-type locale) are removed from the end of every line and from the beginning of
+    /// all lines but the first, then blanks from both ends; lines that are empty after that are
+    /// dropped. CR LF files therefore load as expected.
+    /// Deliberate: outside an 8-bit locale, a non-ASCII character at the end or beginning of a
+    /// line is unprintable too, and is lost.
+    /// A line `[name]` starts a section. Blanks inside the brackets belong to the name. A header
+    /// without lines creates no section. Every other line becomes a pair, split at the first '='.
     ///
-    /// \returns true when the file has been read. Otherwise (no path, no file, an empty
-    ///   file, a read error) the sections are as they were, and so they are after an
-    ///   exception.
+    /// \returns true if the file was read; false if there is no path or no file, if the file is
+    ///   empty, cannot be read, exceeds the load limit, or has a line of 2^31 or more characters.
+    ///   The sections are then unchanged, as they are after an exception.
     bool load(LightweightString<wchar_t> path, char lineSeparator);
 
-    /// Writes the document piece by piece: each empty line between sections, header and
-    /// pair is one write, ended by CR LF. Sections come in map order. What the writes
-    /// answer is not looked at.
+    /// Makes load() refuse files of more than \p maxBytes bytes, in all documents. The initial
+    /// limit, 2^32 - 1, is the largest size that a platform can report. A host that opens files
+    /// of unknown origin should lower it: a file of one-letter lines takes about 60 times its
+    /// size in memory.
+    /// Thread safety: may be called from any thread at any time.
+    static void setLoadLimit(unsigned int maxBytes);
+
+    /// Writes the document in pieces, one write() each: a line break between sections, a
+    /// header, a pair. Lines end with CR LF; sections come in map order. The results of the
+    /// writes are ignored, and the file is not committed.
     ///
-    /// Deliberate: never returns when there is an anonymous section, even an empty one.
-    /// It writes the anonymous section's first pair without a line end, once for that
-    /// section and once for each behind it, then the sections before it, then nothing
-    /// more: it sleeps for ever with the file open, and a platform that replaces files
-    /// whole leaves the old one in place. Use saveAll().
+    /// Deliberate: never returns if there is an anonymous section, even an empty one. It writes
+    /// the first anonymous pair without a line end, once for that section and once for each
+    /// section after it, then the sections before it; then it sleeps for ever with the file
+    /// open, so a platform that replaces files as a whole keeps the old one. Use saveAll().
     ///
-    /// \returns false when the file cannot be opened
+    /// \returns true if the file could be opened
     bool save(LightweightString<wchar_t> path);
 
-    /// Writes the document with one write: the pairs of the anonymous section at the top
-    /// without a header and an empty line behind them, then the other sections as save()
-    /// writes them. Ends for every document.
+    /// Writes the document with one write() and commits it: the anonymous pairs at the top
+    /// without a header, then a line break and the other sections as save() writes them.
     ///
-    /// A document that was loaded from lines ending in '\n' and saved comes back equal.
-    /// For that, a text that would lose bytes at its ends when it is loaded gets a blank
-    /// there, which loading removes. What cannot come back: sections without pairs, blanks
-    /// at the ends of a text, empty texts, texts and names with a '\n' inside, and a pair
-    /// of one's own making that reads as a header, `[...]`.
-    /// A document without any text makes an empty file, which load() refuses.
+    /// A document loaded from lines that end in '\n' is equal after saving and loading it. To
+    /// achieve that, a text whose ends load() would strip gets a blank there, which load()
+    /// removes. Not preserved: sections without pairs, blanks at the ends of a text, empty texts,
+    /// texts and names that contain '\n', and pairs added by the program that read as a header,
+    /// `[...]`. A document without any text produces an empty file, which load() refuses.
     ///
-    /// \returns true when the file could be opened and everything was written
+    /// \returns true if the file now has this content; false if it could not be opened, written
+    ///   or replaced, or if the text is longer than 2^32 - 1 bytes. A platform that does not
+    ///   implement the commit of iFile::write() reports success before it has replaced the file.
     bool saveAll(LightweightString<wchar_t> path);
 
-    LightweightString<wchar_t> path; ///< what an empty path means to load and save
+    LightweightString<wchar_t> path; ///< what an empty path argument stands for
     /// Fixed at construction; the map has its own copy.
     bool sectionNameCaseSensitive;
-    Sections sections; ///< the content; change it as any map of vectors
+    Sections sections; ///< the content; may be changed like any map of vectors
 };
 static_assert(sizeof(VxIniFile) == 72 && sizeof(VxIniFile::SectionIterator) == 16,
               "path, flag and map, and two map positions, are part of the binary interface");

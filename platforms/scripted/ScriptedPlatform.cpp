@@ -61,10 +61,12 @@ struct ScriptedObjects {
         }
         bool write(const void* bytes, unsigned int count) override
         {
-            platform.enter("write");
+            platform.enter(count != 0 ? "write" : "commit");
             const Guard guard(platform.mutex_);
             if (platform.fileFault())
                 return false;
+            if (count == 0)
+                return true;
             content().append(static_cast<const char*>(bytes), count);
             platform.writes_.push_back(count);
             return true;

@@ -1,29 +1,36 @@
-// platform/iFileSystem.h - files.
+// platform/iFileSystem.h - Files.
 #pragma once
 
 #include <Vx/VxFwd.h>
 
-/// A file opened by iFileSystem; closed when the last Vx::Ptr lets go.
+/// An open file. Closed when the last Vx::Ptr to it is released.
 ///
-/// Threads: one thread at a time.
+/// A file opened for writing is published (becomes visible under its path, in place of the file
+/// that was there) when it is committed or, without a commit, when it is closed.
+/// Thread safety: one thread at a time.
 class iFile {
 public:
     virtual ~iFile() = default;
 
-    /// Bytes from start to end, wherever the position stands.
+    /// Returns the size in bytes, independent of the current position.
     virtual unsigned int size() = 0;
 
-    /// Fills all \p byteCount bytes from the current position, or returns
-    /// false and leaves \p buffer unspecified. Never a short read.
+    /// Reads exactly \p byteCount bytes at the current position, or returns false and leaves
+    /// \p buffer unspecified. Never reads short.
     virtual bool read(void* buffer, unsigned int byteCount) = 0;
 
-    /// Writes all \p byteCount bytes at the current position, or returns false.
+    /// Writes \p byteCount bytes at the current position, or returns false.
+    ///
+    /// A write of 0 bytes is the commit: it publishes what has been written and returns whether
+    /// that worked. After it, only further commits are allowed. A platform that cannot commit
+    /// returns true and publishes when the file is closed; its users then never learn of a
+    /// failure.
     virtual bool write(const void* bytes, unsigned int byteCount) = 0;
 };
 
-/// Opens files by wide path.
+/// Opens files by path.
 ///
-/// Threads: any.
+/// Thread safety: may be called from any thread.
 class iFileSystem {
 public:
     /// Opens \p path. The library uses two combinations of arguments:
@@ -31,13 +38,15 @@ public:
     ///     access 1, disposition 0, flags 1, reserved 0   read an existing file
     ///     access 2, disposition 3, flags 0, reserved 0   create or replace a file
     ///
-    /// \returns the file, or an empty pointer when it cannot be opened: a missing
-    ///   file, a directory, no permission, a size that 32 bits cannot hold. A
-    ///   failure is an answer, never an exception.
+    /// The path must reach the system unchanged: a path that the system cannot represent is
+    /// refused, never converted to a different one.
+    ///
+    /// \returns the file, or an empty pointer if it cannot be opened: a missing file, a folder,
+    ///   no permission, a size that 32 bits cannot hold. Does not throw for any of these.
     virtual Vx::Ptr<iFile> openFile(const LightweightString<wchar_t>& path, int access,
                                     int disposition, int flags, int reserved) = 0;
 
-    /// The character between the components of a path.
+    /// Returns the character between the components of a path.
     virtual wchar_t pathSeparator() = 0;
 
 protected:
