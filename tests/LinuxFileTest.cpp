@@ -1,5 +1,5 @@
-// The Linux platform's files: what is read, what is replaced, and who may. What faults leave
-// behind is in LinuxSavingTest.cpp.
+// Which files the Linux platform reads and replaces, and for whom. LinuxSavingTest.cpp tests what
+// faults leave behind.
 #include "diagnostics/Report.h"
 #include "files/FileSystem.h"
 #include <ScratchFolder.h>
@@ -8,6 +8,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <grp.h>
+#include <sys/xattr.h>
 
 namespace {
 
@@ -26,11 +27,11 @@ bool write(const Vx::Ptr<iFile>& file, const std::string& text)
     return file->write(text.data(), static_cast<unsigned int>(text.size()));
 }
 
-/// Saves \p text under \p path in one write; false when something could be seen to fail.
+/// Saves \p text as documents are saved.
 bool save(const LightweightString<wchar_t>& path, const std::string& text)
 {
     const Vx::Ptr<iFile> file = openToWrite(path);
-    return file && write(file, text);
+    return file && write(file, text) && file->write(nullptr, 0);
 }
 
 mode_t modeOf(const std::string& path)
@@ -41,16 +42,16 @@ mode_t modeOf(const std::string& path)
 }
 
 const std::string kOld = "old content\n";
-const std::string kNew(100000, 'n'); // more than one buffer
+const std::string kNew(100000, 'n'); // larger than the buffer
 
-/// The system calls of a file system that has unnamed files or none.
+/// The system calls on a file system that supports unnamed files or does not.
 struct Calls : SystemCallScript {
     explicit Calls(bool unnamed) { refuseUnnamedFiles(unnamed ? 0 : EOPNOTSUPP); }
 };
 
 } // namespace
 
-TEST(FileSystem, OpensNothingElse)
+TEST(FileSystem, OpensRegularFilesAndCharacterDevices)
 {
     const ScratchFolder folder;
     folder.put("file", kOld);
@@ -61,10 +62,6 @@ TEST(FileSystem, OpensNothingElse)
     ASSERT_EQ(truncate(folder.path("large").c_str(), off_t(1) << 32), 0);
     folder.put("largest", "");
     ASSERT_EQ(truncate(folder.path("largest").c_str(), (off_t(1) << 32) - 1), 0);
-
-    LightweightString<wchar_t> withZero = folder.wide("file");
-    withZero = LightweightString<wchar_t>((std::wstring(withZero.c_str()) + L'\0' + L"x").data(),
-                                          withZero.length() + 2);
     const int input = open(folder.path("file").c_str(), O_RDONLY | O_CLOEXEC);
     const std::wstring self = L"/proc/self/fd/" + std::to_wstring(input);
     const struct {
@@ -85,11 +82,10 @@ TEST(FileSystem, OpensNothingElse)
         {"link to itself", folder.wide("loop"), false, false},
         {"4 GiB", folder.wide("large"), false, true},
         {"4 GiB - 1", folder.wide("largest"), true, true},
-        {"zero in the path", withZero, false, false},
         {"name too long", folder.wide(std::string(256, 'n')), false, false},
         {"path too long", folder.wide(std::string(5000, '/') + "file"), false, false},
         {"null device", L"/dev/null", false, true},
-        {"what a descriptor stands for", self.c_str(), true, false},
+        {"link to an open file", self.c_str(), true, false},
         {"file", folder.wide("file"), true, true},
     };
     const int descriptors = openDescriptors();
@@ -120,15 +116,38 @@ TEST(FileSystem, OpensNothingElse)
                                                   reserved));
     EXPECT_EQ(folder.get("file"), kOld);
     EXPECT_TRUE(openToWrite(folder.wide("file")));
-    EXPECT_EQ(folder.get("file"), "") << "nothing written makes an empty file";
+    EXPECT_EQ(folder.get("file"), "") << "without a write, the file is empty";
 }
 
-TEST(ReplacedFile, IsSeenWholeWhenTheLastHolderLetsGo)
+TEST(FileSystem, RefusesPathsThatWouldReachAnotherFile)
 {
     const ScratchFolder folder;
-    for (const char* before : {"", "a "}) {
-        SCOPED_TRACE(before);
-        const std::string old = folder.get("a");
+    folder.put("file", kOld);
+    folder.put("\xEF\xBF\xBD", kOld); // U+FFFD, which conversion puts for invalid characters
+    for (const int last : {0, 0xD800, 0xDFFF, 0x110000, -1}) {
+        SCOPED_TRACE(last);
+        LightweightString<wchar_t> path = folder.wide(last == 0 ? "file" : "");
+        path.push_back(wchar_t(last));
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(openToRead(path));
+        EXPECT_FALSE(openToWrite(path));
+        const std::string said = testing::internal::GetCapturedStderr();
+        EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 2) << said;
+        EXPECT_NE(said.find("the path has a NUL or an invalid character\n"), said.npos) << said;
+    }
+    for (const int last : {0x7F, 0xD7FF, 0xE000, 0xFFFD, 0x10FFFF}) {
+        LightweightString<wchar_t> path = folder.wide("valid");
+        path.push_back(wchar_t(last));
+        EXPECT_TRUE(save(path, kNew)) << last;
+    }
+    EXPECT_EQ(folder.get("file"), kOld);
+}
+
+TEST(ReplacedFile, IsPublishedByTheCommitOrTheLastRelease)
+{
+    const ScratchFolder folder;
+    for (const bool commits : {false, true, false, true}) {
+        const std::string old = folder.get("a"), names = folder.names();
         Vx::Ptr<iFile> file = openToWrite(folder.wide("a"));
         ASSERT_TRUE(file);
         std::string expected;
@@ -137,17 +156,22 @@ TEST(ReplacedFile, IsSeenWholeWhenTheLastHolderLetsGo)
             expected += text;
             ASSERT_TRUE(write(file, text));
         }
-        ASSERT_TRUE(write(file, kNew)) << "behind a part of a buffer";
-        ASSERT_TRUE(write(file, before));
-        expected += kNew + before;
+        ASSERT_TRUE(write(file, kNew)) << "while the buffer is partly filled";
+        ASSERT_TRUE(write(file, commits ? "x" : "y"));
+        expected += kNew + (commits ? "x" : "y");
         EXPECT_EQ(file->size(), expected.size());
-        EXPECT_TRUE(file->write(nullptr, 0));
         Vx::Ptr<iFile> second = file;
         file.reset();
-        EXPECT_EQ(folder.get("a"), old);
-        EXPECT_EQ(folder.names(), before) << "unnamed while it is written";
+        EXPECT_TRUE(folder.get("a") == old);
+        EXPECT_EQ(folder.names(), names) << "unnamed while it is written";
+        if (commits) {
+            EXPECT_TRUE(second->write(nullptr, 0));
+            EXPECT_TRUE(folder.get("a") == expected);
+            EXPECT_TRUE(second->write(nullptr, 0)) << "again";
+            EXPECT_FALSE(write(second, "z")) << "would change the published file";
+        }
         second.reset();
-        EXPECT_EQ(folder.get("a"), expected);
+        EXPECT_TRUE(folder.get("a") == expected);
         EXPECT_EQ(folder.names(), "a ");
     }
 }
@@ -205,7 +229,7 @@ TEST(ReadFile, SurvivesFilesThatChange)
     }
 }
 
-TEST(FileSystem, LooksAtWhatItOpenedAgain)
+TEST(FileSystem, ChecksWhatItHasOpened)
 {
     const ScratchFolder folder;
     folder.put("file", kOld);
@@ -224,22 +248,37 @@ TEST(FileSystem, LooksAtWhatItOpenedAgain)
     EXPECT_EQ(folder.get("file"), kOld);
 }
 
-TEST(FileTarget, IsLookedForAgainWhenItChangesButNotWithoutEnd)
+TEST(FileTarget, IsNeverReachedThroughALinkThatAnotherUserPlants)
 {
-    for (const bool goesOn : {false, true}) {
-        const ScratchFolder folder;
-        folder.put("a", kOld);
-        SystemCallScript script;
-        script.before = [&](const std::string& name) {
-            if (name == "readlinkat" && std::filesystem::exists(folder.path("a"))) {
-                std::filesystem::rename(folder.path("a"), folder.path("b"));
-                if (goesOn)
-                    folder.put("a", kOld);
+    if (getuid() != 0)
+        GTEST_SKIP() << "only root can make links of another user";
+    for (const char* victim : {"victim", "missing"})
+        for (const bool exists : {false, true}) // the file that is saved
+            for (int n = 1;; ++n) {
+                SCOPED_TRACE(victim + std::string(", planted before call ") + std::to_string(n));
+                const ScratchFolder folder{ScratchFolder::inMemory()};
+                folder.put("victim", kOld);
+                std::filesystem::create_directory(folder.path("shared"));
+                ASSERT_EQ(chmod(folder.path("shared").c_str(), 01777), 0);
+                const std::string file = folder.path("shared/a"), target = folder.path(victim);
+                if (exists)
+                    folder.put("shared/a", kOld);
+                SystemCallScript script;
+                script.before = [&](const std::string&) {
+                    if (script.calls() != n)
+                        return;
+                    std::filesystem::remove(file);
+                    EXPECT_EQ(symlink(target.c_str(), file.c_str()), 0);
+                    EXPECT_EQ(lchown(file.c_str(), 65534, 65534), 0);
+                };
+                const bool saved = save(folder.wide("shared/a"), kNew);
+                EXPECT_EQ(folder.get("victim"), kOld);
+                EXPECT_EQ(folder.get("missing"), "(none)");
+                EXPECT_TRUE(!saved || n >= script.calls() || folder.get("shared/a") == kNew ||
+                            std::filesystem::is_symlink(file));
+                if (script.calls() < n)
+                    break;
             }
-        };
-        EXPECT_EQ(bool(openToWrite(folder.wide("a"))), !goesOn);
-        EXPECT_LT(script.calls(), 1000);
-    }
 }
 
 TEST(DeviceFile, WritesStraight)
@@ -292,45 +331,45 @@ TEST(ReadFile, AFaultAnywhereIsAnAnswer)
     EXPECT_GT(points, 30);
 }
 
-TEST(ReplacedFile, FailuresStayAndAreToldOnce)
+TEST(ReplacedFile, AFailureIsFinalAndReportedOnce)
 {
     const struct {
-        const char* name;
         const char* call;
         int error;
         const char* reason;
     } rows[] = {
-        {"full disk", "write", ENOSPC, "No space left on device"},
-        {"medium fails", "fsync", EIO, "Input/output error"},
-        {"no quota for names", "linkat", EDQUOT, "Disk quota exceeded"},
-        {"busy name", "renameat2", EBUSY, "Device or resource busy"},
+        {"write", ENOSPC, "No space left on device"},
+        {"fsync", EIO, "Input/output error"},
+        {"linkat", EDQUOT, "Disk quota exceeded"},
+        {"renameat2", EBUSY, "Device or resource busy"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const ScratchFolder folder;
-        folder.put("a", kOld);
-        testing::internal::CaptureStderr();
-        {
-            SystemCallScript script;
-            script.failAll(row.call, row.error);
-            Vx::Ptr<iFile> file = openToWrite(folder.wide("a"));
-            ASSERT_TRUE(file);
-            const std::string call = row.call;
-            EXPECT_EQ(write(file, "small"), call != "write") << "who writes once has to learn it";
-            const bool atWriting = call == "write" || call == "fsync";
-            EXPECT_EQ(file->write(nullptr, 0), !atWriting);
-            EXPECT_EQ(write(file, "more"), !atWriting);
-            script.attempts = 0;
-            file.reset();
-            // A failed fsync() may not be asked again: the system would forget and say yes.
-            EXPECT_EQ(script.attempts, atWriting ? 0 : 1);
+    for (const auto& row : rows)
+        for (const bool commits : {false, true}) {
+            SCOPED_TRACE(row.call + std::string(commits ? ", committed" : ""));
+            const ScratchFolder folder;
+            folder.put("a", kOld);
+            testing::internal::CaptureStderr();
+            {
+                SystemCallScript script;
+                script.failAll(row.call, row.error);
+                Vx::Ptr<iFile> file = openToWrite(folder.wide("a"));
+                ASSERT_TRUE(file);
+                const bool writes = row.call != std::string("write");
+                EXPECT_EQ(write(file, "small"), writes) << "the first write is not buffered";
+                EXPECT_EQ(write(file, "more"), writes);
+                for (int i = 0; commits && i < 2; ++i)
+                    EXPECT_FALSE(file->write(nullptr, 0));
+                EXPECT_EQ(write(file, "late"), writes && !commits);
+                file.reset();
+                // A second fsync() would report success.
+                EXPECT_EQ(script.attempts, 1);
+            }
+            EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                      "Vx: could not write " + folder.path("a") + ": " + row.reason +
+                          "; the old file is unchanged\n");
+            EXPECT_EQ(folder.get("a"), kOld);
+            EXPECT_EQ(folder.names(), "a ");
         }
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), "Vx: could not write " +
-                                                              folder.path("a") + ": " + row.reason +
-                                                              "; the old file stands\n");
-        EXPECT_EQ(folder.get("a"), kOld);
-        EXPECT_EQ(folder.names(), "a ");
-    }
 }
 
 TEST(Report, IsOneLineWhateverThePath)
@@ -377,7 +416,7 @@ TEST(Report, OutlivesTheReaderOfStandardError)
         }));
 }
 
-TEST(ReplacedFile, IsAbandonedByAnExceptionThatPassesIt)
+TEST(ReplacedFile, IsAbandonedByAnException)
 {
     const ScratchFolder folder;
     folder.put("a", kOld);
@@ -395,7 +434,7 @@ TEST(ReplacedFile, IsAbandonedByAnExceptionThatPassesIt)
     }
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
     EXPECT_EQ(folder.get("a"), kOld);
-    EXPECT_EQ(folder.get("b"), kNew) << "begun and ended while the exception was under way";
+    EXPECT_EQ(folder.get("b"), kNew) << "opened after the exception was thrown";
 }
 
 TEST(ReplacedFile, IsNotTouchedByAForkedChild)
@@ -408,8 +447,9 @@ TEST(ReplacedFile, IsNotTouchedByAForkedChild)
             Vx::Ptr<iFile> file = openToWrite(folder.wide("a"));
             ASSERT_TRUE(write(file, text));
             EXPECT_TRUE(holdsInChild([&] {
+                const bool committed = file->write(nullptr, 0);
                 file.reset();
-                return folder.get("a") == before;
+                return !committed && folder.get("a") == before;
             }));
             file.reset();
             EXPECT_EQ(folder.get("a"), text);
@@ -417,7 +457,7 @@ TEST(ReplacedFile, IsNotTouchedByAForkedChild)
         }
 }
 
-TEST(ReplacedFile, IsNotWhereAHostWithoutStandardStreamsPrints)
+TEST(ReplacedFile, NeverHasTheNumberOfAStandardStream)
 {
     const ScratchFolder folder;
     EXPECT_TRUE(holdsInChild([&] {
@@ -488,7 +528,7 @@ TEST(ReplacedFile, RespectsWhatTheUserMayDo)
         }
         ASSERT_EQ(chmod(folder.path(name).c_str(), mode), 0);
     }
-    const bool root = getuid() == 0; // only then are the files somebody else's
+    const bool root = getuid() == 0; // only then do the files belong to another user
     EXPECT_TRUE(holdsInChild([&] {
         if (root && (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0))
             return false;
@@ -500,7 +540,7 @@ TEST(ReplacedFile, RespectsWhatTheUserMayDo)
     }));
     EXPECT_EQ(folder.get("readonly/file"), kOld);
     EXPECT_EQ(folder.get("open/file"), "new");
-    // Neither owner nor group could be given: no rights of theirs are lent to others.
+    // Neither owner nor group could be set, so their rights do not pass to others.
     EXPECT_EQ(modeOf(folder.path("open/file")), root ? 0622u : 04662u);
     if (!root)
         return;
@@ -515,7 +555,7 @@ TEST(ReplacedFile, RespectsWhatTheUserMayDo)
     EXPECT_EQ(status.st_mode & 07777, 06755u);
 }
 
-TEST(ReplacedFile, RefusesMoreThanItsSizeCanTell)
+TEST(ReplacedFile, RefusesMoreThanItsSizeCanReturn)
 {
     const ScratchFolder folder;
     folder.put("a", kOld);
@@ -525,33 +565,132 @@ TEST(ReplacedFile, RefusesMoreThanItsSizeCanTell)
     EXPECT_EQ(file->size(), 1u);
     testing::internal::CaptureStderr();
     file.reset();
-    EXPECT_NE(testing::internal::GetCapturedStderr().find("File too large; the old file stands"),
-              std::string::npos);
+    EXPECT_NE(
+        testing::internal::GetCapturedStderr().find("File too large; the old file is unchanged"),
+        std::string::npos);
     EXPECT_EQ(folder.get("a"), kOld);
 }
 
-TEST(ReplacedFile, HasFourWritersAtMostWithoutUnnamedFiles)
+TEST(ReplacedFile, IsWrittenAlthoughItsTemporaryNamesAreTaken)
+{
+    for (const bool unnamed : {true, false}) {
+        const ScratchFolder folder;
+        folder.put("a", kOld);
+        std::vector<Vx::Ptr<iFile>> writers;
+        {
+            const Calls script(false);
+            while (writers.size() < 6)
+                writers.push_back(openToWrite(folder.wide("a")));
+            EXPECT_TRUE(std::all_of(writers.begin(), writers.end(),
+                                    [](const Vx::Ptr<iFile>& file) { return bool(file); }));
+        }
+        const std::string prefix = folder.names().substr(0, folder.names().find('-', 6) + 1) +
+                                   std::to_string(geteuid()) + "-";
+        writers.clear();
+        EXPECT_EQ(folder.names(), "a ");
+
+        std::string expected;
+        for (const char* digit : {"0", "1", "2", "3"}) {
+            std::filesystem::create_directory(folder.path(prefix + digit));
+            expected += prefix + digit + " ";
+        }
+        folder.put(prefix + "0123456789abcdef", "of a process that was killed");
+        const Calls script(unnamed);
+        EXPECT_TRUE(save(folder.wide("a"), kNew));
+        EXPECT_TRUE(folder.get("a") == kNew);
+        EXPECT_EQ(folder.names(), expected + "a ");
+    }
+}
+
+namespace {
+
+/// An access list in the system's form: owner, user 1234, group, mask and others.
+std::string accessList(std::uint16_t group)
+{
+    struct Entry {
+        std::uint16_t tag, permissions;
+        std::uint32_t id;
+    };
+    const Entry entries[] = {
+        {0x01, 6, ~0u}, {0x02, 6, 1234}, {0x04, group, ~0u}, {0x10, 6, ~0u}, {0x20, 2, ~0u}};
+    return std::string("\2\0\0\0", 4) +
+           std::string(reinterpret_cast<const char*>(entries), sizeof entries);
+}
+
+std::string attributeOf(const std::string& path, const char* name)
+{
+    char value[1000];
+    const ssize_t size = getxattr(path.c_str(), name, value, sizeof value);
+    return size >= 0 ? std::string(value, std::size_t(size)) : "(none)";
+}
+
+bool setAttribute(const std::string& path, const char* name, const std::string& value)
+{
+    return setxattr(path.c_str(), name, value.data(), value.size(), 0) == 0;
+}
+
+constexpr char kAccess[] = "system.posix_acl_access", kDefault[] = "system.posix_acl_default";
+
+} // namespace
+
+TEST(ReplacedFile, KeepsAccessListAndAttributesOrIsRefused)
 {
     const ScratchFolder folder;
-    const Calls script(false);
-    std::vector<Vx::Ptr<iFile>> writers;
-    while (const Vx::Ptr<iFile> file = openToWrite(folder.wide("a")))
-        writers.push_back(file);
-    EXPECT_EQ(writers.size(), 4u);
-    writers.clear();
-    EXPECT_EQ(folder.names(), "a ");
+    const std::string path = folder.path("a");
+    const auto prepare = [&] {
+        std::filesystem::remove(path);
+        folder.put("a", kOld);
+        return setAttribute(path, kAccess, accessList(4)) &&
+               setAttribute(path, "user.colour", "green") && setAttribute(path, "user.empty", "");
+    };
+    if (!prepare())
+        GTEST_SKIP() << "no access lists or user attributes below " << folder.path();
+    int refusals = 0;
+    forEachFault({EIO, ENOSPC}, [&](int error, int n) {
+        EXPECT_TRUE(prepare());
+        testing::internal::CaptureStderr();
+        SystemCallScript script;
+        script.failCall(n, error);
+        const bool saved = save(folder.wide("a"), kNew);
+        const std::string said = testing::internal::GetCapturedStderr();
+        if (script.failedName().find("xattr") != std::string::npos) {
+            ++refusals;
+            EXPECT_NE(said.find("attributes would be lost\n"), std::string::npos) << said;
+        }
+        EXPECT_EQ(folder.get("a") == kNew, saved);
+        EXPECT_EQ(attributeOf(path, kAccess), accessList(4));
+        EXPECT_EQ(attributeOf(path, "user.colour"), "green");
+        EXPECT_EQ(attributeOf(path, "user.empty"), "");
+        return script.fired();
+    });
+    EXPECT_GE(refusals, 14);
+
+    folder.put("plain", kOld);
+    ASSERT_EQ(chmod(folder.path("plain").c_str(), 0640), 0);
+    ASSERT_TRUE(setAttribute(folder.path(), kDefault, accessList(6)));
+    EXPECT_TRUE(save(folder.wide("plain"), kNew));
+    EXPECT_EQ(attributeOf(folder.path("plain"), kAccess), "(none)") << "not that of the folder";
+    EXPECT_EQ(modeOf(folder.path("plain")), 0640u);
+    if (getuid() != 0)
+        return;
+    ASSERT_EQ(chmod(folder.path().c_str(), 0777), 0);
+    EXPECT_TRUE(holdsInChild([&] {
+        return setgroups(0, nullptr) == 0 && setgid(65534) == 0 && setuid(1234) == 0 &&
+               save(folder.wide("a"), "new");
+    }));
+    EXPECT_EQ(attributeOf(path, kAccess), accessList(0)) << "another group: no more than others";
 }
 
 TEST(ReplacedFile, NeedsNoProcessFileSystem)
 {
     if (getuid() != 0)
-        GTEST_SKIP() << "older kernels allow it to root alone";
+        GTEST_SKIP() << "older kernels require root";
     const ScratchFolder folder;
     SystemCallScript script;
     int links = 0;
     script.before = [&](const std::string& name) {
         if (name == "linkat" && ++links == 1)
-            script.failCall(0, ENOENT); // this one: there is no /proc
+            script.failCall(0, ENOENT); // this call, as without /proc
     };
     EXPECT_TRUE(save(folder.wide("a"), kNew));
     EXPECT_EQ(folder.get("a"), kNew);

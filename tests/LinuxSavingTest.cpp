@@ -1,27 +1,32 @@
 // What the Linux platform saves, files and settings, is never lost: whichever system call fails,
-// whenever the process is killed or the power goes.
+// whenever the process is killed or the power fails.
+#include "files/Descriptor.h"
 #include "files/FileSystem.h"
 #include "settings/SettingsStore.h"
 #include <ScratchFolder.h>
 #include <SystemCallScript.h>
+#include <Vx/VxIniFile.h>
 #include <Vx/platform/OS.h>
 #include <csignal>
 #include <fcntl.h>
+#include <mutex>
 #include <sys/mman.h>
 
 namespace {
 
 using Call = SystemCallScript::Call;
+using Text = LightweightString<char>;
 
 const std::string kStored = "[Other]\nkept=1\n";
 const std::string kBroken = "by hand, nonsense";
-const std::string kFile(300, 'n');
+const std::string kValue(300, 'n');
+const std::string kFile = "[S]\r\nk=" + kValue + "\r\n";
 const std::string kSettings = "[Section]\nKey=new\n";
 
 /// What is saved over what, on a file system with unnamed files or without.
 struct Case {
     const char* name;
-    bool settings; // or a file
+    bool settings; // or a document
     std::string before, after;
     bool unnamed = true;
 
@@ -67,10 +72,10 @@ protected:
             scratch.put("Vx/user.ini", row.before);
     }
 
-    /// A store as a process finds it that has just started.
+    /// A store as in a process that has just started.
     static SettingsStore& started()
     {
-        static auto* stores = new std::list<SettingsStore>; // they outlive every destructor
+        static auto* stores = new std::list<SettingsStore>; // never destroyed
         return stores->emplace_back(0);
     }
 
@@ -81,22 +86,23 @@ protected:
             store.save();
             return true;
         }
-        const auto file = OS()->fileSystem()->openFile(scratch.wide("Vx/user.ini"), 2, 3, 0, 0);
-        return file && file->write(kFile.data(), unsigned(kFile.size()));
+        VxIniFile document(true);
+        document["S"].emplace_back("k", Text(kValue.c_str()), '=');
+        return document.saveAll(scratch.wide("Vx/user.ini"));
     }
 
-    /// \returns whether it looks as if saved: by the answers and by what is said
+    /// \returns whether it looks as if saved, by the result and by the messages
     bool save(const Case& row, SettingsStore& store = started())
     {
         testing::internal::CaptureStderr();
         const bool done = work(row, store);
         said = testing::internal::GetCapturedStderr();
-        return done && said.find("could not") == std::string::npos;
+        return done && (!row.settings || said.find("could not") == std::string::npos);
     }
 
     std::string content() const { return scratch.get("Vx/user.ini"); }
 
-    /// The names in the folder, without the lock's; "aside" for what was set aside, whole.
+    /// The names in the folder without the lock; "aside" is a complete copy of broken settings.
     std::set<std::string> names(const Case& row) const
     {
         std::set<std::string> all;
@@ -113,7 +119,7 @@ protected:
     {
         EXPECT_EQ(content(), row.after);
         std::set<std::string> found = names(row);
-        // Sound settings may be taken for broken by a fault: nothing is lost by it.
+        // A fault may set aside intact settings; nothing is lost by that.
         EXPECT_GE(found.erase("aside"), std::size_t(row.broken()));
         EXPECT_EQ(found, std::set<std::string>{"user.ini"});
     }
@@ -143,14 +149,15 @@ TEST_F(Saving, AFaultInAnyCallLosesNothing)
             }
             EXPECT_TRUE(row.maySee(content())) << content().substr(0, 100);
             EXPECT_TRUE(!told || content() == row.after) << "claims to have saved";
+            EXPECT_TRUE(told || row.settings || content() == row.before) << "saved all the same";
             EXPECT_TRUE(told || (fired && error != EINTR)) << said;
             EXPECT_LE(std::count(said.begin(), said.end(), '\n'), row.settings ? 2 : 1) << said;
             EXPECT_EQ(openDescriptors(), descriptors);
-            EXPECT_TRUE(save(row, store)) << "the next one mends it";
+            EXPECT_TRUE(save(row, store)) << "the next save repairs it";
             expectSaved(row);
             return fired;
         });
-    EXPECT_GT(points, 1800) << "the loop reaches the calls";
+    EXPECT_GT(points, 1800) << "too few calls failed";
 }
 
 TEST_F(Saving, AKillBeforeAnyCallLosesNothing)
@@ -183,13 +190,13 @@ TEST_F(Saving, AKillBeforeAnyCallLosesNothing)
             ++kills;
         }
     EXPECT_GT(kills, 350);
-    EXPECT_GT(littered, 50) << "the moments that the next save cleans up are among them";
+    EXPECT_GT(littered, 50) << "too few kills left something to clean up";
 }
 
 namespace {
 
-/// Lets children call \p work with ever higher numbers and kills each while it works, a hundred
-/// in all or as many as VX_KILLS says. \p judge looks at what each one leaves.
+/// Runs children that call \p work with increasing numbers and kills each at a random call, 100
+/// of them or as many as VX_KILLS says. Calls \p judge after each.
 template <class Work, class Judge> void killAtRandomMoments(Work work, Judge judge)
 {
     Seeded random;
@@ -273,9 +280,9 @@ TEST_F(Saving, AKillAtAnyMomentKeepsSettingsThatWereSaved)
 
 namespace {
 
-/// A folder as a medium may hold it after a power failure. What was written counts from the
-/// fsync() of the file on, a name from that of the folder, the folder from that of the one
-/// above; before, each may be there or not, in any order.
+/// What a medium may hold of a folder after a power failure. Content is durable after the
+/// fsync() of its file, a name after that of its folder, the folder after that of its parent;
+/// until then, each may be there or not, in any order.
 class Medium {
 public:
     struct Content {
@@ -318,8 +325,8 @@ public:
                 apply(names_, pending_.front());
     }
 
-    /// Calls \p judge with the content of the file and with all files in every state that a
-    /// power failure at this point can leave.
+    /// Calls \p judge with the content of the file and with all files, for every state that a
+    /// power failure now could leave.
     template <class Judge> void forEachState(Judge judge) const
     {
         if (folderIsNew_)
@@ -348,7 +355,7 @@ public:
 
 private:
     struct Change {
-        std::string name; // gets the content, or what `from` stands for; empty: none does
+        std::string name; // gets the content, or that of `from`; empty: the name is removed
         std::shared_ptr<Content> content;
         std::string from;
     };
@@ -381,14 +388,14 @@ private:
             names[change.name] = content;
     }
 
-    Names names_;                 // on the medium
-    std::vector<Change> pending_; // of names, not yet on the medium for sure
+    Names names_;                 // durable
+    std::vector<Change> pending_; // not yet durable
     Names files_;                 // open, by descriptor
     std::map<std::string, std::string> folders_;
     bool folderIsNew_ = false;
 };
 
-/// The states after a power failure, during or after a save, that lose something.
+/// Counts the states after a power failure, during or after a save, that lose something.
 int losses(const std::vector<Call>& trace, const Case& row, int* states)
 {
     int bad = 0;
@@ -433,4 +440,83 @@ TEST_F(Saving, APowerFailureAnywhereLosesNothing)
         EXPECT_GE(syncs, 2);
     }
     EXPECT_GT(states, 10000);
+}
+
+// --- Many writers
+
+namespace {
+
+std::mutex publishing;
+std::set<std::string> published; // every content that the file has had
+SystemCalls realCalls;
+
+std::string contentAt(int folder, const char* name)
+{
+    const Descriptor file(::openat(folder, name, O_RDONLY | O_CLOEXEC));
+    std::string bytes(100, ' ');
+    const ssize_t size = ::read(file.get(), bytes.data(), bytes.size());
+    return bytes.substr(0, std::size_t(std::max<ssize_t>(size, 0)));
+}
+
+int recordedLink(int from, const char* path, int folder, const char* name, int flags)
+{
+    const std::scoped_lock lock(publishing);
+    const int result = realCalls.linkat(from, path, folder, name, flags);
+    const int error = errno;
+    if (result == 0 && name == std::string("a.ini"))
+        published.insert(contentAt(folder, name));
+    errno = error;
+    return result;
+}
+
+int recordedRename(int from, const char* path, int folder, const char* name, unsigned int flags)
+{
+    const std::scoped_lock lock(publishing);
+    const int result = realCalls.renameat2(from, path, folder, name, flags);
+    if (result == 0)
+        published.insert(contentAt(folder, name));
+    return result;
+}
+
+int refusedUnnamed(int folder, const char* path, int flags, mode_t mode)
+{
+    if ((flags & O_TMPFILE) != O_TMPFILE)
+        return realCalls.openat(folder, path, flags, mode);
+    errno = EOPNOTSUPP;
+    return -1;
+}
+
+} // namespace
+
+TEST(SavingAtOnce, EverySuccessOfSixteenWritersWasTheContentOfTheFile)
+{
+    constexpr int kWriters = 16;
+    for (const bool unnamed : {true, false}) {
+        const ScratchFolder folder{ScratchFolder::inMemory()};
+        const LightweightString<wchar_t> path = folder.wide("a.ini");
+        published.clear();
+        realCalls = systemCalls;
+        systemCalls.linkat = recordedLink;
+        systemCalls.renameat2 = recordedRename;
+        if (!unnamed)
+            systemCalls.openat = refusedUnnamed;
+        std::atomic<int> saved = 0, lies = 0;
+        const int rounds = scaled(30);
+        onThreads(kWriters, [&](int writer) {
+            for (int round = 0; round < rounds; ++round) {
+                const std::string name = std::to_string(writer) + "." + std::to_string(round);
+                VxIniFile document(true);
+                document.getSection(Text(name.c_str()));
+                if (!document.saveAll(path))
+                    continue;
+                ++saved;
+                const std::scoped_lock lock(publishing);
+                lies += published.count("[" + name + "]\r\n") == 0;
+            }
+        });
+        systemCalls = realCalls;
+        EXPECT_EQ(lies, 0);
+        EXPECT_EQ(saved, kWriters * rounds);
+        EXPECT_EQ(folder.names(), "a.ini ");
+    }
 }

@@ -1,4 +1,4 @@
-// A document that cannot be opened, without a disk.
+// What a test of the host does: a document that cannot be written, without a disk.
 #include <Vx/VxIniFile.h>
 #include <Vx/testing/ScriptedPlatform.h>
 

@@ -22,7 +22,9 @@ public:
 #define HOOK(name) hook<&SystemCalls::name>(#name)
         HOOK(openat), HOOK(close), HOOK(read), HOOK(write), HOOK(fstat), HOOK(fstatat),
             HOOK(fstatfs), HOOK(faccessat), HOOK(readlinkat), HOOK(fchmod), HOOK(fchown),
-            HOOK(fsync), HOOK(flock), HOOK(linkat), HOOK(renameat2), HOOK(unlinkat), HOOK(mkdirat);
+            HOOK(flistxattr), HOOK(fgetxattr), HOOK(fsetxattr), HOOK(fremovexattr), HOOK(fsync),
+            HOOK(flock), HOOK(linkat), HOOK(renameat2), HOOK(unlinkat), HOOK(mkdirat),
+            HOOK(getrandom);
 #undef HOOK
     }
     ~SystemCallScript()
@@ -114,8 +116,10 @@ private:
     {
         return call(arguments...);
     }
+    // read() and write(); the others have no untyped bytes.
     template <class Bytes>
-    ssize_t pass(ssize_t (*call)(int, Bytes, size_t), int descriptor, Bytes bytes, size_t count)
+    std::enable_if_t<std::is_void_v<std::remove_pointer_t<Bytes>>, ssize_t>
+    pass(ssize_t (*call)(int, Bytes, size_t), int descriptor, Bytes bytes, size_t count)
     {
         return call(descriptor, bytes, cutShort_ && count > 1 ? count / 2 : count);
     }

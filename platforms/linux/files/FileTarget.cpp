@@ -3,81 +3,87 @@
 #include <climits>
 #include <fcntl.h>
 #include <linux/magic.h>
-
-namespace {
-
-constexpr int kMaxLinks = 40; // as many as the kernel follows
-
-/// Links below /proc lead to open files, not to names.
-bool inProcessFileSystem(int folder)
-{
-    struct statfs fileSystem;
-    return retried(systemCalls.fstatfs, folder, &fileSystem) != 0 ||
-           fileSystem.f_type == PROC_SUPER_MAGIC;
-}
-
-} // namespace
+#include <unistd.h>
 
 int FileTarget::resolve(const char* path)
 {
-    // Another writer replaces the file now and then, but not each time we look.
-    constexpr int kTries = 100;
-    int error = EAGAIN;
-    for (int n = 0; error == EAGAIN && n < kTries; ++n) {
-        *this = FileTarget();
-        error = walk(path);
-    }
-    return error;
-}
-
-int FileTarget::walk(const char* path)
-{
-    // The kernel's own walk comes first: it knows the links that this user must not follow
-    // (those of others in shared temporary folders), which reading them does not tell.
-    if (retried(systemCalls.fstatat, AT_FDCWD, path, &status, 0) == 0)
+    // The kernel looks up the whole path first: it also knows mount options and security modules.
+    if (retried(systemCalls.fstatat, AT_FDCWD, path, &status, 0) == 0) {
         exists = true;
-    else if (errno != ENOENT)
+        if (!S_ISREG(status.st_mode))
+            return 0;
+    } else if (errno != ENOENT) {
         return errno;
-    if (exists && !S_ISREG(status.st_mode))
-        return 0;
+    }
 
+    constexpr int kMaxLinks = 40; // as many as the kernel follows
     std::string rest(path);
     for (int links = 0; links <= kMaxLinks; ++links) {
-        const std::string::size_type slash = rest.rfind('/');
-        const std::string folderPath =
-            slash == std::string::npos ? std::string(".") : rest.substr(0, slash + 1);
-        name = slash == std::string::npos ? rest : rest.substr(slash + 1);
-        if (name.empty())
-            return rest.empty() ? ENOENT : EISDIR;
-        if (name == "." || name == "..")
-            return EISDIR;
-
-        Descriptor next(retried(systemCalls.openat, folder ? folder.get() : AT_FDCWD,
-                                folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0u));
-        if (!next)
+        if (const int error = openFolderOf(rest))
+            return error;
+        const Descriptor file(retried(systemCalls.openat, folder.get(), name.c_str(),
+                                      O_PATH | O_NOFOLLOW | O_CLOEXEC, 0u));
+        exists = bool(file);
+        if (!file)
+            return errno == ENOENT ? 0 : errno;
+        if (retried(systemCalls.fstat, file.get(), &status) != 0)
             return errno;
-        folder = std::move(next);
-
-        char link[PATH_MAX];
-        const ssize_t length =
-            retried(systemCalls.readlinkat, folder.get(), name.c_str(), link, sizeof(link));
-        if (length < 0 && errno != EINVAL && errno != ENOENT)
-            return errno;
-        if (length >= 0) {
-            if (inProcessFileSystem(folder.get()))
-                return ELOOP;
-            rest.assign(link, static_cast<std::size_t>(length));
-            continue;
-        }
-
-        if (!exists)
+        if (!S_ISLNK(status.st_mode))
             return 0;
-        // Two walks meet two files when somebody changes the path under us.
-        struct stat found;
-        if (retried(systemCalls.fstatat, folder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) !=
-            0)
-            return errno == ENOENT ? EAGAIN : errno;
-        return found.st_dev == status.st_dev && found.st_ino == status.st_ino ? 0 : EAGAIN;
+        if (const int error = mayFollow(status))
+            return error;
+        if (const int error = readLink(file.get(), rest))
+            return error;
     }
     return ELOOP;
+}
+
+int FileTarget::openFolderOf(const std::string& path)
+{
+    const std::string::size_type slash = path.rfind('/');
+    const std::string folderPath =
+        slash == std::string::npos ? std::string(".") : path.substr(0, slash + 1);
+    name = slash == std::string::npos ? path : path.substr(slash + 1);
+    if (name.empty())
+        return path.empty() ? ENOENT : EISDIR;
+    if (name == "." || name == "..")
+        return EISDIR;
+    // A relative link starts from the folder that contains it.
+    Descriptor next(retried(systemCalls.openat, folder ? folder.get() : AT_FDCWD,
+                            folderPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0u));
+    if (!next)
+        return errno;
+    folder = std::move(next);
+    return 0;
+}
+
+int FileTarget::mayFollow(const struct stat& link) const
+{
+    struct stat found;
+    if (retried(systemCalls.fstat, folder.get(), &found) != 0)
+        return errno;
+    constexpr mode_t kShared = S_ISVTX | S_IWOTH;
+    if ((found.st_mode & kShared) == kShared && link.st_uid != geteuid() &&
+        link.st_uid != found.st_uid)
+        return EACCES;
+    // The link may be newer than the first lookup, so ask the kernel again.
+    if (retried(systemCalls.fstatat, folder.get(), name.c_str(), &found, 0) != 0 && errno != ENOENT)
+        return errno;
+    return 0;
+}
+
+int FileTarget::readLink(int link, std::string& target) const
+{
+    // Links below /proc lead to open files, not to names.
+    struct statfs fileSystem;
+    if (retried(systemCalls.fstatfs, folder.get(), &fileSystem) != 0)
+        return errno;
+    if (fileSystem.f_type == PROC_SUPER_MAGIC)
+        return ELOOP;
+    char text[PATH_MAX];
+    const ssize_t length = retried(systemCalls.readlinkat, link, "", text, sizeof(text));
+    if (length < 0)
+        return errno;
+    target.assign(text, static_cast<std::size_t>(length));
+    return 0;
 }

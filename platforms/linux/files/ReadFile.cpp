@@ -5,7 +5,7 @@
 
 namespace {
 
-int judge(const struct stat& status)
+int refusal(const struct stat& status)
 {
     if (S_ISDIR(status.st_mode))
         return EISDIR;
@@ -19,18 +19,18 @@ int judge(const struct stat& status)
 int ReadFile::open(const char* path)
 {
     struct stat status;
-    // Opening a device or a pipe has effects of its own, so the name is looked at first...
+    // Opening a device or a pipe has side effects, so look at the name first.
     if (retried(systemCalls.fstatat, AT_FDCWD, path, &status, 0) != 0)
         return errno;
-    if (const int error = judge(status))
+    if (const int error = refusal(status))
         return error;
     file_ = Descriptor(retried(systemCalls.openat, AT_FDCWD, path,
                                O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0u));
-    // ...and what was opened again: the name may have changed hands in between.
+    // Look again at what was opened: the name may mean another file by now.
     if (!file_ || retried(systemCalls.fstat, file_.get(), &status) != 0)
         return errno;
     size_ = static_cast<unsigned int>(status.st_size);
-    return judge(status);
+    return refusal(status);
 }
 
 bool ReadFile::read(void* buffer, unsigned int byteCount)

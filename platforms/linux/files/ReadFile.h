@@ -1,4 +1,4 @@
-// ReadFile.h - a regular file opened for reading.
+// ReadFile.h - A regular file opened for reading.
 #pragma once
 
 #include "files/Descriptor.h"
@@ -8,20 +8,21 @@
 /// Reads a regular file from start to end.
 class ReadFile final : public iFile {
 public:
-    /// \returns 0, or an errno value. Folders, devices, pipes and files of 4 GiB or more are
-    ///   refused; none of them is opened on the way, and none blocks.
+    /// Opens a regular file of less than 4 GiB. Refuses everything else without opening it, so it
+    /// neither blocks nor disturbs a device.
+    /// \returns 0 or an errno value
     int open(const char* path);
 
-    /// Bytes at the opening. A file that grows is read up to there; a file that shrinks
-    /// makes read() return false.
+    /// Returns the size at the time of opening. If the file grows, the rest is not read; if it
+    /// shrinks, read() returns false.
     unsigned int size() override { return size_; }
 
     bool read(void* buffer, unsigned int byteCount) override;
 
-    /// Always false: the file is for reading.
+    /// Returns false.
     bool write(const void* bytes, unsigned int byteCount) override;
 
-    unsigned int refCount = 0; ///< holders, counted by Vx::Ptr
+    unsigned int refCount = 0; ///< for Vx::Ptr
 
 private:
     Descriptor file_;

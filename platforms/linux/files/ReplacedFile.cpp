@@ -1,8 +1,8 @@
 #include "files/ReplacedFile.h"
 
 #include "diagnostics/Report.h"
+#include "files/FileAttributes.h"
 
-#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <exception>
@@ -16,66 +16,65 @@ int ReplacedFile::open(const char* path, FileTarget target)
     exceptionsAtOpen_ = std::uncaught_exceptions();
     process_ = getpid();
 
-    const int folder = target_.folder.get();
+    Descriptor old;
     if (target_.exists) {
-        // Renaming over a file asks only the folder; a protected file is to stay protected.
-        if (retried(systemCalls.faccessat, folder, target_.name.c_str(), W_OK, AT_EACCESS) != 0)
-            return errno;
-        // Shared temporary folders let only the owner give a name to something else.
-        struct stat status;
-        if (retried(systemCalls.fstat, folder, &status) != 0)
-            return errno;
-        const uid_t user = geteuid();
-        if ((status.st_mode & S_ISVTX) != 0 && user != 0 && user != status.st_uid &&
-            user != target_.status.st_uid)
-            return EPERM;
-    }
-    // Until it has the old file's permissions, nobody else opens it.
-    if (const int error = temporary_.create(folder, target_.name, target_.exists ? 0600 : 0666))
-        return error;
-    if (target_.exists)
-        if (const int error = keepAttributes())
+        const int error = openOld(old);
+        if (error == ENOENT)
+            target_.exists = false; // removed by another program meanwhile
+        else if (error != 0)
             return error;
+    }
+    // No one else may open it before it has the old file's permissions.
+    if (const int error = temporary_.create(target_.folder.get(), target_.name, old ? 0600 : 0666))
+        return error;
+    if (old)
+        if (const int error = copyAttributes(old.get(), temporary_.descriptor())) {
+            report("cannot replace", path, error,
+                   "its permissions, access list or attributes would be lost");
+            return error;
+        }
     opened_ = true;
     return 0;
 }
 
-int ReplacedFile::keepAttributes()
+int ReplacedFile::openOld(Descriptor& old)
 {
-    const int file = temporary_.descriptor();
-    const struct stat& old = target_.status;
-    struct stat now;
-    if (retried(systemCalls.fstat, file, &now) != 0)
+    const int folder = target_.folder.get();
+    const char* const name = target_.name.c_str();
+    // Renaming needs permission for the folder only; a protected file must stay protected.
+    if (retried(systemCalls.faccessat, folder, name, W_OK, AT_EACCESS) != 0)
         return errno;
-    mode_t mode = old.st_mode & 07777;
-    if (now.st_uid != old.st_uid &&
-        retried(systemCalls.fchown, file, old.st_uid, static_cast<gid_t>(-1)) != 0)
-        mode &= ~mode_t(S_ISUID); // would lend the rights of somebody else
-    if (now.st_gid != old.st_gid &&
-        retried(systemCalls.fchown, file, static_cast<uid_t>(-1), old.st_gid) != 0) {
-        const mode_t everybody = mode & S_IRWXO;
-        mode &= ~mode_t(S_ISGID) & (~mode_t(S_IRWXG) | everybody << 3);
-    }
-    if (retried(systemCalls.fchmod, file, mode) == 0)
-        return 0;
-    // Some file systems have permissions of their own that nobody sets; ours are narrow.
-    return errno == EPERM || errno == EOPNOTSUPP ? 0 : errno;
+    constexpr int kFlags = O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    old = Descriptor(retried(systemCalls.openat, folder, name, O_RDONLY | kFlags, 0u));
+    if (!old && errno == EACCES) // writable but not readable
+        old = Descriptor(retried(systemCalls.openat, folder, name, O_WRONLY | kFlags, 0u));
+    struct stat file;
+    if (!old || retried(systemCalls.fstat, old.get(), &file) != 0)
+        return errno;
+    if (!S_ISREG(file.st_mode))
+        return EINVAL;
+    // In a sticky folder, only the owner may give the name to another file.
+    struct stat status;
+    if (retried(systemCalls.fstat, folder, &status) != 0)
+        return errno;
+    const uid_t user = geteuid();
+    const bool owns = user == 0 || user == status.st_uid || user == file.st_uid;
+    return (status.st_mode & S_ISVTX) == 0 || owns ? 0 : EPERM;
 }
 
 bool ReplacedFile::read(void*, unsigned int) { return false; }
 
 bool ReplacedFile::write(const void* bytes, unsigned int byteCount)
 {
-    if (error_ != 0)
-        return false;
     if (byteCount == 0)
-        return sync();
+        return commit() == 0;
+    if (error_ != 0 || published_)
+        return false;
     if (byteCount > UINT_MAX - size_)
         return failed(EFBIG);
-    // The first write goes straight through: whoever writes everything at once learns here
-    // whether there is room for it.
+    // The first write is not buffered: a program that writes everything at once and does not
+    // commit learns here whether there is room for it.
     const bool straight = size_ == 0 || byteCount >= kBufferSize;
-    unsynced_ = true;
     size_ += byteCount;
     if (byteCount > kBufferSize - buffered_ && !flush())
         return false;
@@ -101,38 +100,35 @@ bool ReplacedFile::toDescriptor(const char* bytes, unsigned int byteCount)
     return true;
 }
 
-bool ReplacedFile::sync()
-{
-    if (!flush())
-        return false;
-    if (unsynced_ && retried(systemCalls.fsync, temporary_.descriptor()) != 0)
-        return failed(errno);
-    unsynced_ = false;
-    return true;
-}
-
 bool ReplacedFile::failed(int error)
 {
     error_ = error;
     return false;
 }
 
-bool ReplacedFile::commit()
+int ReplacedFile::commit()
 {
-    if (error_ != 0 || !sync())
-        return false;
-    if (const int error = temporary_.publish(target_.exists))
-        return failed(error);
-    // Some file systems have no fsync() for folders; there is nothing more to do then.
+    if (published_ || error_ != 0)
+        return error_;
+    if (getpid() != process_)
+        return EPERM;
+    if (!flush())
+        return error_;
+    if (retried(systemCalls.fsync, temporary_.descriptor()) != 0)
+        return error_ = errno;
+    if ((error_ = temporary_.publish(target_.exists)) != 0)
+        return error_;
+    published_ = true;
+    // Some file systems cannot sync folders.
     if (retried(systemCalls.fsync, target_.folder.get()) != 0 && errno != EINVAL)
         report("replaced", path_.c_str(), errno, "a power failure may bring the old file back");
-    return true;
+    return 0;
 }
 
 int ReplacedFile::finish()
 {
     opened_ = false;
-    return commit() ? 0 : error_;
+    return commit();
 }
 
 ReplacedFile::~ReplacedFile()
@@ -141,9 +137,9 @@ ReplacedFile::~ReplacedFile()
         temporary_.disown();
         return;
     }
-    if (!opened_ || std::uncaught_exceptions() > exceptionsAtOpen_)
-        return;
-    if (!commit())
+    // After a failure the caller has not necessarily looked at the result, so tell the user.
+    const bool abandoned = std::uncaught_exceptions() > exceptionsAtOpen_;
+    if (opened_ && !abandoned && commit() != 0)
         report("could not write", path_.c_str(), error_,
-               target_.exists ? "the old file stands" : "no file was made");
+               target_.exists ? "the old file is unchanged" : "no file was created");
 }

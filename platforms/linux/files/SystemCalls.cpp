@@ -3,12 +3,14 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/random.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 namespace {
 
-// In a host that was started without its standard streams their numbers are the next to be
-// given out, and what anybody prints would end up in a user's file.
+// If the host was started without its standard streams, the system hands out their numbers next,
+// and anything printed would end up in a user's file.
 int openAboveStandardStreams(int folder, const char* path, int flags, mode_t mode)
 {
     const int opened = ::openat(folder, path, flags, mode);
@@ -35,10 +37,15 @@ constinit SystemCalls systemCalls = {
     .readlinkat = ::readlinkat,
     .fchmod = ::fchmod,
     .fchown = ::fchown,
+    .flistxattr = ::flistxattr,
+    .fgetxattr = ::fgetxattr,
+    .fsetxattr = ::fsetxattr,
+    .fremovexattr = ::fremovexattr,
     .fsync = ::fsync,
     .flock = ::flock,
     .linkat = ::linkat,
     .renameat2 = ::renameat2,
     .unlinkat = ::unlinkat,
     .mkdirat = ::mkdirat,
+    .getrandom = ::getrandom,
 };

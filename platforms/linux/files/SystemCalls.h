@@ -1,4 +1,4 @@
-// SystemCalls.h - every system call that the file and settings code makes.
+// SystemCalls.h - Every system call that the file and settings code makes.
 #pragma once
 
 #include <cerrno>
@@ -6,11 +6,11 @@
 #include <sys/statfs.h>
 #include <sys/types.h>
 
-/// The calls as replaceable pointers, so that a test can let the n-th one fail, cut it
-/// short or write it down. Each keeps the conventions of the C library: -1 and errno. What
-/// openat() answers is never the number of a standard stream.
+/// The system calls as replaceable pointers, so that tests can make the n-th one fail, cut it
+/// short or record it. Each follows the conventions of the C library: -1 and errno. openat()
+/// never returns the number of a standard stream.
 ///
-/// Threads: production code only reads the table; replace entries before other threads run.
+/// Thread safety: production code only reads the table. Replace entries before other threads run.
 struct SystemCalls {
     int (*openat)(int folder, const char* path, int flags, mode_t mode);
     int (*close)(int descriptor);
@@ -23,6 +23,10 @@ struct SystemCalls {
     ssize_t (*readlinkat)(int folder, const char* path, char* buffer, size_t byteCount);
     int (*fchmod)(int descriptor, mode_t mode);
     int (*fchown)(int descriptor, uid_t owner, gid_t group);
+    ssize_t (*flistxattr)(int descriptor, char* names, size_t size);
+    ssize_t (*fgetxattr)(int descriptor, const char* name, void* value, size_t size);
+    int (*fsetxattr)(int descriptor, const char* name, const void* value, size_t size, int flags);
+    int (*fremovexattr)(int descriptor, const char* name);
     int (*fsync)(int descriptor);
     int (*flock)(int descriptor, int operation);
     int (*linkat)(int fromFolder, const char* from, int toFolder, const char* to, int flags);
@@ -30,13 +34,14 @@ struct SystemCalls {
                      unsigned int flags);
     int (*unlinkat)(int folder, const char* path, int flags);
     int (*mkdirat)(int folder, const char* path, mode_t mode);
+    ssize_t (*getrandom)(void* buffer, size_t byteCount, unsigned int flags);
 };
 
-/// The calls in use: the real ones, before any constructor has run.
+/// The calls in use. Constant-initialised with the real ones.
 extern constinit SystemCalls systemCalls;
 
-/// Makes \p call, again as long as a signal interrupts it. Not for close(), which has
-/// given its descriptor back even then.
+/// Makes \p call, and repeats it while a signal interrupts it. Not for close(), which releases
+/// its descriptor even then.
 template <class Result, class... Parameters, class... Arguments>
 Result retried(Result (*call)(Parameters...), Arguments... arguments)
 {

@@ -3,13 +3,17 @@
 #include <cassert>
 #include <cstdint>
 #include <cstdio>
+#include <dirent.h>
 #include <fcntl.h>
+#include <memory>
 #include <sys/file.h>
 #include <unistd.h>
 
 namespace {
 
-/// FNV-1a: two targets that meet in a name share slots, nothing worse.
+constexpr const char* kDigits[] = {"0", "1", "2", "3"}; // suffixes of the usual names
+
+/// FNV-1a. Two targets with the same hash share their temporary names, which is harmless.
 std::uint64_t hashOf(const std::string& text)
 {
     std::uint64_t hash = 0xCBF29CE484222325u;
@@ -18,19 +22,19 @@ std::uint64_t hashOf(const std::string& text)
     return hash;
 }
 
-/// Takes the lock that says "alive".
+/// Takes the lock that marks a file's writer as alive.
 int lockAlive(int file)
 {
     if (retried(systemCalls.flock, file, LOCK_EX | LOCK_NB) == 0)
         return 0;
-    // Where nobody can lock, nobody takes us for dead either.
+    // Where no one can lock, no one takes this writer for dead either.
     const bool noLocksHere =
         errno == ENOLCK || errno == EOPNOTSUPP || errno == ENOSYS || errno == EINVAL;
     return noLocksHere ? 0 : errno;
 }
 
-/// \returns 0 when \p name stands for \p file, ENOENT when it does not
-int standsFor(int folder, const char* name, int file)
+/// \returns 0 if \p name denotes the open \p file, ENOENT if it does not
+int denotes(int folder, const char* name, int file)
 {
     struct stat named;
     struct stat opened;
@@ -44,50 +48,72 @@ int standsFor(int folder, const char* name, int file)
 
 Temporary::~Temporary()
 {
-    if (folder_ >= 0 && slot_ >= 0)
-        retried(systemCalls.unlinkat, folder_, slotName(slot_), 0);
+    if (folder_ >= 0 && !name_.empty())
+        retried(systemCalls.unlinkat, folder_, name_.c_str(), 0);
 }
 
 int Temporary::create(int folder, const std::string& target, mode_t mode)
 {
-    char base[64];
-    const int length = std::snprintf(base, sizeof(base), ".vx-%016llx-%u-0",
-                                     static_cast<unsigned long long>(hashOf(target)), geteuid());
+    char prefix[64];
+    std::snprintf(prefix, sizeof(prefix), ".vx-%016llx-%u-",
+                  static_cast<unsigned long long>(hashOf(target)), geteuid());
     target_ = target;
-    slotName_.assign(base, static_cast<std::size_t>(length));
+    prefix_ = prefix;
     folder_ = folder;
 
-    removeDead();
+    for (const char* digit : kDigits)
+        removeIfDead((prefix_ + digit).c_str());
     file_ =
         Descriptor(retried(systemCalls.openat, folder_, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, mode));
     if (file_)
         return lockAlive(file_.get());
-    // How file systems and kernels without unnamed files answer.
+    // What file systems and kernels without unnamed files return.
     if (errno == EOPNOTSUPP || errno == EISDIR || errno == ENOENT || errno == EINVAL)
-        return createNamed(mode);
+        return takeName([&](const char* name) { return createNamed(name, mode); });
     return errno;
 }
 
-int Temporary::createNamed(mode_t mode)
+// Calls take(name) until it returns something other than EEXIST.
+template <class Take> int Temporary::takeName(Take take)
 {
-    for (int slot = 0; slot < kSlots; ++slot) {
-        const char* name = slotName(slot);
-        file_ = Descriptor(retried(systemCalls.openat, folder_, name,
-                                   O_CREAT | O_EXCL | O_NOFOLLOW | O_RDWR | O_CLOEXEC, mode));
-        if (!file_ && errno == EEXIST)
-            continue;
-        if (!file_)
-            return errno;
-        int error = lockAlive(file_.get());
+    const auto taken = [&](const std::string& name) {
+        const int error = take(name.c_str());
         if (error == 0)
-            error = standsFor(folder_, name, file_.get());
-        // Between making the name and locking, another writer may have taken us for dead.
-        if (error == EWOULDBLOCK || error == ENOENT)
-            continue;
-        slot_ = slot; // ours: from here on it is removed with us
+            name_ = name;
         return error;
+    };
+    for (const char* digit : kDigits)
+        if (const int error = taken(prefix_ + digit); error != EEXIST)
+            return error;
+    removeAllDead();
+    for (int tries = 0; tries < 100; ++tries) {
+        std::uint64_t number;
+        if (retried(systemCalls.getrandom, static_cast<void*>(&number), sizeof(number), 0u) !=
+            sizeof(number))
+            return errno;
+        char suffix[32];
+        std::snprintf(suffix, sizeof(suffix), "%016llx", static_cast<unsigned long long>(number));
+        if (const int error = taken(prefix_ + suffix); error != EEXIST)
+            return error;
     }
-    return EBUSY;
+    return EEXIST;
+}
+
+int Temporary::createNamed(const char* name, mode_t mode)
+{
+    file_ = Descriptor(retried(systemCalls.openat, folder_, name,
+                               O_CREAT | O_EXCL | O_NOFOLLOW | O_RDWR | O_CLOEXEC, mode));
+    if (!file_)
+        return errno;
+    int error = lockAlive(file_.get());
+    if (error == 0)
+        error = denotes(folder_, name, file_.get());
+    // Before it was locked, another writer may have taken this one for dead.
+    if (error == EWOULDBLOCK || error == ENOENT)
+        return EEXIST;
+    if (error != 0)
+        retried(systemCalls.unlinkat, folder_, name, 0);
+    return error;
 }
 
 int Temporary::link(const char* name)
@@ -104,53 +130,43 @@ int Temporary::link(const char* name)
     return errno;
 }
 
-int Temporary::linkToSlot()
-{
-    for (int slot = 0; slot < kSlots; ++slot) {
-        const int error = link(slotName(slot));
-        if (error == 0)
-            slot_ = slot;
-        if (error != EEXIST)
-            return error;
-    }
-    return EBUSY;
-}
-
 int Temporary::publish(bool replace)
 {
     assert(file_ && folder_ >= 0);
-    if (slot_ < 0) {
+    if (name_.empty()) {
         if (!replace) {
             const int error = link(target_.c_str());
-            if (error != EEXIST) // else somebody was faster: the last writer wins
+            if (error != EEXIST) // else another writer was faster: the last one wins
                 return error;
         }
-        int error = linkToSlot();
-        if (error == EBUSY) {
-            removeDead();
-            error = linkToSlot();
-        }
-        if (error != 0)
+        if (const int error = takeName([&](const char* name) { return link(name); }))
             return error;
     }
-    if (retried(systemCalls.renameat2, folder_, slotName(slot_), folder_, target_.c_str(), 0u) != 0)
+    if (retried(systemCalls.renameat2, folder_, name_.c_str(), folder_, target_.c_str(), 0u) != 0)
         return errno;
-    slot_ = -1;
+    name_.clear();
     // Released now rather than on close: a forked child may hold the descriptor open.
     retried(systemCalls.flock, file_.get(), LOCK_UN);
     return 0;
 }
 
-const char* Temporary::slotName(int slot)
+void Temporary::removeAllDead()
 {
-    slotName_.back() = static_cast<char>('0' + slot);
-    return slotName_.c_str();
-}
-
-void Temporary::removeDead()
-{
-    for (int slot = 0; slot < kSlots; ++slot)
-        removeIfDead(slotName(slot));
+    Descriptor folder(
+        retried(systemCalls.openat, folder_, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0u));
+    if (!folder)
+        return;
+    DIR* const entries = fdopendir(folder.get());
+    if (entries == nullptr)
+        return;
+    folder.release(); // closedir() closes it
+    int found = 0;
+    constexpr int kMaxFound = 100; // another user may have made any number of such names
+    while (const dirent* entry = readdir(entries))
+        if (prefix_.compare(0, prefix_.npos, entry->d_name, 0, prefix_.size()) == 0 &&
+            ++found <= kMaxFound)
+            removeIfDead(entry->d_name);
+    closedir(entries);
 }
 
 void Temporary::removeIfDead(const char* name)
@@ -162,6 +178,6 @@ void Temporary::removeIfDead(const char* name)
         file = Descriptor(retried(systemCalls.openat, folder_, name, O_RDONLY | kFlags, 0u));
     if (!file || retried(systemCalls.flock, file.get(), LOCK_EX | LOCK_NB) != 0)
         return;
-    if (standsFor(folder_, name, file.get()) == 0)
+    if (denotes(folder_, name, file.get()) == 0)
         retried(systemCalls.unlinkat, folder_, name, 0);
 }
