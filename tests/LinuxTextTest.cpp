@@ -197,24 +197,13 @@ TEST(Utf8, EncodesValuesThatAreNoScalarsAsReplacements)
             }
 }
 
-TEST(SystemUtils, GivesAnEmptyResultNoBlock)
-{
-    SystemUtils utils;
-    EXPECT_EQ(utils.fromUTF8(nullptr, 7).capacity(), 0u);
-    EXPECT_EQ(utils.fromUTF8(nullptr, iSystemUtils::kUpToTerminator).capacity(), 0u);
-    EXPECT_EQ(utils.fromUTF8("abc", 0).capacity(), 0u);
-    EXPECT_EQ(utils.wideFromAscii(nullptr).capacity(), 0u);
-    EXPECT_EQ(utils.wideFromAscii("").capacity(), 0u);
-    EXPECT_EQ(utils.toUTF8({}).capacity(), 0u);
-}
-
 TEST(SystemUtils, GivesResultsTheSmallestPowerOfTwoAboveTheirLength)
 {
     SystemUtils utils;
-    for (unsigned int length = 1; length < 300; ++length) {
+    for (unsigned int length = 0; length < 300; ++length) {
         SCOPED_TRACE(length);
-        unsigned int capacity = 1;
-        while (capacity <= length)
+        unsigned int capacity = length != 0; // an empty result has no block
+        while (length != 0 && capacity <= length)
             capacity *= 2;
         const std::string bytes(length, '\xE4'), malformed(length, '\xC3');
         const std::string accents = encodeByUtfcpp(Wide(length, U'é'));
@@ -225,6 +214,10 @@ TEST(SystemUtils, GivesResultsTheSmallestPowerOfTwoAboveTheirLength)
         EXPECT_EQ(utils.fromUTF8(malformed.data(), length).capacity(), capacity);
         EXPECT_EQ(utils.toUTF8(fromWide(Wide(length, U'x'))).capacity(), capacity);
     }
+    EXPECT_EQ(utils.fromUTF8("z\0z", iSystemUtils::kUpToTerminator).length(), 1u);
+    EXPECT_TRUE(utils.fromUTF8(nullptr, iSystemUtils::kUpToTerminator).empty());
+    EXPECT_TRUE(utils.fromUTF8(nullptr, 7).empty());
+    EXPECT_TRUE(utils.wideFromAscii(nullptr).empty());
 }
 
 } // namespace
