@@ -8,7 +8,7 @@ install(TARGETS Vx OS IPP EXPORT VxTargets
         COMPONENT runtime NAMELINK_COMPONENT development)
 install(DIRECTORY ole/Vx DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
     FILES_MATCHING PATTERN "*.h" PATTERN "MetadataText.h" EXCLUDE
-    REGEX "detail/(FixedDecimals|NumberReader|NumericMode)[.]h$" EXCLUDE) # of the library alone
+    REGEX "detail/(FixedDecimals|NumberReader|NumericMode|PlayoutTable)[.]h$" EXCLUDE) # of the library alone
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Vx)
 install(EXPORT VxTargets NAMESPACE Vx:: DESTINATION ${package_folder} COMPONENT development)

@@ -4,6 +4,7 @@
 #include "Terminal.h"
 
 #include <Vx/Image/PlayoutFCC.h>
+#include <Vx/detail/PlayoutTable.h>
 #include <algorithm>
 #include <charconv>
 #include <fmt/format.h>
@@ -12,20 +13,6 @@
 
 namespace tool {
 namespace {
-
-/// What every code of the table is made of.
-constexpr std::string_view kAlphabet =
-    " 0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-/// Compression identifiers are small numbers.
-constexpr unsigned int kLastNumber = 0xFFFF;
-
-unsigned int codeOf(std::string_view characters)
-{
-    unsigned int code = 0;
-    for (std::size_t i = 0; i < 4; ++i)
-        code |= static_cast<unsigned int>(static_cast<unsigned char>(characters[i])) << 8 * i;
-    return code;
-}
 
 bool isCode(unsigned int code)
 {
@@ -77,29 +64,15 @@ std::optional<unsigned int> read(const std::string& given, bool asCode)
     }
     if (given.empty() || given.size() > 4)
         return {};
-    return codeOf(given + std::string(4 - given.size(), ' '));
+    return Vx::detail::fourcc(given + std::string(4 - given.size(), ' '));
 }
 
-/// Every code that the library translates, by what it becomes. The library is asked about
-/// all that could be one: its table stands nowhere else.
+/// Every code that the library translates, by what it becomes.
 std::map<unsigned int, std::vector<unsigned int>> wholeTable()
 {
     std::map<unsigned int, std::vector<unsigned int>> table;
-    const auto ask = [&](unsigned int code) {
-        const unsigned int playout = Vx::lookupPlayoutFCC(code);
-        if (playout != code)
-            table[playout].push_back(code);
-    };
-    for (unsigned int number = 0; number <= kLastNumber; ++number)
-        ask(number);
-    char characters[4];
-    for (const char a : kAlphabet)
-        for (const char b : kAlphabet)
-            for (const char c : kAlphabet)
-                for (const char d : kAlphabet) {
-                    characters[0] = a, characters[1] = b, characters[2] = c, characters[3] = d;
-                    ask(codeOf(std::string_view(characters, 4)));
-                }
+    Vx::detail::forEachPlayoutCode(
+        [&](unsigned int source, unsigned int playout) { table[playout].push_back(source); });
     return table;
 }
 

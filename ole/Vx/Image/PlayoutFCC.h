@@ -1,4 +1,4 @@
-// Image/PlayoutFCC.h - the code under which a playout path expects a stored essence.
+// Image/PlayoutFCC.h - The code under which a playout path expects a stored essence.
 #pragma once
 
 #include <Vx/VxExport.h>
@@ -6,14 +6,14 @@
 namespace Vx {
 
 /// Translates the code of a stored video essence into the four-character code under which a
-/// playout path expects it. A code that is not in the table is returned unchanged, the
-/// playout codes themselves among them.
+/// playout path expects it. Returns any other code unchanged, the playout codes included.
 ///
 ///     Vx::lookupPlayoutFCC(0x61706A6D);   // "mjpa" gives 0x47504A4D, "MJPG"
 ///
-/// Codes: the first character is the least significant byte; letter case counts. The
-///   compression identifiers 1235 to 1274 are given as plain numbers.
-/// Threads: any; there is no state.
+/// The first character is the least significant byte, and case matters. VC-3 compression
+/// identifiers, 1235 to 1274, are passed as plain numbers.
+///
+/// Thread safety: any thread; there is no state.
 VX_API unsigned int lookupPlayoutFCC(unsigned int fourcc) noexcept;
 
 } // namespace Vx
