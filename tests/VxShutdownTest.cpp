@@ -13,7 +13,7 @@ using Shutdown::eExitType;
 using Shutdown::kOrderlyExit;
 using Handle = Vx::Ptr<Shutdown::Callback>;
 
-// Words in the order in which they happened.
+// Events in order.
 std::string events;
 
 void note(const std::string& word) { events += (events.empty() ? "" : " ") + word; }
@@ -54,7 +54,7 @@ TEST(Shutdown, RunsByPriorityThenByAgeInTwoPasses)
     Shutdown::addCallback(noting("late"), 1);
     Shutdown::addCallback([](eExitType) { note("late"); }, 1);
     Shutdown::addCallback(Handle(new Noting("late")), 1);
-    EXPECT_EQ(takeEvents(), "~late") << "refused, not kept";
+    EXPECT_EQ(takeEvents(), "~late") << "refused callbacks are released";
     Shutdown::executeCallbacks(kOrderlyExit);
     EXPECT_EQ(takeEvents(), "");
 }
@@ -85,7 +85,7 @@ TEST(Shutdown, CallbacksMayRemoveWhileRunning)
     const Handle finalPass(new Noting("final"));
     Shutdown::addCallback(
         [&] {
-            Shutdown::removeCallback(firstPass); // has left the list: comes too late
+            Shutdown::removeCallback(firstPass); // too late: not listed any more
             Shutdown::removeCallback(finalPass);
         },
         1);
@@ -113,10 +113,10 @@ TEST(Shutdown, RemovesTheFirstInOrderByIdentity)
     EXPECT_EQ(twice.useCount(), 1u);
 }
 
-TEST(Shutdown, AnExceptionReleasesTheRestOfTheFirstPassAndKeepsThatOfTheFinalOne)
+TEST(Shutdown, ExceptionReleasesTheRestOfTheFirstPassAndKeepsThatOfTheFinalOne)
 {
     const auto stop = [] { throw std::runtime_error("stop"); };
-    Shutdown::addCallback(Handle(), 0); // empty: skipped
+    Shutdown::addCallback(Handle(), 0); // skipped
     Shutdown::addCallback(stop, 1);
     Shutdown::addCallback(Handle(new Noting("unrun")), 2);
     Shutdown::addCallback(Handle(), 201);
@@ -131,7 +131,7 @@ TEST(Shutdown, AnExceptionReleasesTheRestOfTheFirstPassAndKeepsThatOfTheFinalOne
     EXPECT_EQ(takeEvents(), "kept0 ~kept");
 }
 
-TEST(Shutdown, EmptyFunctionsRaiseWhenTheirTurnComes)
+TEST(Shutdown, EmptyFunctionsThrowWhenCalled)
 {
     Shutdown::addCallback(std::function<void()>(), 1);
     EXPECT_THROW(Shutdown::executeCallbacks(kOrderlyExit), std::bad_function_call);
@@ -150,7 +150,7 @@ TEST(Shutdown, FlushesStandardOutputBetweenThePasses)
     EXPECT_EQ(pending, (std::vector<std::size_t>{4, 0}));
 }
 
-TEST(Shutdown, ListOfOneOwnRunsWholeAndEndsEmpty)
+TEST(Shutdown, SeparateListRunsWholeAndEndsEmpty)
 {
     const auto item = [](const char* word, unsigned int priority) {
         return CallbackItem([word](eExitType) { note(word); }, priority);
@@ -160,10 +160,58 @@ TEST(Shutdown, ListOfOneOwnRunsWholeAndEndsEmpty)
     list.add(item("first", 5));
     const CallbackItem second = item("second", 5);
     list.add(second);
-    list.add(second); // the same item: the same place in the order
+    list.add(second); // listed already
     list.execute(kOrderlyExit);
     list.execute(kOrderlyExit);
     EXPECT_EQ(takeEvents(), "first second late");
+}
+
+namespace {
+
+// A callback whose destructor does something.
+struct Ending : Shutdown::Callback {
+    explicit Ending(std::function<void()> last) : last(std::move(last)) {}
+    ~Ending() override { last(); }
+    void execute(const eExitType&) override {}
+    std::function<void()> last;
+};
+
+} // namespace
+
+TEST(Shutdown, DestroyedListReleasesOneCallbackAtATimeAndRejectsOthers)
+{
+    const Handle removed(new Noting("removed"));
+    {
+        CallbackItemList list;
+        const auto change = [&] {
+            note("change");
+            list.remove(removed);
+            list.add({Handle(new Noting("added")), 0});
+        };
+        list.add({Handle(new Ending(change)), 1});
+        list.add({removed, 2});
+        list.add({Handle(new Ending(change)), 3});
+    }
+    EXPECT_EQ(takeEvents(), "change ~added change ~added");
+    EXPECT_EQ(removed.useCount(), 1u);
+}
+
+TEST(ShutdownDeathTest, ExitWithCallbacksReleasesThem)
+{
+    const auto leave = [] {
+        static const Handle removed(new Ending([] {}));
+        const auto last = [] {
+            Shutdown::removeCallback(removed);
+            Shutdown::addCallback(noting("never"), 0);
+            addSplatCallback([](const char* text) { std::fputs(text, stderr); });
+            callSplatCallbacks("splat ");
+        };
+        Shutdown::addCallback(Handle(new Ending(last)), 1);
+        Shutdown::addCallback(removed, 2);
+        Shutdown::addCallback(Handle(new Ending(last)), 3);
+        std::exit(0);
+    };
+    EXPECT_EXIT(leave(), testing::ExitedWithCode(0), "^splat splat splat $");
 }
 
 TEST(Shutdown, ThreadsAddAndRemoveTogether)
@@ -186,7 +234,7 @@ TEST(Shutdown, ThreadsAddAndRemoveTogether)
         }
     });
     list.execute(kOrderlyExit);
-    EXPECT_EQ(runs, kThreads * kRounds) << "two items with one number would be one item";
+    EXPECT_EQ(runs, kThreads * kRounds) << "sequence numbers are unique";
 }
 
 TEST(SplatCallbacks, RunInOrderWithRepetitions)
@@ -196,10 +244,10 @@ TEST(SplatCallbacks, RunInOrderWithRepetitions)
         note(std::string("adds:") + text);
         static bool added = false;
         if (!std::exchange(added, true))
-            for (int i = 0; i < 100; ++i) // moves the list under the walk
+            for (int i = 0; i < 100; ++i) // reallocates the list
                 addSplatCallback(splat);
     };
-    callSplatCallbacks("nobody");
+    callSplatCallbacks("none");
     for (const auto callback : {splat, splatOnce, splat})
         addSplatCallback(callback);
     std::string expected = "splat:x adds:x splat:x";

@@ -1,9 +1,17 @@
 #include <Vx/VxShutdown.h>
 
+#include <atomic>
 #include <cstdio>
 #include <mutex>
 #include <utility>
 #include <vector>
+
+namespace {
+
+// Constructed before, and so destroyed after, the callbacks that may use it at exit.
+std::vector<void (*)(const char*)> splatCallbacks_;
+
+} // namespace
 
 namespace Shutdown {
 
@@ -17,18 +25,18 @@ namespace {
 
 enum Status : int { kRunning = 0, kFirstPass = 1, kFinalPass = 2 };
 
-// The status and the sequence counter have no lock and impose no order. Other threads look
-// at the one and draw from the other all the same, hence relaxed atomic access; two items
-// with the same number would be one to the set.
-int currentStatus() { return __atomic_load_n(&Shutdown::status, __ATOMIC_RELAXED); }
+// Deliberate: status and sequence numbers are not guarded and order nothing. Other threads
+// use them all the same, hence the relaxed atomic access; two items with one number would be
+// the same item to the set.
+int currentStatus() { return std::atomic_ref(Shutdown::status).load(std::memory_order_relaxed); }
 
-void setStatus(Status next) { __atomic_store_n(&Shutdown::status, int{next}, __ATOMIC_RELAXED); }
+void setStatus(Status next)
+{
+    std::atomic_ref(Shutdown::status).store(next, std::memory_order_relaxed);
+}
 
-constinit unsigned int nextSequence = 0;
+constinit std::atomic<unsigned int> nextSequence = 0;
 
-std::vector<void (*)(const char*)> splatCallbacks_;
-
-// An item without a callback is a place in the order and nothing to call.
 void run(const Shutdown::CallbackItem& item, Shutdown::eExitType type)
 {
     if (item.callback)
@@ -58,18 +66,27 @@ Shutdown::CallbackItem::CallbackItem(const std::function<void(eExitType)>& funct
 
 void Shutdown::CallbackItem::init()
 {
-    sequence = __atomic_fetch_add(&nextSequence, 1u, __ATOMIC_RELAXED);
+    sequence = nextSequence.fetch_add(1, std::memory_order_relaxed);
+}
+
+Shutdown::CallbackItemList::~CallbackItemList()
+{
+    // Destructors of callbacks are the host's code and may use this list.
+    closed_ = true;
+    while (!items_.empty())
+        items_.extract(items_.begin());
 }
 
 void Shutdown::CallbackItemList::add(const CallbackItem& item)
 {
     const std::lock_guard<CriticalSection> hold(lock_);
-    items_.insert(item);
+    if (!closed_)
+        items_.insert(item);
 }
 
 void Shutdown::CallbackItemList::remove(const Vx::Ptr<Callback>& callback)
 {
-    // Destroyed after the lock is free: the callback's destructor is the host's code.
+    // Destroyed after the lock is left: the callback's destructor is the host's code.
     decltype(items_)::node_type removed;
     const std::lock_guard<CriticalSection> hold(lock_);
     for (auto item = items_.begin(); item != items_.end(); ++item)
@@ -79,8 +96,8 @@ void Shutdown::CallbackItemList::remove(const Vx::Ptr<Callback>& callback)
         }
 }
 
-// Deliberate: no lock. Shutting down is one thread's work, and a callback that waits for
-// another thread must not keep that one out of the list.
+// Deliberate: no lock. One thread shuts down, and a callback that waits for another thread must
+// not keep that thread out of the list.
 void Shutdown::CallbackItemList::execute(eExitType type)
 {
     if (currentStatus() == kFirstPass) {
@@ -138,7 +155,7 @@ void addSplatCallback(void (*function)(const char*)) { splatCallbacks_.push_back
 
 void callSplatCallbacks(const char* text)
 {
-    // By index: a callback may append, which moves the vector.
+    // By index, since a callback may append.
     for (std::size_t i = 0; i < splatCallbacks_.size(); ++i)
         splatCallbacks_[i](text);
 }

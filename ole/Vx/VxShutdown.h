@@ -1,4 +1,4 @@
-// VxShutdown.h - what runs when the process shuts down, and in which order.
+// VxShutdown.h - Callbacks that run when the process shuts down.
 #pragma once
 
 #include <Vx/CriticalSection.h>
@@ -10,10 +10,10 @@
 #include <functional>
 #include <set>
 
-/// Something that can be called and is shared by count.
+/// A callback that is shared by reference count.
 template <class Result, class Argument> class VX_API iCallbackBase : public virtual iObject {
 public:
-    /// What the callback is there for.
+    /// Runs the callback.
     virtual Result execute(const Argument& argument) = 0;
 };
 
@@ -21,63 +21,64 @@ public:
 ///
 ///     Shutdown::addCallback([] { closeTheCache(); }, 50);
 ///
-/// Order: by priority, lowest first; equal priorities in the order in which they were
-///   added. Two passes: priorities up to and including 200, then standard output is
-///   flushed, then everything else. A callback that is added while the first pass runs
-///   waits for the final one, whatever its priority; one that is added later is
-///   silently refused.
-/// Errors: what a callback throws leaves executeCallbacks(). In the first pass the
-///   callbacks not yet called are released unrun, in the final pass they stay listed.
-///   An empty function raises std::bad_function_call when its turn comes.
-/// Threads: add and remove from any. Shutting down is one thread's work, while no other
-///   thread adds or removes.
+/// Order: by priority, lowest first, and by age among equals. There are two passes: priorities
+///   up to and including 200, then standard output is flushed, then all others. A callback
+///   added during the first pass runs in the final one, whatever its priority. Callbacks added
+///   later are silently ignored.
+/// Errors: exceptions of callbacks leave executeCallbacks(). In the first pass the callbacks
+///   that have not run are released; in the final pass they stay listed. An empty function
+///   throws std::bad_function_call when it is called.
+/// Thread safety: add and remove from any thread until the shutdown begins. One thread shuts
+///   down, while no other adds or removes.
+/// Exit without a shutdown: callbacks still listed when the process returns from main() or
+///   calls exit() do not run. They are released one by one; their destructors may remove
+///   callbacks, and what they add is ignored.
 namespace Shutdown {
 
-/// How the process ends; handed through to every callback. The library itself shuts
-/// down in an orderly way only; every other number is the host's.
+/// How the process ends, passed to every callback. The library itself uses kOrderlyExit only;
+/// all other values are the host's.
 enum eExitType : int {
-    kOrderlyExit = 0, ///< the host has stopped its work and goes
+    kOrderlyExit = 0, ///< Vx::Application::shutdown()
 };
 
-/// What is executed at shutdown.
 using Callback = iCallbackBase<void, eExitType>;
 
-/// The last priority of the first pass.
+/// The highest priority of the first pass.
 constexpr unsigned int kLastOfFirstPass = 200;
 
 /// A callback that calls a function.
 class VX_API FunctionCallback : public Callback {
 public:
-    /// Keeps \p function, which may be empty until it is executed.
+    /// Keeps \p function, which may be empty as long as it is not executed.
     explicit FunctionCallback(std::function<void(eExitType)> function);
 
-    /// \throws std::bad_function_call when the function is empty
+    /// \throws std::bad_function_call if the function is empty
     void execute(const eExitType& type) override;
 
 private:
     std::function<void(eExitType)> function_;
 };
 
-/// A callback with its place in the order: by priority, then by age.
+/// A callback with its place in the order.
 struct VX_API CallbackItem {
-    /// Shares \p callback; an empty pointer is skipped when its turn comes.
+    /// Shares \p callback. An item with a null callback is skipped.
     CallbackItem(const Vx::Ptr<Callback>& callback, unsigned int priority);
 
-    /// Holds a copy of \p function.
+    /// Makes a FunctionCallback with a copy of \p function.
     CallbackItem(const std::function<void(eExitType)>& function, unsigned int priority);
 
-    /// Takes the next number of the process as the item's age. Any thread.
+    /// Takes the next sequence number of the process. Any thread may call it.
     void init();
 
     unsigned int priority;      ///< lowest first
-    unsigned int sequence;      ///< unique for an item and its copies
+    unsigned int sequence;      ///< age among equal priorities; the same in copies only
     Vx::Ptr<Callback> callback; ///< shared with whoever added it
 };
 static_assert(sizeof(CallbackItem) == 24 && offsetof(CallbackItem, sequence) == 4 &&
                   offsetof(CallbackItem, callback) == 8,
               "items cross module boundaries");
 
-/// Both numbers unsigned.
+/// Orders by priority, then by sequence number.
 inline bool operator<(const CallbackItem& a, const CallbackItem& b) noexcept
 {
     return a.priority != b.priority ? a.priority < b.priority : a.sequence < b.sequence;
@@ -85,67 +86,67 @@ inline bool operator<(const CallbackItem& a, const CallbackItem& b) noexcept
 
 /// An ordered list of callbacks.
 ///
-/// Threads: add and remove from any; execute takes no lock.
+/// Thread safety: add() and remove() from any thread. execute() and the destructor take no
+///   lock: no other thread may use the list meanwhile.
 class VX_API CallbackItemList {
 public:
     CallbackItemList() = default;
     CallbackItemList(const CallbackItemList&) = delete;
     CallbackItemList& operator=(const CallbackItemList&) = delete;
 
-    /// Adds a copy of \p item. An item that is listed already is not listed again.
+    /// Releases the callbacks one by one. Their destructors may call remove(); add() is
+    /// ignored.
+    ~CallbackItemList();
+
+    /// Adds a copy of \p item, unless the list holds a copy of it.
     void add(const CallbackItem& item);
 
     /// Removes the first item in order that holds this very object, if there is one.
     void remove(const Vx::Ptr<Callback>& callback);
 
-    /// Runs one pass: the first one between beginShutdown() and its end, otherwise the
-    /// final one, which empties the list. Callbacks may add and remove. Those of the
-    /// first pass have left the list before any of them is called, so removing one of
-    /// them then comes too late.
+    /// Runs one pass: the first one if called between beginShutdown() and the final pass,
+    /// otherwise the final one, which empties the list. Callbacks may add and remove. The
+    /// first pass takes its callbacks off the list before it calls any, so they cannot be
+    /// removed any more.
     void execute(eExitType type);
 
 private:
     CriticalSection lock_;
-    std::set<CallbackItem> items_; // guarded by lock_, except while shutting down
+    std::set<CallbackItem> items_; // guarded by lock_, except in execute()
+    bool closed_ = false;          // rejects additions; set by the destructor
 };
 
-/// 0 while the process runs, 1 from the beginning of the shutdown, 2 from its final pass
-/// on. To be read only, on the thread that shuts down; others ask isExiting().
+/// 0 while the process runs, 1 from the beginning of the shutdown, 2 from its final pass on.
+/// Read-only, and only on the thread that shuts down; elsewhere use isExiting().
 extern VX_API int status;
 
 /// The list of the process.
 extern VX_API CallbackItemList shutdownCallbacks_;
 
-/// Has \p function called at shutdown. Ignored from the final pass on.
+/// Adds a callback to the list of the process. Ignored from the final pass on.
 VX_API void addCallback(std::function<void(eExitType)> function, unsigned int priority);
-
-/// Has \p callback executed at shutdown. Ignored from the final pass on.
 VX_API void addCallback(const Vx::Ptr<Callback>& callback, unsigned int priority);
-
-/// Has \p function called at shutdown, however the process ends. Ignored from the final
-/// pass on.
 VX_API void addCallback(std::function<void()> function, unsigned int priority);
 
-/// Takes back the first callback in order that is this very object, if there is one.
+/// Removes the first callback in order that is this very object, if there is one.
 VX_API void removeCallback(const Vx::Ptr<Callback>& callback);
 
-/// From now on the process is exiting. There is no way back.
+/// Marks the process as exiting, which cannot be undone.
 VX_API void beginShutdown();
 
-/// Whether the shutdown has begun. Any thread.
+/// Returns whether the shutdown has begun. Any thread may call it.
 VX_API bool isExiting();
 
-/// Shuts down: both passes, with standard output flushed in between. Meant to be called
-/// once; a second call finds nothing to run.
+/// Runs both passes and flushes standard output in between. A second call finds nothing to run.
 VX_API void executeCallbacks(eExitType type);
 
 } // namespace Shutdown
 
-/// Adds \p function to the splat callbacks, which callSplatCallbacks() calls. A function
-/// that is added twice is called twice.
-/// Threads: one at a time, callSplatCallbacks() included.
+/// Adds \p function to the functions that callSplatCallbacks() calls. A function that is added
+/// twice is called twice.
+/// Thread safety: none, callSplatCallbacks() included.
 VX_API void addSplatCallback(void (*function)(const char*));
 
-/// Calls every splat callback with \p text in the order in which they were added, those
-/// included that are added on the way.
+/// Calls every splat callback with \p text in the order of addition, including those that are
+/// added meanwhile.
 VX_API void callSplatCallbacks(const char* text);
