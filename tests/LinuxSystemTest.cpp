@@ -111,6 +111,31 @@ TEST(Lock, AdmitsOneThreadAtATime)
     EXPECT_EQ(plain, 2L * kThreads * kRounds);
 }
 
+TEST(Lock, IsHeldUntilTheLastUnlock)
+{
+    Threading threading;
+    const Vx::Ptr<iLock> lock = threading.createLock(0);
+    const auto freeForOthers = [&] {
+        bool taken = false;
+        std::thread([&] {
+            taken = lock->tryLock();
+            if (taken)
+                lock->unlock();
+        }).join();
+        return taken;
+    };
+    lock->lock();
+    lock->unlock();
+    lock->lock();
+    lock->lock();
+    EXPECT_TRUE(lock->tryLock());
+    for (int level = 0; level < 3; ++level) {
+        EXPECT_FALSE(freeForOthers());
+        lock->unlock();
+    }
+    EXPECT_TRUE(freeForOthers());
+}
+
 TEST(Lock, StaysWithTheThreadThatForks)
 {
     Threading threading;
