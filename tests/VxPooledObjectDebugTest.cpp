@@ -13,7 +13,7 @@ using Vx::PooledObjectDebug::gAllLoggers;
 using Vx::PooledObjectDebug::LoggingTraitsBase;
 using Vx::PooledObjectDebug::LoggingTraitsBase_exit;
 
-// Nodes of the logger stack and named entries stay for ever.
+// Nodes of the logger stack and named entries are never freed.
 extern "C" VX_API const char* __lsan_default_suppressions()
 {
     return "leak:LoggingTraitsBase::LoggingTraitsBase\nleak:NamedObjectsNamespace::prepare\n";
@@ -26,7 +26,7 @@ struct Host : Vx::Application {
     void run() override {}
 };
 
-// A platform with a logs folder on disk that goes away with the test.
+// A platform whose logs folder is a scratch folder.
 struct PooledObjectLog : testing::Test {
     PooledObjectLog()
     {
@@ -39,7 +39,7 @@ struct PooledObjectLog : testing::Test {
 
     std::string content() const { return scratch.get("Host/Logs/PooledObjects.log"); }
 
-    // The lines of loggers; headers and the empty lines around them are left out.
+    // The loggers' lines, without headers and the empty lines around them.
     std::vector<std::string> lines() const
     {
         std::vector<std::string> found;
@@ -49,7 +49,7 @@ struct PooledObjectLog : testing::Test {
                 found.push_back(line);
         return found;
     }
-    // The names at the beginning of those lines, in order.
+    // The names in those lines.
     std::string order() const
     {
         std::string names;
@@ -87,7 +87,7 @@ struct PooledObjectLog : testing::Test {
         }
     }
 
-    const ScratchFolder scratch; // outlives the platform, which the paths do not need
+    const ScratchFolder scratch; // outlives the platform
     ScriptedPlatform platform;
 };
 
@@ -103,7 +103,7 @@ TEST_F(PooledObjectLog, IdleLoggerWritesItsLineUnderOneHeader)
     LoggingTraitsBase nameless(nullptr);
     frames.dump();
     nameless.dump();
-    // A header with the time, the empty line that the time brings along, the two lines.
+    // A header, whose time ends with a newline of its own, and the two lines.
     const std::string text = content();
     const std::string rule = "\n" + std::string(59, '-') + ' ';
     const std::size_t timeLength = std::string("Thu Jan  1 00:00:00 1970\n").size();
@@ -123,7 +123,7 @@ TEST_F(PooledObjectLog, WarmUpCountsUseButNotDemand)
     LoggingTraitsBase logger("pool");
     pops(logger, 9);
     pushes(logger, 4);
-    platform.advanceClock(7500); // to its very end
+    platform.advanceClock(7500); // its last moment
     pops(logger, 2);
     logger.dump();
     EXPECT_EQ(lines().back(), "pool: maxInUse 9" + std::string(kIdle).substr(12));
@@ -137,7 +137,7 @@ TEST_F(PooledObjectLog, PeakDemandIsTheBusiestInterval)
     platform.advanceClock(8000);
     pops(logger, 1); // closes the empty interval, opens the first
     platform.advanceClock(100);
-    pops(logger, 29); // 100 ms are not yet over
+    pops(logger, 29); // still the first
     platform.advanceClock(20);
     const std::time_t before = std::time(nullptr);
     pops(logger, 1); // 30 pops in 120 ms
@@ -151,7 +151,7 @@ TEST_F(PooledObjectLog, PeakDemandIsTheBusiestInterval)
     EXPECT_TRUE(sameTime) << line;
 
     platform.advanceClock(200);
-    pops(logger, 1); // the pop that closed the last interval, alone in 200 ms: no peak
+    pops(logger, 1); // closes an interval of one pop: no peak
     logger.dump();
     EXPECT_EQ(lines().back().find("@ 9120.00"), line.find("@ 9120.00"));
     pops(logger, 99);
@@ -179,7 +179,7 @@ TEST_F(PooledObjectLog, ShutdownDumpsTheNewestLoggerFirst)
     EXPECT_EQ(gAllLoggers.count, before);
 }
 
-TEST_F(PooledObjectLog, LoggerThatDiedBeforeShutdownLeavesANodeThatSaysSo)
+TEST_F(PooledObjectLog, LoggerDestroyedBeforeShutdownLeavesAnEmptyNode)
 {
     Host host;
     makeLogsFolder();
@@ -187,16 +187,36 @@ TEST_F(PooledObjectLog, LoggerThatDiedBeforeShutdownLeavesANodeThatSaysSo)
     auto b = std::make_unique<LoggingTraitsBase>("b");
     LoggingTraitsBase c("c");
     b.reset();
-    EXPECT_EQ(order(), "b") << "it wrote its line when it died";
+    EXPECT_EQ(order(), "b") << "destroying it writes its line";
     EXPECT_EQ(gAllLoggers.count, 3u);
     EXPECT_EQ(gAllLoggers.head->next->logger, nullptr);
     Shutdown::executeCallbacks(Shutdown::kOrderlyExit);
     EXPECT_EQ(order(), "b c a");
-    LoggingTraitsBase_exit(Shutdown::kOrderlyExit); // an empty stack is left alone
+    LoggingTraitsBase_exit(Shutdown::kOrderlyExit); // the stack is empty
     EXPECT_EQ(order(), "b c a");
     EXPECT_EQ(gAllLoggers.count, 0u);
-    LoggingTraitsBase late("late"); // nobody calls back any more
+    LoggingTraitsBase late("late");
     EXPECT_EQ(gAllLoggers.count, 1u);
+}
+
+LoggingTraitsBase* kept[2]; // never destroyed
+
+// Callbacks that are added in the first pass run in the final one, by priority.
+TEST_F(PooledObjectLog, AllAreDumpedWhenOneIsMadeInTheFinalPass)
+{
+    makeLogsFolder();
+    const auto leave = [] {
+        (new Host)->atShutdown(
+            [] {
+                kept[0] = new LoggingTraitsBase("older");
+                Shutdown::addCallback([] { kept[1] = new LoggingTraitsBase("newer"); }, 99);
+            },
+            150);
+        Shutdown::executeCallbacks(Shutdown::kOrderlyExit);
+        std::exit(0);
+    };
+    EXPECT_EXIT(leave(), testing::ExitedWithCode(0), "");
+    EXPECT_EQ(order(), "newer older");
 }
 
 TEST_F(PooledObjectLog, WithoutApplicationOrFolderNothingIsWrittenNorThrown)
@@ -216,7 +236,7 @@ TEST_F(PooledObjectLog, WithoutApplicationOrFolderNothingIsWrittenNorThrown)
     EXPECT_EQ(scratch.names(), "");
     makeLogsFolder();
     LoggingTraitsBase("pool").dump();
-    EXPECT_EQ(headers(), 1) << "the header waits for the first file that opens";
+    EXPECT_EQ(headers(), 1) << "the header comes with the first file that opens";
     EXPECT_EQ(order(), "pool pool");
 }
 
@@ -262,7 +282,7 @@ TEST_F(PooledObjectLog, HooksTakeNoLockAndAllocateNothing)
     pushes(logger, 3);
     EXPECT_EQ(platform.allocations(), allocations);
     const std::string log = platform.takeLog();
-    EXPECT_EQ(log.find("ock"), std::string::npos) << "lock, tryLock, unlock, createLock: " << log;
+    EXPECT_EQ(log.find("ock"), std::string::npos) << log;
     EXPECT_NE(log.find("msecsNow"), std::string::npos);
 }
 
@@ -282,7 +302,7 @@ TEST_F(PooledObjectLog, ThreadsCountExactly)
         LoggingTraitsBase own("own");
         pops(own, 3);
     });
-    pops(logger, 1); // back at 0, so no new maximum
+    pops(logger, 1); // none is in use: no new maximum
     logger.dump();
     EXPECT_EQ(order(), "own own own own shared");
     EXPECT_EQ(lines().back().rfind("shared: maxInUse 8000 ", 0), 0u) << lines().back();

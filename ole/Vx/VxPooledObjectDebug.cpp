@@ -6,13 +6,15 @@
 #include <Vx/VxClock.h>
 #include <Vx/VxNamedObjects.h>
 #include <Vx/VxStringUtils.h>
-#include <cstddef>
+#include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <new>
 
 namespace Vx {
 namespace PooledObjectDebug {
@@ -24,45 +26,52 @@ namespace {
 constexpr unsigned int kShutdownPriority = 100;
 constexpr double kWarmUpMsecs = 7500.0;
 constexpr double kIntervalMsecs = 100.0;
-
-// The record is plain data that hooks on many threads read and write at once. Relaxed
-// atomic access is all it takes: no number here guards another.
-template <class T> T load(const T& place)
-{
-    T value;
-    __atomic_load(&place, &value, __ATOMIC_RELAXED);
-    return value;
-}
-
-template <class T> void store(T& place, T value)
-{
-    __atomic_store(&place, &value, __ATOMIC_RELAXED);
-}
+constexpr auto kRelaxed = std::memory_order_relaxed;
 
 void push(LoggerStack::Node* node) noexcept
 {
-    node->next = __atomic_load_n(&gAllLoggers.head, __ATOMIC_RELAXED);
-    while (!__atomic_compare_exchange_n(&gAllLoggers.head, &node->next, node, false,
-                                        __ATOMIC_RELEASE, __ATOMIC_RELAXED)) {
+    const std::atomic_ref head(gAllLoggers.head);
+    node->next = head.load(kRelaxed);
+    while (!head.compare_exchange_weak(node->next, node, std::memory_order_release, kRelaxed)) {
     }
-    __atomic_fetch_add(&gAllLoggers.count, 1u, __ATOMIC_RELAXED);
+    std::atomic_ref(gAllLoggers.count).fetch_add(1, kRelaxed);
 }
 
 // A node is pushed once and never freed, so a head that compares equal is the same node with
 // the same successor.
 LoggerStack::Node* pop() noexcept
 {
-    LoggerStack::Node* node = __atomic_load_n(&gAllLoggers.head, __ATOMIC_ACQUIRE);
+    const std::atomic_ref head(gAllLoggers.head);
+    LoggerStack::Node* node = head.load(std::memory_order_acquire);
     while (node != nullptr &&
-           !__atomic_compare_exchange_n(&gAllLoggers.head, &node, node->next, false,
-                                        __ATOMIC_ACQUIRE, __ATOMIC_ACQUIRE)) {
+           !head.compare_exchange_weak(node, node->next, std::memory_order_acquire)) {
     }
     if (node != nullptr)
-        __atomic_fetch_sub(&gAllLoggers.count, 1u, __ATOMIC_RELAXED);
+        std::atomic_ref(gAllLoggers.count).fetch_sub(1, kRelaxed);
     return node;
 }
 
-// Everything about the file happens under this lock.
+void dumpNewestAtExit() noexcept
+{
+    try {
+        LoggingTraitsBase_exit(Shutdown::kOrderlyExit);
+    } catch (...) { // the line is lost, the exit goes on
+    }
+}
+
+// Registers one call of LoggingTraitsBase_exit(). Every node on the stack needs one of its own:
+// otherwise it takes the call of an older logger.
+void registerForExit()
+{
+    constexpr int kFinalPass = 2; // refuses callbacks
+    if (std::atomic_ref(Shutdown::status).load(kRelaxed) != kFinalPass)
+        Shutdown::addCallback(std::function<void(Shutdown::eExitType)>(LoggingTraitsBase_exit),
+                              kShutdownPriority);
+    else if (std::atexit(dumpNewestAtExit) != 0)
+        throw std::bad_alloc();
+}
+
+// Guards the log file.
 CriticalSection& fileAccessLock()
 {
     return *NamedObjectsNamespace::getGlobalNamespaceInstance()->findOrCreate<CriticalSection>(
@@ -75,12 +84,12 @@ struct CloseFile {
     void operator()(std::FILE* file) const { std::fclose(file); }
 };
 
-// asctime(localtime(&when)), which ends with a newline; a time that has no text does not
-// take the line with it.
+// asctime(localtime(&when)), which ends with a newline. A time that cannot be printed does not
+// suppress the line.
 struct TimeText {
     explicit TimeText(std::time_t when)
     {
-        tzset(); // localtime() does, localtime_r() need not
+        tzset(); // localtime_r() need not call it
         std::tm parts;
         if (localtime_r(&when, &parts) == nullptr || asctime_r(&parts, text) == nullptr)
             std::strcpy(text, "(no time)\n");
@@ -90,30 +99,10 @@ struct TimeText {
 
 } // namespace
 
+// Hooks of many threads use the atomic members at once. Relaxed access suffices: no member
+// guards another.
 struct LoggingTraitsBase::Record {
-    char* name;
-    int inUse;
-    int maxInUse;
-    int demandCount;
-    double intervalStart;
-    double peakDemand;
-    double peakTime;
-    std::time_t peakWallTime;
-    double created;
-
-    LoggerStack::Node* node; // ours until the logger is destroyed, the stack's for ever
-
     explicit Record(const char* label)
-        : name(nullptr),
-          inUse(0),
-          maxInUse(0),
-          demandCount(0),
-          intervalStart(0),
-          peakDemand(0),
-          peakTime(0),
-          peakWallTime(0),
-          created(0),
-          node(nullptr)
     {
         const std::size_t size = label != nullptr ? std::strlen(label) + 1 : 1;
         name = new char[size];
@@ -122,6 +111,18 @@ struct LoggingTraitsBase::Record {
     ~Record() { delete[] name; }
     Record(const Record&) = delete;
     Record& operator=(const Record&) = delete;
+
+    char* name;
+    std::atomic<int> inUse = 0;
+    std::atomic<int> maxInUse = 0;
+    std::atomic<int> demandCount = 0;
+    std::atomic<double> intervalStart = 0;
+    std::atomic<double> peakDemand = 0;
+    std::atomic<double> peakTime = 0;
+    std::atomic<std::time_t> peakWallTime = 0;
+    double created = 0;
+
+    LoggerStack::Node* node = nullptr; // the stack's
 };
 
 LoggingTraitsBase::LoggingTraitsBase(const char* name) : record_(nullptr)
@@ -129,10 +130,8 @@ LoggingTraitsBase::LoggingTraitsBase(const char* name) : record_(nullptr)
     std::unique_ptr<Record> record(new Record(name));
     record->created = msecsNow();
     std::unique_ptr<LoggerStack::Node> node(new LoggerStack::Node{nullptr, this});
-    // The node goes in last, when nothing can fail any more. Every node has its callback
-    // then: one without would take the turn of an older logger.
-    Shutdown::addCallback(std::function<void(Shutdown::eExitType)>(LoggingTraitsBase_exit),
-                          kShutdownPriority);
+    registerForExit();
+    // Nothing can fail any more.
     record->node = node.release();
     record_ = record.release();
     push(record_->node);
@@ -141,53 +140,50 @@ LoggingTraitsBase::LoggingTraitsBase(const char* name) : record_(nullptr)
 LoggingTraitsBase::~LoggingTraitsBase()
 {
     {
-        // Under the lock of the file: a shutdown on another thread either dumps this logger
-        // before we go on, or finds that it is gone.
+        // A shutdown on another thread either dumps this logger before, or finds that it is
+        // destroyed.
         const HoldFile hold(fileAccessLock());
         appendLine();
-        __atomic_store_n(&record_->node->logger, static_cast<LoggingTraitsBase*>(nullptr),
-                         __ATOMIC_RELAXED);
+        record_->node->logger = nullptr;
     }
     delete record_;
 }
 
-// Deliberate: hooks without work. Pools call all four, and so a later version may count.
+// Deliberate: empty. Pools call all four hooks, so that a later version may count more.
 void LoggingTraitsBase::ltb_beforePush(void*, unsigned long) {}
 void LoggingTraitsBase::ltb_beforePop(unsigned long) {}
 
 void LoggingTraitsBase::ltb_afterPush(void*, unsigned long)
 {
-    __atomic_fetch_sub(&record_->inUse, 1, __ATOMIC_RELAXED);
+    record_->inUse.fetch_sub(1, kRelaxed);
 }
 
 void LoggingTraitsBase::ltb_afterPop(void*, unsigned long)
 {
     Record& record = *record_;
-    const int inUse = __atomic_add_fetch(&record.inUse, 1, __ATOMIC_RELAXED);
-    // Exchanged only for a larger one, so that the largest stays whoever comes last.
-    int most = load(record.maxInUse);
-    while (most < inUse && !__atomic_compare_exchange_n(&record.maxInUse, &most, inUse, true,
-                                                        __ATOMIC_RELAXED, __ATOMIC_RELAXED)) {
+    const int inUse = record.inUse.fetch_add(1, kRelaxed) + 1;
+    int most = record.maxInUse.load(kRelaxed);
+    while (most < inUse && !record.maxInUse.compare_exchange_weak(most, inUse, kRelaxed)) {
     }
 
     if (!(msecsNow() - record.created > kWarmUpMsecs))
         return;
-    const double intervalStart = load(record.intervalStart);
+    const double intervalStart = record.intervalStart.load(kRelaxed);
     if (!(msecsNow() - intervalStart > kIntervalMsecs)) {
-        __atomic_fetch_add(&record.demandCount, 1, __ATOMIC_RELAXED);
+        record.demandCount.fetch_add(1, kRelaxed);
         return;
     }
-    // Deliberate: no lock from here on. Two threads may close one interval; the peak is
-    // approximate then, and the pools are not held up.
-    const double rate = load(record.demandCount) / (msecsNow() - intervalStart);
-    if (rate > load(record.peakDemand)) {
-        store(record.peakDemand, rate);
-        store(record.peakTime, msecsNow());
-        store(record.peakWallTime, std::time(nullptr));
+    // Deliberate: not locked from here on. Two threads may close one interval; then the peak is
+    // approximate, and no pool waits.
+    const double rate = record.demandCount.load(kRelaxed) / (msecsNow() - intervalStart);
+    if (rate > record.peakDemand.load(kRelaxed)) {
+        record.peakDemand.store(rate, kRelaxed);
+        record.peakTime.store(msecsNow(), kRelaxed);
+        record.peakWallTime.store(std::time(nullptr), kRelaxed);
     }
-    store(record.intervalStart, msecsNow());
-    // The pop that closed the interval is the first of the new one.
-    __atomic_exchange_n(&record.demandCount, 1, __ATOMIC_RELAXED);
+    record.intervalStart.store(msecsNow(), kRelaxed);
+    // The pop that closed the interval counts in the new one.
+    record.demandCount.exchange(1, kRelaxed);
 }
 
 void LoggingTraitsBase::dump()
@@ -196,7 +192,7 @@ void LoggingTraitsBase::dump()
     appendLine();
 }
 
-// The lock of the file is held.
+// The file access lock is held.
 void LoggingTraitsBase::appendLine()
 {
     static constinit bool headerWritten = false;
@@ -216,8 +212,9 @@ void LoggingTraitsBase::appendLine()
                      TimeText(std::time(nullptr)).text);
     }
     std::fprintf(file.get(), "%s: maxInUse %d Peak Demand %.2f allocs/sec @ %.2f %s", record_->name,
-                 load(record_->maxInUse), 1000.0 * load(record_->peakDemand),
-                 load(record_->peakTime), TimeText(load(record_->peakWallTime)).text);
+                 record_->maxInUse.load(kRelaxed), 1000.0 * record_->peakDemand.load(kRelaxed),
+                 record_->peakTime.load(kRelaxed),
+                 TimeText(record_->peakWallTime.load(kRelaxed)).text);
 }
 
 void LoggingTraitsBase_exit(Shutdown::eExitType)
@@ -226,8 +223,8 @@ void LoggingTraitsBase_exit(Shutdown::eExitType)
     if (node == nullptr)
         return;
     const HoldFile hold(fileAccessLock());
-    if (LoggingTraitsBase* logger = __atomic_load_n(&node->logger, __ATOMIC_RELAXED))
-        logger->appendLine();
+    if (node->logger != nullptr)
+        node->logger->appendLine();
 }
 
 } // namespace PooledObjectDebug

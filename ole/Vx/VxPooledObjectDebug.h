@@ -1,4 +1,4 @@
-// VxPooledObjectDebug.h - how much the pools of the process are asked for.
+// VxPooledObjectDebug.h - Logs the demand on the object pools of the process.
 #pragma once
 
 #include <Vx/VxExport.h>
@@ -8,42 +8,48 @@
 namespace Vx {
 namespace PooledObjectDebug {
 
-/// Counts what a pool gives out and takes back, and writes one line about it.
+/// Counts the objects that a pool hands out and takes back, and logs one line about it.
 ///
-/// The pool calls a hook before and after every pop (an object taken from the pool) and
-/// every push (an object returned). The logger keeps the objects in use, the most ever in
-/// use, and the peak of the demand: pops per second over intervals of a good 100 ms. Pops
-/// of the first 7.5 seconds after construction do not count towards the peak.
+///     class FramePool : private Vx::PooledObjectDebug::LoggingTraitsBase {
+///         Frame* pop() { ltb_beforePop(size); ...; ltb_afterPop(frame, size); return frame; }
+///     };
 ///
-/// Log: "PooledObjects.log" in the application's logs folder, appended to, with a header
-///   by the first logger of a process. Each logger writes a line when the process shuts
-///   down and when it is destroyed. With no application object, or no file to be had
-///   there, nothing is written and nothing reported.
-/// Errors: construction and dump() let out what memory and the platform throw; out of the
-///   destructor that ends the process. The hooks throw only what the clock throws.
-/// Threads: hooks from any, at once; they take no lock and allocate nothing. A peak may
-///   then be a little off, the counts are exact. dump() from any.
+/// The pool calls a hook before and after every pop (an object is taken from the pool) and every
+/// push (an object is returned). The logger keeps the number of objects in use, its maximum, and
+/// the peak demand: pops per second over intervals of 100 ms or a little more. Pops in the first
+/// 7.5 seconds after construction do not count as demand.
+///
+/// Log: "PooledObjects.log" in the application's logs folder. The first line of a process comes
+///   with a header. Every logger appends its line when the process shuts down and when it is
+///   destroyed; one made during or after the final pass of the shutdown, instead, when the
+///   process exits. Without an application object, or if the file cannot be opened, nothing is
+///   written and nothing is reported.
+/// Errors: construction and dump() let exceptions of the platform and memory exhaustion out; one
+///   that leaves the destructor ends the process. The hooks only throw what the clock throws.
+/// Thread safety: hooks and dump() from any thread. The hooks take no lock and allocate nothing.
+///   Counts are exact; the peak is approximate if several threads close one interval.
 class VX_API LoggingTraitsBase {
 public:
-    /// \param name the label in the log, copied; null reads as ""
+    /// \param name the label in the log, copied; null means "". It is written as it is: a line
+    ///   break in it breaks the log line
     explicit LoggingTraitsBase(const char* name);
 
-    /// Writes the line.
+    /// Appends this logger's line to the log.
     virtual ~LoggingTraitsBase();
 
     LoggingTraitsBase(const LoggingTraitsBase&) = delete;
     LoggingTraitsBase& operator=(const LoggingTraitsBase&) = delete;
 
-    /// Deliberate: does nothing. No hook looks at its arguments; the number is the pool's own.
+    /// Deliberate: does nothing. No hook uses its arguments; the number is the pool's own.
     void ltb_beforePush(void* object, unsigned long);
-    /// One object less is in use.
+    /// Counts one object less in use.
     void ltb_afterPush(void* object, unsigned long);
     /// Deliberate: does nothing.
     void ltb_beforePop(unsigned long);
-    /// One object more is in use, and the demand is one pop higher.
+    /// Counts one object more in use, and one pop.
     void ltb_afterPop(void* object, unsigned long);
 
-    /// Appends the line of this logger to the log.
+    /// Appends this logger's line to the log.
     void dump();
 
 private:
@@ -57,15 +63,15 @@ private:
 };
 static_assert(sizeof(LoggingTraitsBase) == 16, "pools derive from this layout");
 
-/// The shutdown callback that every logger registers, with priority 100. Takes the newest
-/// node off the list of loggers and dumps its logger; nothing if that has been destroyed,
-/// or if there is no node left.
+/// The shutdown callback that every logger registers with priority 100. Pops the newest node
+/// off the stack of loggers and dumps its logger, unless that is destroyed. Does nothing if the
+/// stack is empty.
 VX_API void LoggingTraitsBase_exit(Shutdown::eExitType);
 
-/// The loggers of the process, the newest first: a stack without a lock. Nodes are never
-/// freed, so that whoever looks at one may go on looking.
+/// The loggers of the process, newest first: a lock-free stack. Nodes are never freed, so a
+/// thread may still read one that another has popped.
 struct LoggerStack {
-    /// A logger's place in the stack, which outlives it.
+    /// A logger's node, which outlives the logger.
     struct Node {
         Node* next;                ///< the next older one
         LoggingTraitsBase* logger; ///< null once the logger is destroyed
@@ -74,7 +80,7 @@ struct LoggerStack {
     unsigned int count; ///< nodes in the stack
 };
 
-/// For diagnostic tools, which read it while the process stands still.
+/// For diagnostic tools that read a stopped process.
 extern VX_API LoggerStack gAllLoggers;
 
 } // namespace PooledObjectDebug
