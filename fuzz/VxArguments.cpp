@@ -54,7 +54,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     for (const std::string& line : lines) {
         if (line.empty())
             break;
-        if (line == "fcc") // looks up more than a million codes, which sanitizers make slow
+        if (line == "settings") // reads the user's own files
             return 0;
         words.push_back(line.c_str());
         writes = writes || line == "set" || line == "unset" || line.rfind("-o", 0) == 0 ||

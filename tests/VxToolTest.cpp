@@ -297,7 +297,7 @@ TEST_F(VxTool, AnswersOneQuestionPerCommand)
         {{"fcc", "--code", "1235"}, 0, "1235 (0x35333231) is not translated\n"},
         {{"fcc", "AVdr"},
          0,
-         "AVdr (0x72645641) is not translated\nwhat plays out as AVdr: 1256 1270 1271 1272"
+         "AVdr (0x72645641) is not translated\ncodes that play out as AVdr: 1256 1270 1271 1272"
          " 1273 1274 AVdh\n"},
         {{"fcc", "abcde"}, 2, "", "abcde"},
         {{"fcc", "4294967296"}, 2, "", "4294967296"},

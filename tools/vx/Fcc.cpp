@@ -34,8 +34,8 @@ std::string nameOf(unsigned int code)
     return name;
 }
 
-/// Quoted when blanks would be lost on the reader.
-std::string nameForPeople(unsigned int code)
+/// The name in quotes if it contains blanks.
+std::string shownName(unsigned int code)
 {
     const std::string name = nameOf(code);
     return name.find(' ') != std::string::npos ? "'" + name + "'" : name;
@@ -48,8 +48,8 @@ Json jsonOf(unsigned int code)
     return {{"number", code}};
 }
 
-/// Digits are a number, in decimal or behind 0x; anything else up to four characters is a
-/// code, filled up with blanks.
+/// Parses a number, decimal or with 0x, or a code of up to four characters, padded with blanks.
+/// Digits are a number unless \p asCode.
 std::optional<unsigned int> read(const std::string& given, bool asCode)
 {
     const bool hex = given.size() > 2 && given[0] == '0' && (given[1] == 'x' || given[1] == 'X');
@@ -67,7 +67,7 @@ std::optional<unsigned int> read(const std::string& given, bool asCode)
     return Vx::detail::fourcc(given + std::string(4 - given.size(), ' '));
 }
 
-/// Every code that the library translates, by what it becomes.
+/// The codes that the library translates, by their playout code.
 std::map<unsigned int, std::vector<unsigned int>> wholeTable()
 {
     std::map<unsigned int, std::vector<unsigned int>> table;
@@ -80,7 +80,7 @@ std::string listed(const std::vector<unsigned int>& codes)
 {
     std::string list;
     for (const unsigned int code : codes)
-        list += (list.empty() ? "" : " ") + nameForPeople(code);
+        list += (list.empty() ? "" : " ") + shownName(code);
     return list;
 }
 
@@ -104,7 +104,7 @@ Status showAll(bool json)
     Table rows({{"PLAYOUT"}, {"STORED"}});
     for (const unsigned int playout : playouts) {
         list.push_back({{"playout", jsonOf(playout)}, {"stored", jsonOf(table.at(playout))}});
-        rows.add({nameForPeople(playout), listed(table.at(playout))});
+        rows.add({shownName(playout), listed(table.at(playout))});
     }
     if (json)
         printJson(list);
@@ -117,8 +117,8 @@ Status showOne(const std::string& given, bool asCode, bool json)
 {
     const std::optional<unsigned int> code = read(given, asCode);
     if (!code) {
-        complain(inQuotes(given) + " is neither a code of up to four characters nor a number of 32"
-                                   " bits");
+        complain(inQuotes(given) +
+                 " is neither a code of up to four characters nor a 32-bit number");
         return kUsage;
     }
     const unsigned int playout = Vx::lookupPlayoutFCC(*code);
@@ -134,12 +134,12 @@ Status showOne(const std::string& given, bool asCode, bool json)
         return kYes;
     }
     if (playout != *code)
-        fmt::print("{} (0x{:08x}) plays out as {} (0x{:08x})\n", nameForPeople(*code), *code,
-                   paint(Colour::bold, nameForPeople(playout)), playout);
+        fmt::print("{} (0x{:08x}) plays out as {} (0x{:08x})\n", shownName(*code), *code,
+                   paint(Colour::bold, shownName(playout)), playout);
     else
-        fmt::print("{} (0x{:08x}) is not translated\n", nameForPeople(*code), *code);
+        fmt::print("{} (0x{:08x}) is not translated\n", shownName(*code), *code);
     if (!stored.empty())
-        fmt::print("what plays out as {}: {}\n", nameForPeople(*code), listed(stored));
+        fmt::print("codes that play out as {}: {}\n", shownName(*code), listed(stored));
     return kYes;
 }
 
@@ -152,12 +152,13 @@ void addFcc(Command top)
     auto asCode = std::make_shared<bool>(false);
     auto json = std::make_shared<bool>(false);
     command.argument("CODE|NUMBER", *given,
-                     "Four characters, or a compression identifier; none: all");
-    command.flag("--code", *asCode, "Take digits for characters");
+                     "Four characters, or a compression identifier; default: all codes");
+    command.flag("--code", *asCode, "Treat digits as characters");
     command.jsonFlag(*json);
-    command.footer("Case counts. A shorter code is filled up with blanks. Shows both directions:"
-                   " what a code\nbecomes, and which codes become it.\n\nExamples:\n"
-                   "  vx fcc\n  vx fcc mjpa\n  vx fcc MJPG\n  vx fcc 1235\n  vx fcc 0x61706a6d");
+    command.footer(
+        "Case counts. A shorter code is padded with blanks. Shows what a code plays out as,"
+        "\nand which codes play out as this one.\n\nExamples:\n"
+        "  vx fcc\n  vx fcc mjpa\n  vx fcc MJPG\n  vx fcc 1235\n  vx fcc 0x61706a6d");
     command.runs([=] { return *given ? showOne(**given, *asCode, *json) : showAll(*json); });
 }
 

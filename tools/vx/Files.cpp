@@ -69,9 +69,10 @@ void replaceFile(const std::string& path, const std::string& bytes)
     if (!file)
         throw Failure(inQuotes(path) + " cannot be opened for writing");
     if (bytes.size() > 0xFFFFFFFFu ||
-        !file->write(bytes.data(), static_cast<unsigned int>(bytes.size())))
+        (!bytes.empty() && !file->write(bytes.data(), static_cast<unsigned int>(bytes.size()))) ||
+        !file->write(nullptr, 0)) // commits
         throw Failure(inQuotes(path) + " cannot be written; it is unchanged");
-    // Releasing the file publishes it, without a result.
+    // A platform that cannot commit publishes on release, without a result.
     file.reset();
     if (readFile(path) != bytes)
         throw Failure(inQuotes(path) + " cannot be replaced; it is unchanged");
