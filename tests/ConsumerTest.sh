@@ -24,6 +24,7 @@ with_cmake()
     cmake -G Ninja -S "$source/tests/consumer" -B "$scratch/build" "$@" >/dev/null
     cmake --build "$scratch/build" -- --quiet
     expect "$scratch/build/consumer"
+    "$scratch/build/platform_only"
     "$scratch/build/consumer_test"
 }
 
@@ -56,6 +57,11 @@ case $way in
                     -o "$scratch/program" -Wl,-rpath,"$(pkg-config --variable=libdir vx)"
                 expect "$scratch/program"
             done
+            # shellcheck disable=SC2046
+            $compiler "$source/tests/consumer/platform_only.cpp" -o "$scratch/program" \
+                -Wl,--as-needed $(pkg-config --cflags --libs vx) \
+                -Wl,-rpath,"$(pkg-config --variable=libdir vx)"
+            "$scratch/program"
             # shellcheck disable=SC2046
             $compiler -std=c++17 "$source/tests/consumer/test.cpp" -o "$scratch/program" \
                 $(pkg-config --cflags --libs vx-test-platform) \
