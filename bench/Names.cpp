@@ -1,4 +1,4 @@
-// Looking up a named object among few and many.
+// Looking up one named object among few and among many.
 #include "Inputs.h"
 #include "Table.h"
 
@@ -31,7 +31,7 @@ struct Object {
     int value;
 };
 
-// Names, and the order in which they are looked up: all of them, in no order.
+// Names, and a random order in which to look them up.
 struct Names {
     explicit Names(std::size_t count)
     {
@@ -49,7 +49,7 @@ struct Names {
     std::vector<std::uint32_t> order;
 };
 
-// Looks names up in turn; \p find takes the C string and gives the object.
+// Looks up names in turn. \p find takes a C string and returns the object.
 template <class Find> void findInTurn(State& state, Names& names, Find find)
 {
     bool right = find("no such name") == nullptr;
@@ -73,8 +73,8 @@ template <class Map> void inMap(State& state, std::size_t count)
     });
 }
 
-// What a look-up owes whoever makes it: an entry for each name, found under the lock of all, and
-// the object read under the entry's own.
+// The minimum of a look-up: an entry per name, found under the namespace's lock, and the object
+// read under the entry's own lock.
 struct Entry {
     CriticalSection lock;
     Object* object;
@@ -104,27 +104,15 @@ struct Entries {
     CriticalSection lock;
 };
 
-void addFind(const std::string& operation, std::size_t count)
+#if BENCH_QT
+QByteArray asKey(const char* name)
 {
-    Row row("names", operation, {1.0});
-    row.ours([=](State& state) {
-        Names names(count);
-        // The entries of a namespace outlive it on purpose, so there is one for each size.
-        static std::unordered_map<std::size_t, std::unique_ptr<Vx::NamedObjectsNamespace>> spaces;
-        std::unique_ptr<Vx::NamedObjectsNamespace>& space = spaces[count];
-        if (space == nullptr)
-            space = std::make_unique<Vx::NamedObjectsNamespace>("bench");
-        for (std::size_t i = 0; i < count; ++i)
-            space->createOrReplace_(typeid(Object), names.texts[i].c_str(), &names.objects[i]);
-        findInTurn(state, names,
-                   [&](const char* name) { return space->find_(typeid(Object), name); });
-    });
-    row.peer("std::unordered_map, std::mutex",
-             [=](State& state) { inMap<std::unordered_map<std::string, Object*>>(state, count); });
-#if BENCH_ABSL
-    row.peer("absl::flat_hash_map, std::mutex",
-             [=](State& state) { inMap<absl::flat_hash_map<std::string, Object*>>(state, count); });
+    return QByteArray::fromRawData(name, qsizetype(std::strlen(name)));
+}
 #endif
+
+void addFloors(Row& row, std::size_t count)
+{
     row.floor("both locks, the entry known", [=](State& state) {
         Names names(count);
         Entries entries(names);
@@ -138,9 +126,6 @@ void addFind(const std::string& operation, std::size_t count)
         run(state, right, [&] { keep(objectAt(names.order[at++ & 4095])); });
     });
 #if BENCH_QT
-    const auto asKey = [](const char* name) {
-        return QByteArray::fromRawData(name, qsizetype(std::strlen(name)));
-    };
     row.floor("QHash, both locks", [=](State& state) {
         Names names(count);
         Entries entries(names);
@@ -151,6 +136,12 @@ void addFind(const std::string& operation, std::size_t count)
             return entries.objectOf([&] { return map.value(asKey(name)); });
         });
     });
+#endif
+}
+
+void addLockedPeers([[maybe_unused]] Row& row, [[maybe_unused]] std::size_t count)
+{
+#if BENCH_QT
     row.peer("QHash, QMutex", [=](State& state) {
         Names names(count);
         QHash<QByteArray, Object*> map;
@@ -181,6 +172,31 @@ void addFind(const std::string& operation, std::size_t count)
         g_hash_table_destroy(map);
     });
 #endif
+}
+
+void addFind(const std::string& operation, std::size_t count)
+{
+    Row row("names", operation, {1.0});
+    row.ours([=](State& state) {
+        Names names(count);
+        // Entries deliberately outlive their namespace, so each size has one for all runs.
+        static std::unordered_map<std::size_t, std::unique_ptr<Vx::NamedObjectsNamespace>> spaces;
+        std::unique_ptr<Vx::NamedObjectsNamespace>& space = spaces[count];
+        if (space == nullptr)
+            space = std::make_unique<Vx::NamedObjectsNamespace>("bench");
+        for (std::size_t i = 0; i < count; ++i)
+            space->createOrReplace_(typeid(Object), names.texts[i].c_str(), &names.objects[i]);
+        findInTurn(state, names,
+                   [&](const char* name) { return space->find_(typeid(Object), name); });
+    });
+    row.peer("std::unordered_map, std::mutex",
+             [=](State& state) { inMap<std::unordered_map<std::string, Object*>>(state, count); });
+#if BENCH_ABSL
+    row.peer("absl::flat_hash_map, std::mutex",
+             [=](State& state) { inMap<absl::flat_hash_map<std::string, Object*>>(state, count); });
+#endif
+    addFloors(row, count);
+    addLockedPeers(row, count);
 }
 
 } // namespace

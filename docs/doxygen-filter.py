@@ -1,13 +1,12 @@
-"""doxygen-filter.py HEADER: the header as Doxygen should read it.
-
-Our headers say things once; Doxygen wants everything said everywhere. So:
+"""doxygen-filter.py HEADER: prints the header in the form that Doxygen expects.
 
 - The first comment of a header describes the file.
-- A line of a description that begins with a label ("Threads: any.") is a paragraph with a
-  title, one that begins with a number ("0: everything.") an item of a list.
-- A declaration directly below a documented one, without an empty line between, shares its words.
-- Explicit instantiations are for the compiler only. So are members that say all there is to say
-  by their form and have no words: destructors, and what is defaulted or deleted.
+- A line of a docstring that starts with a label ("Thread safety: any thread.") becomes a paragraph
+  with a title; one that starts with a number ("0: everything.") becomes a list item.
+- A declaration directly below a documented one, without an empty line between them, shares its
+  docstring.
+- Explicit instantiations are removed, and so are destructors and defaulted or deleted members
+  without a docstring.
 """
 
 import re
@@ -22,9 +21,9 @@ LABEL = re.compile(r"( *///) ([A-Z][a-z]+(?: [a-z]+){0,2}): +(.*)")
 NUMBERED = re.compile(r"( *///) +(\d[\d, and]*): +(.*)")
 
 
-def laid_out(words, line):
-    """A line of a description, given the lines before it."""
-    # What would be a command, or the end of a comment.
+def formatted(words, line):
+    """Formats a line of a docstring, given the lines before it."""
+    # Escapes what Doxygen would take for a command or the end of a comment.
     if not line.strip().startswith("///     "):
         line = line.replace(r"'\n'", r"'\\n'")
     line = re.sub(r"/\*\w+=\*/", "", line)
@@ -81,7 +80,7 @@ def main():
         first = text[0].strip() if text else ""
         if kind == "doc":
             words = words if fresh else []
-            text = laid_out(words, text[0])
+            text = formatted(words, text[0])
             words = words + text
             fresh = True
         elif kind == "other":

@@ -1,4 +1,4 @@
-// Fuzz.h - what the fuzz targets share: a claim that ends the run, and the input in pieces.
+// Fuzz.h - Shared by the fuzz targets: assertions, and typed access to the input.
 #pragma once
 
 #include <Vx/LightweightString.h>
@@ -9,10 +9,10 @@
 #include <cstring>
 #include <string>
 
-/// One run of a target. It claims what must hold for every input.
+/// Runs the target on one input and asserts what must hold for every input.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
-/// Ends the process when \p condition does not hold, in every build.
+/// Aborts unless \p condition holds, in every build.
 #define FUZZ_CLAIM(condition)                                                                      \
     do {                                                                                           \
         if (!(condition)) {                                                                        \
@@ -21,14 +21,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }                                                                                          \
     } while (false)
 
-/// The bytes of an input, taken from the front.
+/// The bytes of an input, consumed from the front.
 class Input {
 public:
     Input(const std::uint8_t* data, std::size_t size) : at_(data), left_(size) {}
 
     bool empty() const { return left_ == 0; }
 
-    /// The next bytes as a number; where they run out, zeros.
+    /// Takes the next bytes as a number; missing bytes are 0.
     template <class Number> Number take()
     {
         Number number{};
@@ -40,7 +40,7 @@ public:
         return number;
     }
 
-    /// Up to the next '\n' or the end.
+    /// Takes everything up to the next '\n', which is dropped.
     std::string line()
     {
         std::string text;
@@ -53,7 +53,7 @@ public:
         return text;
     }
 
-    /// All bytes that are left.
+    /// Takes all remaining bytes.
     std::string rest()
     {
         std::string bytes(reinterpret_cast<const char*>(at_), left_);
@@ -61,7 +61,7 @@ public:
         return bytes;
     }
 
-    /// All bytes that are left, each as a character, or four to a character.
+    /// Takes all remaining bytes, one or \p four per character.
     std::wstring wideRest(bool four)
     {
         std::wstring text;
@@ -75,7 +75,7 @@ private:
     std::size_t left_;
 };
 
-/// A string of the library, zeros included, in a block of the exact size that it asks for.
+/// Converts to a string of the library, embedded NULs included.
 template <class Ch> LightweightString<Ch> ours(const std::basic_string<Ch>& text)
 {
     return LightweightString<Ch>(text.data(), static_cast<unsigned int>(text.size()));

@@ -1,4 +1,4 @@
-// Pair lists: reading, printing, reading again, and look-ups, against plain rules.
+// Parsing and joining pair lists, and look-ups in them, against a simple model.
 #include "Fuzz.h"
 
 #include <Reference.h>
@@ -15,7 +15,7 @@ std::vector<PlainPair> plainPairs(const std::string& text, char pairSeparator, c
     std::vector<PlainPair> pairs;
     for (const std::string& item : reference::pieces(text, itemSeparator, Vx::SkipEmpty)) {
         if (pairSeparator == 0)
-            continue; // all name and no value
+            continue; // only a name, so not valid
         const std::size_t at = std::string(item.c_str()).find(pairSeparator);
         if (at != std::string::npos && at != 0 && at + 1 != item.size())
             pairs.push_back({item, item.substr(0, at), item.substr(at + 1)});
@@ -33,7 +33,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     const std::string wanted = input.line();
     const std::string text = input.rest();
     if (text.size() > 20'000)
-        return 0; // far below the length from which look-ups no longer end
+        return 0; // a miss among more than 65,535 pairs never returns
 
     const auto pairs = Vx::AttribValuePair::vecFromString(ours(text), pairSeparator, itemSeparator);
     const std::vector<PlainPair> expected = plainPairs(text, pairSeparator, itemSeparator);
@@ -57,8 +57,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     const auto printed = Vx::AttribValuePair::asString(pairs, pairSeparator, itemSeparator);
     FUZZ_CLAIM(plain(printed) == joined);
 
-    // Zeros do not come back from appending, and an item that begins with its own separator
-    // cannot be told from an empty one; all else does.
+    // Joining and parsing again gives equal pairs, unless appending lost characters after a NUL or
+    // the separators are ambiguous.
     if (text.find('\0') == std::string::npos && itemSeparator != 0 &&
         pairSeparator != itemSeparator) {
         const auto again =

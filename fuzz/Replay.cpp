@@ -1,4 +1,4 @@
-// Runs a fuzz target over the files of a folder: the tests' way to keep what fuzzing found.
+// Runs a fuzz target on every file of a folder, so that the tests keep what fuzzing found.
 #include "Fuzz.h"
 
 #include <filesystem>
@@ -12,10 +12,10 @@ int main(int argc, char** argv)
     for (int i = 1; i < argc; ++i) {
         for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
             std::printf("%s\n", entry.path().filename().c_str());
-            std::fflush(stdout); // the last line names the input of a run that ends here
+            std::fflush(stdout); // if the target crashes, the last line names its input
             std::ifstream file(entry.path(), std::ios::binary);
             const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-            // In a block of its own size: bytes behind it are not to be read.
+            // In a block of exactly this size, so that sanitizers see reads beyond the end.
             std::vector<std::uint8_t> exact(bytes.begin(), bytes.end());
             LLVMFuzzerTestOneInput(exact.data(), exact.size());
             ++count;

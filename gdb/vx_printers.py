@@ -1,16 +1,16 @@
-"""Pretty printers for gdb: what Vx holds, as a person would write it down.
+"""Pretty printers for gdb: show what Vx objects contain.
 
-With the library installed below /usr, gdb loads them by itself, together with libVx.so.
-Otherwise one line does it, at gdb's prompt or in ~/.gdbinit:
+If the library is installed below /usr, gdb loads them automatically together with libVx.so.
+Otherwise load them at gdb's prompt or in ~/.gdbinit:
 
     source gdb/vx_printers.py                               # from the source tree
     add-auto-load-safe-path BUILD/ole/Vx                    # the copy beside the library
-    add-auto-load-scripts-directory PREFIX/share/gdb/auto-load    # another prefix, with
-    add-auto-load-safe-path PREFIX/share/gdb/auto-load            # permission to load
+    add-auto-load-scripts-directory PREFIX/share/gdb/auto-load    # another prefix, and the
+    add-auto-load-safe-path PREFIX/share/gdb/auto-load            # permission to load from it
 
-They look at memory only: nothing is called in the program, so they work on core files and
-in the middle of a broken process. Memory that cannot be what its type says (not constructed
-yet, destroyed, overwritten) is shown as such, in angle brackets.
+They only read memory and call no function of the program, so they work on core files and in
+broken processes. An object that is not valid (not yet constructed, destroyed, overwritten) is
+shown as such, in angle brackets.
 """
 
 import functools
@@ -18,34 +18,34 @@ import functools
 import gdb
 import gdb.printing
 
-# The objects of the binary interface have fixed layouts; the numbers below are theirs.
+# Sizes in the binary interface, which are fixed.
 BLOCK_HEADER = 24  # LightweightString::Impl
 RB_NODE_HEADER = 32  # std::_Rb_tree_node_base
-# gdb refuses values that are larger than its max-value-size, 64 KiB unless told otherwise.
+# gdb rejects values larger than its max-value-size, by default 64 KiB.
 MOST_BYTES = 60000
-# Longer lists are taken for memory that nobody has initialised.
+# A longer list is assumed to be uninitialised memory.
 MOST_ITEMS = 1 << 26
 
 
 class Damaged(Exception):
-    """The memory does not hold what its type says."""
+    """The memory does not contain a valid object."""
 
 
 def shown_elements():
-    """How many characters or items gdb's user wants to see; None for all."""
+    """Returns how many characters or items gdb's user wants to see, or None for all."""
     limit = gdb.parameter("print elements")
     return limit if limit else None
 
 
 def stripped(gdb_type):
-    """The type itself, without references, const and typedefs."""
+    """Returns the type without references, const and typedefs."""
     if gdb_type.code in (gdb.TYPE_CODE_REF, gdb.TYPE_CODE_RVALUE_REF):
         gdb_type = gdb_type.target()
     return gdb_type.unqualified().strip_typedefs()
 
 
 def member(value, *names):
-    """The first member that exists under one of these names, looked up in the class."""
+    """Returns the first member of the class that has one of these names."""
     fields = {field.name for field in stripped(value.type).fields()}
     for name in names:
         if name in fields:
@@ -54,19 +54,19 @@ def member(value, *names):
 
 
 def array_at(address, item_type, count):
-    """The items from an address on, as one value that gdb prints with their own printers."""
+    """Returns the items at an address as one array, which gdb prints with their own printers."""
     return address.cast(item_type.array(count - 1).pointer()).dereference()
 
 
 def limited(count, item_size):
-    """As many of count items as the user wants to see and gdb is able to hold."""
+    """Returns how many of count items the user wants to see and gdb can hold."""
     most = max(1, MOST_BYTES // max(1, item_size))
     wanted = shown_elements()
     return min(count, most if wanted is None else min(wanted, most))
 
 
 class Text:
-    """What stands in a LightweightString, checked."""
+    """The contents of a LightweightString, validated."""
 
     def __init__(self, value):
         handle = value["impl_"]
@@ -84,7 +84,7 @@ class Text:
         capacity = int(block["capacity"])
         data = block["data"]
         if int(data) != int(block) + BLOCK_HEADER:
-            raise Damaged("the characters are not behind their header")
+            raise Damaged("the characters do not follow their header")
         if int(handle["count"]) != int(block["refCount"].address):
             raise Damaged("the count is not the block's")
         if not self.length < capacity:
@@ -98,7 +98,7 @@ class Text:
     def read(self, data):
         item = stripped(stripped(data.type).target())
         shown = limited(self.length, item.sizeof)
-        # The terminator goes along: gdb leaves one 0 at the end out, and only one.
+        # With the terminator, because gdb omits exactly one 0 at the end.
         whole = shown == self.length
         chars = array_at(data, item, shown + whole)
         self.quoted = chars.format_string(max_elements=0, symbols=False)
@@ -110,15 +110,15 @@ class Text:
 
 
 def narrow_or_none(value):
-    """A zero-terminated text that the program keeps elsewhere; None for null."""
+    """Returns a NUL-terminated string as gdb prints it, or None for null."""
     if int(value) == 0:
         return None
-    int(value.dereference())  # raises where format_string would write an error into the text
+    int(value.dereference())  # raises an error, which format_string would only put into its result
     return value.format_string(symbols=False, address=False)
 
 
 def guarded(method):
-    """Turns every failure into an answer: a debugger's user is never shown our stack."""
+    """Turns every failure of to_string into its result, so that users see no Python stack."""
 
     @functools.wraps(method)
     def safe(self, *args):
@@ -135,7 +135,7 @@ def guarded(method):
 
 
 def guarded_children(method):
-    """The same for children: those that can be read, and none after the first that cannot."""
+    """The same for children: returns those before the first that cannot be read."""
 
     @functools.wraps(method)
     def safe(self):
@@ -144,7 +144,7 @@ def guarded_children(method):
             for child in method(self):
                 children.append(child)
         except (Damaged, gdb.error, RuntimeError, ValueError, OverflowError, TypeError):
-            pass  # to_string has said what is wrong
+            pass  # to_string has reported it
         return iter(children)
 
     return safe
@@ -163,7 +163,7 @@ class StringPrinter:
 
 
 class PtrPrinter:
-    """Vx::Ptr: the holders, where they are counted, and the object."""
+    """Vx::Ptr: the number of holders, the place of the count, and the object."""
 
     def __init__(self, value):
         self.value = value
@@ -202,7 +202,7 @@ def describe_pair(value):
 
 
 class PairPrinter:
-    """Vx::AttribValuePair: what counts in its form."""
+    """Vx::AttribValuePair: the members that are valid in its form."""
 
     def __init__(self, value):
         self.value = value
@@ -213,7 +213,7 @@ class PairPrinter:
 
 
 class StdVector:
-    """The items of a std::vector, without the C++ library's own printers."""
+    """The items of a std::vector, which may be shown without the C++ library's printers."""
 
     def __init__(self, value):
         store = value["_M_impl"]
@@ -222,7 +222,7 @@ class StdVector:
         begin, end = int(self.start), int(store["_M_finish"])
         room = int(store["_M_end_of_storage"])
         if not begin <= end <= room or (end - begin) % self.item.sizeof != 0:
-            raise Damaged("no vector")
+            raise Damaged("not a vector")
         self.size = (end - begin) // self.item.sizeof
         if self.size > MOST_ITEMS:
             raise Damaged("%d items" % self.size)
@@ -233,23 +233,23 @@ class StdVector:
         return array_at(self.start, self.item, self.shown)
 
     def items(self):
-        # One more than the user wants to see makes gdb say that there is more.
+        # One item more than wanted makes gdb print that there are more.
         for i in range(min(self.size, self.shown + 1)):
             yield "[%d]" % i, (self.start + i).dereference()
 
 
 def map_size(tree_map):
-    """How many items a std::map says it has."""
+    """Returns the number of items in a std::map."""
     tree = tree_map["_M_t"]["_M_impl"]
     count = int(tree["_M_node_count"])
     if count > MOST_ITEMS or (count == 0) != (int(tree["_M_header"]["_M_parent"]) == 0):
-        raise Damaged("no map of %d items" % count)
+        raise Damaged("not a map of %d items" % count)
     return count
 
 
 def map_nodes(tree_map):
-    """The addresses of the key and value pairs of a std::map, in order; as many as the user
-    wants to see, so that a large document, or a broken one, costs no more than a small one."""
+    """Yields the addresses of a std::map's items in order, as many as the user wants to see: a
+    large or broken document takes no longer than a small one."""
     header = tree_map["_M_t"]["_M_impl"]["_M_header"]
     count = map_size(tree_map)
     node = header["_M_left"]
@@ -261,7 +261,7 @@ def map_nodes(tree_map):
 
 
 def next_node(node, count):
-    # A tree of n nodes is less than 2 log2(n + 1) deep; what is deeper is no tree.
+    # A red-black tree of n nodes is less than 2 log2(n + 1) deep.
     steps = 2 * (count + 1).bit_length() + 2
     if int(node["_M_right"]) != 0:
         node = node["_M_right"]
@@ -269,20 +269,20 @@ def next_node(node, count):
             node = node["_M_left"]
             steps -= 1
             if steps < 0:
-                raise Damaged("no tree")
+                raise Damaged("not a tree")
         return node
     parent = node["_M_parent"]
     while int(node) == int(parent["_M_right"]):
         node, parent = parent, parent["_M_parent"]
         steps -= 1
         if steps < 0:
-            raise Damaged("no tree")
-    # Of the header's own links only a tree of one node has a right child that leads back.
+            raise Damaged("not a tree")
+    # In a tree of one node the header's right child is that node.
     return parent if int(node["_M_right"]) != int(parent) else node
 
 
 class DocumentPrinter:
-    """VxIniFile: its path, and its sections as a map to their pairs."""
+    """VxIniFile: its path, and its sections as a map from names to pairs."""
 
     def __init__(self, value):
         self.value = value
@@ -293,7 +293,7 @@ class DocumentPrinter:
         path = Text(self.value["path"])
         count = map_size(self.sections)
         for _ in map_nodes(self.sections):
-            pass  # raises where the map is no map
+            pass  # raises Damaged if it is not a map
         case = "case-sensitive" if self.value["sectionNameCaseSensitive"] else "case-blind"
         place = path.quoted if path.length else "without a path"
         noun = "section" if count == 1 else "sections"
@@ -318,7 +318,7 @@ class DocumentPrinter:
 
 
 class SectionIteratorPrinter:
-    """VxIniFile's iterators: the section they stand at."""
+    """VxIniFile's iterators: the section they refer to."""
 
     def __init__(self, value):
         self.value = value
@@ -337,7 +337,7 @@ class SectionIteratorPrinter:
 
 
 class VectorPrinter:
-    """LightweightVector: its items, and how many handles share them."""
+    """LightweightVector: its items, and the number of handles that share them."""
 
     def __init__(self, value):
         self.value = value
@@ -345,7 +345,7 @@ class VectorPrinter:
     def items(self):
         handle = member(self.value, "items_")
         if int(handle["object"]) == 0:
-            raise Damaged("no vector behind the handle")
+            raise Damaged("a handle without a vector")
         return handle, StdVector(handle["object"].dereference())
 
     @guarded
@@ -380,7 +380,7 @@ class UuidPrinter:
 
 
 class FormatUidPrinter:
-    """Vx::Image::FormatUID: its text, and what kind of format that names."""
+    """Vx::Image::FormatUID: its text, and the kind of format."""
 
     def __init__(self, value):
         self.value = value
@@ -394,7 +394,7 @@ class FormatUidPrinter:
 
 
 def thread_name(identifier):
-    """gdb's own number for a thread of the system, beside the system's."""
+    """Returns gdb's number and the system's identifier of a thread."""
     for thread in gdb.selected_inferior().threads():
         if thread.ptid[1] == identifier:
             return "thread %d (LWP %d)" % (thread.num, identifier)
@@ -402,7 +402,7 @@ def thread_name(identifier):
 
 
 class LockPrinter:
-    """CriticalSection: its name, and who holds it how deep."""
+    """CriticalSection: its name, its owner and the depth of nesting."""
 
     def __init__(self, value):
         self.value = value
@@ -421,7 +421,7 @@ class LockPrinter:
 
 
 class ExceptionPrinter:
-    """Vx::Exception: message, place and stack."""
+    """Vx::Exception: its message, place and call stack."""
 
     def __init__(self, value):
         self.value = value

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# ConsumerTest.sh WAY BUILD SOURCE: a program outside the tree finds Vx by one of the ways
-# that we offer, builds without a warning and runs.
+# ConsumerTest.sh WAY BUILD SOURCE: builds and runs a program outside the tree that finds Vx as an
+# installed CMake package, in a source folder, or by pkg-config.
 set -euo pipefail
 way=$1 build=$2 source=$3
 scratch=$(mktemp -d)
@@ -13,7 +13,7 @@ expect()
     [ "$found" = "17.2.0.56356 clip clip.mov 1 1" ] || { echo "$1 printed: $found"; exit 1; }
     echo "$1: $found"
 }
-# Installed, then moved: nothing may remember where it stood first.
+# Installs and then moves the result: nothing may depend on the first location.
 installed()
 {
     cmake --install "$build" --prefix "$scratch/first" >/dev/null
@@ -34,8 +34,8 @@ case $way in
         with_cmake -DCMAKE_PREFIX_PATH="$scratch/moved" ;;
     source)
         with_cmake -DVX_SOURCE="$source" -DCMAKE_BUILD_TYPE=RelWithDebInfo
-        # Built in another place from the same sources: the same bytes. Only a compiler cache that
-        # names the sources from where the compiler runs puts that place into debug information.
+        # A build in another folder gives the same bytes. Only a compiler cache that makes paths
+        # relative puts the folder into the debug information.
         for library in ole/Vx/libVx.so platforms/linux/libOS.so platforms/linux/libVxIPP.so; do
             for place in "$build" "$scratch/build/_deps/vx-build"; do
                 copy=$scratch/$(basename "$place").so

@@ -1,19 +1,17 @@
-"""GuideTest.py PAGE... -- COMPILER OPTION...: what the pages say is what happens.
+"""GuideTest.py PAGE... -- COMPILER OPTION...: checks the programs and links of guides.
 
-The programs of a page are compiled and run in one fresh folder, in the order in which they
-stand. Its fenced blocks say the rest:
+Compiles and runs the programs of a page in a temporary folder, in order. The fenced blocks mean:
 
-    ```ini NAME      a file for the programs, made where it stands
-    ```cpp           a program if it has a main(), which exits with 0; otherwise only text
-    ```text          what the program above prints; one more is what it prints the next time
-    ```text NAME     what the file NAME holds now, its line ends aside
-    ```gdb           what somebody types who runs the program above in gdb; the ```text behind
-                     it is what gdb prints
+    ```ini NAME      creates file NAME
+    ```cpp           a program that exits with 0; without main() it is ignored
+    ```text          the output of the program above; another block, that of its next run
+    ```text NAME     the current content of file NAME, except for line endings
+    ```gdb           commands for gdb on the program above; the next ```text is gdb's output
 
-A program without a ```text block prints nothing. In such a block "…" stands for any
-characters of a line, and alone in a line for any number of lines.
+A program without a ```text block prints nothing. In a ```text block "…" matches any characters of
+a line, and a line of only "…" any number of lines.
 
-Links that name a file must reach one.
+Links to files must have a target.
 """
 
 import os
@@ -32,7 +30,7 @@ class Wrong(Exception):
 
 
 def matcher(expected):
-    """A pattern for the whole of a ```text block."""
+    """A pattern for a whole ```text block."""
     lines = []
     for line in expected.splitlines():
         if line == "…":
@@ -54,9 +52,9 @@ class Page:
         self.folder = Path(folder)
         self.compile_command = compile_command
         self.program = None
-        self.command = None  # what the next ```text block is the output of
+        self.command = None  # prints the next ```text block
         self.programs = 0
-        # The platform's folders, below the page's own.
+        # The platform's folders are inside the temporary one.
         self.environment = dict(os.environ, HOME=folder, LC_ALL="C.UTF-8", TMPDIR=folder,
                                 XDG_CONFIG_HOME=folder + "/config", XDG_DATA_HOME=folder + "/data")
 
@@ -74,7 +72,7 @@ class Page:
 
     def run(self, expected):
         if self.program is None:
-            raise Wrong("no program above prints this:\n" + expected)
+            raise Wrong("no program above this output:\n" + expected)
         command = self.command or [self.program]
         self.command = None
         done = subprocess.run(command, cwd=self.folder, env=self.environment, timeout=60,
@@ -92,7 +90,7 @@ class Page:
         self.command = ["gdb", "--batch", "-q", "-nx", *sum(commands, ()), self.program]
 
     def finish(self):
-        """A program without a ```text block has not run yet."""
+        """Runs a program without a ```text block."""
         if self.command is not None:
             self.run("")
 

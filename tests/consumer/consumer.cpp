@@ -1,4 +1,4 @@
-// What every user does first: text, a document, an exception.
+// Uses a string, a document and an exception.
 #include <Vx/LightweightString.h>
 #include <Vx/VxException.h>
 #include <Vx/VxIniFile.h>

@@ -1,4 +1,4 @@
-// What a test of the host does: a document that cannot be written, without a disk.
+// A document that cannot be opened, without a disk.
 #include <Vx/VxIniFile.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
