@@ -1,4 +1,4 @@
-// The ground under the other rows: what a block costs by malloc and through the platform.
+// What a block costs from malloc and from the platform: the base of the other rows.
 #include "Inputs.h"
 #include "Table.h"
 
@@ -34,8 +34,8 @@ template <class Source> void oneBlock(bench::State& state)
     });
 }
 
-// A host in the middle of its work: many blocks of the sizes that strings and list items
-// have, one of them replaced at a time.
+// A busy host: many live blocks of the sizes that strings and list items have, one of them
+// replaced at a time.
 template <class Source> void amongManyBlocks(bench::State& state)
 {
     bench::Numbers numbers(7);
@@ -57,7 +57,7 @@ template <class Source> void amongManyBlocks(bench::State& state)
         Source::release(block);
 }
 
-// A document: everything is made first, used, and freed at the end.
+// A document: all blocks are allocated and used, then all are freed.
 template <class Source> void buildAndDrop(bench::State& state)
 {
     constexpr std::size_t kBlocks = 10000;
@@ -76,7 +76,7 @@ template <class Source> void buildAndDrop(bench::State& state)
     });
 }
 
-// Made by one thread, freed by another.
+// Blocks allocated by one thread and freed by another.
 template <class Source> void freedElsewhere(bench::State& state)
 {
     constexpr std::size_t kBlocks = 20000;

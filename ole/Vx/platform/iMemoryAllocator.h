@@ -1,19 +1,19 @@
-// platform/iMemoryAllocator.h - where all memory comes from.
+// platform/iMemoryAllocator.h - The source of all memory that the library uses.
 #pragma once
 
-/// The allocator behind the allocation operators, StdAllocator and the strings.
+/// Serves the global allocation operators, StdAllocator and string blocks.
 ///
-/// Threads: both operations may be called from any thread at any time, static
-///   initialisation, fork and process exit included.
+/// Thread safety: both operations may be called from any thread at any time, including static
+///   initialisation, process exit and a child right after fork.
 class iMemoryAllocator {
 public:
-    /// At least \p size bytes, aligned for any fundamental type; a distinct block
-    /// even for size 0. Never null: exhaustion is reported by an exception
-    /// (std::bad_alloc in the reference platform). Callers do not test the result.
+    /// Returns at least \p size bytes, aligned for any fundamental type. Size 0 also yields a
+    /// block of its own. Never returns null, and callers do not test for it: exhaustion is
+    /// reported by an exception, std::bad_alloc in the reference platform.
     virtual void* allocate(unsigned long size) = 0;
 
-    /// Returns a block of allocate(). Null is allowed and ignored. Must not throw:
-    /// callers are release paths, where an escaping exception ends the process.
+    /// Frees a block of allocate(), on any thread. Ignores null. Must not throw: callers are
+    /// release paths, where an escaping exception terminates the process.
     virtual void deallocate(void* block) = 0;
 
 protected:

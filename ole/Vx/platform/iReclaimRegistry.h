@@ -1,4 +1,4 @@
-// platform/iReclaimRegistry.h - the objects that can give memory back.
+// platform/iReclaimRegistry.h - The registry of objects that can give memory back.
 #pragma once
 
 #include <Vx/VxFwd.h>
@@ -6,14 +6,14 @@
 /// Keeps track of every living Reclaimable.
 ///
 /// Ownership: none; an object removes itself before it dies.
-/// Threads: any. The registry must not call an object back from inside add() or
-///   remove(): at that moment the object's derived part does not exist.
+/// Thread safety: any thread. The registry must not call an object back from inside add() or
+///   remove(), when the object's derived part does not exist.
 class iReclaimRegistry {
 public:
-    /// Called once by the constructor of \p object.
+    /// Registers \p object. Called once, by its constructor.
     virtual void add(Reclaimable* object) = 0;
 
-    /// Called once by the destructor of \p object. Must not throw.
+    /// Unregisters \p object. Called once, by its destructor. Must not throw.
     virtual void remove(Reclaimable* object) = 0;
 
 protected:

@@ -3,25 +3,44 @@
 #include "memory/SmallBlocks.h"
 
 #include <cstdlib>
+#include <cstring>
+#include <malloc.h>
 #include <new>
 
 namespace {
 
 void* allocateFromHeap(std::size_t size)
 {
-    // malloc may answer null for size 0, which would read as exhaustion.
+    // malloc may return null for size 0, which would look like exhaustion.
     void* block = std::malloc(size != 0 ? size : 1);
     if (__builtin_expect(block == nullptr, false))
         throw std::bad_alloc();
     return block;
 }
 
+void freeToHeap(void* block)
+{
+#if VX_HARDENED && VX_SMALL_BLOCKS
+    if (block != nullptr) {
+        std::memset(block, SmallBlocks::kScrub, malloc_usable_size(block));
+        asm volatile("" ::"r"(block) : "memory"); // or the compiler would leave this out
+    }
+#endif
+    std::free(block);
+}
+
 #if VX_SMALL_BLOCKS
-// Kept apart, so that what a thread has at hand needs no frame.
+// Slow paths, out of line so that the cached case needs no stack frame.
 [[gnu::noinline]] void* allocateMore(std::size_t size)
 {
     void* const block = SmallBlocks::allocateMore(size);
     return block != nullptr ? block : allocateFromHeap(size);
+}
+
+[[gnu::noinline]] void deallocateMore(void* block)
+{
+    if (!SmallBlocks::deallocateMore(block))
+        freeToHeap(block);
 }
 #endif
 
@@ -37,14 +56,14 @@ void* MemoryAllocator::allocate(unsigned long size)
 
 void MemoryAllocator::deallocate(void* block)
 {
-    if (!SmallBlocks::deallocate(block))
-        std::free(block);
+    if (!SmallBlocks::put(block))
+        deallocateMore(block);
 }
 
 #else
 
 void* MemoryAllocator::allocate(unsigned long size) { return allocateFromHeap(size); }
 
-void MemoryAllocator::deallocate(void* block) { std::free(block); }
+void MemoryAllocator::deallocate(void* block) { freeToHeap(block); }
 
 #endif

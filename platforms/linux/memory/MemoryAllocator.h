@@ -1,14 +1,15 @@
-// MemoryAllocator.h - the process's memory.
+// MemoryAllocator.h - The memory service of the Linux platform.
 #pragma once
 
 #include <Vx/platform/iMemoryAllocator.h>
 
-/// Small blocks from memory of our own (SmallBlocks.h), all others from the C library's
-/// malloc, or whatever the host has put in its place. A build under a sanitizer, or with
-/// VX_SMALL_BLOCKS off, leaves everything to malloc, so that memory checkers see each block.
+/// Allocates small blocks from SmallBlocks and everything else with the C library's malloc, or
+/// whatever the host has put in its place. Builds with a sanitizer, VX_PLAIN or without
+/// VX_SMALL_BLOCKS use malloc only, so that memory checkers see every block.
 ///
-/// Errors: std::bad_alloc when memory is exhausted.
-/// Threads: any; as early, as late and as soon after a fork as malloc itself.
+/// Errors: throws std::bad_alloc when memory is exhausted. Freeing the wrong address aborts, see
+///   SmallBlocks. Built with VX_HARDENED, freed blocks of malloc are overwritten, too.
+/// Thread safety: any thread, as early, as late and as soon after a fork as malloc itself.
 class MemoryAllocator final : public iMemoryAllocator {
 public:
     void* allocate(unsigned long size) override;

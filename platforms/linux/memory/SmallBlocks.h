@@ -1,187 +1,213 @@
-// SmallBlocks.h - blocks of up to 16 kilobytes, from memory of our own.
+// SmallBlocks.h - Allocates blocks of up to 16 KiB faster than malloc.
 #pragma once
+
+#include "memory/SizeClasses.h"
+#include "memory/SpanHeap.h"
 
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
 
-/// What strings, list items and short lists are made of: small blocks, faster than the heap's.
+/// The allocator for what strings, list items and short lists are made of.
 ///
-/// Shape: one stretch of address space, reserved on first use and cut into spans of equal
-///   blocks. A thread keeps what it frees and takes from there first, without an atomic
-///   operation. What it keeps of a size is two batches at most; more goes back to the spans,
-///   which note it in a bit for each place.
-/// Order: a thread takes from one span at a time, by rising addresses. So what is made
-///   together lies together, in whatever order the blocks were freed.
-/// Errors: for a large block, and where no memory can be had, allocate() gives null, and
-///   deallocate() refuses what is not from here: the heap is next. A block that is freed twice
-///   ends the process, unless it has been had again in between.
-/// Threads: any. Whoever frees a block need not be who made it. There is no lock, so a fork
-///   at any moment leaves the child a working allocator; only what other threads of the
-///   parent kept for themselves, or had in hand, is lost to it.
-/// Start and end: usable before the first constructor and after the last destructor. A
-///   thread that ends gives its blocks back; whatever still runs in it after that uses the
-///   heap and the spans.
-/// Memory: pages are not given back to the system, freed blocks serve blocks of their size.
+///     void* block = SmallBlocks::take(size);
+///     if (block == nullptr)
+///         block = SmallBlocks::allocateMore(size); // null: use malloc
+///     ...
+///     if (!SmallBlocks::put(block) && !SmallBlocks::deallocateMore(block))
+///         std::free(block);
+///
+/// How it works:
+/// - A *span* is 64 KiB of memory cut into equal blocks (SpanHeap.h, SizeClasses.h). Its record
+///   has a bit for each free block.
+/// - Each thread has a *cache*: for each size class a *bin*, a stack of free blocks that only
+///   this thread touches. Allocating pops a block and freeing pushes one, without atomic
+///   operations and whichever thread allocated the block.
+/// - An empty bin is filled with a batch of blocks from the span that the cache *holds* for this
+///   class; a full bin returns a batch to the spans that the blocks came from.
+/// - When the held span is used up, the cache takes another from the *list* of spans of that
+///   class with free blocks, or starts a new span. Spans on the lists that are entirely free
+///   move to the SpanHeap, which hands them to any class or back to the system: when another
+///   class needs a span, and when there are too many of them.
+/// - Batches are sorted by address, so what is allocated together lies together, in whatever
+///   order the blocks were freed.
+///
+/// Ownership: a free block belongs to the thread that clears its bit, a span to the cache that
+///   holds it or to the thread that took it off its list. Any thread may set bits.
+/// Errors: allocation returns null when there is no memory or \p size is above kLargest.
+///   Freeing what is not an allocated block here aborts with a line on standard error. Caught at
+///   once: addresses that are not the start of a block, or in a span that is not in use, and
+///   the last two blocks freed; other double frees when their batch is returned, if the block
+///   has not been allocated again. Built with VX_HARDENED, every wrong free is caught at once,
+///   and freed blocks are overwritten.
+/// Thread safety: any thread. There are no locks, so there is no lock order, and a fork at any
+///   moment leaves the child a working allocator; it loses what other threads had cached or
+///   were moving.
+/// Start and end: works before the first constructor and after the last destructor. A thread
+///   that ends returns its blocks; what still runs in it afterwards allocates with malloc.
 class SmallBlocks {
 public:
-    /// Larger blocks are the heap's.
-    static constexpr std::size_t kLargest = 16416;
+    static constexpr std::size_t kLargest = SizeClasses::kLargest;
 
-    /// A block of at least \p size bytes, aligned to 16, or null.
-    static void* allocate(std::size_t size) noexcept
-    {
-        void* const block = take(size);
-        return block != nullptr ? block : allocateMore(size);
-    }
+#if VX_HARDENED
+    /// What freed blocks are overwritten with.
+    static constexpr unsigned char kScrub = 0xDF;
+#endif
 
-    /// The same from what this thread keeps; null when there may be more elsewhere.
+    /// Returns a block of at least \p size bytes, aligned to 16, from this thread's cache, or
+    /// null if the cache has none.
     static void* take(std::size_t size) noexcept
     {
-        if (__builtin_expect(size > kLargestFine, false))
-            return size <= kLargest ? takeFrom(own->bins[coarseIndex(size)]) : nullptr;
-        return takeFrom(own->bins[(size + kGranule - 1) / kGranule]);
+        if (__builtin_expect(size > SizeClasses::kLargestFine, false)) {
+            if (size > kLargest)
+                return nullptr;
+            return pop(own->bins[SizeClasses::coarseClassOf(size)]);
+        }
+        return pop(own->bins[(size + SizeClasses::kGranule - 1) / SizeClasses::kGranule]);
     }
 
-    /// What take() does not have.
+    /// Does the same after filling the cache. Returns null if there is no memory for it.
     static void* allocateMore(std::size_t size) noexcept;
 
-    /// Takes \p block back.
-    /// \returns false, having done nothing, when it is not from here, as null is not
-    static bool deallocate(void* block) noexcept
+    /// Frees \p block into this thread's cache.
+    /// \returns false, having done nothing, if this needs deallocateMore()
+    static bool put(void* block) noexcept
     {
-        const std::uintptr_t offset =
-            reinterpret_cast<std::uintptr_t>(block) - base.load(std::memory_order_relaxed);
-        if (offset >= kReserved)
+        const std::uintptr_t offset = SpanHeap::offsetOf(block);
+        if (offset >= SpanHeap::kRange || VX_HARDENED)
             return false;
-        Bin& bin = own->bins[spanIndex[offset / kSpan]];
-        const std::size_t count = bin.count;
-        if (__builtin_expect(count == bin.limit, false)) {
-            deallocateMore(block);
-            return true;
-        }
-        void** const blocks = bin.blocks;
-        if (__builtin_expect(blocks[count] == block, false))
-            freedTwice();
-        bin.count = static_cast<std::uint32_t>(count + 1);
-        blocks[count + 1] = block;
+        Bin& bin = own->bins[classOfSpan[offset / SpanHeap::kSpan].load(std::memory_order_relaxed)];
+        if (__builtin_expect(bin.top == bin.full || !mayFree(bin, block, offset), false))
+            return false;
+        *++bin.top = block;
         return true;
     }
 
+    /// Frees \p block, or aborts if it is not an allocated one.
+    /// \returns false, having done nothing, if it is not from here, as null is not
+    static bool deallocateMore(void* block) noexcept;
+
 private:
-    // Two scales of sizes: each granule up to a kilobyte, then four steps to each doubling.
-    // Both end a little behind a power of two, where a header and so many characters fit.
-    static constexpr std::size_t kGranule = 16;
-    static constexpr std::size_t kBehind = 32;
-    static constexpr std::size_t kLargestFine = 1024 + kBehind;
-    static constexpr std::size_t kFineSizes = kLargestFine / kGranule + 1;
-    static constexpr std::size_t kSizes = kFineSizes + 16;
-    static constexpr std::uintptr_t kSpan = 1u << 16;
-    static constexpr std::uintptr_t kWord = 64 * kGranule; // what one word has bits for
-    static constexpr std::uintptr_t kChunk = 1u << 20;     // what a thread takes first
-    static constexpr std::uintptr_t kHugeChunk = 1u << 21; // and next: a huge page
-    static constexpr std::uintptr_t kReserved = std::uintptr_t{1} << 35;
+    static constexpr std::size_t kClasses = SizeClasses::kClasses;
+    static constexpr std::uintptr_t kWord = 64 * SizeClasses::kGranule; // bytes per word of bits
+    static constexpr std::size_t kWords = SpanHeap::kSpan / kWord;
 
-    /// Free blocks of one size, the next to be had last.
-    struct Bin {
-        void** blocks; // from place 1 on; at place 0 is a null
-        std::uint32_t count;
-        std::uint32_t limit; // two batches
+    /// The free blocks of one class that a thread has at hand: a stack that grows upwards, with
+    /// two nulls below it. The bin of class 0 is always both empty and full, so that whatever
+    /// falls into it takes the slow path.
+    struct alignas(32) Bin {
+        void** top = nothing + 1;
+        void** full = nothing + 1; // top, when there are two batches
+        std::uint32_t divisor = 0; // see isMultiple()
+        std::uint32_t batch = 0;
+        static void* nothing[2];
     };
 
-    /// What a thread keeps. Lies in the reserved memory itself, and behind it the places of its
-    /// bins; passes from a thread that ends to one that begins.
+    /// What a thread owns. Lies in pages of its own between two guard pages, followed by the
+    /// places of its bins.
     struct Cache {
-        Bin bins[kSizes];
-        std::uint32_t span[kSizes];  // where a bin takes its blocks from,
-        std::uint64_t words[kSizes]; // and the words of it that have not been looked at yet
-        std::uint32_t nextSpan;      // spans never used yet: from here
-        std::uint32_t spansEnd;      // to here
+        Bin bins[kClasses];
+        struct Held {
+            std::uint32_t span = 0;  // its number + 1, or 0
+            std::uint64_t words = 0; // with free blocks, as far as known
+        } held[kClasses];
+        std::atomic<std::uint64_t> below = 0; // the next unused cache, its page number
     };
 
-    /// What is free in a span: a bit for each granule where a free block begins.
-    ///
-    /// Whoever sets bits in a word announces the word, and with the first announcement puts
-    /// the span on the stack of its size. Whoever takes the span from there takes all
-    /// announcements with it, and then looks at the words. A block belongs to the one who
-    /// clears its bit.
+    /// Where a span is. Its count and this change in one atomic step.
+    enum Place : std::uint32_t {
+        kUsedUp, // nowhere: it had no free blocks when it was last held
+        kListed, // on the list of its class, or with the thread that took it off
+        kHeld,   // by a cache
+        kIdle,   // in the SpanHeap
+    };
+
+    /// The record of a span.
     struct Span {
-        std::atomic<std::uint64_t> announced; // a bit for each word
-        std::atomic<std::uint64_t> free[kSpan / kWord];
-        std::atomic<std::uint32_t> below; // the span below on a stack
+        std::atomic<std::uint64_t> announced;    // words where bits were set since the last look
+        std::atomic<std::uint32_t> state;        // free blocks * 4 + Place
+        std::atomic<std::uint32_t> below;        // the next span on its list, its number + 1
+        std::atomic<std::uint64_t> free[kWords]; // a bit where each free block starts
+#if VX_HARDENED
+        std::atomic<std::uint64_t> inUse[kWords]; // a bit where each allocated block starts
+#endif
     };
+    static_assert(sizeof(Span) <= SpanHeap::kRecord);
 
-    /// A stack of spans, by number from 1 on. The other half of the word counts changes, so
-    /// that a span which went and came back in between is noticed.
-    struct alignas(64) Stack {
+    /// A class and its spans. A list is a stack of span numbers (plus 1) with a count of changes
+    /// in the upper half: a span that left and came back must not look as if it had stayed.
+    struct alignas(64) Class {
         std::atomic<std::uint64_t> top;
+        std::atomic<std::int32_t> spans;     // in use by this class
+        std::atomic<std::int32_t> freeSpans; // of them on the list, all blocks free
     };
 
-    static std::size_t coarseIndex(std::size_t size) noexcept
+    static void* pop(Bin& bin) noexcept
     {
-        const std::size_t last = size - kBehind - 1;
-        const int step = 61 - __builtin_clzl(last); // 2^step is a quarter of the octave
-        return kFineSizes + static_cast<std::size_t>(step - 8) * 4 + (last >> step) - 4;
-    }
-
-    static std::size_t indexOf(std::size_t size) noexcept
-    {
-        return size <= kLargestFine ? (size + kGranule - 1) / kGranule : coarseIndex(size);
-    }
-
-    static void* takeFrom(Bin& bin) noexcept
-    {
-        const std::size_t count = bin.count;
-        if (__builtin_expect(count == 0, false))
+        void** const top = bin.top;
+        void* const block = *top;
+        if (__builtin_expect(block == nullptr, false))
             return nullptr;
-        void** const blocks = bin.blocks;
-        bin.count = static_cast<std::uint32_t>(count - 1);
-        // Whoever reads a long text into freed blocks would wait for each of them.
-        __builtin_prefetch(blocks[count - 1], 1);
-        if (blocks[count] == nullptr)
-            __builtin_unreachable(); // callers need not test
-        return blocks[count];
+        bin.top = top - 1;
+        // The next block is often written soon, and after a while of disuse it is not cached.
+        __builtin_prefetch(top[-1], 1);
+#if VX_HARDENED
+        markInUse(block);
+#endif
+        return block;
     }
 
-    static constexpr std::size_t blockSize(std::size_t index) noexcept
+    /// Whether \p n is a multiple of the number that \p divisor was made for by divisorOf().
+    /// Exact for numbers below 2^16: the product is the fraction of the quotient.
+    static bool isMultiple(std::uint32_t n, std::uint32_t divisor) noexcept
     {
-        if (index < kFineSizes)
-            return index != 0 ? index * kGranule : kGranule;
-        const std::size_t coarse = index - kFineSizes;
-        return ((coarse % 4 + 5) << (coarse / 4 + 8)) + kBehind;
+        return n * divisor < divisor;
+    }
+    static constexpr std::uint32_t divisorOf(std::size_t size) noexcept
+    {
+        return static_cast<std::uint32_t>(~std::uint32_t{0} / size + 1);
     }
 
-    static void deallocateMore(void* block) noexcept;
-    [[noreturn]] static void freedTwice() noexcept;
+    /// Whether \p block starts where a block can and is not one of the last two in its bin.
+    static bool mayFree(const Bin& bin, const void* block, std::uintptr_t offset) noexcept
+    {
+        return bin.top[0] != block && bin.top[-1] != block &&
+               isMultiple(static_cast<std::uint32_t>(offset % SpanHeap::kSpan), bin.divisor);
+    }
 
-    static bool adopt() noexcept;
-    static bool fill(Cache& cache, std::size_t index) noexcept;
-    static bool beginSpan(Cache& cache, std::size_t index) noexcept;
-    static bool takeChunk(std::uintptr_t size, std::uint32_t& span) noexcept;
-    static void giveBack(void* const* blocks, std::size_t count) noexcept;
-    static void announce(std::uint32_t span, std::uint64_t words) noexcept;
-    static void reserve() noexcept;
+#if VX_HARDENED
+    static void markInUse(const void* block) noexcept;
+    static void markFree(void* block, std::size_t size) noexcept;
+#endif
+
+    static constexpr std::size_t cacheSize() noexcept;
+    static void start() noexcept;
+    static Cache* popCache() noexcept;
+    static void pushCache(Cache& cache) noexcept;
+    static Cache* makeCache() noexcept;
+    static bool adoptCache() noexcept;
     static void threadEnds(void* cache) noexcept;
-    static void push(Stack& stack, std::uint32_t span) noexcept;
-    static bool pop(Stack& stack, std::uint32_t& span) noexcept;
-    static std::uintptr_t offsetOf(const void* place) noexcept;
-    static std::uintptr_t addressOf(std::uint32_t span) noexcept;
-    static Span& spanAt(std::uint32_t span) noexcept;
-    static std::uint64_t bitOf(std::uintptr_t place) noexcept
-    {
-        return std::uint64_t{1} << place / kGranule % 64;
-    }
+    static bool fill(Cache& cache, std::size_t sizeClass) noexcept;
+    static bool holdWords(Cache& cache, std::size_t sizeClass) noexcept;
+    static bool beginSpan(Cache::Held& held, std::size_t sizeClass) noexcept;
+    static bool letGo(std::uint32_t span, std::size_t sizeClass, bool mayList) noexcept;
+    static void giveBack(void* const* blocks, std::size_t count) noexcept;
+    static void addFree(std::uint32_t span, std::uint64_t words, std::size_t count) noexcept;
+    static void noteFreeSpan(std::size_t sizeClass) noexcept;
+    static bool gatherFreeSpans() noexcept;
+    static bool gatherFrom(std::size_t sizeClass) noexcept;
+    static void pushChain(Class& list, std::uint32_t first, std::uint32_t last) noexcept;
+    static std::uint32_t popSpan(Class& list) noexcept;
+    static Span& recordOf(std::uint32_t span) noexcept;
 
-    /// Stands in for a thread without a cache: has no block and takes none.
+    /// Serves threads without a cache of their own. All its bins are like that of class 0.
     static Cache none;
-    // Initial-exec: reading it can never allocate. Eight bytes, so that a host may load this
-    // library late. Known to need no initialising where it is used, or each use would ask.
+    // Initial-exec: reading it never allocates, and eight bytes fit the space that the C library
+    // keeps for libraries loaded late. constinit here, or each use would check for a constructor.
     [[gnu::tls_model("initial-exec")]] static constinit thread_local Cache* own;
 
-    /// Where the reserved memory begins; before that, so that no address lies in it.
-    static std::atomic<std::uintptr_t> base;
-    static std::uint8_t spanIndex[kReserved / kSpan];
-    static std::atomic<std::uintptr_t> nextChunk;
-    static Stack withFree[kSizes]; // spans of that size
-    static Stack unused;           // spans that hold a cache
+    static std::atomic<std::uint8_t> classOfSpan[SpanHeap::kSpans]; // 0: not in use
+    static Class classes[kClasses];
+    static std::atomic<std::int32_t> freeSpans;     // of all classes
+    static std::atomic<std::uint64_t> unusedCaches; // as a class's list, by page number
 };
