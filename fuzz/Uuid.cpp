@@ -1,4 +1,4 @@
-// UUID texts in both widths, against the scan that they stand for.
+// Parsing UUIDs in both widths, compared with the scanning functions.
 #include "Fuzz.h"
 
 #include <Reference.h>
@@ -9,7 +9,8 @@ namespace {
 
 template <class Ch> void check(const std::basic_string<Ch>& text, unsigned int length)
 {
-    const auto exact = std::make_unique<Ch[]>(text.size() + 1); // watched by the sanitizer
+    const auto exact =
+        std::make_unique<Ch[]>(text.size() + 1); // so that the sanitizer sees its end
     std::copy(text.begin(), text.end(), exact.get());
     exact[text.size()] = 0;
 
@@ -22,7 +23,7 @@ template <class Ch> void check(const std::basic_string<Ch>& text, unsigned int l
     FUZZ_CLAIM(Vx::UUID(id.asString()) == id && Vx::UUID(id.asWString()) == id);
 }
 
-// As long as a text with or without braces where the input has that many characters.
+// 36 or 38 characters, without or with braces, if the input has that many.
 unsigned int lengthOf(std::size_t size, unsigned int choice)
 {
     const unsigned int wanted = choice == 1 ? 36 : 38;
