@@ -1,6 +1,6 @@
 #include <Vx/VxApplication.h>
 
-#include <Testing.h>
+#include <Failures.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 namespace {
@@ -15,7 +15,7 @@ struct Editor : Vx::Application {
 
 const std::string kMarker = "Configuration/Normal Exit";
 
-// What every constructor asks of the platform, up to the answer of the marker.
+// The platform calls of every constructor, up to reading the marker.
 const std::string kConstruction = "getFolder(4) pathSeparator pathSeparator "
                                   "setOutputDiagnosticsFolder(/data/Editor/Logs/) "
                                   "getSettings(0) getValue(0," +
@@ -33,7 +33,7 @@ void setMarker(ScriptedPlatform& platform, const char* value)
 
 } // namespace
 
-TEST(Application, ConstructionAsksThePlatformInTheStatedOrder)
+TEST(Application, ConstructionCallsThePlatformInTheStatedOrder)
 {
     ScriptedPlatform platform;
     EXPECT_EQ(Vx::Application::instance(), nullptr);
@@ -46,7 +46,7 @@ TEST(Application, ConstructionAsksThePlatformInTheStatedOrder)
     EXPECT_EQ(editor.getName(), L"Editor");
     EXPECT_EQ(editor.getVersion(), L"1.0");
     EXPECT_FALSE(editor.previousExitWasNormal());
-    EXPECT_EQ(marker(platform), "") << "nothing is written for a missing marker";
+    EXPECT_EQ(marker(platform), "") << "a missing marker is not written";
 
     setMarker(platform, "true");
     Editor second(platform);
@@ -67,7 +67,7 @@ TEST(Application, OnlyTheExactMarkerCountsAsANormalExit)
     }
 }
 
-TEST(Application, MarkerTellsACleanEndFromACrash)
+TEST(Application, MarkerTellsACleanExitFromACrash)
 {
     ScriptedPlatform platform;
     Editor first(platform);
@@ -77,7 +77,7 @@ TEST(Application, MarkerTellsACleanEndFromACrash)
 
     Editor second(platform);
     EXPECT_TRUE(second.previousExitWasNormal());
-    EXPECT_EQ(marker(platform), "false"); // and here the second one crashes
+    EXPECT_EQ(marker(platform), "false"); // the second one crashes
 
     Editor third(platform);
     EXPECT_FALSE(third.previousExitWasNormal());
@@ -120,6 +120,28 @@ TEST(Application, RunThatThrowsLeavesTheMarkerOfACrash)
     EXPECT_EQ(platform.takeLog(), "");
     EXPECT_FALSE(called);
     EXPECT_EQ(marker(platform), "false");
+}
+
+TEST(Application, RejectsNamesThatLeaveTheUserDataFolder)
+{
+    const struct {
+        const wchar_t* name;
+        bool accepted;
+    } rows[] = {
+        {L"", true},      {L".", true},        {L"...", true},          {L"..x", true},
+        {L"x..", true},   {L"/x", true},       {L"Maker/Editor", true}, {L"..", false},
+        {L"../x", false}, {L"x/../..", false}, {L"x/..", false},        {L"x\\..\\..\\y", false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        ScriptedPlatform platform;
+        Vx::Application* const before = Vx::Application::instance();
+        platform.logCalls();
+        const std::string failure = failureOf([&] { Editor editor(platform, row.name); });
+        EXPECT_EQ(failure == "nothing thrown", row.accepted) << failure;
+        EXPECT_EQ(platform.takeLog().empty(), !row.accepted);
+        EXPECT_EQ(Vx::Application::instance() == before, !row.accepted);
+    }
 }
 
 TEST(Application, FailedConstructionLeavesNothingBehind)

@@ -1,58 +1,76 @@
 #include <Vx/VxApplication.h>
 
+#include <Vx/VxException.h>
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iFileSystem.h>
 #include <Vx/platform/iSettings.h>
 #include <Vx/platform/iShell.h>
+#include <algorithm>
+#include <atomic>
+#include <string_view>
 #include <utility>
 
 void iShell::setOutputDiagnosticsFolder(const LightweightString<wchar_t>&) {}
 
 namespace {
 
-constexpr int kUserScope = 0;
-constexpr int kSecondScope = 1;
+constexpr int kProgramScope = 0;
+constexpr int kSharedScope = 1;
 
-using Text = LightweightString<char>;
+using String = LightweightString<char>;
+
+// Takes both slashes for separators, whatever the platform's is.
+bool leavesItsFolder(std::wstring_view path)
+{
+    while (!path.empty()) {
+        const std::size_t end = std::min(path.find_first_of(L"/\\"), path.size());
+        if (path.substr(0, end) == L"..")
+            return true;
+        path.remove_prefix(std::min(end + 1, path.size()));
+    }
+    return false;
+}
 
 bool readMarker()
 {
-    const Vx::Ptr<iSettings> settings = OS()->shell()->getSettings(kUserScope);
-    return settings->getValue(Text("Normal Exit"), Text("false"), Text("Configuration")) == "true";
+    const Vx::Ptr<iSettings> settings = OS()->shell()->getSettings(kProgramScope);
+    return settings->getValue(String("Normal Exit"), String("false"), String("Configuration")) ==
+           "true";
 }
 
 void writeMarker(const char* value)
 {
-    const Vx::Ptr<iSettings> settings = OS()->shell()->getSettings(kUserScope);
-    settings->setValue(Text("Normal Exit"), Text(value), Text("Configuration"));
+    const Vx::Ptr<iSettings> settings = OS()->shell()->getSettings(kProgramScope);
+    settings->setValue(String("Normal Exit"), String(value), String("Configuration"));
 }
 
 } // namespace
 
 namespace Vx {
 
-// Read from any thread, hence accessed atomically.
+// Read from any thread: see instance().
 constinit Application* Application::instance_ = nullptr;
 
 Application::Application(const LightweightString<wchar_t>& appName,
                          const LightweightString<wchar_t>& version)
     : appName(appName), version(version), previousExitWasNormal_(false)
 {
-    // The instance is known before the platform is asked for anything: a platform may look
-    // for it while it answers.
-    Application* const previous = instance();
-    __atomic_store_n(&instance_, this, __ATOMIC_RELEASE);
+    if (leavesItsFolder(appName))
+        throw Exception::RuntimeError("Application name leaves the user's data folder!",
+                                      "ole/Vx/VxApplication", __LINE__);
+    // Before the platform is called, which may use the instance.
+    const std::atomic_ref current(instance_);
+    Application* const previous = current.exchange(this, std::memory_order_acq_rel);
     try {
-        settleFoldersAndMarker();
+        initFoldersAndMarker();
     } catch (...) {
-        // This object is about to be gone; its address must not stay.
-        __atomic_store_n(&instance_, previous, __ATOMIC_RELEASE);
+        current.store(previous, std::memory_order_release);
         throw;
     }
 }
 
-// The platform sees the order of these calls and hosts rely on it.
-void Application::settleFoldersAndMarker()
+// Hosts rely on the order of the platform calls.
+void Application::initFoldersAndMarker()
 {
     userDataPath = OS()->shell()->getFolder(iShell::kUserDataFolder);
     userDataPath += appName;
@@ -63,11 +81,14 @@ void Application::settleFoldersAndMarker()
     OS()->shell()->setOutputDiagnosticsFolder(logsPath);
     if (readMarker()) {
         previousExitWasNormal_ = true;
-        writeMarker("false"); // what a crash of this run leaves to the next
+        writeMarker("false"); // until shutdown()
     }
 }
 
-Application* Application::instance() { return __atomic_load_n(&instance_, __ATOMIC_ACQUIRE); }
+Application* Application::instance()
+{
+    return std::atomic_ref(instance_).load(std::memory_order_acquire);
+}
 
 LightweightString<wchar_t> Application::getUserDataPath() const { return userDataPath; }
 
@@ -90,7 +111,7 @@ void Application::start()
 
 void Application::saveSettings()
 {
-    for (const int scope : {kUserScope, kSecondScope})
+    for (const int scope : {kProgramScope, kSharedScope})
         OS()->shell()->getSettings(scope)->save();
 }
 

@@ -1,4 +1,4 @@
-// VxApplication.h - the application object: folders, the clean-exit marker, start and stop.
+// VxApplication.h - The application object: folders, clean-exit marker, start and stop.
 #pragma once
 
 #include <Vx/LightweightString.h>
@@ -22,75 +22,75 @@ namespace Vx {
 ///         editor->start();
 ///     }
 ///
-/// Marker: the setting "Normal Exit" in section "Configuration" of scope 0. A shutdown
-///   stores "true"; the next application finds it, remembers it and stores "false". So
-///   whoever finds anything else knows that the run before did not come to its shutdown.
-///   "false" reaches the medium with the next save only, so a host calls saveSettings()
-///   early in run(): else a crash before its first save looks like a clean end.
-/// Errors: what the platform or run() throws passes through. A constructor that fails
-///   leaves nothing behind: the application before stays the instance.
-/// Threads: construction, start, shutdown and saveSettings on the host's main thread; the
-///   rest from any, once construction is done.
-/// Ownership: the host's. The library keeps the address for ever and never destroys the
-///   object. Nor does the host, not even by a static object: the loggers of pools ask it for
-///   the logs folder when they are destroyed themselves, which may be as late as that.
+/// Marker: the setting "Normal Exit" in section "Configuration" of scope 0. shutdown() sets it to
+///   "true". The next application remembers that and sets it to "false", so that a run that
+///   finds any other value knows that the one before did not get to its shutdown. Whether
+///   "false" outlives a crash without saveSettings() depends on the platform.
+/// Ownership: the host's. Neither the library nor the host destroys the object: pool loggers ask
+///   it for the logs folder until the process ends.
+/// Errors: exceptions of the platform and of run() pass through. After a failed construction the
+///   application before stays the instance.
+/// Thread safety: construction, start(), shutdown() and saveSettings() on the host's main thread;
+///   everything else from any thread after construction.
 class VX_API Application {
 public:
-    /// Becomes the instance, settles the folders, tells the shell where diagnostic output
-    /// goes, and reads and resets the clean-exit marker, in this order.
-    /// \param appName the folder of the application under the user's data folder
-    /// \param version what getVersion() answers
+    /// Becomes the instance, determines the folders, tells the shell where diagnostics go, and
+    /// reads and resets the clean-exit marker, in this order.
+    /// \param appName the application's folder below the user's data folder, taken literally;
+    ///   it may be empty, or lead through several folders
+    /// \param version returned by getVersion()
+    /// \throws Vx::Exception::RuntimeError if a part of \p appName is "..", which would leave
+    ///   the user's data folder; nothing has happened then
     Application(const LightweightString<wchar_t>& appName,
                 const LightweightString<wchar_t>& version);
 
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
 
-    /// The application constructed last, null before the first.
+    /// Returns the application that was constructed last, null before the first.
     static Application* instance();
 
-    /// The folder of this user's data, with a path separator at its end.
+    /// Returns the folder of the user's data, with a path separator at the end.
     virtual LightweightString<wchar_t> getUserDataPath() const;
 
-    /// The folder "Logs" in it, with a path separator at its end.
+    /// Returns the folder "Logs" in it, with a path separator at the end.
     virtual LightweightString<wchar_t> getLogsPath() const;
 
-    /// What the constructor was given.
+    /// Returns the version that the constructor was given.
     virtual LightweightString<wchar_t> getVersion() const;
 
-    /// The host's work: from start to stop.
+    /// The host's work, from start to stop.
     virtual void run() = 0;
 
-    /// Runs the shutdown callbacks with Shutdown::kOrderlyExit, then sets the clean-exit
-    /// marker. Saving it is left to saveSettings().
+    /// Runs the shutdown callbacks with Shutdown::kOrderlyExit, then sets the clean-exit marker.
+    /// Does not save it: a host that does not use start() calls saveSettings() itself.
     virtual void shutdown();
 
-    /// The whole life: run(), shutdown(), saveSettings(). An exception of one keeps the
-    /// others from being called.
+    /// Calls run(), shutdown() and saveSettings(). An exception skips the rest.
     void start();
 
     /// Saves the settings of scope 0, then those of scope 1.
     void saveSettings();
 
-    /// What the constructor was given.
+    /// Returns the name that the constructor was given.
     const LightweightString<wchar_t>& getName() const noexcept { return appName; }
 
-    /// Whether the previous run came to its shutdown.
+    /// Returns whether the previous run got to its shutdown.
     bool previousExitWasNormal() const noexcept { return previousExitWasNormal_; }
 
-    /// Shutdown::addCallback() in its three forms.
+    /// Calls Shutdown::addCallback().
     void atShutdown(std::function<void(Shutdown::eExitType)> function, unsigned int priority);
     void atShutdown(std::function<void()> function, unsigned int priority);
     void atShutdown(const Vx::Ptr<iCallbackBase<void, Shutdown::eExitType>>& callback,
                     unsigned int priority);
 
 protected:
-    // Deliberate: not virtual. The object lives until the process ends, and the slots of
-    // the virtual operations are part of the binary interface.
+    // Deliberate: not virtual. The object lives until the process ends, and the slots of the
+    // virtual operations are part of the binary interface.
     ~Application() = default;
 
 private:
-    void settleFoldersAndMarker();
+    void initFoldersAndMarker();
 
     static Application* instance_;
 
