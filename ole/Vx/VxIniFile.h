@@ -63,9 +63,11 @@ public:
     /// The same for a const document.
     class VX_API ConstSectionIterator {
     public:
+        /// As for SectionIterator.
         ConstSectionIterator();
         ConstSectionIterator(Sections::const_iterator position, Sections::const_iterator end);
 
+        /// As for SectionIterator.
         bool valid() const;
         ConstSectionIterator& operator++();
         ConstSectionIterator operator++(int);

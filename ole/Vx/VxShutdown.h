@@ -41,6 +41,7 @@ enum eExitType : int {
     kOrderlyExit = 0, ///< Vx::Application::shutdown()
 };
 
+/// What the list runs: an operation that receives the exit type.
 using Callback = iCallbackBase<void, eExitType>;
 
 /// The highest priority of the first pass.
