@@ -16,8 +16,8 @@ namespace {
 
 const Text& anonymous() { return VxIniFile::kAnonymousSection(); }
 
-// The whole document in one text: sections in order, the texts of their pairs. Texts, because
-// two pairs that have neither a name nor a value are equal whatever they say.
+// The whole document in one line: sections in order, the texts of their pairs. Not the pairs,
+// because two of them without name and value are equal whatever their texts.
 std::string dump(const VxIniFile& ini)
 {
     std::ostringstream text;
@@ -45,14 +45,17 @@ void add(VxIniFile& ini, const Text& section, const char* text)
     ini[section].emplace_back(text, '=');
 }
 
-// What the sleep below is to show, and how often it has been called.
+// What the sleep below prints, and how often it has been called.
 ScriptedPlatform* sleepers = nullptr;
 int sleeps = 0;
 
+// With a locale of 8-bit characters, 0xA0 to 0xFE are printable as negative numbers; 0xFF is EOF.
+bool eightBitLocale = false;
+
 } // namespace
 
-// Time flies: the library's sleep ends at once. After a thousand of them the process ends,
-// with what has been written by then on standard error.
+// Makes the sleep of the library return at once. After a thousand calls it ends the process and
+// prints what has been written.
 extern "C" VX_API int nanosleep(const timespec* request, timespec* remaining)
 {
     if (sleepers == nullptr)
@@ -66,11 +69,6 @@ extern "C" VX_API int nanosleep(const timespec* request, timespec* remaining)
     std::_Exit(42);
 }
 
-// A locale of 8-bit characters, as it looks through signed chars: 0xA0 to 0xFE are printable,
-// and asked for as the negative numbers that they are; 0xFF is the end of a file.
-namespace {
-bool eightBitLocale = false;
-}
 extern "C" VX_API int isprint(int c)
 {
     return (c >= 0x20 && c < 0x7F) || (eightBitLocale && c >= -0x60 && c <= -2);
@@ -78,7 +76,7 @@ extern "C" VX_API int isprint(int c)
 
 // The document.
 
-TEST(VxIniFile, OrdersSectionsByByteOrBlindToCase)
+TEST(VxIniFile, OrdersSectionsByByteOrIgnoringCase)
 {
     for (const bool caseSensitive : {true, false}) {
         VxIniFile ini(caseSensitive);
@@ -98,7 +96,7 @@ TEST(VxIniFile, OrdersSectionsByByteOrBlindToCase)
     }
 }
 
-TEST(VxIniFile, OnlyTheMutableLookUpCreatesSections)
+TEST(VxIniFile, OnlyTheMutableLookupCreatesSections)
 {
     VxIniFile ini(true);
     const VxIniFile& readOnly = ini;
@@ -106,14 +104,13 @@ TEST(VxIniFile, OnlyTheMutableLookUpCreatesSections)
     EXPECT_EQ(&readOnly.getSection("S"), &readOnly["T"]) << "one empty list for all";
     EXPECT_FALSE(ini.sectionExists("S"));
     EXPECT_EQ(anonymous(), "@@@ANONYMOUS_SECTION_RESERVED_NAME@@@");
-    EXPECT_EQ(&anonymous(), &VxIniFile::kAnonymousSection());
     Pairs& pairs = ini.getSection("S");
     EXPECT_TRUE(ini.sectionExists("S"));
     EXPECT_EQ(&ini["S"], &pairs);
     EXPECT_EQ(&readOnly["S"], &pairs);
 }
 
-TEST(VxIniFile, IteratorsWalkTheSectionsAndRefuseTheEnd)
+TEST(VxIniFile, IteratorsVisitTheSectionsAndThrowAtTheEnd)
 {
     VxIniFile ini(true);
     add(ini, "B", "b=1");
@@ -176,7 +173,7 @@ TEST(VxIniFile, FindContainsIsNotImplementedDeliberately)
               "LogicError: ole/Vx/VxIniFile(314) Not implemented yet!");
 }
 
-TEST(VxIniFile, CopiesAreDocumentsOfTheirOwn)
+TEST(VxIniFile, CopiesAreIndependent)
 {
     VxIniFile ini(false), other(true);
     ini.path = L"a.ini";
@@ -185,11 +182,32 @@ TEST(VxIniFile, CopiesAreDocumentsOfTheirOwn)
     add(copy, "VIDEO", "x=1");
     EXPECT_EQ(dump(ini), "<Video>{rate=25}");
     other = copy;
-    EXPECT_TRUE(other.sectionExists("video")) << "the order comes along";
+    EXPECT_TRUE(other.sectionExists("video")) << "the order is copied too";
     const VxIniFile moved(std::move(copy));
     EXPECT_EQ(dump(moved), "<Video>{rate=25}{x=1}");
     EXPECT_EQ(moved.path, L"a.ini");
     EXPECT_EQ(dump(copy), ""); // NOLINT(bugprone-use-after-move)
+}
+
+TEST(VxIniFile, AFailedAssignmentChangesNothing)
+{
+    ScriptedPlatform platform;
+    VxIniFile ini(true), other(false);
+    ini.path = L"a.ini";
+    add(ini, "A", "old=1");
+    other.path = L"b.ini";
+    add(other, "B", "b=1");
+    add(other, "C", "c=1");
+    const unsigned int failures = failEachAllocation(
+        platform, [&] { ini = other; },
+        [&] {
+            EXPECT_EQ(dump(ini), "<A>{old=1}");
+            EXPECT_EQ(ini.path, L"a.ini");
+            EXPECT_FALSE(ini.sectionExists("a")) << "nor the order";
+        });
+    EXPECT_GE(failures, 2u);
+    EXPECT_EQ(dump(ini), dump(other));
+    EXPECT_EQ(ini.path, L"b.ini");
 }
 
 // Loading.
@@ -210,10 +228,10 @@ TEST(VxIniFileLoad, ReadsLines)
         {"a header twice", "[S]\na=1\n[T]\nb=2\n[S]\nc=3\n"sv, "<S>{a=1}{c=3}<T>{b=2}"},
         {"the reserved name", "[@@@ANONYMOUS_SECTION_RESERVED_NAME@@@]\nx=1\n"sv, "<*>{x=1}"},
         {"half a header", "[S\nS]\n[\n]\n[S]x\n"sv, "<*>{[S}{S]}{[}{]}{[S]x}"},
-        {"control bytes in front of a line", "a\n\t\x01\xFFk=v\n"sv, "<*>{a}{k=v}"},
-        {"nor of the first line", "\tk=v\n"sv, "<*>{\tk=v}"},
+        {"control bytes before a line", "a\n\t\x01\xFFk=v\n"sv, "<*>{a}{k=v}"},
+        {"but not before the first", "\tk=v\n"sv, "<*>{\tk=v}"},
         {"a byte-order mark is no header", "\xEF\xBB\xBF[S]\nk=v\n"sv, "<*>{\xEF\xBB\xBF[S]}{k=v}"},
-        {"non-ASCII ends go, deliberately", "a=caf\xC3\xA9\nb=\xE6\x97\xA5!\n"sv,
+        {"non-ASCII ends are lost, deliberately", "a=caf\xC3\xA9\nb=\xE6\x97\xA5!\n"sv,
          "<*>{a=caf}{b=\xE6\x97\xA5!}"},
         {"a printable separator stays", "[S];a=1;\r\nb;c"sv, "<*>{[S];}{a=1;}{b;}{c}", ';'},
         {"zero as separator", "a=1\0[S]\0b\nc=2\0"sv, "<*>{a=1}<S>{b\nc=2}", '\0'},
@@ -224,7 +242,7 @@ TEST(VxIniFileLoad, ReadsLines)
     }
 }
 
-TEST(VxIniFileLoad, LeavesItToTheLocaleWhatIsPrintable)
+TEST(VxIniFileLoad, AsksTheLocaleWhatIsPrintable)
 {
     ScriptedPlatform platform;
     constexpr std::string_view kContent = "a=caf\xE9\n\xE9=b\nc=\xFF\nd=\x80\ne\xE9"sv;
@@ -235,7 +253,7 @@ TEST(VxIniFileLoad, LeavesItToTheLocaleWhatIsPrintable)
     eightBitLocale = false;
 }
 
-TEST(VxIniFileLoad, MergesIntoWhatIsThere)
+TEST(VxIniFileLoad, MergesIntoTheDocument)
 {
     ScriptedPlatform platform;
     platform.addFile(L"a.ini", "[S]\nx=1\n[New]\nn=1\n");
@@ -251,13 +269,14 @@ TEST(VxIniFileLoad, MergesIntoWhatIsThere)
     EXPECT_EQ(dumpOf(platform, "[A]\nx=1\n[a]\ny=2\n", '\n', false), "<A>{x=1}{y=2}");
     EXPECT_EQ(dumpOf(platform, "[A]\nx=1\n[a]\ny=2\n", '\n', true), "<A>{x=1}<a>{y=2}");
 
-    std::string again = "[A]\n";
-    for (int i = 0; i < 64; ++i)
-        again += "x=1\n";
-    platform.addFile(L"a.ini", again + "[B]\ny=1\n[A]\nx=1\n[C]\ny=1\n");
+    platform.addFile(L"a.ini",
+                     "[A]\nname=value\n" + std::string(63, 'x') + "\n[B]\ny=1\n[A]\nx=1\n");
     VxIniFile fresh(L"a.ini", true, true);
-    EXPECT_EQ(fresh["A"].size(), 65u);
-    EXPECT_LT(fresh["C"].capacity(), 64u) << "room like the lines before, not all of their section";
+    EXPECT_EQ(fresh["A"].size(), 3u);
+    EXPECT_EQ(fresh["B"].capacity(), 1u);
+    for (const AttribValuePair& pair : fresh["A"])
+        for (const Text* text : {&pair.text, &pair.name, &pair.value})
+            EXPECT_EQ(text->capacity(), text->empty() ? 0 : text->length() + 1) << "no spare room";
 }
 
 TEST(VxIniFileLoad, ReadsWithOneCallAndClosesTheFile)
@@ -282,7 +301,7 @@ TEST(VxIniFileLoad, ReadsWithOneCallAndClosesTheFile)
     EXPECT_EQ(platform.takeLog(), "") << "no path, no call";
 }
 
-TEST(VxIniFileLoad, FailureLeavesTheSectionsAlone)
+TEST(VxIniFileLoad, AFailureLeavesTheSectionsUnchanged)
 {
     for (unsigned int n = 1;; ++n) {
         SCOPED_TRACE(n);
@@ -295,10 +314,52 @@ TEST(VxIniFileLoad, FailureLeavesTheSectionsAlone)
         const bool loaded = ini.load(L"a.ini", '\n');
         EXPECT_EQ(loaded, !platform.faultFired());
         EXPECT_EQ(dump(ini), loaded ? "<*>{top=1}<S>{old=0}{x=1}" : "<S>{old=0}");
-        EXPECT_EQ(ini.path, L"a.ini") << "the path is taken over all the same";
+        EXPECT_EQ(ini.path, L"a.ini") << "stored whether or not the file loads";
         if (loaded)
             break;
     }
+}
+
+TEST(VxIniFileLoad, RefusesFilesAboveTheLimit)
+{
+    ScriptedPlatform platform;
+    platform.addFile(L"a.ini", "[S]\nx=1\n"); // 8 bytes
+    for (const unsigned int limit : {0u, 7u, 8u, 0xFFFFFFFFu}) {
+        VxIniFile::setLoadLimit(limit);
+        EXPECT_EQ(VxIniFile(true).load(L"a.ini", '\n'), limit >= 8) << limit;
+    }
+}
+
+namespace {
+
+// A file of one long line. Its NULs are never written, so they take no memory.
+struct LongLinePlatform : PlatformProxy, iFile {
+    static constexpr unsigned int kLength = 0x80000000u;
+
+    Vx::Ptr<iFile> openFile(const LightweightString<wchar_t>&, int, int, int, int) override
+    {
+        return Vx::Ptr<iFile>(&holders, this);
+    }
+    unsigned int size() override { return kLength; }
+    bool read(void* buffer, unsigned int) override
+    {
+        static_cast<char*>(buffer)[0] = static_cast<char*>(buffer)[kLength - 1] = 'x';
+        return true;
+    }
+    bool write(const void*, unsigned int) override { return false; }
+
+    unsigned int holders = 1; // and the test
+};
+
+} // namespace
+
+TEST(VxIniFileLoad, RefusesALineThatNoStringCanHold)
+{
+    LongLinePlatform platform;
+    VxIniFile ini(true);
+    add(ini, "S", "old=0");
+    EXPECT_FALSE(ini.load(L"a.ini", '\n'));
+    EXPECT_EQ(dump(ini), "<S>{old=0}");
 }
 
 namespace {
@@ -326,7 +387,7 @@ std::string randomFile(std::mt19937& random)
 
 } // namespace
 
-TEST(VxIniFileLoad, AnswersAsTheStepsDo)
+TEST(VxIniFileLoad, AgreesWithTheReference)
 {
     ScriptedPlatform platform;
     std::mt19937 random(20260108);
@@ -358,24 +419,24 @@ TEST(VxIniFileSave, WritesPieceByPiece)
     EXPECT_EQ(ini.path, L"a.ini");
 }
 
-TEST(VxIniFileSave, AnswersWhetherTheFileOpenedAndSaveAllWhetherAllWasWritten)
+TEST(VxIniFileSave, ReturnsWhetherTheFileOpenedAndSaveAllWhetherItWasCommitted)
 {
-    for (const auto save : {&VxIniFile::save, &VxIniFile::saveAll}) {
-        const bool all = save == &VxIniFile::saveAll;
-        SCOPED_TRACE(all);
-        ScriptedPlatform platform;
-        platform.addFile(L"a.ini", "old");
-        VxIniFile ini(true);
-        add(ini, "S", "x=1");
-        EXPECT_FALSE((ini.*save)(L"")) << "no path";
-        platform.failFileCall(1);
-        EXPECT_FALSE((ini.*save)(L"a.ini"));
-        EXPECT_EQ(platform.file(L"a.ini"), "old");
-        platform.failFileCall(2);
-        EXPECT_EQ((ini.*save)(L""), !all) << "save() does not look at what the writes answer";
-        EXPECT_TRUE((ini.*save)(L""));
-        EXPECT_EQ(platform.file(L"a.ini"), "[S]\r\nx=1\r\n");
-    }
+    for (const auto save : {&VxIniFile::save, &VxIniFile::saveAll})
+        for (unsigned int n = 1; n <= 4; ++n) { // open, write and, of saveAll, commit
+            const bool all = save == &VxIniFile::saveAll;
+            SCOPED_TRACE((all ? "saveAll, call " : "save, call ") + std::to_string(n));
+            ScriptedPlatform platform;
+            platform.addFile(L"a.ini", "old");
+            VxIniFile ini(true);
+            add(ini, "S", "x=1");
+            EXPECT_FALSE((ini.*save)(L"")) << "no path";
+            platform.failFileCall(n);
+            EXPECT_EQ((ini.*save)(L"a.ini"), n > (all ? 3 : 1));
+            EXPECT_EQ(platform.file(L"a.ini") == "old", n == 1);
+            platform.failFileCall(0);
+            EXPECT_TRUE((ini.*save)(L""));
+            EXPECT_EQ(platform.file(L"a.ini"), "[S]\r\nx=1\r\n");
+        }
 }
 
 TEST(VxIniFileSave, AnAnonymousSectionIsNeverPassedDeliberately)
@@ -436,9 +497,11 @@ TEST(VxIniFileSaveAll, PutsAnonymousPairsAtTheTopAndWritesOnce)
     ini[anonymous()].clear();
     EXPECT_TRUE(ini.saveAll(L""));
     EXPECT_EQ(platform.file(L"a.ini"), "[1]\r\nx=1\r\n\r\n[A]\r\ny=2\r\n");
+    platform.takeLog();
     EXPECT_TRUE(VxIniFile(true).saveAll(L"a.ini"));
+    EXPECT_EQ(platform.takeLog(), "openFile(2,3,0,0) commit close");
     EXPECT_EQ(platform.file(L"a.ini"), "");
-    // An empty line in front of a section, unless the name before it is blank.
+    // A blank line before a section, unless the previous name is blank.
     VxIniFile blank(true);
     for (const char* name : {"", "  ", "A", "B"})
         blank.getSection(name);
@@ -448,21 +511,22 @@ TEST(VxIniFileSaveAll, PutsAnonymousPairsAtTheTopAndWritesOnce)
     }
 }
 
-TEST(VxIniFileSaveAll, GivesShakyEndsABlank)
+TEST(VxIniFileSaveAll, ProtectsEndsThatLoadingWouldStripByABlank)
 {
     ScriptedPlatform platform;
     VxIniFile ini(true);
-    add(ini, anonymous(), "\xEF\xBB\xBF; a mark stays in front");
+    add(ini, anonymous(), "\xEF\xBB\xBF; a byte-order mark stays first");
     add(ini, anonymous(), "\tindented");
     ini["S"].emplace_back("name", "Zo\xC3\xAB", '=');
     ini["S"].emplace_back("plain", "", '=');
     ASSERT_TRUE(ini.saveAll(L"a.ini"));
-    EXPECT_EQ(platform.file(L"a.ini"), "\xEF\xBB\xBF; a mark stays in front\r\n \tindented\r\n\r\n"
-                                       "[S]\r\nname=Zo\xC3\xAB \r\nplain=\r\n");
+    EXPECT_EQ(platform.file(L"a.ini"),
+              "\xEF\xBB\xBF; a byte-order mark stays first\r\n \tindented\r\n\r\n"
+              "[S]\r\nname=Zo\xC3\xAB \r\nplain=\r\n");
     EXPECT_EQ(dump(VxIniFile(L"a.ini", true, true)), dump(ini));
 }
 
-TEST(VxIniFileSaveAll, LoadedDocumentsComeBackEqual)
+TEST(VxIniFileSaveAll, LoadedDocumentsAreEqualAfterwards)
 {
     ScriptedPlatform platform;
     std::mt19937 random(4711);
