@@ -7,12 +7,11 @@
 
 const std::string& scratchFolder()
 {
-    // NOLINTNEXTLINE: main() has set it
+    // NOLINTNEXTLINE: the parent process has set it
     static const std::string folder = std::string(std::getenv("HOME")) + "/";
     return folder;
 }
 
-// Plain ASCII only, and without asking the platform, which is what is being checked.
 LightweightString<wchar_t> widen(const std::string& text)
 {
     return LightweightString<wchar_t>(std::wstring(text.begin(), text.end()));
@@ -28,7 +27,7 @@ int forkAndWait(int (*work)(void*), void* argument)
             _exit(1);
         }
     }
-    require(child > 0, "fork failed");
+    require(child > 0, "cannot fork");
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }

@@ -1,4 +1,4 @@
-// Check.h - one claim about a platform, and the list of all claims.
+// Check.h - The checks of a platform, and what they are written with.
 #pragma once
 
 #include <Vx/LightweightString.h>
@@ -6,20 +6,19 @@
 #include <string>
 #include <vector>
 
-/// A claim that does not hold; the text says what was found.
+/// Thrown by a check that fails; says what was found.
 struct Failure {
     std::string reason;
 };
 
-/// One claim: how it is called on the command line, what it says, and the code that throws
-/// a Failure when it does not hold.
+/// One claim about a platform. run() throws a Failure if it does not hold.
 struct Check {
-    const char* name;
+    const char* name; ///< on the command line
     const char* claim;
     void (*run)();
 };
 
-// The claims, service by service.
+// The checks of each service.
 std::vector<Check> memoryChecks();
 std::vector<Check> textChecks();
 std::vector<Check> systemChecks();
@@ -27,22 +26,23 @@ std::vector<Check> threadChecks();
 std::vector<Check> fileChecks();
 std::vector<Check> shellChecks();
 
-/// Throws a Failure with \p reason unless \p holds.
+/// Throws a Failure with \p reason unless \p holds is true.
 inline void require(bool holds, const std::string& reason)
 {
     if (!holds)
         throw Failure{reason};
 }
 
-/// An empty folder for this check alone, with a trailing separator; the parent removes it.
+/// Returns an empty folder for this check alone, with a trailing separator. The parent process
+/// removes it.
 const std::string& scratchFolder();
 
+/// Widens ASCII without the platform, which is what is being checked.
 LightweightString<wchar_t> widen(const std::string& text);
 
 int forkAndWait(int (*work)(void*), void* argument);
 
-/// Runs \p work, which returns an exit status, in a forked child.
-/// \returns the child's wait status
+/// Runs \p work, which returns an exit status, in a forked child. Returns its wait status.
 template <class Work> int inChild(Work work)
 {
     return forkAndWait([](void* argument) { return (*static_cast<Work*>(argument))(); }, &work);

@@ -1,4 +1,4 @@
-// Files: reading them whole, replacing them whole or not at all.
+// Files: read as a whole, replaced as a whole or not at all.
 #include "Check.h"
 
 #include <Vx/VxPtr.h>
@@ -23,7 +23,7 @@ Vx::Ptr<iFile> openToReplace(const std::string& path)
     return OS()->fileSystem()->openFile(widen(path), 2, 3, 0, 0);
 }
 
-// The test's own eyes: not through the platform.
+// Not through the platform, which is what is being checked.
 std::string content(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -61,7 +61,7 @@ void reads()
             "the next three bytes are wrong");
     require(!file->read(bytes, 1), "reads beyond the end");
     const Vx::Ptr<iFile> again = openToRead(path);
-    require(!again->read(bytes, 6), "a short read is told as success");
+    require(!again->read(bytes, 6), "a short read returns true");
 }
 
 void noFile()
@@ -85,8 +85,7 @@ void creates()
     {
         const Vx::Ptr<iFile> file = openToReplace(path);
         require(bool(file), "does not open for writing");
-        require(file->write("one ", 4) && file->write("", 0) && file->write("two", 3),
-                "a write fails");
+        require(file->write("one ", 4) && file->write("two", 3), "a write fails");
     }
     require(content(path) == "one two", "the file holds \"" + content(path) + "\"");
     requireNoLitter(1);
@@ -98,15 +97,41 @@ void replacesOnRelease()
     put(path, "the old content");
     {
         Vx::Ptr<iFile> file = openToReplace(path);
-        require(content(path) == "the old content", "opening already destroys the old file");
+        require(content(path) == "the old content", "opening destroys the old file");
         require(file->write("new", 3), "a write fails");
-        require(content(path) == "the old content", "the new content shows before the release");
+        require(content(path) == "the old content", "the new content is visible before the commit");
         const Vx::Ptr<iFile> second = file;
         file.reset();
-        require(content(path) == "the old content", "the first of two holders releases");
+        require(content(path) == "the old content",
+                "the release of the first of two holders publishes");
     }
     require(content(path) == "new", "the file holds \"" + content(path) + "\"");
     requireNoLitter(1);
+}
+
+// A platform that does not implement the commit returns true and publishes on release.
+void commits()
+{
+    const std::string path = newPath("committed");
+    put(path, "old");
+    Vx::Ptr<iFile> file = openToReplace(path);
+    require(file->write("new", 3), "a write fails");
+    require(file->write("", 0), "a commit fails although nothing stands in its way");
+    const bool atOnce = content(path) == "new";
+    require(atOnce || content(path) == "old", "the commit left \"" + content(path) + "\"");
+    require(file->write("", 0), "a second commit fails");
+    file.reset();
+    require(content(path) == "new",
+            "a commit returned true, but the file holds \"" + content(path) + "\"");
+    requireNoLitter(1);
+    if (!atOnce)
+        return;
+
+    std::filesystem::create_directory(newPath("folder"));
+    file = openToReplace(newPath("folder/lost"));
+    require(file->write("new", 3), "a write fails");
+    std::filesystem::remove_all(newPath("folder"));
+    require(!file->write("", 0), "a commit returned true although its folder is gone");
 }
 
 void keepsMode()
@@ -127,7 +152,7 @@ void followsLinks()
     std::filesystem::create_symlink(newPath("target"), newPath("link"));
     openToReplace(newPath("link"))->write("new", 3);
     require(std::filesystem::is_symlink(newPath("link")), "the link was replaced by a file");
-    require(content(newPath("target")) == "new", "the file behind the link is unchanged");
+    require(content(newPath("target")) == "new", "the target of the link is unchanged");
     requireNoLitter(2);
 }
 
@@ -141,7 +166,7 @@ void exceptionKeepsTheOld()
         throw 1;
     } catch (int) {
     }
-    require(content(path) == "old", "an exception left \"" + content(path) + "\"");
+    require(content(path) == "old", "an exception leaves \"" + content(path) + "\"");
     requireNoLitter(1);
 }
 
@@ -157,7 +182,7 @@ void killKeepsTheOld()
         return 0;
     });
     require(WIFSIGNALED(status), "the child was not killed");
-    require(content(path) == "old", "a killed writer left the file changed");
+    require(content(path) == "old", "a killed writer leaves the file changed");
     requireNoLitter(1);
 }
 
@@ -177,7 +202,17 @@ void wideNames()
         wide += c;
     OS()->fileSystem()->openFile(wide, 2, 3, 0, 0)->write("x", 1);
     require(content(narrow) == "x", "a name beyond ASCII does not become UTF-8");
-    require(bool(OS()->fileSystem()->openFile(wide, 1, 0, 1, 0)), "and does not open again");
+    require(bool(OS()->fileSystem()->openFile(wide, 1, 0, 1, 0)),
+            "a name beyond ASCII does not open again");
+    put(newPath("a"), "old");
+    for (const wchar_t invalid : {wchar_t(0), wchar_t(0xD800), wchar_t(0x110000)}) {
+        LightweightString<wchar_t> path = widen(newPath("a"));
+        path.push_back(invalid);
+        require(!OS()->fileSystem()->openFile(path, 1, 0, 1, 0) &&
+                    !OS()->fileSystem()->openFile(path, 2, 3, 0, 0),
+                "a path with the invalid character " + std::to_string(invalid) +
+                    " opens: it must have become another path");
+    }
 }
 
 } // namespace
@@ -185,15 +220,16 @@ void wideNames()
 std::vector<Check> fileChecks()
 {
     return {
-        {"files.read", "whole reads, the size wherever the position stands", reads},
-        {"files.none", "what cannot be opened gives no file", noFile},
-        {"files.create", "writes one after the other make a new file", creates},
-        {"files.replace", "a file is replaced when its last holder lets go", replacesOnRelease},
+        {"files.read", "reads never come short; the size ignores the position", reads},
+        {"files.none", "what cannot be opened gives an empty pointer", noFile},
+        {"files.create", "successive writes create a new file", creates},
+        {"files.replace", "a file is replaced when its last holder releases it", replacesOnRelease},
+        {"files.commit", "a write of 0 bytes returns true only if the file is replaced", commits},
         {"files.mode", "a replaced file keeps its permissions", keepsMode},
         {"files.links", "a symbolic link is followed", followsLinks},
-        {"files.exception", "an exception on its way keeps the old file", exceptionKeepsTheOld},
+        {"files.exception", "an exception in flight keeps the old file", exceptionKeepsTheOld},
         {"files.kill", "a killed writer leaves the old file and no litter", killKeepsTheOld},
         {"files.separator", "the path separator is the system's", separator},
-        {"files.names", "wide names reach the system as UTF-8", wideNames},
+        {"files.names", "names reach the system as UTF-8 or are refused", wideNames},
     };
 }

@@ -58,7 +58,7 @@ void keepsContent()
     }
     for (std::size_t i = 0; i < blocks.size(); ++i)
         for (unsigned long n = 0; n < blocks[i].size; ++n)
-            require(blocks[i].bytes[n] == i % 251, "two living blocks overlap");
+            require(blocks[i].bytes[n] == i % 251, "two live blocks overlap");
     for (const Block& block : blocks)
         memory()->deallocate(block.bytes);
 }
@@ -75,12 +75,12 @@ void exhaustionThrows()
     try {
         block = memory()->allocate(1ul << 62);
     } catch (...) {
-        block = memory()->allocate(16); // and goes on working
+        block = memory()->allocate(16); // must still work
         memory()->deallocate(block);
         return;
     }
     throw Failure{block == nullptr ? "2^62 bytes: returned null instead of throwing"
-                                   : "2^62 bytes: claims to have them"};
+                                   : "2^62 bytes: returned a block"};
 }
 
 void otherThread()
@@ -109,7 +109,7 @@ void afterFork()
     require(status == 0, "a forked child that frees and allocates died");
 }
 
-// Constructed before main, destroyed after it: the platform must be there both times.
+// Constructed before main and destroyed after it. The platform must work both times.
 struct EarlyAndLate {
     std::unique_ptr<LightweightString<char>> text{new LightweightString<char>("early")};
 };
@@ -146,15 +146,16 @@ void registry()
 std::vector<Check> memoryChecks()
 {
     return {
-        {"memory.aligned", "blocks are aligned for any fundamental type", aligned},
-        {"memory.distinct", "a block of size 0 is a block", distinct},
-        {"memory.content", "living blocks do not overlap", keepsContent},
+        {"memory.aligned", "blocks are aligned for every fundamental type", aligned},
+        {"memory.distinct", "blocks of size 0 are distinct", distinct},
+        {"memory.content", "live blocks do not overlap", keepsContent},
         {"memory.null", "deallocate ignores null", nullIsIgnored},
-        {"memory.exhaustion", "exhaustion throws, null is never returned", exhaustionThrows},
+        {"memory.exhaustion", "exhaustion throws instead of returning null", exhaustionThrows},
         {"memory.threads", "a block may be freed by another thread", otherThread},
-        {"memory.fork", "allocates and frees right after fork", afterFork},
-        {"memory.early-and-late", "serves before main and after the last destructor",
+        {"memory.fork", "allocates and frees in a forked child", afterFork},
+        {"memory.early-and-late", "works before main and after the last destructor",
          earlyAndLateUse},
-        {"reclaim.registry", "objects come and go in any order, on any thread", registry},
+        {"reclaim.registry", "objects register and unregister in any order, on any thread",
+         registry},
     };
 }

@@ -14,7 +14,7 @@ using Text = LightweightString<char>;
 Vx::Ptr<iSettings> settings(int scope)
 {
     Vx::Ptr<iSettings> store = OS()->shell()->getSettings(scope);
-    require(bool(store), "getSettings gave no store");
+    require(bool(store), "getSettings returns an empty pointer");
     return store;
 }
 
@@ -24,11 +24,12 @@ void folders()
     require(!folder.empty(), "the user's data folder is empty");
     require(folder.back() == OS()->fileSystem()->pathSeparator(),
             "the path of the user's data folder does not end with a separator");
-    require(folder == OS()->shell()->getFolder(iShell::kUserDataFolder), "the folder changes");
+    require(folder == OS()->shell()->getFolder(iShell::kUserDataFolder),
+            "the folder differs between two calls");
     LightweightString<wchar_t> file = folder;
     file += L"platform-check";
     const Vx::Ptr<iFile> opened = OS()->fileSystem()->openFile(file, 2, 3, 0, 0);
-    require(bool(opened), "no file can be made in the user's data folder");
+    require(bool(opened), "no file can be created in the user's data folder");
 }
 
 void diagnostics()
@@ -43,12 +44,13 @@ void defaults()
 {
     const auto store = settings(0);
     require(store->getValue("no such key", "default", "S") == "default",
-            "a missing value is not the default");
+            "a missing value does not give the default");
     store->setValue("key", "", "S");
-    require(store->getValue("key", "default", "S").empty(), "an empty value is taken for none");
+    require(store->getValue("key", "default", "S").empty(), "an empty value counts as missing");
     store->setValue("key", "second", "S");
-    require(store->getValue("key", "", "S") == "second", "a second value does not replace");
-    require(store->getValue("key", "none", "T") == "none", "sections are not kept apart");
+    require(store->getValue("key", "", "S") == "second",
+            "a second value does not replace the first");
+    require(store->getValue("key", "none", "T") == "none", "two sections share their values");
     require(settings(0)->getValue("key", "", "S") == "second",
             "a second store of the same scope does not see the value");
 }
@@ -92,7 +94,7 @@ void twoProcesses()
 {
     constexpr int kProcesses = 4;
     constexpr int kKeys = 25;
-    std::vector<std::thread> parents; // one for each child, so that all run at once
+    std::vector<std::thread> parents; // one per child, so that all run at once
     std::vector<int> statuses(kProcesses, 1);
     for (int p = 0; p < kProcesses; ++p)
         parents.emplace_back([p, &statuses] {
@@ -114,7 +116,7 @@ void twoProcesses()
         for (int k = 0; k < kKeys; ++k) {
             const std::string key = std::to_string(p) + "." + std::to_string(k);
             require(store->getValue(Text(key), "lost", "Shared") == Text(key),
-                    "the setting " + key + " was lost between " + std::to_string(kProcesses) +
+                    "the setting " + key + " was lost among " + std::to_string(kProcesses) +
                         " processes that saved at once");
         }
 }
@@ -125,10 +127,10 @@ std::vector<Check> shellChecks()
 {
     return {
         {"folders", "the user's data folder exists and ends with a separator", folders},
-        {"folders.diagnostics", "a folder for diagnostics is taken", diagnostics},
+        {"folders.diagnostics", "a folder for diagnostics is accepted", diagnostics},
         {"settings.values", "values, defaults and sections", defaults},
-        {"settings.scopes", "each scope is a store of its own", scopes},
-        {"settings.bytes", "any text survives a save, byte for byte", survives},
+        {"settings.scopes", "scopes are separate stores", scopes},
+        {"settings.bytes", "every text survives a save byte for byte", survives},
         {"settings.processes", "processes that save at once lose nothing", twoProcesses},
     };
 }

@@ -1,4 +1,4 @@
-// Clock, identifiers, call stacks, facts about the machine.
+// Clock, identifiers, call stacks, the number of processors.
 #include "Check.h"
 
 #include <Vx/platform/iSystemInfo.h>
@@ -24,22 +24,22 @@ void clock()
     };
     const auto before = std::chrono::steady_clock::now();
     const double start = utils()->msecsNow();
-    const auto behind = std::chrono::steady_clock::now();
+    const auto after = std::chrono::steady_clock::now();
     double last = start;
     int steps = 0;
     for (int i = 0; i < kReadings; ++i) {
         const double now = utils()->msecsNow();
-        require(std::isfinite(now), "a reading is no number");
+        require(std::isfinite(now), "a reading is not finite");
         require(now >= last, "runs backwards by " + std::to_string(last - now) + " ms");
         steps += now > last;
         last = now;
     }
-    const double lower = msecsSince(behind);
+    const double lower = msecsSince(after);
     const double elapsed = utils()->msecsNow() - start;
     const double upper = msecsSince(before);
-    // Clocks that are disciplined apart may differ a little.
+    // Clocks may be adjusted differently.
     require(elapsed >= lower * 0.99 - 1 && elapsed <= upper * 1.01 + 1,
-            std::to_string(lower) + " ms are " + std::to_string(elapsed));
+            std::to_string(lower) + " ms are measured as " + std::to_string(elapsed));
     require(steps > 0, "does not advance");
     require((last - start) / steps < 0.1,
             "advances in steps of " + std::to_string((last - start) / steps) + " ms");
@@ -69,7 +69,7 @@ void uuidUnique()
 {
     std::set<Bytes> seen;
     for (int i = 0; i < 100000; ++i)
-        require(seen.insert(newUUID()).second, "the same identifier twice");
+        require(seen.insert(newUUID()).second, "an identifier is repeated");
     std::set<Bytes> other;
     std::thread([&] {
         for (int i = 0; i < 1000; ++i)
@@ -82,9 +82,9 @@ void uuidUnique()
 void uuidFork()
 {
     std::set<Bytes> seen = {newUUID()};
-    for (int child = 0; child < 2; ++child) { // what one has, the next must not have either
+    for (int child = 0; child < 2; ++child) { // the second must not repeat the first
         int ends[2];
-        require(pipe(ends) == 0, "no pipe");
+        require(pipe(ends) == 0, "cannot create a pipe");
         const int status = inChild([&] {
             const Bytes bytes = newUUID();
             return write(ends[1], bytes.data(), 16) == 16 ? 0 : 1;
@@ -93,7 +93,7 @@ void uuidFork()
         require(status == 0 && read(ends[0], theirs.data(), 16) == 16, "the child died");
         close(ends[0]);
         close(ends[1]);
-        require(seen.insert(theirs).second, "a forked child got an identifier that is taken");
+        require(seen.insert(theirs).second, "a forked child repeats an identifier");
     }
     require(seen.insert(newUUID()).second, "parent and child got the same identifier after fork");
 }
@@ -102,10 +102,10 @@ void callStack()
 {
     std::vector<LightweightString<char>, StdAllocator<LightweightString<char>>> frames;
     frames.push_back("kept");
-    utils()->captureCallStack(frames); // may add nothing
-    require(!frames.empty() && frames[0] == "kept", "overwrites what the list held");
+    utils()->captureCallStack(frames); // adding nothing is allowed
+    require(!frames.empty() && frames[0] == "kept", "overwrites the list");
     for (const auto& frame : frames)
-        require(!frame.empty(), "a frame without a text");
+        require(!frame.empty(), "a frame is empty");
 }
 
 void processors()
@@ -120,11 +120,11 @@ void processors()
 std::vector<Check> systemChecks()
 {
     return {
-        {"clock", "counts milliseconds, never backwards, finely", clock},
-        {"uuid.bits", "version 4 and variant at their places", uuidBits},
-        {"uuid.unique", "no identifier twice, on any thread", uuidUnique},
+        {"clock", "counts milliseconds in fine steps, never backwards", clock},
+        {"uuid.bits", "version and variant are in their places", uuidBits},
+        {"uuid.unique", "no identifier is repeated, on any thread", uuidUnique},
         {"uuid.fork", "parent and child get different identifiers", uuidFork},
-        {"call-stack", "frames have texts and are appended", callStack},
+        {"call-stack", "non-empty frames are appended", callStack},
         {"processors", "at least one", processors},
     };
 }

@@ -63,7 +63,7 @@ void everyScalar()
         const unsigned int size = c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
         require(bytes.length() == size, "not the shortest form:" + shown(one));
         require(utils()->fromUTF8(bytes.c_str(), bytes.length()) == one,
-                "does not come back:" + shown(one));
+                "does not survive:" + shown(one));
     }
 }
 
@@ -87,20 +87,20 @@ void lengths()
 {
     require(utils()->fromUTF8(nullptr, iSystemUtils::kUpToTerminator).empty(), "null is not empty");
     require(utils()->fromUTF8("abc", 0).empty(), "length 0 is not empty");
-    require(utils()->fromUTF8("abc", 2) == L"ab", "the length is not kept to");
+    require(utils()->fromUTF8("abc", 2) == L"ab", "the length is ignored");
     require(utils()->fromUTF8("abc", iSystemUtils::kUpToTerminator) == L"abc",
             "all bits set does not mean up to the terminator");
     expectDecoded(std::string("a\0b", 3), std::wstring(L"a\0b", 3));
     const Wide wide(L"a\0b", 3);
-    require(utils()->toUTF8(wide) == Narrow("a\0b", 3), "an embedded zero ends the text");
-    require(utils()->toUTF8(Wide()).empty(), "the empty text is not empty");
+    require(utils()->toUTF8(wide) == Narrow("a\0b", 3), "an embedded NUL ends the string");
+    require(utils()->toUTF8(Wide()).empty(), "the empty string is not empty");
 }
 
 void noCodePoints()
 {
     for (unsigned int c : {0xD800u, 0xDFFFu, 0x110000u, 0x7FFFFFFFu, 0xFFFFFFFFu})
         require(utils()->toUTF8(Wide(std::wstring(1, static_cast<wchar_t>(c)))) == "\xEF\xBF\xBD",
-                "the value " + std::to_string(c) + " is no code point and must become U+FFFD");
+                "the value " + std::to_string(c) + " is not a code point and must become U+FFFD");
 }
 
 } // namespace
@@ -110,8 +110,8 @@ std::vector<Check> textChecks()
     return {
         {"text.ascii", "wideFromAscii widens byte by byte", ascii},
         {"text.scalars", "every code point survives UTF-8 and back", everyScalar},
-        {"text.malformed", "malformed UTF-8 becomes U+FFFD, one for each part", malformed},
-        {"text.lengths", "lengths, terminators and embedded zeros", lengths},
-        {"text.no-code-points", "what is no code point becomes U+FFFD", noCodePoints},
+        {"text.malformed", "each maximal ill-formed part becomes one U+FFFD", malformed},
+        {"text.lengths", "lengths, terminators and embedded NULs are respected", lengths},
+        {"text.no-code-points", "values that are not code points become U+FFFD", noCodePoints},
     };
 }

@@ -25,14 +25,14 @@ bool takenByAnother(iLock& lock)
 void reentrant()
 {
     const Vx::Ptr<iLock> lock = threading()->createLock(0);
-    require(bool(lock), "createLock gave no lock");
+    require(bool(lock), "createLock returns an empty pointer");
     require(lock.useCount() == 1, "the counter of a new lock does not start at 0");
     lock->lock();
     lock->lock();
     require(lock->tryLock(), "tryLock fails for the holder");
     for (int depth = 3; depth > 0; --depth) {
-        require(!takenByAnother(*lock),
-                "another thread gets the lock while it is held " + std::to_string(depth) + " deep");
+        require(!takenByAnother(*lock), "another thread takes the lock while it is held " +
+                                            std::to_string(depth) + " deep");
         lock->unlock();
     }
     require(takenByAnother(*lock), "the lock stays held after the last unlock");
@@ -50,8 +50,8 @@ void excludes()
         entered = true;
         lock->unlock();
     });
-    // A lock that holds shows nothing, however long we look; one that does not lets the other
-    // thread in as soon as it gets a processor.
+    // A working lock passes however long this looks; a broken one lets the other thread in as
+    // soon as it gets a processor.
     for (int looks = 0; looks < 1000 && !entered; ++looks) {
         std::this_thread::yield();
         if (!started)
@@ -61,7 +61,7 @@ void excludes()
     lock->unlock();
     other.join();
     require(!intruded, "lock() lets a second thread in");
-    require(entered, "the waiting thread never got the lock");
+    require(entered, "the waiting thread never takes the lock");
 
     constexpr int kThreads = 4;
     constexpr int kRounds = 50000;
@@ -78,7 +78,7 @@ void excludes()
     for (std::thread& thread : threads)
         thread.join();
     require(counter == long(kThreads) * kRounds,
-            "two threads were inside at once: " + std::to_string(counter) + " of " +
+            "two threads held the lock at once: " + std::to_string(counter) + " of " +
                 std::to_string(long(kThreads) * kRounds));
 }
 
@@ -87,7 +87,7 @@ void independent()
     const Vx::Ptr<iLock> first = threading()->createLock(0);
     const Vx::Ptr<iLock> second = threading()->createLock(0);
     first->lock();
-    require(takenByAnother(*second), "two locks are one");
+    require(takenByAnother(*second), "two locks exclude each other");
     first->unlock();
 }
 
@@ -99,7 +99,7 @@ void identifiers()
     std::set<unsigned int> seen{mine};
     std::vector<std::thread> threads;
     std::vector<unsigned int> found(8);
-    // All alive at once: only then must their identifiers differ.
+    // Only identifiers of threads that live at the same time must differ.
     const Vx::Ptr<iLock> gate = threading()->createLock(0);
     gate->lock();
     for (unsigned int& id : found)
@@ -120,7 +120,7 @@ void identifierAfterFork()
 {
     const unsigned int mine = threading()->currentThreadId();
     const int status = inChild([&] { return threading()->currentThreadId() == mine ? 1 : 0; });
-    require(status == 0, "the child still has the parent's identifier");
+    require(status == 0, "the child has the parent's identifier");
 }
 
 } // namespace
@@ -128,10 +128,10 @@ void identifierAfterFork()
 std::vector<Check> threadChecks()
 {
     return {
-        {"lock.reentrant", "the holder may enter again, others may not", reentrant},
-        {"lock.excludes", "one thread at a time", excludes},
-        {"lock.independent", "each lock is its own", independent},
-        {"thread-id", "never 0, stable, its own for each living thread", identifiers},
-        {"thread-id.fork", "a forked child has an identifier of its own", identifierAfterFork},
+        {"lock.reentrant", "the holder may enter again, other threads may not", reentrant},
+        {"lock.excludes", "one thread at a time holds a lock", excludes},
+        {"lock.independent", "locks are independent", independent},
+        {"thread-id", "never 0, constant, different for live threads", identifiers},
+        {"thread-id.fork", "a forked child has a different identifier", identifierAfterFork},
     };
 }

@@ -1,4 +1,4 @@
-// platform-check - holds a libOS.so against what the library expects of a platform.
+// platform-check - Checks a libOS.so against the contract that Vx expects of a platform.
 #include "Check.h"
 
 #include <algorithm>
@@ -16,21 +16,21 @@
 
 namespace {
 
-constexpr int kSeconds = 60; // a check that takes longer hangs
+constexpr int kSeconds = 60; // until a silent check counts as hanging
 
-// Holds as soon as a process has started on the platform.
+// Passes if a process starts with the platform at all.
 const Check kStarts = {"starts", "a process starts with the library", nullptr};
 
 const char kUsage[] =
     "usage: platform-check LIBRARY [CHECK...]\n"
     "       platform-check --list\n"
     "\n"
-    "Loads LIBRARY as the platform of a child process, once for each check, and holds it\n"
-    "against what Vx expects of a platform. Names of checks, or their beginnings, choose\n"
-    "some of them.\n"
+    "Checks LIBRARY against the contract that Vx expects of a platform. Each check runs in a\n"
+    "process of its own with LIBRARY as its platform. CHECK is the name of a check or the\n"
+    "beginning of one; without any, all checks run.\n"
     "\n"
-    "Exit status: 0 all checks hold, 1 some do not, or no process starts with LIBRARY,\n"
-    "2 the call is wrong.\n"
+    "Exit status: 0 if all checks pass, 1 if some fail or no process starts with LIBRARY, 2 for\n"
+    "a usage error.\n"
     "\n"
     "  platform-check build/release/platforms/linux/libOS.so\n"
     "  platform-check ./libOS.so files. settings.processes\n";
@@ -45,7 +45,7 @@ std::vector<Check> allChecks()
     return all;
 }
 
-// The child: one check on the platform that the loader has put in place.
+// In the child: runs one check on the platform that the loader has put in place.
 int runOne(std::string_view name)
 {
     if (name == kStarts.name)
@@ -61,98 +61,145 @@ int runOne(std::string_view name)
         } catch (const std::exception& error) {
             std::printf("threw %s", error.what());
         } catch (...) {
-            std::printf("threw something that is no std::exception");
+            std::printf("threw something other than a std::exception");
         }
         return 1;
     }
     return 2;
 }
 
+// Becomes this program again, with the library in \p folder as its platform. Does not return.
+[[noreturn]] void becomeChild(const std::string& self, const Check& check,
+                              const std::string& folder, const int (&ends)[2])
+{
+    dup2(ends[1], STDOUT_FILENO);
+    dup2(ends[1], STDERR_FILENO);
+    close(ends[0]);
+    close(ends[1]);
+    setpgid(0, 0);
+    // Before the folders that are there: the platform may need libraries of its own.
+    const char* const others = getenv("LD_LIBRARY_PATH");
+    std::string path = folder + "/library";
+    if (others != nullptr && *others != 0)
+        path.append(":").append(others);
+    setenv("LD_LIBRARY_PATH", path.c_str(), 1);
+    const std::string home = folder + "/" + check.name;
+    std::filesystem::create_directories(home);
+    for (const char* variable :
+         {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME", "TMPDIR"})
+        setenv(variable, home.c_str(), 1);
+    execl(self.c_str(), self.c_str(), "--child", check.name, static_cast<char*>(nullptr));
+    _exit(127);
+}
+
+// Reads until the other end is closed.
+// \returns false if nothing came for kSeconds
+bool readAll(int descriptor, std::string& text)
+{
+    for (;;) {
+        pollfd waiting = {descriptor, POLLIN, 0};
+        const int ready = poll(&waiting, 1, kSeconds * 1000);
+        if (ready < 0 && errno == EINTR)
+            continue;
+        if (ready <= 0)
+            return ready != 0;
+        char buffer[4096];
+        const ssize_t count = read(descriptor, buffer, sizeof buffer);
+        if (count <= 0)
+            return true;
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+}
+
 struct Outcome {
-    bool held;
+    bool passed;
     std::string reason;
 };
 
-std::string described(int status, bool timedOut)
+std::string describe(int status)
 {
-    if (timedOut)
-        return "did not end within " + std::to_string(kSeconds) + " seconds";
     if (WIFSIGNALED(status))
-        return std::string("ended by signal: ") + strsignal(WTERMSIG(status));
-    return "ended with status " + std::to_string(WEXITSTATUS(status));
+        return std::string("killed by signal: ") + strsignal(WTERMSIG(status));
+    return "exited with status " + std::to_string(WEXITSTATUS(status));
 }
 
-// The parent: starts this program again with the library in front, listens, waits.
 Outcome runInChild(const std::string& self, const Check& check, const std::string& folder)
 {
     int ends[2];
     if (pipe(ends) != 0)
-        return {false, std::string("no pipe: ") + std::strerror(errno)};
+        return {false, std::string("cannot create a pipe: ") + std::strerror(errno)};
     const pid_t child = fork();
-    if (child == 0) {
-        dup2(ends[1], STDOUT_FILENO);
-        dup2(ends[1], STDERR_FILENO);
-        close(ends[0]);
-        close(ends[1]);
-        setpgid(0, 0);
-        // In front of what is there: the platform may need libraries of its own.
-        const char* const others = getenv("LD_LIBRARY_PATH");
-        std::string path = folder + "/library";
-        if (others != nullptr && *others != 0)
-            path.append(":").append(others);
-        setenv("LD_LIBRARY_PATH", path.c_str(), 1);
-        const std::string home = folder + "/" + check.name;
-        std::filesystem::create_directories(home);
-        for (const char* variable :
-             {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME", "TMPDIR"})
-            setenv(variable, home.c_str(), 1);
-        execl(self.c_str(), self.c_str(), "--child", check.name, static_cast<char*>(nullptr));
-        _exit(127);
-    }
+    if (child == 0)
+        becomeChild(self, check, folder, ends);
     close(ends[1]);
     if (child < 0) {
         close(ends[0]);
-        return {false, std::string("no process: ") + std::strerror(errno)};
+        return {false, std::string("cannot create a process: ") + std::strerror(errno)};
     }
 
     std::string said;
-    bool timedOut = false;
-    for (;;) {
-        pollfd waiting = {ends[0], POLLIN, 0};
-        const int ready = poll(&waiting, 1, kSeconds * 1000);
-        if (ready < 0 && errno == EINTR)
-            continue;
-        char buffer[4096];
-        const ssize_t count = ready > 0 ? read(ends[0], buffer, sizeof buffer) : 0;
-        if (ready == 0)
-            timedOut = true;
-        if (count <= 0)
-            break;
-        said.append(buffer, static_cast<std::size_t>(count));
-    }
+    const bool ended = readAll(ends[0], said);
     close(ends[0]);
-    if (timedOut)
+    if (!ended)
         kill(-child, SIGKILL);
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
     }
-    if (status == 0 && !timedOut)
+    if (status == 0 && ended)
         return {true, {}};
     std::replace(said.begin(), said.end(), '\n', ' ');
-    if (WIFEXITED(status) && WEXITSTATUS(status) == 1 && !said.empty() && !timedOut)
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 1 && !said.empty())
         return {false, said};
-    return {false, described(status, timedOut) + (said.empty() ? "" : ": " + said)};
+    const std::string how =
+        ended ? describe(status) : "did not end within " + std::to_string(kSeconds) + " seconds";
+    return {false, how + (said.empty() ? "" : ": " + said)};
 }
 
-bool chosenBy(const Check& check, std::string_view wanted)
+bool startsWith(std::string_view name, std::string_view beginning)
 {
-    return std::string_view(check.name).substr(0, wanted.size()) == wanted;
+    return name.substr(0, beginning.size()) == beginning;
 }
 
-bool chosen(const Check& check, int count, char** names)
+// Returns the checks that the arguments choose, or none if one of them matches no check: a
+// mistyped name must not look like success.
+std::vector<Check> chosenChecks(int count, char** names)
 {
-    return count == 0 || std::any_of(names, names + count,
-                                     [&](const char* wanted) { return chosenBy(check, wanted); });
+    const std::vector<Check> all = allChecks();
+    for (int i = 0; i < count; ++i)
+        if (std::none_of(all.begin(), all.end(),
+                         [&](const Check& check) { return startsWith(check.name, names[i]); })) {
+            std::fprintf(stderr, "platform-check: no check named %s; see --list\n", names[i]);
+            return {};
+        }
+    std::vector<Check> chosen;
+    for (const Check& check : all)
+        if (count == 0 || std::any_of(names, names + count, [&](const char* name) {
+                return startsWith(check.name, name);
+            }))
+            chosen.push_back(check);
+    return chosen;
+}
+
+int checkLibrary(const char* name, const std::vector<Check>& checks, const std::string& folder)
+{
+    const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+    if (const Outcome outcome = runInChild(self, kStarts, folder); !outcome.passed) {
+        std::fprintf(stderr, "platform-check: no process starts with %s as its platform: %s\n",
+                     name, outcome.reason.c_str());
+        return 1;
+    }
+    int passed = 0;
+    int failed = 0;
+    for (const Check& check : checks) {
+        const Outcome outcome = runInChild(self, check, folder);
+        (outcome.passed ? passed : failed)++;
+        std::printf("%s %-28s %s\n", outcome.passed ? "ok  " : "FAIL", check.name, check.claim);
+        if (!outcome.passed)
+            std::printf("     %s\n", outcome.reason.c_str());
+        std::fflush(stdout);
+    }
+    std::printf("%d checks passed, %d failed\n", passed, failed);
+    return failed == 0 ? 0 : 1;
 }
 
 } // namespace
@@ -176,47 +223,20 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "platform-check: %s: %s\n", argv[1], std::strerror(errno));
         return 2;
     }
+    const std::vector<Check> checks = chosenChecks(argc - 2, argv + 2);
+    if (checks.empty())
+        return 2;
 
-    // Whoever mistypes one of several names must not hear that all checks hold.
-    const std::vector<Check> checks = allChecks();
-    for (int i = 2; i < argc; ++i)
-        if (std::none_of(checks.begin(), checks.end(),
-                         [&](const Check& check) { return chosenBy(check, argv[i]); })) {
-            std::fprintf(stderr, "platform-check: no check is called %s; --list shows them\n",
-                         argv[i]);
-            return 2;
-        }
-
-    // The name under which the loader looks for a platform, in a folder that comes first.
+    // A folder that the loader searches first, with the library under a platform's name.
     char folder[] = "/tmp/platform-check-XXXXXX";
     if (mkdtemp(folder) == nullptr) {
-        std::perror("platform-check: no scratch folder");
+        std::perror("platform-check: cannot create a scratch folder");
         return 2;
     }
     const std::filesystem::path place(folder);
     std::filesystem::create_directory(place / "library");
     std::filesystem::create_symlink(library, place / "library" / "libOS.so");
-
-    const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
-    if (const Outcome outcome = runInChild(self, kStarts, folder); !outcome.held) {
-        std::fprintf(stderr, "platform-check: no process starts with %s as its platform: %s\n",
-                     argv[1], outcome.reason.c_str());
-        std::filesystem::remove_all(place);
-        return 1;
-    }
-    int held = 0;
-    int broken = 0;
-    for (const Check& check : checks) {
-        if (!chosen(check, argc - 2, argv + 2))
-            continue;
-        const Outcome outcome = runInChild(self, check, folder);
-        (outcome.held ? held : broken)++;
-        std::printf("%s %-28s %s\n", outcome.held ? "ok  " : "FAIL", check.name, check.claim);
-        if (!outcome.held)
-            std::printf("     %s\n", outcome.reason.c_str());
-        std::fflush(stdout);
-    }
+    const int status = checkLibrary(argv[1], checks, folder);
     std::filesystem::remove_all(place);
-    std::printf("%d checks held, %d did not\n", held, broken);
-    return broken == 0 ? 0 : 1;
+    return status;
 }
