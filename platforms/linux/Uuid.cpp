@@ -32,7 +32,7 @@ void fetchRandom(unsigned char* to, std::size_t count) noexcept
 struct Reserve {
     std::uint64_t epoch; // of the process that fetched the bytes
     std::size_t left;    // identifiers, the first ones in the array
-    unsigned char bytes[32][sizeof(SimpleUUID)];
+    unsigned char bytes[64][sizeof(SimpleUUID)];
 };
 constinit thread_local Reserve reserve = {};
 

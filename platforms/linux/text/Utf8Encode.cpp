@@ -38,27 +38,25 @@ bool allFitIn(int bits, __m128i values) noexcept
     return _mm_testz_si128(values, _mm_set1_epi32(~bits));
 }
 
-// 16 characters.
-struct Block {
-    __m128i quads[4];
+__m128i pack8(const wchar_t* chars) noexcept
+{
+    return _mm_packus_epi32(load(chars), load(chars + 4));
+}
 
-    explicit Block(const wchar_t* chars) noexcept
-        : quads{load(chars), load(chars + 4), load(chars + 8), load(chars + 12)}
-    {}
+// Returns the bits that occur in any of 16 characters.
+__m128i bitsOf16(const wchar_t* chars) noexcept
+{
+    return _mm_or_si128(_mm_or_si128(load(chars), load(chars + 4)),
+                        _mm_or_si128(load(chars + 8), load(chars + 12)));
+}
 
-    __m128i allBits() const noexcept
-    {
-        return _mm_or_si128(_mm_or_si128(quads[0], quads[1]), _mm_or_si128(quads[2], quads[3]));
-    }
-
-    bool hasSurrogates() const noexcept
-    {
-        const __m128i any =
-            _mm_or_si128(_mm_or_si128(isSurrogate(quads[0]), isSurrogate(quads[1])),
-                         _mm_or_si128(isSurrogate(quads[2]), isSurrogate(quads[3])));
-        return !_mm_testz_si128(any, any);
-    }
-};
+bool hasSurrogates(const wchar_t* chars) noexcept
+{
+    const __m128i any =
+        _mm_or_si128(_mm_or_si128(isSurrogate(load(chars)), isSurrogate(load(chars + 4))),
+                     _mm_or_si128(isSurrogate(load(chars + 8)), isSurrogate(load(chars + 12))));
+    return !_mm_testz_si128(any, any);
+}
 
 // --- Removing the gaps between lanes
 //
@@ -139,13 +137,12 @@ std::size_t Utf8::Sse::encodedLength(const wchar_t* chars, std::size_t count) no
     __m128i extra = _mm_setzero_si128();
     std::size_t i = 0;
     for (; count - i >= 16; i += 16) {
-        const Block block(chars + i);
-        if (allFitIn(0x7F, block.allBits()))
+        if (allFitIn(0x7F, bitsOf16(chars + i)))
             continue;
-        for (const __m128i quad : block.quads) {
+        for (std::size_t k = i; k < i + 16; k += 4) {
             // The replacement for a value that is too large takes 3 bytes, not 4. The one for
             // a surrogate takes as many as the surrogate itself would.
-            const __m128i values = _mm_min_epu32(quad, _mm_set1_epi32(0x110000));
+            const __m128i values = _mm_min_epu32(load(chars + k), _mm_set1_epi32(0x110000));
             extra = _mm_sub_epi32(extra, isAbove(values, 0x7F));
             extra = _mm_sub_epi32(extra, isAbove(values, 0x7FF));
             extra = _mm_sub_epi32(extra, isAbove(values, 0xFFFF));
@@ -164,22 +161,20 @@ void Utf8::Sse::encode(const wchar_t* chars, std::size_t count, char* out,
     const wchar_t* const end = chars + count;
     const char* const outEnd = out + length;
     for (; end - chars >= 16; chars += 16) {
-        const Block block(chars);
-        const __m128i all = block.allBits();
-        const __m128i low = _mm_packus_epi32(block.quads[0], block.quads[1]);
-        const __m128i high = _mm_packus_epi32(block.quads[2], block.quads[3]);
-        if (allFitIn(0x7F, all)) {
-            store(out, _mm_packus_epi16(low, high));
+        const __m128i bits = bitsOf16(chars);
+        if (allFitIn(0x7F, bits)) {
+            store(out, _mm_packus_epi16(pack8(chars), pack8(chars + 8)));
             out += 16;
         } else if (outEnd - out < 64) {
             // 16 characters take at most 64 bytes. With that much room the stores of 16 bytes
             // below stay within the output; the next characters overwrite the excess.
             out = Plain::encode(chars, 16, out);
-        } else if (allFitIn(0x7FF, all)) {
-            out = encodeShort(high, encodeShort(low, out));
-        } else if (allFitIn(0xFFFF, all) && !block.hasSurrogates()) {
-            for (const __m128i values : block.quads)
-                out = encodeMiddle(values, out);
+        } else if (allFitIn(0x7FF, bits)) {
+            out = encodeShort(pack8(chars), out);
+            out = encodeShort(pack8(chars + 8), out);
+        } else if (allFitIn(0xFFFF, bits) && !hasSurrogates(chars)) {
+            for (unsigned int k = 0; k < 16; k += 4)
+                out = encodeMiddle(load(chars + k), out);
         } else {
             out = Plain::encode(chars, 16, out);
         }
