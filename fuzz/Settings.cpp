@@ -1,5 +1,5 @@
-// Settings files: any bytes are read or refused; what was read and what is then set comes back
-// from the bytes that would be written.
+// Settings files: any bytes are read, without the lines that are not settings text. What was read,
+// and what is set afterwards, comes back from the bytes that would be written.
 #include "Fuzz.h"
 
 #include "settings/SettingsText.h"
@@ -7,18 +7,15 @@
 
 namespace {
 
-const std::string* find(const SettingsText& text, const SettingsKey& key) { return text.find(key); }
-
 void sameValue(const SettingsText& a, const SettingsText& b, const SettingsKey& key)
 {
-    const std::string* const left = find(a, key);
-    const std::string* const right = find(b, key);
+    const std::string* const left = a.find(key);
+    const std::string* const right = b.find(key);
     FUZZ_CLAIM((left == nullptr) == (right == nullptr));
     FUZZ_CLAIM(left == nullptr || *left == *right);
 }
 
-// Every pair of texts around a '=' in a line, under every header: keys as far as nothing in
-// them is escaped.
+// The strings before every '=', with the section of the line. Finds the keys without escapes.
 std::vector<SettingsKey> likelyKeys(const std::string& bytes)
 {
     std::vector<SettingsKey> keys;
@@ -44,7 +41,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     const unsigned int count = input.take<std::uint8_t>() % 4;
     for (unsigned int i = 0; i < count; ++i) {
         SettingsKey key;
-        // Three lines; a byte in front says that line ends belong to them.
+        // Three lines; a record separator stands for a line end in them.
         std::string value;
         for (std::string* text : {&key.first, &key.second, &value}) {
             *text = input.line();
@@ -57,11 +54,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     const std::string bytes = input.rest();
 
     SettingsText text;
-    if (text.parse(bytes) != 0)
-        return 0;
+    const SettingsText::Unreadable unreadable = text.parse(bytes);
+    FUZZ_CLAIM((unreadable.count == 0) == (unreadable.first == 0));
     SettingsText again;
     const std::string written = text.bytes();
-    FUZZ_CLAIM(again.parse(written) == 0);
+    FUZZ_CLAIM(again.parse(written).count == 0);
     FUZZ_CLAIM(again.bytes() == written);
     const std::vector<SettingsKey> keys = likelyKeys(bytes);
     for (const SettingsKey& key : keys)
@@ -70,7 +67,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     for (std::size_t i = 0; i < changes.size(); ++i) {
         text.set(changes[i].first, changes[i].second);
         SettingsText reread;
-        FUZZ_CLAIM(reread.parse(text.bytes()) == 0);
+        FUZZ_CLAIM(reread.parse(text.bytes()).count == 0);
         for (const SettingsKey& key : keys) {
             sameValue(text, reread, key);
             bool changed = false;
@@ -79,7 +76,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
             if (!changed)
                 sameValue(reread, again, key);
         }
-        const std::string* const value = find(reread, changes[i].first);
+        const std::string* const value = reread.find(changes[i].first);
         FUZZ_CLAIM(value != nullptr && *value == changes[i].second);
     }
     return 0;

@@ -31,7 +31,7 @@ struct Memory : PlatformProxy {
     long blocks = 0;
 };
 
-const std::string kBroken = "no settings text\n";
+const std::string kDamaged = "no settings text\n";
 using Text = LightweightString<char>;
 using Frames = std::vector<Text, StdAllocator<Text>>;
 
@@ -52,10 +52,12 @@ bool runAll(bool failing, long* kept)
     const ScopedEnvironment home("HOME", folder.path("a home that takes a block").c_str());
     const ScopedEnvironment config("XDG_CONFIG_HOME", folder.path("configuration").c_str());
     const ScopedEnvironment machine("XDG_CONFIG_DIRS", folder.path("for all users").c_str());
-    std::filesystem::create_directories(folder.path("configuration/Vx"));
-    folder.put("configuration/Vx/user.ini", "[S]\nkey=stored\n");
-    folder.put("configuration/Vx/machine.ini", kBroken);
-    const LightweightString<wchar_t> stored = folder.wide("configuration/Vx/user.ini"),
+    const std::string programs = "configuration/Vx/programs/",
+                      own = programs + program_invocation_short_name;
+    std::filesystem::create_directories(folder.path(programs));
+    folder.put(own + ".ini", "[S]\nkey=stored\n");
+    folder.put("configuration/Vx/machine.ini", kDamaged);
+    const LightweightString<wchar_t> stored = folder.wide(own + ".ini"),
                                      written = folder.wide("new"),
                                      diagnostics = folder.wide("diagnostics/deeper"),
                                      wide = L"wide text with \x20AC and \xD800";
@@ -100,7 +102,7 @@ bool runAll(bool failing, long* kept)
         {"get settings", 1, [&] { settings[0] = shell.getSettings(0); }},
         {"get the machine's", 1, [&] { settings[1] = shell.getSettings(1); }},
         {"load", 10, [&] { EXPECT_EQ(settings[0]->getValue(key, value, section), "stored"); }},
-        {"load broken", 10, [&] { EXPECT_EQ(settings[1]->getValue(key, value, section), value); }},
+        {"load damaged", 10, [&] { EXPECT_EQ(settings[1]->getValue(key, value, section), value); }},
         {"get none", 1, [&] { EXPECT_EQ(settings[0]->getValue(other, value, section), value); }},
         {"set", 4, [&] { settings[0]->setValue(other, value, section); }},
         {"set in a new section", 4, [&] { settings[0]->setValue(key, value, value); }},
@@ -134,18 +136,20 @@ bool runAll(bool failing, long* kept)
             memory.left = 0;
             EXPECT_EQ(thrown, memory.fired && !goesOn);
             EXPECT_EQ(openDescriptors(), descriptors);
-            EXPECT_TRUE(lockIsFree(folder.path("configuration/Vx/lock")));
+            for (const std::string& file : {own + ".lock", own + ".journal"})
+                EXPECT_TRUE(lockIsFree(folder.path(file)));
         } while (memory.fired && n < 500);
         EXPECT_GE(n, failing ? row.least + 1 : 0) << "fewer allocations than there must be";
         *kept++ = memory.blocks - blocks;
     }
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(folder.get("new"), "new");
-    EXPECT_EQ(folder.get("configuration/Vx/user.ini"),
-              "[S]\nkey=" + std::string(other.c_str()) + "\n" + other.c_str() + "=" +
-                  value.c_str() + "\n\n[" + value.c_str() + "]\nkey=" + value.c_str() + "\n");
-    EXPECT_EQ(folder.get("configuration/Vx/machine.ini.broken"), kBroken);
-    EXPECT_EQ(folder.names("configuration/Vx"), "lock machine.ini.broken user.ini ");
+    EXPECT_EQ(folder.get(own + ".ini"), "[S]\nkey=" + std::string(other.c_str()) + "\n" +
+                                            other.c_str() + "=" + value.c_str() + "\n\n[" +
+                                            value.c_str() + "]\nkey=" + value.c_str() + "\n");
+    EXPECT_EQ(folder.get("configuration/Vx/machine.ini"), kDamaged);
+    const std::string name = program_invocation_short_name;
+    EXPECT_EQ(folder.names(programs), name + ".ini " + name + ".journal " + name + ".lock ");
     return !testing::Test::HasFailure();
 }
 

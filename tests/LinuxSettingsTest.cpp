@@ -1,22 +1,38 @@
-// The Linux platform's folders and settings: what is kept and shared. What faults leave behind
-// is in LinuxSavingTest.cpp.
+// The Linux platform's folders and settings: what is kept, and what processes share. For faults,
+// kills and power failures while saving see LinuxSavingTest.cpp.
 #include "Shell.h"
 #include "files/Folders.h"
+#include "settings/SettingsJournal.h"
 #include "settings/SettingsStore.h"
 #include <ScratchFolder.h>
 #include <SystemCallScript.h>
+#include <Vx/VxApplication.h>
 #include <Vx/platform/OS.h>
+#include <csignal>
+#include <grp.h>
 #include <pwd.h>
+#include <sys/file.h>
 
 namespace {
 
-/// A configuration folder of its own; stores made here find their files in it.
+/// Names the program, as a host may, while it lives.
+struct ScopedProgram {
+    explicit ScopedProgram(const char* name) : copy(name)
+    {
+        program_invocation_short_name = copy.data();
+    }
+    ~ScopedProgram() { program_invocation_short_name = kept; }
+    char* const kept = program_invocation_short_name;
+    std::string copy;
+};
+
+/// A configuration folder, and stores with their files in it.
 class Settings : public testing::Test {
 protected:
-    /// A store as a process finds it that has just started.
+    /// A store as a new process finds it.
     SettingsStore& started(int scope = 0)
     {
-        static auto* stores = new std::list<SettingsStore>; // they outlive every destructor
+        static auto* stores = new std::list<SettingsStore>; // they have no end
         return stores->emplace_back(scope);
     }
 
@@ -36,26 +52,35 @@ protected:
         store.save();
     }
 
-    std::string file() const { return scratch.get("Vx/user.ini"); }
-
-    void putFile(const std::string& text)
+    std::string get(const std::string& suffix) const { return scratch.get(kName + suffix); }
+    void put(const std::string& suffix, const std::string& text) const
     {
-        std::filesystem::create_directory(scratch.path("Vx"));
-        scratch.put("Vx/user.ini", text);
+        std::filesystem::create_directories(scratch.path("Vx/programs"));
+        scratch.put(kName + suffix, text);
+    }
+    std::string path(const std::string& suffix) const { return scratch.path(kName + suffix); }
+
+    /// Calls \p work. \returns what it reports
+    template <class Work> static std::string reported(Work work)
+    {
+        testing::internal::CaptureStderr();
+        work();
+        return testing::internal::GetCapturedStderr();
     }
 
-    std::string filesBeside() const { return scratch.names("Vx"); }
-
+    static inline const std::string kName = "Vx/programs/Test";
+    const ScopedProgram program{"Test"};
     const ScratchFolder scratch{ScratchFolder::inMemory()};
     const ScopedEnvironment config{"XDG_CONFIG_HOME", scratch.path().c_str()};
     const ScopedEnvironment machine{"XDG_CONFIG_DIRS", scratch.path("machine").c_str()};
 };
 
 const SettingsKey kKey{"Section", "Key"};
+const std::string kFiles = "Test.ini Test.journal Test.lock ";
 
 } // namespace
 
-TEST_F(Settings, ComeBackByteForByte)
+TEST_F(Settings, ComeBackByteForByteSavedOrNot)
 {
     std::string everyByte;
     for (int byte = 0; byte < 256; ++byte)
@@ -65,6 +90,9 @@ TEST_F(Settings, ComeBackByteForByte)
                              ";note", "\\n\\x41", "\r\n", "tab\t", "\xC3\xA4\xFF"})
         texts.push_back(text);
     std::map<SettingsKey, std::string> expected;
+    std::filesystem::create_directories(scratch.path("Vx/programs"));
+    std::filesystem::permissions(scratch.path("Vx/programs"), std::filesystem::perms::all);
+    const mode_t mask = umask(0);
     SettingsStore& store = started();
     for (const std::string& section : texts)
         for (const std::string& key : texts) {
@@ -72,55 +100,194 @@ TEST_F(Settings, ComeBackByteForByte)
             store.set({section, key}, stored);
             expected[{section, key}] = stored;
         }
-    EXPECT_EQ(scratch.names(), "") << "nothing is written before save";
-    const mode_t mask = umask(022);
+    const auto compare = [&](SettingsStore& next) {
+        for (const auto& [key, stored] : expected)
+            EXPECT_EQ(value(key, next), stored) << key.first << "/" << key.second;
+    };
+    EXPECT_EQ(get(".ini"), "(none)") << "not saved yet";
+    compare(started());
     store.save();
     umask(mask);
-    for (const char* name : {"Vx/lock", "Vx/user.ini"}) // the machine's are for others, too
-        EXPECT_EQ(unsigned(std::filesystem::status(scratch.path(name)).permissions()), 0644u);
-    SettingsStore& next = started();
-    for (const auto& [key, stored] : expected)
-        EXPECT_EQ(value(key, next), stored) << key.first << "/" << key.second;
-    EXPECT_EQ(filesBeside(), "lock user.ini ");
+    EXPECT_EQ(get(".journal"), "");
+    EXPECT_EQ(scratch.names("Vx/programs"), kFiles);
+    for (const char* suffix : {".ini", ".journal", ".lock"})
+        EXPECT_EQ(unsigned(std::filesystem::status(path(suffix)).permissions()), 0600u) << suffix;
+    compare(started());
 }
 
 TEST_F(Settings, KeepWhatPeopleWroteIntoTheFile)
 {
-    putFile("\xEF\xBB\xBF; by hand\r\n"
-            "[ Video ]\r\n"
-            "rate = 25 \r\n"
-            "rate=50\n"
-            "\n"
-            "# about audio\n"
-            "[Audio]\n"
-            "gain=1");
+    put(".ini", "\xEF\xBB\xBF; by hand\r\n"
+                "[ Video ]\r\n"
+                "rate = 25 \r\n"
+                "rate=50\n"
+                "hex=\\x4A\\x4a\\xfF\n"
+                "\n"
+                "#\tabout audio\n"
+                "[Audio]\n"
+                " gain =\t1\n"
+                "peak=1");
     SettingsStore& store = started();
     EXPECT_EQ(value({"Video", "rate"}, store), "50") << "the last one counts";
-    store.set({"Video", "size"}, "4");
-    store.set({"Audio", "gain"}, "2");
+    EXPECT_EQ(value({"Video", "hex"}, store), "JJ\xFF");
+    store.set({"Video", "size"}, "\x1F \x7E\x7F");
+    store.set({"Audio", "peak"}, "2");
+    store.set({"Audio", "gain"}, "1"); // what the line says already
     store.set({"New", "a"}, "b");
     store.save();
-    EXPECT_EQ(file(), "; by hand\n"
-                      "[ Video ]\n"
-                      "rate = 25 \n"
-                      "rate=50\n"
-                      "size=4\n"
-                      "\n"
-                      "# about audio\n"
-                      "[Audio]\n"
-                      "gain=2\n"
-                      "\n"
-                      "[New]\n"
-                      "a=b\n");
+    EXPECT_EQ(get(".ini"), "; by hand\n"
+                           "[ Video ]\n"
+                           "rate = 25 \n"
+                           "rate=50\n"
+                           "hex=\\x4A\\x4a\\xfF\n"
+                           "size=\\x1f ~\\x7f\n"
+                           "\n"
+                           "#\tabout audio\n"
+                           "[Audio]\n"
+                           " gain =\t1\n"
+                           "peak=2\n"
+                           "\n"
+                           "[New]\n"
+                           "a=b\n");
+}
+
+TEST_F(Settings, LinesThatCannotBeReadCostNoOthers)
+{
+    const struct {
+        std::string lines;
+        const char* which;
+        bool hidesSection = false; // the keys after them have no known section
+    } rows[] = {
+        {"no equals sign\n", "line 3 is"},
+        {"\n[Open\nOther=1\n", "line 4 and 2 more are", true},
+        {"[bad\\q]\n", "line 3 and 1 more are", true},
+        {"a=bad escape \\q\nb=\n\\x=2\n", "line 3 and 1 more are"},
+        {"a=cut escape \\x4\n", "line 3 is"},
+        {"a=cut escape \\xg0\n", "line 3 is"},
+        {"a=cut escape \\x0g\n", "line 3 is"},
+        {"a=cut escape \\\n", "line 3 is"},
+        {"a=\x1F\n", "line 3 is"},
+        {"a=\x7F\n", "line 3 is"},
+        {std::string("a=zero \0 byte\n", 14), "line 3 is"},
+        {"# \x01\n", "line 3 is"},
+    };
+    int count = 0;
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.lines);
+        const std::string text = "[Section]\nKey=kept\n" + row.lines + "Last=kept\n";
+        const std::string copy = ".ini.broken" + (count == 0 ? "" : "-" + std::to_string(count));
+        const std::string why = std::string(": ") + row.which + " not settings text\n";
+        put(".ini", text);
+        SettingsStore& store = started();
+        EXPECT_EQ(reported([&] { EXPECT_EQ(value(kKey, store), "kept"); }),
+                  "Vx: ignored a part of the settings " + path(".ini") + why);
+        EXPECT_EQ(value({"Section", "Last"}, store), row.hidesSection ? "(none)" : "kept");
+        store.set({"Section", "New"}, "set");
+        {
+            SystemCallScript script; // the copy is made, but not the new file
+            script.before = [&](const std::string& name) {
+                if (name == "openat" && get(copy) != "(none)")
+                    script.failAll("fsync", EIO);
+            };
+            reported([&] { store.save(); });
+        }
+        EXPECT_EQ(get(".ini"), text);
+        EXPECT_EQ(reported([&] { store.save(); }),
+                  "Vx: copied the damaged settings to " + path(copy) + why);
+        EXPECT_EQ(get(copy), text);
+        EXPECT_EQ(get(".ini").find(row.lines), std::string::npos);
+        EXPECT_EQ(reported([&] { EXPECT_EQ(value({"Section", "New"}), "set"); }), "");
+        EXPECT_EQ(value(kKey), "kept");
+        ++count;
+    }
+}
+
+TEST_F(Settings, FilesThatHoldNoSettingsAreLeftAlone)
+{
+    const auto refuses = [&](const char* reason) {
+        SettingsStore& store = started();
+        EXPECT_EQ(reported([&] { store.set(kKey, "set"); }), "Vx: could not read the settings " +
+                                                                 path(".ini") + ": " + reason +
+                                                                 "; defaults apply\n");
+        EXPECT_EQ(reported([&] { store.save(); }), "Vx: could not save the settings " +
+                                                       path(".ini") + ": " + reason +
+                                                       "; the next save tries again\n");
+        EXPECT_EQ(reported([&] { EXPECT_EQ(value(kKey), "set"); }).find("could not save"),
+                  std::string::npos);
+    };
+    put(".ini", "");
+    std::filesystem::resize_file(path(".ini"), (64u << 20) + 1);
+    refuses("File too large");
+    const std::string full(64u << 20, '#'); // any more could not be read again
+    put(".ini", full);
+    EXPECT_NE(reported([&] { save(started(), kKey, "set"); }).find(": File too large;"),
+              std::string::npos);
+    EXPECT_EQ(std::filesystem::file_size(path(".ini")), full.size());
+    std::filesystem::remove(path(".ini"));
+    std::filesystem::create_directory(path(".ini"));
+    refuses("Is a directory");
+}
+
+TEST_F(Settings, BelongToTheProgram)
+{
+    const struct {
+        std::string name;
+        std::string file;
+    } rows[] = {{"Editor", "Editor"},
+                {"Example Editor 2.1", "Example Editor 2.1"},
+                {"", "program"},
+                {"..", "%2E."},
+                {"a/b\x1F%\x7F\xC3\xA4", "a%2Fb%1F%25%7F\xC3\xA4"},
+                {std::string(255, 'x'), std::string(200, 'x')}};
+    for (const auto& row : rows) {
+        const ScopedProgram renamed(row.name.c_str());
+        EXPECT_EQ(value(kKey), "(none)") << "not another program's";
+        save(started(), kKey, row.name + "!");
+        EXPECT_EQ(value(kKey), row.name + "!");
+        EXPECT_EQ(scratch.get("Vx/programs/" + row.file + ".ini"),
+                  "[Section]\nKey=" + (row.file[0] == 'a' ? "a/b\\x1f%\\x7f\xC3\xA4" : row.name) +
+                      "!\n");
+    }
+}
+
+TEST_F(Settings, OnceSharedByProgramsAreReadUntilEachHasItsOwn)
+{
+    std::filesystem::create_directories(scratch.path("Vx"));
+    scratch.put("Vx/user.ini", "# old\n[Section]\nKey=old\nOther=old\n");
+    SettingsStore& store = started();
+    EXPECT_EQ(value(kKey, store), "old");
+    store.set(kKey, "new");
+    EXPECT_EQ(value({"Section", "Other"}), "old") << "there is a journal, but no store";
+    store.save();
+    scratch.put("Vx/user.ini", "[Section]\nOther=newer\n");
+    EXPECT_EQ(get(".ini"), "# old\n[Section]\nKey=new\nOther=old\n");
+    EXPECT_EQ(value({"Section", "Other"}), "old");
 }
 
 TEST_F(Settings, OfTheMachineStandInItsFolderWhereThatCanBeWritten)
 {
     std::filesystem::create_directories(scratch.path("machine/Vx"));
+    const std::string all = scratch.path("machine/Vx");
+    const struct {
+        unsigned folder, store, journal;
+    } rows[] = {{0755, 0644, 0600}, {02775, 0664, 0660}, {0777, 0666, 0666}, {01777, 0666, 0666}};
+    for (const auto& row : rows) {
+        chmod(all.c_str(), row.folder);
+        const mode_t mask = umask(077);
+        save(started(1), kKey, "for all");
+        umask(mask);
+        EXPECT_EQ(scratch.get("machine/Vx/machine.ini"), "[Section]\nKey=for all\n");
+        for (const auto& [name, mode] : {std::pair<const char*, unsigned>{"machine.ini", row.store},
+                                         {"machine.journal", row.journal},
+                                         {"lock", row.journal}}) {
+            const std::string file = all + "/" + name;
+            EXPECT_EQ(unsigned(std::filesystem::status(file).permissions()), mode) << name;
+            std::filesystem::remove(file);
+        }
+    }
     save(started(1), kKey, "for all");
-    EXPECT_EQ(scratch.get("machine/Vx/machine.ini"), "[Section]\nKey=for all\n");
 
-    // Root may write anywhere, so an ordinary user is played by the answer to "may I?".
+    // Root may write anywhere, so the answer to "may I?" plays an ordinary user.
     SystemCallScript script;
     script.failAll("faccessat", EACCES);
     SettingsStore& user = started(1);
@@ -130,69 +297,75 @@ TEST_F(Settings, OfTheMachineStandInItsFolderWhereThatCanBeWritten)
     EXPECT_EQ(scratch.get("machine/Vx/machine.ini"), "[Section]\nKey=for all\n");
     EXPECT_EQ(scratch.get("Vx/machine.ini"), "[Section]\nKey=for me\n");
 
-    const std::string broken = scratch.path("machine/Vx/machine.ini");
-    scratch.put("machine/Vx/machine.ini", "nonsense");
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(value({"Section", "Other"}, started(1)), "(none)");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Vx: the machine's settings are broken and not used: " + broken + "\n");
-    EXPECT_EQ(scratch.names("machine/Vx"), "lock machine.ini ");
+    scratch.put("machine/Vx/machine.ini", "nonsense\n[Section]\nOther=for all\n");
+    EXPECT_EQ(reported([&] {
+                  EXPECT_EQ(value({"Section", "Other"}, started(1)), "for all");
+              }),
+              "Vx: ignored a part of the settings " + all +
+                  "/machine.ini: line 1 is not settings "
+                  "text\n");
+    EXPECT_EQ(scratch.names("machine/Vx"), "lock machine.ini machine.journal ");
 }
 
-TEST_F(Settings, BrokenFilesAreSetAsideAndNeverLost)
+TEST_F(Settings, OfTheMachineAreSharedByUsers)
 {
-    const std::string broken[] = {"no equals sign\n",
-                                  "[Section\n",
-                                  "a=bad escape \\q\n",
-                                  "a=cut escape \\x4\n",
-                                  std::string("a=zero \0 byte\n", 14),
-                                  "# \x01\n"};
-    int count = 0;
-    for (const std::string& text : broken) {
-        SCOPED_TRACE(text);
-        putFile("[Section]\nKey=lost?\n" + text);
-        testing::internal::CaptureStderr();
-        SettingsStore& store = started();
-        {
-            SystemCallScript script; // not every file system can rename without replacing
-            script.failAll(count % 2 != 0 ? "renameat2" : "none", count == 1 ? EINVAL : ENOSYS);
-            EXPECT_EQ(value(kKey, store), "(none)") << "the defaults hold";
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can be two users";
+    constexpr uid_t kNobody = 65534;
+    std::filesystem::create_directories(scratch.path("machine/Vx"));
+    for (const char* folder : {"", "machine", "machine/Vx"})
+        chmod(scratch.path(folder).c_str(), 0777);
+    constexpr int kChanges = 25;
+    std::vector<pid_t> users;
+    for (const uid_t user : {uid_t(0), kNobody, uid_t(0), kNobody}) {
+        users.push_back(fork());
+        if (users.back() == 0) {
+            if (user != 0 && (setgroups(0, nullptr) != 0 || setgid(user) != 0 || setuid(user) != 0))
+                _exit(2);
+            SettingsStore& store = started(1);
+            for (int n = 0; n < kChanges; ++n) {
+                store.set({std::to_string(users.size()), std::to_string(n)}, "set");
+                if (n % 2 == 0)
+                    store.save();
+            }
+            _exit(0);
         }
-        const std::string message = testing::internal::GetCapturedStderr();
-        const std::string aside =
-            "Vx/user.ini.broken" + (count == 0 ? "" : "-" + std::to_string(count));
-        EXPECT_EQ(message, "Vx: settings were broken, set aside as " + scratch.path(aside) +
-                               ": line 3 is not settings text\n");
-        EXPECT_EQ(scratch.get(aside), "[Section]\nKey=lost?\n" + text);
-        save(store, kKey, "again");
-        EXPECT_EQ(value(kKey), "again");
-        ++count;
     }
-
-    const std::string reason = ": it is no regular file of a usable size\n";
-    const std::string set = "Vx: settings were broken, set aside as " + scratch.path("Vx/user.ini");
-    testing::internal::CaptureStderr();
-    std::filesystem::resize_file(scratch.path("Vx/user.ini"), (64u << 20) + 1);
-    EXPECT_EQ(value(kKey), "(none)");
-    std::filesystem::create_directory(scratch.path("Vx/user.ini"));
-    EXPECT_EQ(value(kKey), "(none)");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              set + ".broken-6" + reason + set + ".broken-7" + reason);
-    EXPECT_TRUE(std::filesystem::is_directory(scratch.path("Vx/user.ini.broken-7")));
+    for (const pid_t user : users) {
+        int status = -1;
+        EXPECT_EQ(waitpid(user, &status, 0), user);
+        EXPECT_EQ(status, 0);
+    }
+    SettingsStore& store = started(1);
+    for (std::size_t user = 1; user <= users.size(); ++user)
+        for (int n = 0; n < kChanges; ++n)
+            EXPECT_EQ(value({std::to_string(user), std::to_string(n)}, store), "set");
 }
 
-TEST_F(Settings, FileBrokenWhileRunningIsReplacedByAllThatIsKnown)
+TEST_F(Settings, FilesThatDisappearWhileRunningAreMadeAgain)
 {
-    putFile("[Section]\nKey=kept\n");
+    put(".ini", "[Section]\nKey=kept\n");
     SettingsStore& store = started();
     store.set({"Section", "Other"}, "new");
-    putFile("nonsense");
+    std::filesystem::remove_all(scratch.path("Vx"));
     store.save();
-    EXPECT_EQ(file(), "[Section]\nKey=kept\nOther=new\n");
-    EXPECT_EQ(scratch.get("Vx/user.ini.broken"), "nonsense");
+    EXPECT_EQ(get(".ini"), "[Section]\nKey=kept\nOther=new\n");
+
+    for (const bool another : {false, true}) {
+        store.set({"Section", "Other"}, another ? "another" : "none");
+        std::filesystem::rename(path(".journal"), path(".moved"));
+        if (another)
+            started().set(kKey, "of another process");
+        store.save();
+        EXPECT_EQ(value({"Section", "Other"}), another ? "another" : "none");
+    }
+    store.set(kKey, "first");
+    std::filesystem::rename(path(".journal"), path(".moved"));
+    store.set({"Section", "Other"}, "second");
+    EXPECT_EQ(value(kKey), "first") << "recorded once more";
 }
 
-TEST_F(Settings, SavingMergesWithWhatOthersSaved)
+TEST_F(Settings, ThatWereSetLastCount)
 {
     SettingsStore& a = started();
     SettingsStore& b = started();
@@ -207,6 +380,11 @@ TEST_F(Settings, SavingMergesWithWhatOthersSaved)
     EXPECT_EQ(value({"S", "a"}), "1");
     EXPECT_EQ(value({"S", "b"}), "2");
     EXPECT_EQ(value({"S", "a"}, b), "1") << "a save also learns";
+    a.set({"S", "both"}, "a");
+    SettingsStore& heir = started();
+    EXPECT_EQ(value({"S", "both"}, heir), "a");
+    heir.save();
+    EXPECT_EQ(get(".journal"), "") << "saves what a dead process has set";
 }
 
 TEST_F(Settings, OfManyThreadsAreAllKept)
@@ -264,43 +442,234 @@ TEST_F(Settings, SetWhileASaveIsUnderWayAreKeptForTheNext)
         };
         store.save();
     }
-    EXPECT_EQ(value(kKey), "first");
+    EXPECT_EQ(get(".ini"), "[Section]\nKey=first\n");
+    EXPECT_EQ(value(kKey), "second");
     EXPECT_EQ(value(kKey, store), "second");
     store.save();
-    EXPECT_EQ(value(kKey), "second");
+    EXPECT_EQ(get(".ini"), "[Section]\nKey=second\n");
+    EXPECT_EQ(get(".journal"), "");
 }
 
 TEST_F(Settings, UnsavedOnesGoWithTheNextSave)
 {
+    const std::string unsaved = "could not save the settings " + path(".ini") + ": ";
+    const std::string unrecorded = "could not record a setting in " + path(".journal") + ": ";
+    const std::string again = "; the next save tries again\n", kept = "; it is kept in memory\n";
     const struct {
         const char* call;
         int error;
-        const char* reason;
+        std::string set, save;
     } rows[] = {
-        {"fsync", EIO, "Input/output error"},       {"write", ENOSPC, "No space left on device"},
-        {"openat", EROFS, "Read-only file system"}, {"flock", EBADF, "Bad file descriptor"},
-        {"read", EIO, "Input/output error"},
+        {"fsync", EIO, "", "Input/output error" + again},
+        {"write", ENOSPC, "No space left on device" + kept, "No space left on device" + again},
+        {"openat", EROFS, "Read-only file system" + kept, "Read-only file system" + again},
+        {"flock", EBADF, "Bad file descriptor" + kept, "Bad file descriptor" + again},
+        {"read", EIO, "", "Input/output error" + again},
+        {"ftruncate", EIO, "", "Input/output error; the error is in " + path(".journal") + again},
     };
-    putFile("[Section]\nKey=0\n");
+    put(".ini", "[Section]\nKey=0\n");
     SettingsStore& store = started();
+    save(store, kKey, "1");
     for (const auto& row : rows) {
         SCOPED_TRACE(row.call);
-        const std::string old = file();
-        store.set(kKey, row.call);
-        testing::internal::CaptureStderr();
-        {
-            SystemCallScript script;
-            script.failAll(row.call, row.error);
-            store.save();
-        }
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  "Vx: could not save the settings " + scratch.path("Vx/user.ini") + ": " +
-                      row.reason + "; the next save tries again\n");
-        EXPECT_EQ(file(), old);
-        EXPECT_EQ(filesBeside(), "lock user.ini ");
+        SystemCallScript script;
+        script.failAll(row.call, row.error);
+        std::string said = reported([&] {
+            for (const char* value : {"1", "2", row.call}) // said once, not for each
+                store.set(kKey, value);
+        });
+        EXPECT_EQ(said, row.set.empty() ? "" : "Vx: " + unrecorded + row.set);
+        said = reported([&] { store.save(); });
+        EXPECT_EQ(said, "Vx: " + unsaved + row.save);
+        script.failAll("none", 0);
+        EXPECT_EQ(value(kKey, store), row.call);
+        EXPECT_EQ(scratch.names("Vx/programs"), kFiles);
+        EXPECT_EQ(row.set.empty() ? value(kKey) : row.call, row.call) << "recorded";
+        store.set({"Section", "Other"}, row.call);
+        EXPECT_EQ(value(kKey), row.call) << "recorded with the next";
         store.save();
-        EXPECT_EQ(value(kKey), row.call);
+        EXPECT_EQ(get(".ini"),
+                  std::string("[Section]\nKey=") + row.call + "\nOther=" + row.call + "\n");
     }
+}
+
+TEST_F(Settings, AreRecordedByOneWriteAndNoSync)
+{
+    SettingsStore& store = started();
+    store.set(kKey, "0"); // makes the folder and the file
+    SystemCallScript script;
+    constexpr int kCount = 100;
+    for (int n = 0; n < kCount; ++n)
+        store.set({"Section", std::to_string(n)}, "value");
+    std::map<std::string, int> calls;
+    for (const SystemCallScript::Call& call : script.trace)
+        ++calls[call.name];
+    EXPECT_EQ(calls["write"], kCount);
+    EXPECT_EQ(calls["fsync"], 0);
+    EXPECT_LE(script.calls(), 8 * kCount);
+}
+
+TEST_F(Settings, JournalIsReadAsFarAsItIsSound)
+{
+    started().set(kKey, "sound");
+    const std::string sound = get(".journal");
+    const std::string cut = SettingsJournal::record(kKey, "a longer value");
+    // A process died while it wrote; another went on.
+    for (const std::string& damage :
+         {cut.substr(0, cut.size() - 1), cut.substr(0, 20), cut.substr(0, 5),
+          std::string("\n") + std::string(100, '\0'), std::string("\nnot ours\tat\tall")}) {
+        SCOPED_TRACE(damage);
+        put(".journal", sound + damage + SettingsJournal::record({"Section", "Next"}, "set"));
+        SettingsStore& store = started();
+        EXPECT_EQ(reported([&] { EXPECT_EQ(value(kKey, store), "sound"); }),
+                  "Vx: ignored an incomplete change in " + path(".journal") +
+                      ": a process died while it wrote it\n");
+        EXPECT_EQ(value({"Section", "Next"}, store), "set");
+        store.save();
+        EXPECT_EQ(get(".journal"), "");
+        EXPECT_EQ(get(".ini"), "[Section]\nKey=sound\nNext=set\n");
+        std::filesystem::remove(path(".ini"));
+    }
+    EXPECT_EQ(scratch.names("Vx/programs"), kFiles.substr(9));
+}
+
+TEST_F(Settings, JournalThatIsAnotherFileIsNotWritten)
+{
+    const std::string victim = scratch.path("victim");
+    scratch.put("victim", "precious");
+    for (const char* kind : {"link", "hard link", "folder", "pipe"}) {
+        SCOPED_TRACE(kind);
+        std::filesystem::create_directories(scratch.path("Vx/programs"));
+        const std::string journal = path(".journal");
+        switch (*kind) {
+        case 'l': std::filesystem::create_symlink(victim, journal); break;
+        case 'h': std::filesystem::create_hard_link(victim, journal); break;
+        case 'f': std::filesystem::create_directory(journal); break;
+        default: EXPECT_EQ(mkfifo(journal.c_str(), 0600), 0);
+        }
+        SettingsStore& store = started();
+        EXPECT_NE(reported([&] { store.set(kKey, kind); }).find("could not record a setting"),
+                  std::string::npos);
+        EXPECT_EQ(reported([&] { store.save(); }), "");
+        EXPECT_EQ(value(kKey), kind);
+        EXPECT_EQ(scratch.get("victim"), "precious");
+        std::filesystem::remove_all(scratch.path("Vx"));
+    }
+}
+
+TEST_F(Settings, LargeJournalIsSavedAndNeverOutgrowsItsLimit)
+{
+    SettingsStore& store = started();
+    const std::string large(1u << 20, 'x');
+    for (int n = 1; n <= 5; ++n) {
+        store.set(kKey, large);
+        EXPECT_EQ(get(".journal").size() > n * large.size(), n < 4) << n;
+    }
+    EXPECT_EQ(get(".ini").size(), large.size() + std::strlen("[Section]\nKey=\n"));
+
+    std::filesystem::resize_file(path(".journal"), (64u << 20) - 10);
+    EXPECT_EQ(reported([&] { store.set(kKey, "refused"); }),
+              "Vx: could not record a setting in " + path(".journal") +
+                  ": File too large; it is kept in memory\n");
+    EXPECT_EQ(std::filesystem::file_size(path(".journal")), (64u << 20) - 10);
+    store.save();
+    EXPECT_EQ(value(kKey), "refused");
+    EXPECT_EQ(get(".journal"), "");
+}
+
+TEST_F(Settings, DoNotWaitForeverForALock)
+{
+    SettingsStore& store = started();
+    save(store, kKey, "0");
+    const auto holder = [&](const char* suffix) {
+        const int file = open(path(suffix).c_str(), O_RDWR | O_CLOEXEC);
+        EXPECT_EQ(flock(file, LOCK_EX), 0);
+        return file;
+    };
+    const std::string us = "process " + std::to_string(getpid()) + " (";
+    SystemCallScript script;
+    int pauses = 0, replacements = 0, free = 0, locked = -1;
+    script.before = [&](const std::string& name) {
+        script.trace.clear();
+        if (name != "nanosleep")
+            return;
+        if (++pauses <= replacements) { // another process saves
+            scratch.put("other", "[Section]\nKey=other\n");
+            std::filesystem::rename(scratch.path("other"), path(".ini"));
+        }
+        if (pauses == free)
+            flock(locked, LOCK_UN);
+    };
+    script.failAll("nanosleep", EINTR); // nobody really waits
+
+    const struct {
+        const char* name;
+        int free, replacements, pauses;
+    } rows[] = {{"released in time", 4999, 0, 4999},
+                {"held by a stopped process", 0, 0, 5000},
+                {"others make progress", 7000, 6000, 7000},
+                {"others never let us in", 0, 70000, 60000}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        store.set(kKey, row.name);
+        pauses = 0, replacements = row.replacements, free = row.free, locked = holder(".lock");
+        const std::string said = reported([&] { store.save(); });
+        EXPECT_EQ(pauses, row.pauses);
+        const std::string expected = "Vx: could not save the settings " + path(".ini") + ": " + us;
+        EXPECT_EQ(said.substr(0, expected.size()), row.free != 0 ? "" : expected);
+        EXPECT_EQ(value(kKey), row.name);
+        close(locked);
+    }
+
+    free = 0, replacements = 0, pauses = 0, locked = holder(".journal");
+    const std::string said = reported([&] {
+        for (const char* value : {"1", "2"})
+            store.set(kKey, value);
+        EXPECT_EQ(pauses, 5000) << "once, not at every change";
+        store.save();
+        EXPECT_EQ(pauses, 10000);
+        value(kKey); // reads without the lock
+        EXPECT_EQ(pauses, 15000);
+    });
+    EXPECT_NE(said.find("could not record a setting in " + path(".journal") + ": " + us),
+              std::string::npos)
+        << said;
+    EXPECT_NE(said.find(") holds the lock of " + path(".journal")), std::string::npos) << said;
+    close(locked);
+    store.save();
+    EXPECT_EQ(value(kKey), "2");
+}
+
+TEST_F(Settings, TellACrashOfThisProgramWithoutASave)
+{
+    struct Host : Vx::Application {
+        explicit Host(const wchar_t* name) : Application(name, L"1") {}
+        void run() override {}
+    };
+    // Runs a program in a process of its own. \returns whether it found that its last run had
+    // ended cleanly
+    const auto cleanBefore = [&](const char* name, bool crash) {
+        const int status = statusOfChild([&] {
+            const ScopedProgram renamed(name);
+            Host host(L"Host");
+            if (crash)
+                raise(host.previousExitWasNormal() ? SIGKILL : SIGTERM);
+            host.start();
+            return host.previousExitWasNormal();
+        });
+        EXPECT_EQ(WIFSIGNALED(status), crash);
+        return crash ? WTERMSIG(status) == SIGKILL : status == 0;
+    };
+    const struct {
+        const char* program;
+        bool crash, clean;
+    } runs[] = {{"Editor", false, false}, {"Editor", false, true}, {"Editor", true, true},
+                {"Player", false, false}, {"Player", false, true}, {"Editor", false, false},
+                {"Editor", true, true},   {"Editor", true, false}, {"Editor", false, false},
+                {"Player", true, true},   {"Editor", false, true}, {"Player", false, false}};
+    int n = 0;
+    for (const auto& run : runs)
+        EXPECT_EQ(cleanBefore(run.program, run.crash), run.clean) << "run " << n++;
 }
 
 namespace {

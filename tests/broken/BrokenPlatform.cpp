@@ -83,6 +83,8 @@ struct FaultySettings final : iSettings {
     explicit FaultySettings(Vx::Ptr<iSettings> real) : real(std::move(real)) {}
     void setValue(const Narrow& key, const Narrow& value, const Narrow& section) override
     {
+        if (forgets)
+            return;
         Narrow stored(value);
         while (trims && !stored.empty() && stored.back() == ' ')
             stored.resizeFor(stored.length() - 1);
@@ -92,11 +94,7 @@ struct FaultySettings final : iSettings {
     {
         return real->getValue(key, otherwise, oneSection ? "" : section);
     }
-    void save() override
-    {
-        if (!forgets)
-            real->save();
-    }
+    void save() override { real->save(); }
     Vx::Ptr<iSettings> real;
     bool trims = false, oneSection = false, forgets = false;
     unsigned int refCount = 0;
@@ -361,7 +359,7 @@ constexpr struct {
     {"one-scope", "settings.scopes",
      [] { on->getSettings_ = [](int) { return real->getSettings(0); }; }},
     {"values-trimmed", "settings.bytes", getFaultySettings<&FaultySettings::trims>},
-    {"save-forgets", "settings.bytes", getFaultySettings<&FaultySettings::forgets>},
+    {"values-forgotten", "settings.bytes", getFaultySettings<&FaultySettings::forgets>},
 };
 
 // In the processes that check, not in the one that starts them. That one lists the table if

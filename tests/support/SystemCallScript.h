@@ -24,7 +24,7 @@ public:
             HOOK(fstatfs), HOOK(faccessat), HOOK(readlinkat), HOOK(fchmod), HOOK(fchown),
             HOOK(flistxattr), HOOK(fgetxattr), HOOK(fsetxattr), HOOK(fremovexattr), HOOK(fsync),
             HOOK(flock), HOOK(linkat), HOOK(renameat2), HOOK(unlinkat), HOOK(mkdirat),
-            HOOK(getrandom);
+            HOOK(getrandom), HOOK(ftruncate), HOOK(nanosleep);
 #undef HOOK
     }
     ~SystemCallScript()

@@ -9,7 +9,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-int ReplacedFile::open(const char* path, FileTarget target)
+int ReplacedFile::open(const char* path, FileTarget target, mode_t mode)
 {
     path_ = path;
     target_ = std::move(target);
@@ -24,8 +24,10 @@ int ReplacedFile::open(const char* path, FileTarget target)
         else if (error != 0)
             return error;
     }
-    // No one else may open it before it has the old file's permissions.
-    if (const int error = temporary_.create(target_.folder.get(), target_.name, old ? 0600 : 0666))
+    // No one else may open it before it has its final permissions.
+    const bool isPrivate = old || mode != 0;
+    if (const int error =
+            temporary_.create(target_.folder.get(), target_.name, isPrivate ? 0600 : 0666))
         return error;
     if (old)
         if (const int error = copyAttributes(old.get(), temporary_.descriptor())) {
@@ -33,6 +35,8 @@ int ReplacedFile::open(const char* path, FileTarget target)
                    "its permissions, access list or attributes would be lost");
             return error;
         }
+    if (!old && mode != 0 && retried(systemCalls.fchmod, temporary_.descriptor(), mode) != 0)
+        return errno;
     opened_ = true;
     return 0;
 }

@@ -27,11 +27,12 @@ class ReplacedFile final : public iFile {
 public:
     ~ReplacedFile() override;
 
-    /// \p path is what messages call the file.
+    /// \p path is what messages call the file. A new file gets exactly the permissions \p mode,
+    /// or, if that is 0, what the umask leaves of 0666.
     /// \returns 0, or an errno value, such as for no permission to write the old file or the
     ///   folder
     /// \throws std::bad_alloc
-    int open(const char* path, FileTarget target);
+    int open(const char* path, FileTarget target, mode_t mode = 0);
 
     /// Returns the number of bytes written so far.
     unsigned int size() override { return size_; }

@@ -41,6 +41,7 @@ constinit SystemCalls systemCalls = {
     .fgetxattr = ::fgetxattr,
     .fsetxattr = ::fsetxattr,
     .fremovexattr = ::fremovexattr,
+    .ftruncate = ::ftruncate,
     .fsync = ::fsync,
     .flock = ::flock,
     .linkat = ::linkat,
@@ -48,4 +49,5 @@ constinit SystemCalls systemCalls = {
     .unlinkat = ::unlinkat,
     .mkdirat = ::mkdirat,
     .getrandom = ::getrandom,
+    .nanosleep = ::nanosleep,
 };

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/types.h>
+#include <time.h>
 
 /// The system calls as replaceable pointers, so that tests can make the n-th one fail, cut it
 /// short or record it. Each follows the conventions of the C library: -1 and errno. openat()
@@ -27,6 +28,7 @@ struct SystemCalls {
     ssize_t (*fgetxattr)(int descriptor, const char* name, void* value, size_t size);
     int (*fsetxattr)(int descriptor, const char* name, const void* value, size_t size, int flags);
     int (*fremovexattr)(int descriptor, const char* name);
+    int (*ftruncate)(int descriptor, off_t size);
     int (*fsync)(int descriptor);
     int (*flock)(int descriptor, int operation);
     int (*linkat)(int fromFolder, const char* from, int toFolder, const char* to, int flags);
@@ -35,6 +37,7 @@ struct SystemCalls {
     int (*unlinkat)(int folder, const char* path, int flags);
     int (*mkdirat)(int folder, const char* path, mode_t mode);
     ssize_t (*getrandom)(void* buffer, size_t byteCount, unsigned int flags);
+    int (*nanosleep)(const timespec* time, timespec* rest);
 };
 
 /// The calls in use. Constant-initialised with the real ones.

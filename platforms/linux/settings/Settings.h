@@ -1,28 +1,28 @@
-// Settings.h - the settings stores.
+// Settings.h - The settings stores.
 #pragma once
 
 #include <Vx/VxPtr.h>
 #include <Vx/platform/iSettings.h>
 
-/// The store of a scope, each in a text file (see SettingsText) of its own:
+/// Returns the store of a scope, or null for any scope but these:
 ///
-///     0  the user's:     <user data folder>/Vx/user.ini
-///     1  the machine's:  <machine settings folder>/machine.ini, if this user may write in
-///        that folder, otherwise <user data folder>/Vx/machine.ini; what this user has not
-///        set is then read from the machine's
+///     0  the program's settings for this user
+///     1  settings that the machine's programs share
 ///
-/// The user data folder is that of Shell::getFolder(), the machine settings folder that of
-/// machineSettingsFolder(). A store is read at its first use and shared by the process.
+/// SettingsPlaces.h says where they are. A store is read at its first use and shared by the
+/// process.
 ///
-/// Saving writes what was set since the last save into the file as it is at that moment, so
-///   that processes which save at once lose nothing of each other's: they take turns, by a
-///   lock on the file "lock" in the same folder, which stays. The file is replaced whole or
-///   not at all (see ReplacedFile). A failed save gives one line on standard error; what was
-///   set stays set and goes with the next save.
-/// A broken file is set aside as "<name>.broken", or with "-1", "-2" ... behind it, never
-///   over an earlier one. One line on standard error says so, and the defaults hold.
-/// Errors: memory exhaustion leaves as std::bad_alloc; what was set before stays set.
-/// Threads: any. Right after fork the child has the values that were set before.
-///
-/// \returns an empty pointer for any other scope
+/// Setting a value records it in a journal beside the store (SettingsJournal.h) before it
+///   returns, so that it outlives the process, however that ends. It does not outlive a power
+///   failure: that takes a save.
+/// Saving moves the journal into the store, which is replaced whole or not at all. Several
+///   processes may use a store at once: they take turns, and the value that was set last
+///   counts. A process sees what others have set when it saves, or when it starts.
+/// A line of the store that cannot be read is reported and ignored; the next save copies the
+///   file to "<store>.broken" first.
+/// Errors: a value that cannot be recorded, and a failed save, are reported on standard error,
+///   with the process that holds the lock if that is the reason. The value stays set, and the
+///   next save tries again. Waiting for another process ends after about five seconds. Memory
+///   exhaustion throws std::bad_alloc and leaves the values unchanged.
+/// Thread safety: any thread. A forked child has the values that were set before.
 Vx::Ptr<iSettings> makeSettings(int scope);

@@ -1,59 +1,57 @@
-// SettingsFile.h - a settings file that processes share.
+// SettingsFile.h - The file in which a store is saved.
 #pragma once
 
-#include "files/Descriptor.h"
+#include "settings/LockedFile.h"
+#include "settings/SettingsPlaces.h"
 #include "settings/SettingsText.h"
 
 #include <string>
 
-/// A settings file in its folder. \throws std::bad_alloc from every operation
+/// Reads and replaces the store's file. Every operation may throw std::bad_alloc.
+/// Thread safety: one thread at a time.
 class SettingsFile {
 public:
-    struct Place {
-        std::string folder; ///< with a separator at its end
-        std::string name;
+    /// \p place must outlive this object.
+    explicit SettingsFile(const SettingsPlace& place) : place_(place) {}
+
+    enum class Found {
+        kText,      ///< a text; lines may be missing from it
+        kNothing,   ///< there is no such file
+        kUnreadable ///< reading failed, or this is no file that could hold settings
     };
 
-    explicit SettingsFile(const Place& place);
-    ~SettingsFile() { unlock(); }
+    /// Reads the file at \p path into the empty \p text. Reports nothing.
+    Found read(const std::string& path, SettingsText& text);
 
-    enum class Found { kText, kNothing, kBroken, kUnreadable };
+    /// read(), with a report on standard error of a failure or of unreadable lines.
+    Found readAndReport(const std::string& path, SettingsText& text);
 
-    /// Reads the file into \p text, which stays as it is unless the answer is kText.
-    /// Reports nothing.
-    Found read(SettingsText& text);
-
-    /// read(), and a broken file is set aside, which says a line on standard error. Needs
-    /// no lock: takes it when there is something to set aside.
-    Found readOrSetAside(SettingsText& text);
-
-    /// Keeps other processes out until unlock(); makes the folder when missing.
-    /// \returns 0 or an errno value
-    int lock();
-    void unlock();
-
-    /// Sets a broken file aside. Under the lock only, and after read() under the same one:
-    /// else it could be somebody's new file. Says so in a line on standard error.
-    /// \returns whether the name is free now
-    bool setAside();
-
-    /// Replaces the file by \p text unless it holds just that.
-    /// \returns false after a line on standard error
-    bool write(const SettingsText& text);
-
-    const std::string& path() const { return path_; }
-
-    /// The reason why the last read() found the file broken or unreadable.
+    /// Returns why the last read() found the file unreadable.
     int error() const { return error_; }
 
-private:
-    Found readBytes();
+    /// Keeps other processes from saving until unlock(). Creates the folder if it is missing.
+    /// \returns false after a report on standard error
+    bool lock();
+    void unlock() { lock_.unlock(); }
 
-    std::string folder_;
-    std::string path_;
-    std::string bytes_; // the file's content, as read() found it
-    bool found_ = false;
+    /// Replaces the store by \p text, unless it holds just that. Needs the lock, and that read()
+    /// of the store came last. What read() left out is first copied to "<store>.broken", or to
+    /// a name with "-1", "-2" and so on after it.
+    /// \returns false after a report on standard error; the old file is then unchanged
+    bool write(const SettingsText& text);
+
+    /// Reports on standard error that saving failed. \returns false
+    bool reportUnsaved(int error, const std::string& detail = {}) const;
+
+private:
+    int readBytes(const std::string& path, std::string& bytes) const;
+    int replace(const std::string& path, const std::string& bytes) const;
+    int copyAside(std::string& copy) const;
+
+    const SettingsPlace& place_;
+    std::string bytes_; // of the file that read() read last
     int error_ = 0;
-    unsigned int brokenLine_ = 0; // 0: it is no regular file, or too large
-    Descriptor lock_;
+    Found found_ = Found::kNothing;
+    SettingsText::Unreadable unreadable_;
+    LockedFile lock_;
 };

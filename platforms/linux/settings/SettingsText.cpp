@@ -13,8 +13,50 @@ std::string_view trimmed(std::string_view text)
     return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
-/// \p atStart and \p anywhere: what else would be mistaken there.
-std::string escaped(std::string_view text, std::string_view atStart, std::string_view anywhere)
+bool isControl(char c)
+{
+    const unsigned char byte = static_cast<unsigned char>(c);
+    return byte < 0x20 || byte == 0x7F;
+}
+
+int hexDigit(char c)
+{
+    if (c >= '0' && c <= '9')
+        return c - '0';
+    if (c >= 'a' && c <= 'f')
+        return c - 'a' + 10;
+    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
+}
+
+/// Reads the escape after the backslash at \p at, and moves \p at to its last character.
+bool unescapeOne(std::string_view text, std::size_t& at, std::string& result)
+{
+    constexpr std::string_view kKinds = "nrt\\", kMeanings = "\n\r\t\\";
+    const char kind = ++at < text.size() ? text[at] : '\0';
+    const std::size_t found = kKinds.find(kind);
+    if (found != std::string_view::npos) {
+        result += kMeanings[found];
+        return true;
+    }
+    if (kind != 'x' || text.size() - at < 3)
+        return false;
+    const int high = hexDigit(text[at + 1]), low = hexDigit(text[at + 2]);
+    if (high < 0 || low < 0)
+        return false;
+    result += static_cast<char>(high * 16 + low);
+    at += 2;
+    return true;
+}
+
+std::string lineOf(const std::string& key, std::string_view value)
+{
+    return escapeSetting(key, "[#;", "=") + "=" + escapeSetting(value);
+}
+
+} // namespace
+
+std::string escapeSetting(std::string_view text, std::string_view atStart,
+                          std::string_view anywhere)
 {
     constexpr char kDigits[] = "0123456789abcdef";
     std::string result;
@@ -31,7 +73,7 @@ std::string escaped(std::string_view text, std::string_view atStart, std::string
             result += "\\t";
         else if (c == '\\')
             result += "\\\\";
-        else if (byte < 0x20 || byte == 0x7F || (c == ' ' && atEnd) ||
+        else if (isControl(c) || (c == ' ' && atEnd) ||
                  (i == 0 && atStart.find(c) != std::string_view::npos) ||
                  anywhere.find(c) != std::string_view::npos)
             result.append("\\x").append({kDigits[byte >> 4], kDigits[byte & 15]});
@@ -41,100 +83,68 @@ std::string escaped(std::string_view text, std::string_view atStart, std::string
     return result;
 }
 
-int hexDigit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
-}
-
-/// \returns false when \p text holds a control byte or an escape that is none
-bool unescape(std::string_view text, std::string& result)
+bool unescapeSetting(std::string_view text, std::string& result)
 {
     result.clear();
     for (std::size_t i = 0; i < text.size(); ++i) {
-        const unsigned char byte = static_cast<unsigned char>(text[i]);
-        if ((byte < 0x20 && byte != '\t') || byte == 0x7F)
+        if (text[i] == '\\') {
+            if (!unescapeOne(text, i, result))
+                return false;
+        } else if (isControl(text[i]) && text[i] != '\t') {
             return false;
-        if (byte != '\\') {
-            result += text[i];
-            continue;
-        }
-        const char kind = ++i < text.size() ? text[i] : '\0';
-        if (kind == 'n') {
-            result += '\n';
-        } else if (kind == 'r') {
-            result += '\r';
-        } else if (kind == 't') {
-            result += '\t';
-        } else if (kind == '\\') {
-            result += '\\';
-        } else if (kind == 'x' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 &&
-                   hexDigit(text[i + 2]) >= 0) {
-            result += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
-            i += 2;
         } else {
-            return false;
+            result += text[i];
         }
     }
     return true;
 }
 
-std::string lineOf(const std::string& key, std::string_view value)
-{
-    return escaped(key, "[#;", "=") + "=" + escaped(value, "", "");
-}
-
-} // namespace
-
-unsigned int SettingsText::parse(std::string_view bytes)
+SettingsText::Unreadable SettingsText::parse(std::string_view bytes)
 {
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF"; // some editors leave one
     if (bytes.substr(0, kByteOrderMark.size()) == kByteOrderMark)
         bytes.remove_prefix(kByteOrderMark.size());
-    std::string section;
+    Section section;
+    Unreadable unreadable;
     for (unsigned int number = 1; !bytes.empty(); ++number) {
         const std::size_t end = std::min(bytes.find('\n'), bytes.size());
         std::string_view line = bytes.substr(0, end);
         bytes.remove_prefix(std::min(end + 1, bytes.size()));
         if (!line.empty() && line.back() == '\r')
             line.remove_suffix(1);
-        if (!parseLine(line, section))
-            return number;
+        if (!parseLine(line, section) && ++unreadable.count == 1)
+            unreadable.first = number;
     }
-    return 0;
+    return unreadable;
 }
 
-bool SettingsText::parseLine(std::string_view line, std::string& section)
+bool SettingsText::parseLine(std::string_view line, Section& section)
 {
-    const Lines::iterator at = lines_.insert(lines_.end(), std::string(line));
     const std::string_view text = trimmed(line);
-    if (text.empty())
+    if (text.empty() || text.front() == '#' || text.front() == ';') {
+        // A comment may hold anything, but a control byte means that the file is not text. It
+        // does not move the section's end: it may describe the lines that follow.
+        if (std::any_of(text.begin(), text.end(), [](char c) { return isControl(c) && c != '\t'; }))
+            return false;
+        append(line);
         return true;
-    std::string ignored;
-    if (text.front() == '#' || text.front() == ';') {
-        // Not the end of its section: it may speak of what follows.
-        // Any text is a comment, but a control byte means that this is no text.
-        return std::none_of(text.begin(), text.end(), [](char c) {
-            return static_cast<unsigned char>(c) < 0x20 && c != '\t';
-        });
     }
     if (text.front() == '[') {
-        if (text.back() != ']' || !unescape(trimmed(text.substr(1, text.size() - 2)), section))
-            return false;
-        sectionEnds_[section] = at;
-        return true;
+        section.known = text.back() == ']' &&
+                        unescapeSetting(trimmed(text.substr(1, text.size() - 2)), section.name);
+        if (section.known)
+            sectionEnds_[section.name] = append(line);
+        return section.known;
     }
     const std::size_t equals = text.find('=');
-    Entry entry{at, {}};
-    std::string key;
-    if (equals == std::string_view::npos || !unescape(trimmed(text.substr(0, equals)), key) ||
-        !unescape(trimmed(text.substr(equals + 1)), entry.value))
+    std::string key, value;
+    if (!section.known || equals == std::string_view::npos ||
+        !unescapeSetting(trimmed(text.substr(0, equals)), key) ||
+        !unescapeSetting(trimmed(text.substr(equals + 1)), value))
         return false;
-    entries_.insert_or_assign({section, std::move(key)}, std::move(entry));
-    sectionEnds_[section] = at;
+    const Lines::iterator at = append(line);
+    entries_.insert_or_assign({section.name, std::move(key)}, Entry{at, std::move(value)});
+    sectionEnds_[section.name] = at;
     return true;
 }
 
@@ -149,7 +159,7 @@ void SettingsText::set(const SettingsKey& key, std::string_view value)
     std::string line = lineOf(key.second, value);
     const auto found = entries_.find(key);
     if (found != entries_.end()) {
-        // A line that says the same in its own way stays as somebody wrote it.
+        // The line may spell the same value in another way: leave it as it was written.
         if (found->second.value == value)
             return;
         std::string copy(value);
@@ -163,7 +173,7 @@ void SettingsText::set(const SettingsKey& key, std::string_view value)
     if (newSection) {
         if (!lines_.empty() && !lines_.back().empty())
             added.emplace_back();
-        added.push_back("[" + escaped(key.first, "", "") + "]");
+        added.push_back("[" + escapeSetting(key.first) + "]");
     }
     added.push_back(std::move(line));
     const Lines::iterator at = std::prev(added.end());
