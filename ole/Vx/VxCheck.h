@@ -1,4 +1,4 @@
-// VxCheck.h - what stands behind the host's check macros.
+// VxCheck.h - The functions of the host's check macros.
 #pragma once
 
 #include <Vx/VxExport.h>
@@ -6,34 +6,36 @@
 namespace Vx {
 namespace Check {
 
-/// Functions for check macros, which the host defines: they pass a result code, where it
-/// arose and the expression that gave it.
+/// Functions for check macros, which the host defines and which pass the result code, where it
+/// occurred and the expression that returned it.
 ///
-/// Result codes are 32-bit: negative is failure, printed as 8 hexadecimal digits of its
-/// two's complement; 0 and positive are success. Log lines are lines of Vx::LogTimed, with
-/// its limit of 255 characters.
+///     if (!checkAndLog(openDevice(7), __FILE__, __LINE__, "openDevice(7)", false))
+///         useAnother();
 ///
-/// Threads: any.
+/// Result codes are 32-bit integers: negative ones are failures and are printed as eight
+/// hexadecimal digits, 0 and positive ones are successes. Log lines go through Vx::LogTimed(),
+/// with its limit of 255 characters.
+///
+/// Thread safety: any thread.
 namespace Private {
 
-/// Whether failures are logged without being forced: true in this library.
+/// Returns whether failures are logged even if not forced: true in this library.
 VX_API bool logInDebug();
 
-/// Whether \p code is a success. A failure is logged, as
-/// "VxCheck: <file>(<line>) [<expression>] = 0x<code>", when \p force or logInDebug().
+/// Returns whether \p code is a success. Logs a failure if \p force or logInDebug():
+/// "VxCheck: <file>(<line>) [<expression>] = 0x<code>".
 VX_API bool checkAndLog(int code, const char* file, int line, const char* expression, bool force);
 
-/// The same, and logs before it "VxCheck: <file>(<line>) [<expression>] took <elapsed>",
-/// whether or not \p code is a success, when \p elapsed reaches a \p threshold above 0. Both
-/// are in one unit of the caller's choice.
+/// As above. Before that, whatever the code, logs "VxCheck: <file>(<line>) [<expression>] took
+/// <elapsed>" if \p threshold is above 0 and \p elapsed reaches it. Both are in the same unit.
 VX_API bool checkAndLog(int code, const char* file, int line, const char* expression, bool force,
                         double threshold, double elapsed);
 
 /// Throws a RuntimeError at \p file and \p line with the message
 /// "VxCheck: <file>(<line>) [<expression>] = 0x<code>", cut to 255 characters.
 ///
-/// Deliberate: the message lives in 256 bytes that nobody frees, so that it stays valid
-/// however the exception is copied.
+/// Deliberate: the 256 bytes of the message are never freed, so that it stays valid in every
+/// copy of the exception.
 /// \throws Vx::Exception::RuntimeError always
 [[noreturn]] VX_API void throwDetailed(const char* file, int line, const char* expression,
                                        int code);

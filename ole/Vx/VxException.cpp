@@ -6,8 +6,7 @@
 namespace Vx {
 namespace Exception {
 
-// The destructors stand here so that tables and type information exist once, in this
-// library, whoever throws.
+// Out of line, so that virtual tables and type information exist once, in this library.
 Base::~Base() = default;
 RuntimeError::~RuntimeError() = default;
 LogicError::~LogicError() = default;

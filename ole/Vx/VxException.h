@@ -1,4 +1,4 @@
-// VxException.h - the two exceptions that the library throws.
+// VxException.h - The two exceptions that the library throws.
 #pragma once
 
 #include <Vx/LightweightString.h>
@@ -9,20 +9,20 @@
 namespace Vx {
 namespace Exception {
 
-/// What a failure was, where it was raised and, for a RuntimeError, by which calls.
+/// The base of the library's exceptions: what failed and where.
 ///
 ///     catch (const Vx::Exception::Base& e) {
 ///         report(e.typeName, e.message, e.file, e.line);
 ///     }
 ///
-/// Deliberate: no descendant of std::exception, no what().
+/// Deliberate: not derived from std::exception, and without what().
 ///
-/// Ownership: the call stack is the exception's; the three texts are not. They must live as
-///   long as any copy of the exception: literals, or memory that nobody frees.
-/// Errors: copying may run out of memory, as copying any vector.
+/// Ownership: the exception owns its call stack, not the three strings. They must outlive every
+///   copy of the exception: use literals, or memory that is never freed.
+/// Errors: copying may run out of memory for the call stack.
 class VX_API Base {
 public:
-    /// A text for each frame, in the platform's own words.
+    /// One string per stack frame, in the platform's format.
     using CallStack = std::vector<LightweightString<char>, StdAllocator<LightweightString<char>>>;
 
     Base(const Base&) = default;
@@ -31,26 +31,26 @@ public:
     Base& operator=(Base&&) noexcept = default;
     virtual ~Base();
 
-    CallStack callStack;  ///< a text for each frame, innermost first; may be empty
+    CallStack callStack;  ///< innermost frame first; may be empty
     const char* typeName; ///< "RuntimeError" or "LogicError"
-    const char* message;  ///< what went wrong, for people
-    const char* file;     ///< the source file that raised it
-    int line;             ///< the line in it
+    const char* message;  ///< what went wrong
+    const char* file;     ///< the source file that threw it
+    int line;             ///< the line in that file
 
 protected:
     /// Keeps the three pointers; no call stack.
     Base(const char* type, const char* text, const char* sourceFile, int sourceLine) noexcept
-        : typeName(type), message(text), file(sourceFile), line(sourceLine)
+        : callStack(), typeName(type), message(text), file(sourceFile), line(sourceLine)
     {}
 };
 static_assert(sizeof(Base) == 64,
-              "a virtual-table pointer and the five members are part of the binary interface");
+              "a virtual table pointer and five members are part of the binary interface");
 
-/// Something went wrong while running: bad input, misuse, a failed check.
+/// A failure at run time: bad input, misuse, a failed check. Carries a call stack.
 class VX_API RuntimeError : public Base {
 public:
-    /// Keeps the three pointers and asks the platform for the call stack. A failure of the
-    /// platform in there ends the process.
+    /// Keeps the three pointers and captures the call stack. If the platform fails to, the
+    /// process terminates.
     RuntimeError(const char* message, const char* file, int line) noexcept;
 
     RuntimeError(const RuntimeError&) = default;
@@ -60,7 +60,7 @@ public:
     ~RuntimeError() override;
 };
 
-/// A mistake in the program itself. Carries no call stack.
+/// A mistake in the program. Carries no call stack.
 class VX_API LogicError : public Base {
 public:
     /// Keeps the three pointers.
@@ -75,7 +75,7 @@ public:
     ~LogicError() override;
 };
 static_assert(sizeof(RuntimeError) == sizeof(Base) && sizeof(LogicError) == sizeof(Base),
-              "the descendants add nothing");
+              "the derived classes add nothing");
 
 } // namespace Exception
 } // namespace Vx

@@ -1,15 +1,15 @@
 #include <Vx/VxLogTimed.h>
 
 #include <Vx/VxClock.h>
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 
 namespace {
 
-// Milliseconds; 0 until the first line. A plain double in effect: threads that race for the
-// first line may both set it, and the later one wins. Relaxed access costs nothing and keeps
-// that race benign.
-double origin = 0.0;
+// In milliseconds; 0 until the first line. Deliberate: not guarded. If two first lines race, the
+// later one sets it.
+constinit std::atomic<double> origin = 0.0;
 
 } // namespace
 
@@ -20,19 +20,17 @@ void Vx::LogTimed(const char* format, ...)
     va_start(arguments, format);
     const int length = std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    // Deliberate: a text that did not fit is dropped, not cut.
+    // Deliberate: text that does not fit is dropped, not cut.
     if (length <= 0 || length >= static_cast<int>(sizeof text))
         return;
 
     const double now = msecsNow();
-    double start;
-    __atomic_load(&origin, &start, __ATOMIC_RELAXED);
+    double start = origin.load(std::memory_order_relaxed);
     if (start == 0.0) {
-        // Deliberate: a second reading, so the first line shows the tiny difference, which
-        // is negative, and not 0.
+        // Deliberate: a second reading, so the first line shows the tiny negative difference.
         start = msecsNow();
-        __atomic_store(&origin, &start, __ATOMIC_RELAXED);
+        origin.store(start, std::memory_order_relaxed);
     }
-    // One print, so that lines of two threads do not mix.
+    // One call, so that lines of different threads are not interleaved.
     std::printf("%-9.3f: %s", (now - start) / 1000.0, text);
 }

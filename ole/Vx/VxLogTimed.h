@@ -1,18 +1,21 @@
-// VxLogTimed.h - console lines with the time since the first one.
+// VxLogTimed.h - Console lines with the time since the first one.
 #pragma once
 
 #include <Vx/VxExport.h>
 
 namespace Vx {
 
-/// Prints "<seconds>: <text>" to standard output, the seconds since the first line in 9
-/// columns with 3 decimals, the text as printf() would make it. The caller's format ends the
-/// line.
+/// Prints a line to standard output, preceded by the seconds since the first such line.
 ///
-/// Deliberate: a text that is empty, or longer than 255 characters, is not printed at all.
+///     Vx::LogTimed("%d clips loaded\n", count); // 12.346   : 17 clips loaded
 ///
-/// Errors: none; what cannot be formatted is not printed.
-/// Threads: any; lines do not mix.
+/// The arguments are those of printf(). \p format supplies the newline.
+///
+/// Deliberate: nothing is printed if the text is empty or longer than 255 characters. The first
+///   line may show a tiny negative time.
+///
+/// Errors: none; text that cannot be formatted is not printed.
+/// Thread safety: any thread; lines of different threads are not interleaved.
 VX_API void LogTimed(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 } // namespace Vx

@@ -6,7 +6,7 @@
 
 namespace {
 
-// The build gives the three constants.
+// The build defines the three constants.
 constexpr std::string_view kVersion = VX_LIBRARY_VERSION;
 constexpr std::string_view kBuildNumber = VX_BUILD_NUMBER;
 constexpr std::string_view kBuildDate = VX_BUILD_DATE;
@@ -14,9 +14,9 @@ constexpr std::string_view kBuildDate = VX_BUILD_DATE;
 static_assert(kVersion.substr(kVersion.rfind('.') + 1) == kBuildNumber,
               "the build number is the last field of the version");
 static_assert(kBuildDate.size() == 11 && kBuildDate[3] == ' ' && kBuildDate[6] == ' ',
-              "the build date reads like __DATE__: month, padded day, year");
+              "the build date has the form of __DATE__: month, padded day, year");
 
-// Deliberate: no 2021 and no 2024; no release bears those years.
+// Deliberate: without 2021 and 2024, in which no release appeared.
 constexpr struct {
     const char* major;
     const wchar_t* year;

@@ -1,22 +1,22 @@
-// platform/OS.h - the one door to the operating system.
+// platform/OS.h - The platform library's root.
 #pragma once
 
 #include <Vx/VxExport.h>
 #include <Vx/VxFwd.h>
 
-/// The root of the platform library: hands out the sub-services.
+/// Hands out the platform's services.
 ///
-/// Ownership: the root and every sub-service belong to the platform and live as
-///   long as the process. A caller never frees them, takes no reference and keeps
-///   no copy of the pointers: it calls OS() and the accessor again at every use,
-///   so a host may replace a service at any time.
-/// Threads: every accessor and every service may be called from any thread.
-/// Start and end: memoryAllocator() is called before the first static constructor
-///   has run and after the last destructor has; the root and the allocator must be
-///   usable throughout.
+///     const double now = OS()->systemUtils()->msecsNow();
+///
+/// Ownership: the root and the services belong to the platform and live as long as the process.
+///   Do not free or keep them: call OS() and the accessor at every use, since a host may replace
+///   a service at any time.
+/// Thread safety: every accessor and every service may be called from any thread.
+/// Lifetime: memoryAllocator() is called before the first static constructor has run and after
+///   the last destructor has. The root and the allocator must work throughout.
 class iPlatformServices {
 public:
-    /// The service of that name, never null.
+    /// Each returns the service of that name, never null.
     virtual iMemoryAllocator* memoryAllocator() = 0;
     virtual iReclaimRegistry* reclaimRegistry() = 0;
     virtual iSystemUtils* systemUtils() = 0;
@@ -26,11 +26,11 @@ public:
     virtual iShell* shell() = 0;
 
 protected:
-    // No virtual destructor: nobody deletes a platform, and a constant-initialised
-    // root must not register one.
+    // Not virtual: the library never deletes a platform, and a constant-initialised root must
+    // not register a destructor.
     ~iPlatformServices() = default;
 };
 
-/// The platform of this process, never null. Defined by libOS.so, or by the host
-/// itself when it brings a platform of its own.
+/// Returns the platform of this process, never null. Defined by libOS.so, or by a host that
+/// brings its own platform.
 VX_API iPlatformServices* OS();

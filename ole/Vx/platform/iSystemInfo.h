@@ -1,13 +1,13 @@
-// platform/iSystemInfo.h - facts about the machine.
+// platform/iSystemInfo.h - Facts about the machine.
 #pragma once
 
 /// Facts about the machine.
 ///
-/// Threads: any.
+/// Thread safety: every operation may be called from any thread at any time.
 class iSystemInfo {
 public:
-    /// Logical processors that this process may use. 0 means "not known yet": the
-    /// library asks again.
+    /// Returns the number of logical processors that this process may use. The library keeps
+    /// the answer, except 0, which means "not known yet".
     virtual int numProcessors() = 0;
 
 protected:

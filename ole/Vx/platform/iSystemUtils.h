@@ -1,47 +1,47 @@
-// platform/iSystemUtils.h - text conversion, clock, identifiers, call stacks.
+// platform/iSystemUtils.h - Text conversion, clock, identifiers, call stacks.
 #pragma once
 
 #include <Vx/VxFwd.h>
 #include <vector>
 
-/// 16 raw bytes of an identifier, in the layout of Vx::UUID.
+/// The 16 bytes of a Vx::UUID, as it stores them.
 struct SimpleUUID {
-    unsigned char bytes[16]; ///< as they are stored, not as they are printed
+    unsigned char bytes[16]; ///< not in printing order
 };
-static_assert(sizeof(SimpleUUID) == 16, "an identifier is 16 bytes and nothing else");
+static_assert(sizeof(SimpleUUID) == 16, "a SimpleUUID is copied into a Vx::UUID bytewise");
 
 /// Text conversion, the clock, identifiers and call stacks.
 ///
-/// Text: narrow text is UTF-8, wide text is UTF-32. A conversion never fails:
-///   malformed input is replaced, not reported.
-/// Threads: every operation may be called from any thread.
+/// Encodings: narrow strings are UTF-8, wide strings UTF-32. Conversions never fail: malformed
+///   input is replaced, not reported.
+/// Thread safety: every operation may be called from any thread at any time.
 class iSystemUtils {
 public:
-    /// The \p length that means "up to the terminator" in fromUTF8().
+    /// The \p length of fromUTF8() for NUL-terminated bytes.
     static constexpr unsigned int kUpToTerminator = 0xFFFFFFFFu;
 
-    /// Widens a zero-terminated text character by character: each byte becomes
-    /// the code point of the same number. Null reads as empty.
+    /// Widens a NUL-terminated string: each byte becomes the code point of the same number.
+    /// Null is treated as empty.
     virtual LightweightString<wchar_t> wideFromAscii(const char* text) = 0;
 
-    /// The UTF-8 form of all characters of \p wide, zeros included. Values that
-    /// are no code points become U+FFFD.
+    /// Returns all characters of \p wide in UTF-8, embedded zeros included. A value that is not
+    /// a code point becomes U+FFFD.
     virtual LightweightString<char> toUTF8(const LightweightString<wchar_t>& wide) = 0;
 
-    /// Decodes \p length bytes of UTF-8, or up to the terminator when \p length is
-    /// kUpToTerminator. Malformed sequences become U+FFFD, one for each maximal
-    /// ill-formed part. Null reads as empty.
+    /// Decodes \p length bytes of UTF-8, or up to the terminator if \p length is
+    /// kUpToTerminator. Each maximal ill-formed part becomes one U+FFFD. Null is treated as
+    /// empty.
     virtual LightweightString<wchar_t> fromUTF8(const char* bytes, unsigned int length) = 0;
 
-    /// Milliseconds since an origin of the platform's choice; never runs backwards.
+    /// Returns milliseconds since an origin of the platform's choice. Never runs backwards.
     virtual double msecsNow() = 0;
 
-    /// A new identifier that nobody has seen before.
+    /// Returns a new, globally unique identifier.
     virtual SimpleUUID generateUUID() = 0;
 
-    /// Appends one text for each stack frame of the caller to \p frames, innermost
-    /// first. Adding nothing is acceptable. Called while an exception is being
-    /// built: throwing here ends the process.
+    /// Appends one string per stack frame of the caller to \p frames, innermost first. May
+    /// append nothing. Called while an exception is constructed: throwing here terminates the
+    /// process.
     virtual void captureCallStack(
         std::vector<LightweightString<char>, StdAllocator<LightweightString<char>>>& frames) = 0;
 

@@ -1,13 +1,13 @@
-// platform/ipps.h - the vendor's memory fills, supplied by libVxIPP.so.
+// platform/ipps.h - The vendor's memory fills, supplied by libVxIPP.so.
 #pragma once
 
 #include <Vx/VxExport.h>
 
 extern "C" {
 
-/// Fills \p count elements at \p destination with \p value. Counts are elements,
-/// not bytes. No argument is checked beyond a count below 1, which writes nothing.
-/// Threads: any, on memory of their own.
+/// Fills \p count elements at \p destination with \p value. A count below 1 writes nothing; no
+/// other argument is checked.
+/// Thread safety: concurrent calls may fill different memory.
 /// \returns 0
 VX_API int ippsSet_8u(unsigned char value, unsigned char* destination, int count);
 VX_API int ippsSet_16s(short value, short* destination, int count);
