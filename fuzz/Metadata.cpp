@@ -1,4 +1,4 @@
-// The texts of the five metadata records: reading any text, printing, reading again.
+// The text form of the five metadata records: parsing any string, printing, parsing again.
 #include "Fuzz.h"
 
 #include <Reference.h>
@@ -10,8 +10,9 @@
 
 namespace {
 
-// What stands in a text behind tag and version, a letter for each item: u and h numbers of 32
-// and 16 bits, i a signed one, t a text, f a flag, 0 and 1 constants that are not read.
+// What a record prints that was parsed from \p text. \p items has a letter per item after the tag
+// and the version: u and h are numbers of 32 and 16 bits, i is a signed one, t a string, f a flag;
+// 0 and 1 are constants, which are not parsed.
 std::string printed(const std::string& text, const char* tag, const char* items,
                     const char* otherwise)
 {

@@ -31,8 +31,9 @@ void expectForm(const Data& data, const std::string& text, const std::string& de
     EXPECT_EQ(str(Data().asString()), defaults);
     const auto read = [](const std::string& from) { return Data(make<char>(from)); };
     const std::string open = text.substr(0, text.size() - 1);
-    for (const std::string& same : {text, open, "," + text}) // commas at the ends make no pieces
+    for (const std::string& same : {text, open, "," + text}) // outer commas make no pieces
         EXPECT_EQ(read(same), data) << same;
+    EXPECT_EQ(read(defaults), Data()) << "flags, too";
     for (const std::string& refused :
          {text + ",", text + "9,", open.substr(0, open.rfind(',') + 1)})
         EXPECT_EQ(read(refused), Data()) << refused;
@@ -45,12 +46,12 @@ TEST(ImageMetadata, WritesItsTextFormAndReadsItBack)
     Core::Data core(kCore);
     core.setLayout(eLayout{});
     EXPECT_EQ(str(kCore.asString()), "Metadata::Core,1,1920,1080,7,3,10,20,1,");
-    EXPECT_EQ(Core::Data(kCore.asString()), core) << "the layout is deliberately not read";
+    EXPECT_EQ(Core::Data(kCore.asString()), core) << "the layout is deliberately not parsed";
     expectForm(core, "Metadata::Core,1,1920,1080,7,0,10,20,1,", "Metadata::Core,1,0,0,-1,0,0,0,0,");
     expectForm(kBufferFormat, "Metadata::BufferFormat,1,0,7680,1,1,",
                "Metadata::BufferFormat,1,1,0,1,0,");
     EXPECT_EQ(BufferFormat::Data(Text("Metadata::BufferFormat,1,0,7680,7,1,")), kBufferFormat)
-        << "deliberate: the constant does not count";
+        << "the constant is deliberately ignored";
     expectForm(kVideo, "Metadata::Video,1,1,2,abc,1,", "Metadata::Video,1,0,0,0,0,");
     expectForm(kVideoSample, "Metadata::VideoSample,1,1,-2,3,1,",
                "Metadata::VideoSample,1,0,0,0,0,");
@@ -112,10 +113,12 @@ TEST(ImageMetadata, TextsEndAtAnEmbeddedZero)
     const char text[] = "Metadata::Video\0,1\0x,1,2,ab\0c,1";
     const Video::Data read(Text(text, sizeof text - 1));
     EXPECT_TRUE(read.getVideoDataSet());
-    EXPECT_EQ(read.getVideoFormatUID().text(), Text("ab\0c", 4)) << "taken as it stands";
+    EXPECT_EQ(read.getVideoFormatUID().text(), Text("ab\0c", 4)) << "not validated";
+    const Text equalToTheDefault("Metadata::Video,1,1,2,0\0x,1", 27);
+    EXPECT_EQ(Video::Data(equalToTheDefault).getVideoFormatUID().text(), Text("0\0x", 3));
 }
 
-TEST(ImageMetadata, SettersStoreAndCopiesAreApart)
+TEST(ImageMetadata, SettersStoreAndCopiesAreIndependent)
 {
     Core::Data core;
     Core::Interface& view = core;
@@ -177,4 +180,8 @@ TEST(ImageMetadata, RecordsAreKeys)
     EXPECT_EQ(hashed.size(), 2u);
     EXPECT_EQ(hashed.count(Core::Data(kCore)), 1u);
     EXPECT_NE(std::hash<Video::Data>()(kVideo), std::hash<Video::Data>()(earlier));
+    Video::Data later(kVideo);
+    later.setVideoFormatUID(FormatUID(Text("abd")));
+    expectOrder(kVideo, later, 0, 1);
+    EXPECT_EQ(later.getVideoFormatUID(), Text("abd"));
 }

@@ -1,6 +1,6 @@
 #include <Vx/Image/BufferFormat.h>
 
-#include <Vx/Image/MetadataText.h>
+#include <Vx/detail/MetadataText.h>
 
 namespace Vx::Image::BufferFormat {
 
@@ -21,10 +21,10 @@ Data::Data(const Data&) = default;
 
 Data::Data(const LightweightString<char>& text) : Data()
 {
-    const MetadataText::Reader reader(text);
+    const Vx::detail::MetadataReader reader(text);
     if (!reader.accepted(kTag, kPieces))
         return;
-    // Deliberate: piece 4, the constant, is not looked at.
+    // Deliberate: piece 4, a constant, is ignored.
     reader.read(2, orientation);
     reader.read(3, stride);
     reader.read(5, bufferFormatDataSet);
@@ -41,7 +41,7 @@ void Data::setBufferFormatDataSet(bool value) { bufferFormatDataSet = value; }
 
 LightweightString<char> Data::asString() const
 {
-    MetadataText::Writer writer(kTag);
+    Vx::detail::MetadataWriter writer(kTag);
     writer << orientation << stride << /*constant=*/1 << bufferFormatDataSet;
     return writer.text();
 }

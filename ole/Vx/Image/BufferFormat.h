@@ -1,11 +1,15 @@
-// Image/BufferFormat.h - metadata of an image or video stream: how the pixels lie in memory.
+// Image/BufferFormat.h - Metadata of an image or video stream: how the pixels lie in memory.
+//
+//     Vx::Image::BufferFormat::Data buffer(/*orientation=*/false, /*stride=*/7680, true);
+//     save(buffer.asString());
+//     Vx::Image::BufferFormat::Data same(loaded);   // the defaults if it is no such record
 #pragma once
 
 #include <Vx/Image/ImageTypes.h>
-#include <Vx/Image/MetadataValue.h>
 #include <Vx/LightweightString.h>
 #include <Vx/VxExport.h>
 #include <Vx/VxObject.h>
+#include <Vx/detail/FieldHash.h>
 #include <cstddef>
 #include <functional>
 #include <tuple>
@@ -16,14 +20,14 @@ namespace BufferFormat {
 
 /// How the pixels of an image lie in memory.
 ///
-/// Every getter returns its field, every setter stores its argument; none validates. The
-/// flag says whether the record has been set.
+/// Each getter returns its field and each setter stores its argument: nothing is validated. The
+/// flag tells whether the record has been set.
 class VX_API Interface : public virtual iVirtual {
 public:
     /// Which way up the lines are stored.
     virtual Orientation getOrientation() const = 0;
     virtual void setOrientation(Orientation value) = 0;
-    /// The distance of two lines, in a unit that the applications agree on.
+    /// The distance between lines, in a unit that the applications agree on.
     virtual unsigned int getStride() const = 0;
     virtual void setStride(unsigned int value) = 0;
     /// Whether the record has been set.
@@ -31,29 +35,26 @@ public:
     virtual void setBufferFormatDataSet(bool value) = 0;
 };
 
-/// The record itself.
-///
-/// Text form, one line, used to store and exchange the record:
+/// The record itself. asString() returns its text form, one line:
 ///
 ///     Metadata::BufferFormat,1,orientation,stride,1,set,
 ///
-/// Errors: none; memory exhaustion passes through as from LightweightString.
-/// Threads: a plain value; share it for reading, guard it for writing.
+/// Errors: only memory exhaustion throws, as in LightweightString.
+/// Thread safety: a value type; concurrent reads are safe, writes need a lock.
 class VX_API Data : public Interface {
 public:
     /// Orientation 1, stride 0, not set.
     VX_API Data();
-    /// Takes the fields as they are; \p orientation is stored as 0 or 1.
+    /// Stores the fields; \p orientation is stored as 0 or 1.
     VX_API Data(bool orientation, unsigned int stride, bool set);
-    /// The same fields.
     VX_API Data(const Data& other);
     Data& operator=(const Data&) = default;
 
-    /// Reads the text form. A text that is no BufferFormat record of version 1 in 6 pieces gives
-    /// the defaults, with the flag false. Numbers are read by `strtol` and cut to the width
-    /// of their field; what is no number is 0.
+    /// Parses the text form. Any string but a BufferFormat record of version 1 with 6 pieces gives
+    /// the defaults, with the flag false. Numbers are parsed by `strtol`, 0 without a number, and
+    /// cut to the width of their field.
     ///
-    /// Deliberate: the 1 before the flag is a constant, ignored when read.
+    /// Deliberate: the 1 before the flag is a constant, which is not parsed.
     VX_API explicit Data(const LightweightString<char>& text);
 
     VX_API ~Data() override;
@@ -68,11 +69,8 @@ public:
     /// The text form.
     VX_API LightweightString<char> asString() const;
 
-    /// All fields in the order of their declaration, valid as long as the record.
+    /// References to all fields, in order of declaration, valid as long as the record.
     auto fields() const noexcept { return std::tie(orientation, stride, bufferFormatDataSet); }
-
-    /// Has the record compared and hashed as all metadata records are.
-    using IsMetadata = void;
 
 private:
     Orientation orientation = Orientation{1};
@@ -81,11 +79,22 @@ private:
 };
 static_assert(sizeof(Data) == 24, "the record's layout is part of the binary interface");
 
+/// Records compare field by field, in order of declaration.
+inline bool operator==(const Data& a, const Data& b) noexcept { return a.fields() == b.fields(); }
+inline bool operator!=(const Data& a, const Data& b) noexcept { return a.fields() != b.fields(); }
+inline bool operator<(const Data& a, const Data& b) noexcept { return a.fields() < b.fields(); }
+inline bool operator>(const Data& a, const Data& b) noexcept { return a.fields() > b.fields(); }
+inline bool operator<=(const Data& a, const Data& b) noexcept { return a.fields() <= b.fields(); }
+inline bool operator>=(const Data& a, const Data& b) noexcept { return a.fields() >= b.fields(); }
+
 } // namespace BufferFormat
 } // namespace Image
 } // namespace Vx
 
 /// Equal records have equal hashes.
-template <>
-struct std::hash<Vx::Image::BufferFormat::Data>
-    : Vx::Image::MetadataHash<Vx::Image::BufferFormat::Data> {};
+template <> struct std::hash<Vx::Image::BufferFormat::Data> {
+    std::size_t operator()(const Vx::Image::BufferFormat::Data& record) const noexcept
+    {
+        return Vx::detail::hashFields(record.fields());
+    }
+};

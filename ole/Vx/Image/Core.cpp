@@ -1,6 +1,6 @@
 #include <Vx/Image/Core.h>
 
-#include <Vx/Image/MetadataText.h>
+#include <Vx/detail/MetadataText.h>
 
 namespace Vx::Image::Core {
 
@@ -28,11 +28,11 @@ Data::Data(const Data&) = default;
 
 Data::Data(const LightweightString<char>& text) : Data()
 {
-    const MetadataText::Reader reader(text);
+    const Vx::detail::MetadataReader reader(text);
     if (!reader.accepted(kTag, kPieces))
         return;
-    // Deliberate: piece 5, the layout, is not read. Its place before the two bit counts is
-    // the text's own, unlike that of the constructor's argument.
+    // Deliberate: piece 5, the layout, is ignored. In the text form it comes before the two bit
+    // counts, in the constructor after them.
     reader.read(2, width);
     reader.read(3, height);
     reader.read(4, dataFormat);
@@ -60,7 +60,7 @@ void Data::setCoreDataSet(bool value) { coreDataSet = value; }
 
 LightweightString<char> Data::asString() const
 {
-    MetadataText::Writer writer(kTag);
+    Vx::detail::MetadataWriter writer(kTag);
     writer << width << height << dataFormat << layout << bitsPerComponent << bitsPerPixel
            << coreDataSet;
     return writer.text();

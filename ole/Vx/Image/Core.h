@@ -1,11 +1,15 @@
-// Image/Core.h - metadata of an image or video stream: raster size and pixel format.
+// Image/Core.h - Metadata of an image or video stream: raster size and pixel format.
+//
+//     Vx::Image::Core::Data core(1920, 1080, format, 10, 20, layout, true);
+//     save(core.asString());
+//     Vx::Image::Core::Data same(loaded);   // the defaults if it is no such record
 #pragma once
 
 #include <Vx/Image/ImageTypes.h>
-#include <Vx/Image/MetadataValue.h>
 #include <Vx/LightweightString.h>
 #include <Vx/VxExport.h>
 #include <Vx/VxObject.h>
+#include <Vx/detail/FieldHash.h>
 #include <cstddef>
 #include <functional>
 #include <tuple>
@@ -16,11 +20,11 @@ namespace Core {
 
 /// The raster size and pixel format of an image.
 ///
-/// Every getter returns its field, every setter stores its argument; none validates. The
-/// flag says whether the record has been set.
+/// Each getter returns its field and each setter stores its argument: nothing is validated. The
+/// flag tells whether the record has been set.
 class VX_API Interface : public virtual iVirtual {
 public:
-    /// Pixels in a line, and lines.
+    /// Pixels per line, and the number of lines.
     virtual unsigned int getWidth() const = 0;
     virtual unsigned int getHeight() const = 0;
     virtual void setWidth(unsigned int value) = 0;
@@ -28,10 +32,10 @@ public:
     /// The pixel format.
     virtual Format getDataFormat() const = 0;
     virtual void setDataFormat(Format value) = 0;
-    /// Bits of one component of a pixel.
+    /// Bits per component of a pixel.
     virtual unsigned short getBitsPerComponent() const = 0;
     virtual void setBitsPerComponent(unsigned short value) = 0;
-    /// Bits of a whole pixel.
+    /// Bits per pixel.
     virtual unsigned short getBitsPerPixel() const = 0;
     virtual void setBitsPerPixel(unsigned short value) = 0;
     /// The arrangement of the picture.
@@ -42,31 +46,28 @@ public:
     virtual void setCoreDataSet(bool value) = 0;
 };
 
-/// The record itself.
-///
-/// Text form, one line, used to store and exchange the record:
+/// The record itself. asString() returns its text form, one line:
 ///
 ///     Metadata::Core,1,width,height,dataFormat,layout,bitsPerComponent,bitsPerPixel,set,
 ///
-/// Errors: none; memory exhaustion passes through as from LightweightString.
-/// Threads: a plain value; share it for reading, guard it for writing.
+/// Errors: only memory exhaustion throws, as in LightweightString.
+/// Thread safety: a value type; concurrent reads are safe, writes need a lock.
 class VX_API Data : public Interface {
 public:
     /// All zero, the format Format::None, not set.
     VX_API Data();
-    /// Takes the fields as they are.
+    /// Stores the fields as they are.
     VX_API Data(unsigned int width, unsigned int height, Format dataFormat,
                 unsigned short bitsPerComponent, unsigned short bitsPerPixel, eLayout layout,
                 bool set);
-    /// The same fields.
     VX_API Data(const Data& other);
     Data& operator=(const Data&) = default;
 
-    /// Reads the text form. A text that is no Core record of version 1 in 9 pieces gives
-    /// the defaults, with the flag false. Numbers are read by `strtol` and cut to the width
-    /// of their field; what is no number is 0.
+    /// Parses the text form. Any string but a Core record of version 1 with 9 pieces gives
+    /// the defaults, with the flag false. Numbers are parsed by `strtol`, 0 without a number, and
+    /// cut to the width of their field.
     ///
-    /// Deliberate: the layout is written but not read back; it becomes 0.
+    /// Deliberate: the layout is written but not parsed; it becomes 0.
     VX_API explicit Data(const LightweightString<char>& text);
 
     VX_API ~Data() override;
@@ -89,15 +90,12 @@ public:
     /// The text form.
     VX_API LightweightString<char> asString() const;
 
-    /// All fields in the order of their declaration, valid as long as the record.
+    /// References to all fields, in order of declaration, valid as long as the record.
     auto fields() const noexcept
     {
         return std::tie(width, height, dataFormat, bitsPerComponent, bitsPerPixel, layout,
                         coreDataSet);
     }
-
-    /// Has the record compared and hashed as all metadata records are.
-    using IsMetadata = void;
 
 private:
     unsigned int width = 0;
@@ -110,10 +108,22 @@ private:
 };
 static_assert(sizeof(Data) == 32, "the record's layout is part of the binary interface");
 
+/// Records compare field by field, in order of declaration.
+inline bool operator==(const Data& a, const Data& b) noexcept { return a.fields() == b.fields(); }
+inline bool operator!=(const Data& a, const Data& b) noexcept { return a.fields() != b.fields(); }
+inline bool operator<(const Data& a, const Data& b) noexcept { return a.fields() < b.fields(); }
+inline bool operator>(const Data& a, const Data& b) noexcept { return a.fields() > b.fields(); }
+inline bool operator<=(const Data& a, const Data& b) noexcept { return a.fields() <= b.fields(); }
+inline bool operator>=(const Data& a, const Data& b) noexcept { return a.fields() >= b.fields(); }
+
 } // namespace Core
 } // namespace Image
 } // namespace Vx
 
 /// Equal records have equal hashes.
-template <>
-struct std::hash<Vx::Image::Core::Data> : Vx::Image::MetadataHash<Vx::Image::Core::Data> {};
+template <> struct std::hash<Vx::Image::Core::Data> {
+    std::size_t operator()(const Vx::Image::Core::Data& record) const noexcept
+    {
+        return Vx::detail::hashFields(record.fields());
+    }
+};

@@ -1,8 +1,8 @@
-// Image/ImageTypes.h - the enumerations that the metadata records carry.
+// Image/ImageTypes.h - The enumerations of the metadata records.
+//
+// The applications that store the records agree on the meaning of the numbers. Vx carries any
+// number unchanged.
 #pragma once
-
-// What the numbers mean is agreed between the applications that store them; the records
-// carry any number through unchanged.
 
 namespace Vx {
 
@@ -13,7 +13,7 @@ namespace Image {
 
 /// The pixel format of an image.
 enum class Format : int {
-    None = -1, ///< not known
+    None = -1, ///< unknown
 };
 
 /// The arrangement of an image.
@@ -43,6 +43,6 @@ static_assert(sizeof(FrameRate) == 4 && sizeof(Image::Format) == 4 && sizeof(Ima
                   sizeof(Image::Orientation) == 4 && sizeof(Image::ScanMode) == 4 &&
                   sizeof(Image::AspectRatio) == 4 && sizeof(Image::Polarity) == 4 &&
                   sizeof(Image::Colorimetry) == 4 && sizeof(Image::GamutScaling) == 4,
-              "the enumerations are 32 bits wide: the records' layout depends on it");
+              "the layout of the records depends on enumerations of 32 bits");
 
 } // namespace Vx

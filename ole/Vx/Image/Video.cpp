@@ -1,6 +1,6 @@
 #include <Vx/Image/Video.h>
 
-#include <Vx/Image/MetadataText.h>
+#include <Vx/detail/MetadataText.h>
 
 namespace Vx::Image::Video {
 
@@ -9,11 +9,11 @@ namespace {
 constexpr char kTag[] = "Metadata::Video";
 constexpr std::size_t kPieces = 6;
 
-// The identifier is constructed, not assigned: assignment would keep the default "0" for a text
-// that equals it up to a zero.
+// Constructs the identifier: assigning it would keep the default "0" where the string is equal up
+// to its first NUL.
 Data read(const LightweightString<char>& text)
 {
-    const MetadataText::Reader reader(text);
+    const Vx::detail::MetadataReader reader(text);
     if (!reader.accepted(kTag, kPieces))
         return Data();
     ScanMode scanMode{};
@@ -53,7 +53,7 @@ void Data::setVideoDataSet(bool value) { videoDataSet = value; }
 
 LightweightString<char> Data::asString() const
 {
-    MetadataText::Writer writer(kTag);
+    Vx::detail::MetadataWriter writer(kTag);
     writer << scanMode << aspectRatio << videoFormatUID.text() << videoDataSet;
     return writer.text();
 }

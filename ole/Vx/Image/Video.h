@@ -1,12 +1,16 @@
-// Image/Video.h - metadata of an image or video stream: scan mode, aspect ratio and format.
+// Image/Video.h - Metadata of an image or video stream: scan mode, aspect ratio and format.
+//
+//     Vx::Image::Video::Data video(scanMode, aspectRatio, Vx::Image::FormatUID(7u), true);
+//     save(video.asString());
+//     Vx::Image::Video::Data same(loaded);   // the defaults if it is no such record
 #pragma once
 
 #include <Vx/Image/FormatUID.h>
 #include <Vx/Image/ImageTypes.h>
-#include <Vx/Image/MetadataValue.h>
 #include <Vx/LightweightString.h>
 #include <Vx/VxExport.h>
 #include <Vx/VxObject.h>
+#include <Vx/detail/FieldHash.h>
 #include <cstddef>
 #include <functional>
 #include <tuple>
@@ -17,8 +21,8 @@ namespace Video {
 
 /// The scan mode, aspect ratio and format of a video.
 ///
-/// Every getter returns its field, every setter stores its argument; none validates. The
-/// flag says whether the record has been set.
+/// Each getter returns its field and each setter stores its argument: nothing is validated. The
+/// flag tells whether the record has been set.
 class VX_API Interface : public virtual iVirtual {
 public:
     /// How the lines of a frame were scanned.
@@ -27,7 +31,7 @@ public:
     /// The shape of the picture.
     virtual AspectRatio getAspectRatio() const = 0;
     virtual void setAspectRatio(AspectRatio value) = 0;
-    /// The video format; valid until the record changes or goes.
+    /// The video format. The reference is valid as long as the record.
     virtual const FormatUID& getVideoFormatUID() const = 0;
     virtual void setVideoFormatUID(FormatUID value) = 0;
     /// Whether the record has been set.
@@ -35,29 +39,25 @@ public:
     virtual void setVideoDataSet(bool value) = 0;
 };
 
-/// The record itself.
-///
-/// Text form, one line, used to store and exchange the record:
+/// The record itself. asString() returns its text form, one line:
 ///
 ///     Metadata::Video,1,scanMode,aspectRatio,videoFormatUID,set,
 ///
-/// Errors: none; memory exhaustion passes through as from LightweightString.
-/// Threads: a plain value; share it for reading, guard it for writing.
+/// Errors: only memory exhaustion throws, as in LightweightString.
+/// Thread safety: a value type; concurrent reads are safe, writes need a lock.
 class VX_API Data : public Interface {
 public:
     /// All zero, the format "0", not set.
     VX_API Data();
-    /// Takes the fields as they are.
+    /// Stores the fields as they are.
     VX_API Data(ScanMode scanMode, AspectRatio aspectRatio, FormatUID videoFormatUID, bool set);
-    /// The same fields.
     VX_API Data(const Data& other);
     Data& operator=(const Data&) = default;
 
-    /// Reads the text form. A text that is no Video record of version 1 in 6 pieces gives
-    /// the defaults, with the flag false. Numbers are read by `strtol` and cut to the width
-    /// of their field; what is no number is 0.
-    ///
-    /// The identifier is taken as it stands.
+    /// Parses the text form. Any string but a Video record of version 1 with 6 pieces gives
+    /// the defaults, with the flag false. Numbers are parsed by `strtol`, 0 without a number, and
+    /// cut to the width of their field.
+    /// The identifier is not validated.
     VX_API explicit Data(const LightweightString<char>& text);
 
     VX_API ~Data() override;
@@ -74,14 +74,11 @@ public:
     /// The text form.
     VX_API LightweightString<char> asString() const;
 
-    /// All fields in the order of their declaration, valid as long as the record.
+    /// References to all fields, in order of declaration, valid as long as the record.
     auto fields() const noexcept
     {
         return std::tie(scanMode, aspectRatio, videoFormatUID, videoDataSet);
     }
-
-    /// Has the record compared and hashed as all metadata records are.
-    using IsMetadata = void;
 
 private:
     ScanMode scanMode{};
@@ -91,10 +88,22 @@ private:
 };
 static_assert(sizeof(Data) == 40, "the record's layout is part of the binary interface");
 
+/// Records compare field by field, in order of declaration.
+inline bool operator==(const Data& a, const Data& b) noexcept { return a.fields() == b.fields(); }
+inline bool operator!=(const Data& a, const Data& b) noexcept { return a.fields() != b.fields(); }
+inline bool operator<(const Data& a, const Data& b) noexcept { return a.fields() < b.fields(); }
+inline bool operator>(const Data& a, const Data& b) noexcept { return a.fields() > b.fields(); }
+inline bool operator<=(const Data& a, const Data& b) noexcept { return a.fields() <= b.fields(); }
+inline bool operator>=(const Data& a, const Data& b) noexcept { return a.fields() >= b.fields(); }
+
 } // namespace Video
 } // namespace Image
 } // namespace Vx
 
 /// Equal records have equal hashes.
-template <>
-struct std::hash<Vx::Image::Video::Data> : Vx::Image::MetadataHash<Vx::Image::Video::Data> {};
+template <> struct std::hash<Vx::Image::Video::Data> {
+    std::size_t operator()(const Vx::Image::Video::Data& record) const noexcept
+    {
+        return Vx::detail::hashFields(record.fields());
+    }
+};

@@ -1,6 +1,6 @@
 #include <Vx/Image/VideoSample.h>
 
-#include <Vx/Image/MetadataText.h>
+#include <Vx/detail/MetadataText.h>
 
 namespace Vx::Image::VideoSample {
 
@@ -24,7 +24,7 @@ Data::Data(const Data&) = default;
 
 Data::Data(const LightweightString<char>& text) : Data()
 {
-    const MetadataText::Reader reader(text);
+    const Vx::detail::MetadataReader reader(text);
     if (!reader.accepted(kTag, kPieces))
         return;
     reader.read(2, polarity);
@@ -46,7 +46,7 @@ void Data::setVideoSampleDataSet(bool value) { videoSampleDataSet = value; }
 
 LightweightString<char> Data::asString() const
 {
-    MetadataText::Writer writer(kTag);
+    Vx::detail::MetadataWriter writer(kTag);
     writer << polarity << colorimetry << gamutScaling << videoSampleDataSet;
     return writer.text();
 }

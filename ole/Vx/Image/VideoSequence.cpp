@@ -1,6 +1,6 @@
 #include <Vx/Image/VideoSequence.h>
 
-#include <Vx/Image/MetadataText.h>
+#include <Vx/detail/MetadataText.h>
 
 namespace Vx::Image::VideoSequence {
 
@@ -19,7 +19,7 @@ Data::Data(const Data&) = default;
 
 Data::Data(const LightweightString<char>& text) : Data()
 {
-    const MetadataText::Reader reader(text);
+    const Vx::detail::MetadataReader reader(text);
     if (!reader.accepted(kTag, kPieces))
         return;
     reader.read(2, frameRate);
@@ -35,7 +35,7 @@ void Data::setVideoSequenceDataSet(bool value) { videoSequenceDataSet = value; }
 
 LightweightString<char> Data::asString() const
 {
-    MetadataText::Writer writer(kTag);
+    Vx::detail::MetadataWriter writer(kTag);
     writer << frameRate << videoSequenceDataSet;
     return writer.text();
 }

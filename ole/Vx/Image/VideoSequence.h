@@ -1,11 +1,15 @@
-// Image/VideoSequence.h - metadata of an image or video stream: the frame rate.
+// Image/VideoSequence.h - Metadata of an image or video stream: the frame rate.
+//
+//     Vx::Image::VideoSequence::Data sequence(frameRate, true);
+//     save(sequence.asString());
+//     Vx::Image::VideoSequence::Data same(loaded);   // the defaults if it is no such record
 #pragma once
 
 #include <Vx/Image/ImageTypes.h>
-#include <Vx/Image/MetadataValue.h>
 #include <Vx/LightweightString.h>
 #include <Vx/VxExport.h>
 #include <Vx/VxObject.h>
+#include <Vx/detail/FieldHash.h>
 #include <cstddef>
 #include <functional>
 #include <tuple>
@@ -16,8 +20,8 @@ namespace VideoSequence {
 
 /// The frame rate of a video.
 ///
-/// Every getter returns its field, every setter stores its argument; none validates. The
-/// flag says whether the record has been set.
+/// Each getter returns its field and each setter stores its argument: nothing is validated. The
+/// flag tells whether the record has been set.
 class VX_API Interface : public virtual iVirtual {
 public:
     /// The frame rate.
@@ -28,27 +32,24 @@ public:
     virtual void setVideoSequenceDataSet(bool value) = 0;
 };
 
-/// The record itself.
-///
-/// Text form, one line, used to store and exchange the record:
+/// The record itself. asString() returns its text form, one line:
 ///
 ///     Metadata::VideoSequence,1,frameRate,set,
 ///
-/// Errors: none; memory exhaustion passes through as from LightweightString.
-/// Threads: a plain value; share it for reading, guard it for writing.
+/// Errors: only memory exhaustion throws, as in LightweightString.
+/// Thread safety: a value type; concurrent reads are safe, writes need a lock.
 class VX_API Data : public Interface {
 public:
     /// Frame rate 0, not set.
     VX_API Data();
-    /// Takes the fields as they are.
+    /// Stores the fields as they are.
     VX_API Data(FrameRate frameRate, bool set);
-    /// The same fields.
     VX_API Data(const Data& other);
     Data& operator=(const Data&) = default;
 
-    /// Reads the text form. A text that is no VideoSequence record of version 1 in 4 pieces
-    /// gives the defaults, with the flag false. Numbers are read by `strtol` and cut to the width
-    /// of their field; what is no number is 0.
+    /// Parses the text form. Any string but a VideoSequence record of version 1 with 4 pieces
+    /// gives the defaults, with the flag false. Numbers are parsed by `strtol`, 0 without a
+    /// number, and cut to the width of their field.
     VX_API explicit Data(const LightweightString<char>& text);
 
     VX_API ~Data() override;
@@ -61,11 +62,8 @@ public:
     /// The text form.
     VX_API LightweightString<char> asString() const;
 
-    /// All fields in the order of their declaration, valid as long as the record.
+    /// References to all fields, in order of declaration, valid as long as the record.
     auto fields() const noexcept { return std::tie(frameRate, videoSequenceDataSet); }
-
-    /// Has the record compared and hashed as all metadata records are.
-    using IsMetadata = void;
 
 private:
     FrameRate frameRate{};
@@ -73,11 +71,22 @@ private:
 };
 static_assert(sizeof(Data) == 16, "the record's layout is part of the binary interface");
 
+/// Records compare field by field, in order of declaration.
+inline bool operator==(const Data& a, const Data& b) noexcept { return a.fields() == b.fields(); }
+inline bool operator!=(const Data& a, const Data& b) noexcept { return a.fields() != b.fields(); }
+inline bool operator<(const Data& a, const Data& b) noexcept { return a.fields() < b.fields(); }
+inline bool operator>(const Data& a, const Data& b) noexcept { return a.fields() > b.fields(); }
+inline bool operator<=(const Data& a, const Data& b) noexcept { return a.fields() <= b.fields(); }
+inline bool operator>=(const Data& a, const Data& b) noexcept { return a.fields() >= b.fields(); }
+
 } // namespace VideoSequence
 } // namespace Image
 } // namespace Vx
 
 /// Equal records have equal hashes.
-template <>
-struct std::hash<Vx::Image::VideoSequence::Data>
-    : Vx::Image::MetadataHash<Vx::Image::VideoSequence::Data> {};
+template <> struct std::hash<Vx::Image::VideoSequence::Data> {
+    std::size_t operator()(const Vx::Image::VideoSequence::Data& record) const noexcept
+    {
+        return Vx::detail::hashFields(record.fields());
+    }
+};

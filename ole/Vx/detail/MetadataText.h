@@ -1,5 +1,4 @@
-// Image/MetadataText.h - the text form that the five metadata records share. Private: not
-// installed.
+// detail/MetadataText.h - The text form that the five metadata records share.
 #pragma once
 
 #include <Vx/LightweightString.h>
@@ -12,55 +11,51 @@
 #include <vector>
 
 namespace Vx {
-namespace Image {
-namespace MetadataText {
-
-using Text = LightweightString<char>;
+namespace detail {
 
 /// Writes "tag,1,item,item,...,item,": every item is followed by a comma.
-class Writer {
+class MetadataWriter {
 public:
-    explicit Writer(const char* tag) { *this << tag << 1; }
+    explicit MetadataWriter(const char* tag) { *this << tag << 1; }
 
-    Writer& operator<<(int number) { return add(number); }
-    Writer& operator<<(unsigned int number) { return add(number); }
-    Writer& operator<<(bool flag) { return add(flag ? "1" : "0"); }
-    Writer& operator<<(const char* text) { return add(text); }
-    Writer& operator<<(const Text& text) { return add(text); }
+    MetadataWriter& operator<<(int number) { return add(number); }
+    MetadataWriter& operator<<(unsigned int number) { return add(number); }
+    MetadataWriter& operator<<(bool flag) { return add(flag ? "1" : "0"); }
+    MetadataWriter& operator<<(const char* text) { return add(text); }
+    MetadataWriter& operator<<(const LightweightString<char>& text) { return add(text); }
     template <class Enum, class = std::enable_if_t<std::is_enum_v<Enum>>>
-    Writer& operator<<(Enum number)
+    MetadataWriter& operator<<(Enum number)
     {
         return add(static_cast<int>(number));
     }
 
-    const Text& text() const { return text_; }
+    const LightweightString<char>& text() const { return text_; }
 
 private:
-    template <class Item> Writer& add(const Item& item)
+    template <class Item> MetadataWriter& add(const Item& item)
     {
         text_ += item;
         text_ += ',';
         return *this;
     }
 
-    Text text_;
+    LightweightString<char> text_;
 };
 
-/// The pieces of a text, cut at the commas. They are to be read only when accepted().
-class Reader {
+/// The pieces of a string, split at the commas. Read them only if accepted().
+class MetadataReader {
 public:
-    explicit Reader(const Text& text)
+    explicit MetadataReader(const LightweightString<char>& text)
     {
         std::vector<unsigned int> commas;
         findSeparators(text, IsMatchingChar<char>(','), commas, 0);
         if (commas.empty())
-            return; // one piece, which is no record
-        SplitOutputBuilder<Text> builder(pieces_, text);
+            return; // a single piece is no record
+        SplitOutputBuilder<LightweightString<char>> builder(pieces_, text);
         convertIndicesToSubStrings(text, commas, builder, 0);
     }
 
-    /// Whether the text is a record named \p tag of the format's version 1, in exactly
-    /// \p pieceCount pieces.
+    /// Whether the string is a record with \p tag, of version 1, in exactly \p pieceCount pieces.
     bool accepted(const char* tag, std::size_t pieceCount) const
     {
         return pieces_.size() > 2 && !pieces_[0].empty() &&
@@ -68,11 +63,10 @@ public:
                pieces_.size() == pieceCount;
     }
 
-    /// A piece as it stands.
-    const Text& text(std::size_t piece) const { return pieces_[piece]; }
+    const LightweightString<char>& text(std::size_t piece) const { return pieces_[piece]; }
 
-    /// Fills \p field from a piece. A number is cut to the field's width, a flag is judged
-    /// by the whole number, and what is no number is 0.
+    /// Reads a field from a piece: 0 without a number. The number is cut to the field's width; a
+    /// flag is true if the whole number is not 0.
     void read(std::size_t piece, bool& field) const { field = number(piece) != 0; }
     template <class Field> void read(std::size_t piece, Field& field) const
     {
@@ -88,9 +82,8 @@ private:
         return std::strtol(pieces_[piece].c_str(), nullptr, 10);
     }
 
-    StringToVec<Text>::VecT pieces_;
+    StringToVec<LightweightString<char>>::VecT pieces_;
 };
 
-} // namespace MetadataText
-} // namespace Image
+} // namespace detail
 } // namespace Vx
