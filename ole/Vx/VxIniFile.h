@@ -23,8 +23,8 @@
 ///   except that memory exhaustion propagates, with the file closed and nothing written to it.
 ///   The library prints nothing; the reference platform reports on standard error a path that
 ///   it refuses and a file that it could not replace.
-/// Memory: a loaded line takes about 250 bytes, and up to 56 more of spare room; see
-///   setLoadLimit().
+/// Memory: a loaded pair of 38 characters takes about 250 bytes, a line of one letter about 90,
+///   which is 45 times its size in the file; see setLoadLimit().
 /// Thread safety: none; also while loading and saving, one thread uses a document at a time.
 class VX_API VxIniFile {
 public:
@@ -165,8 +165,7 @@ public:
 
     /// Makes load() refuse files of more than \p maxBytes bytes, in all documents. The initial
     /// limit, 2^32 - 1, is the largest size that a platform can report. A host that opens files
-    /// of unknown origin should lower it: a file of one-letter lines takes about 60 times its
-    /// size in memory.
+    /// of unknown origin should lower it.
     /// Thread safety: may be called from any thread at any time.
     static void setLoadLimit(unsigned int maxBytes);
 
