@@ -9,7 +9,7 @@ namespace {
 
 constinit std::atomic<iPlatformServices*> current = nullptr;
 
-// libOS.so, which stands behind this program in the order of symbol lookup.
+// libOS.so, which comes after this program in the order of symbol lookup.
 iPlatformServices* reference()
 {
     static iPlatformServices* const platform = [] {
@@ -40,7 +40,7 @@ void PlatformProxy::retire()
     retired_ = true;
     iPlatformServices* self = this;
     if (!current.compare_exchange_strong(self, before_))
-        std::abort(); // not the last one
+        std::abort(); // not the newest proxy
 }
 
 void* PlatformProxy::allocate(unsigned long size)

@@ -1,163 +1,24 @@
-#include <Vx/testing/ScriptedPlatform.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <dlfcn.h>
-#include <string_view>
+#include "ScriptedObjects.h"
 
 using Guard = std::lock_guard<std::recursive_mutex>;
 
-namespace {
-
-// What was handed out may outlive the platform, so it asks here.
-constinit std::atomic<ScriptedPlatform*> active = nullptr;
-
-// Set while this thread writes the books: what that allocates is nobody's.
-constinit thread_local bool keepingBooks = false;
-
-std::string narrow(const LightweightString<char>& text)
-{
-    return std::string(text.c_str(), text.length());
-}
-
-// Under which a setting is kept: another one for every pair, whatever stands in the texts.
-std::string keyOf(const std::string& section, const std::string& key)
-{
-    return std::to_string(section.size()) + ':' + section + key;
-}
-
-} // namespace
-
-struct ScriptedObjects {
-    using Bytes = ScriptedPlatform::Text<char>;
-    using Path = ScriptedPlatform::Text<wchar_t>;
-
-    template <class... Details> static void enter(const char* operation, Details&&... details)
-    {
-        if (ScriptedPlatform* platform = active)
-            platform->enter(operation, details...);
-    }
-
-    struct File final : iFile {
-        File(ScriptedPlatform& platform, Path path) : platform(platform), path(std::move(path)) {}
-        ~File() override { ScriptedObjects::enter("close"); }
-
-        unsigned int size() override
-        {
-            platform.enter("size");
-            const Guard guard(platform.mutex_);
-            return platform.fileFault() ? 0 : static_cast<unsigned int>(content().size());
-        }
-        bool read(void* buffer, unsigned int count) override
-        {
-            platform.enter("read");
-            const Guard guard(platform.mutex_);
-            if (platform.fileFault() || position + count > content().size())
-                return false;
-            std::memcpy(buffer, content().data() + position, count);
-            position += count;
-            return true;
-        }
-        bool write(const void* bytes, unsigned int count) override
-        {
-            platform.enter(count != 0 ? "write" : "commit");
-            const Guard guard(platform.mutex_);
-            if (platform.fileFault())
-                return false;
-            if (count == 0)
-                return true;
-            content().append(static_cast<const char*>(bytes), count);
-            platform.writes_.push_back(count);
-            return true;
-        }
-        Bytes& content() { return platform.files_[path]; }
-
-        ScriptedPlatform& platform;
-        Path path;
-        std::size_t position = 0;
-        unsigned int refCount = 0;
-    };
-
-    struct Lock final : iLock {
-        explicit Lock(Vx::Ptr<iLock> real) : real(std::move(real)) {}
-        void lock() override
-        {
-            ScriptedObjects::enter("lock");
-            real->lock();
-        }
-        bool tryLock() override
-        {
-            ScriptedObjects::enter("tryLock");
-            return real->tryLock();
-        }
-        void unlock() override
-        {
-            ScriptedObjects::enter("unlock");
-            real->unlock();
-        }
-
-        Vx::Ptr<iLock> real;
-        unsigned int refCount = 0;
-    };
-
-    struct Settings final : iSettings {
-        Settings(ScriptedPlatform& platform, int scope) : platform(platform), scope(scope) {}
-        static std::string place(const LightweightString<char>& section,
-                                 const LightweightString<char>& key)
-        {
-            return narrow(section) + "/" + narrow(key);
-        }
-        std::string before() const { return "(" + std::to_string(scope) + ","; }
-
-        void setValue(const LightweightString<char>& key, const LightweightString<char>& value,
-                      const LightweightString<char>& section) override
-        {
-            platform.enter("setValue", [&] {
-                return before() + place(section, key) + "=" + narrow(value) + ")";
-            });
-            platform.setSetting(scope, narrow(section), narrow(key), narrow(value));
-        }
-        LightweightString<char> getValue(const LightweightString<char>& key,
-                                         const LightweightString<char>& defaultValue,
-                                         const LightweightString<char>& section) override
-        {
-            platform.enter("getValue", [&] {
-                return before() + place(section, key) + "," + narrow(defaultValue) + ")";
-            });
-            const Guard guard(platform.mutex_);
-            const auto found = platform.settings_.find(
-                {scope, Bytes(std::string_view(keyOf(narrow(section), narrow(key))))});
-            return found != platform.settings_.end()
-                       ? LightweightString<char>(std::string_view(found->second))
-                       : defaultValue;
-        }
-        void save() override
-        {
-            platform.enter("save", [&] { return "(" + std::to_string(scope) + ")"; });
-        }
-
-        ScriptedPlatform& platform;
-        int scope;
-        unsigned int refCount = 0;
-    };
-};
+constinit std::atomic<ScriptedPlatform*> ScriptedObjects::active = nullptr;
 
 ScriptedPlatform::ScriptedPlatform() : folder_(L"/data/")
 {
-    if (active.exchange(this) != nullptr)
+    if (ScriptedObjects::active.exchange(this) != nullptr)
         std::abort(); // one at a time
 }
 
 ScriptedPlatform::~ScriptedPlatform()
 {
     retire();
-    active = nullptr;
+    ScriptedObjects::active = nullptr;
 }
 
 // --- Faults and the log
 
-void ScriptedPlatform::give(Order& order, unsigned int n, Times times)
+void ScriptedPlatform::setOrder(Order& order, unsigned int n, Times times)
 {
     order.n = 0;
     order.calls = 0;
@@ -181,21 +42,12 @@ bool ScriptedPlatform::due(Order& order)
 void ScriptedPlatform::failCall(const char* operation, unsigned int n, Times times)
 {
     faultyCall_ = operation;
-    give(callFault_, n, times);
+    setOrder(callFault_, n, times);
 }
 
 void ScriptedPlatform::enter(const char* operation)
 {
     enter(operation, [] { return std::string(); });
-}
-
-// The details are only spelled out for a log: they allocate.
-template <class Details> void ScriptedPlatform::enter(const char* operation, Details&& details)
-{
-    if (logging_)
-        note(operation + details());
-    if (std::string_view(operation) == faultyCall_ && due(callFault_))
-        throw ScriptedFault{faultyCall_};
 }
 
 void ScriptedPlatform::note(const std::string& word)
@@ -214,89 +66,7 @@ std::string ScriptedPlatform::takeLog()
     return words;
 }
 
-// --- Memory
-
-void* ScriptedPlatform::allocate(unsigned long size)
-{
-    if (keepingBooks)
-        return PlatformProxy::allocate(size);
-    ++allocations_;
-    if (due(allocationFault_))
-        throw std::bad_alloc();
-    void* block = PlatformProxy::allocate(size);
-    ++liveBlocks_;
-    if (tracking_)
-        remember(block, size, __builtin_return_address(0));
-    return block;
-}
-
-void ScriptedPlatform::deallocate(void* block)
-{
-    if (block != nullptr && !keepingBooks) {
-        --liveBlocks_;
-        if (tracking_) {
-            const Guard guard(mutex_);
-            blocks_.erase(block);
-        }
-    }
-    PlatformProxy::deallocate(block);
-}
-
-void ScriptedPlatform::remember(void* block, unsigned long size, const void* caller)
-{
-    keepingBooks = true;
-    {
-        std::vector<LightweightString<char>, StdAllocator<LightweightString<char>>> frames;
-        PlatformProxy::captureCallStack(frames);
-        // The frames above the caller are ours. Each ends with the offset of the call, which is
-        // the byte before the return address.
-        Dl_info module = {};
-        dladdr(caller, &module);
-        char end[32];
-        std::snprintf(end, sizeof end, "+0x%tx)",
-                      static_cast<const char*>(caller) - 1 -
-                          static_cast<const char*>(module.dli_fbase));
-        auto first = std::find_if(frames.begin(), frames.end(), [&](const auto& frame) {
-            return std::strstr(frame.c_str(), end) != nullptr;
-        });
-        if (first == frames.end())
-            first = frames.begin();
-        Block entry{size, {}};
-        for (; first != frames.end(); ++first)
-            entry.callStack.append("    ").append(first->c_str()).append("\n");
-        const Guard guard(mutex_);
-        blocks_[block] = std::move(entry);
-    }
-    keepingBooks = false;
-}
-
-std::string ScriptedPlatform::liveMemory() const
-{
-    struct Holder {
-        unsigned long bytes, blocks;
-        std::string_view callStack;
-    };
-    const Guard guard(mutex_);
-    Map<Text<char>, Holder> byStack;
-    for (const auto& [address, block] : blocks_) {
-        Holder& holder =
-            byStack.try_emplace(block.callStack, Holder{0, 0, block.callStack}).first->second;
-        holder.bytes += block.size;
-        ++holder.blocks;
-    }
-    List<Holder> holders;
-    for (const auto& [callStack, holder] : byStack)
-        holders.push_back(holder);
-    std::stable_sort(holders.begin(), holders.end(),
-                     [](const Holder& a, const Holder& b) { return a.bytes > b.bytes; });
-    std::string text;
-    for (const Holder& holder : holders) {
-        text +=
-            std::to_string(holder.blocks) + " blocks, " + std::to_string(holder.bytes) + " bytes\n";
-        text += holder.callStack;
-    }
-    return text;
-}
+// --- Reclaimable objects
 
 void ScriptedPlatform::add(Reclaimable* object)
 {
@@ -460,7 +230,7 @@ LightweightString<wchar_t> ScriptedPlatform::getFolder(int kind)
 void ScriptedPlatform::setOutputDiagnosticsFolder(const LightweightString<wchar_t>& folder)
 {
     enter("setOutputDiagnosticsFolder",
-          [&] { return "(" + narrow(PlatformProxy::toUTF8(folder)) + ")"; });
+          [&] { return "(" + ScriptedObjects::narrow(PlatformProxy::toUTF8(folder)) + ")"; });
 }
 
 Vx::Ptr<iSettings> ScriptedPlatform::getSettings(int scope)
@@ -470,16 +240,24 @@ Vx::Ptr<iSettings> ScriptedPlatform::getSettings(int scope)
     return Vx::Ptr<iSettings>(&settings->refCount, settings);
 }
 
+// Different for different pairs of section and key, whatever they contain.
+ScriptedPlatform::SettingKey ScriptedPlatform::settingKey(int scope, const std::string& section,
+                                                          const std::string& key)
+{
+    return {scope,
+            Text<char>(std::string_view(std::to_string(section.size()) + ':' + section + key))};
+}
+
 void ScriptedPlatform::setSetting(int scope, const std::string& section, const std::string& key,
                                   const std::string& value)
 {
     const Guard guard(mutex_);
-    settings_[{scope, Text<char>(std::string_view(keyOf(section, key)))}] = std::string_view(value);
+    settings_[settingKey(scope, section, key)] = std::string_view(value);
 }
 
 std::string ScriptedPlatform::setting(int scope, const std::string& section,
                                       const std::string& key) const
 {
     const Guard guard(mutex_);
-    return find(settings_, std::pair(scope, Text<char>(std::string_view(keyOf(section, key)))));
+    return find(settings_, settingKey(scope, section, key));
 }

@@ -1,4 +1,4 @@
-// testing/PlatformProxy.h - every platform service, handed on; override the one you mean.
+// testing/PlatformProxy.h - Forwards every platform service; tests override one.
 #pragma once
 
 #include <Vx/LightweightString.h>
@@ -13,18 +13,18 @@
 #include <Vx/platform/iSystemUtils.h>
 #include <Vx/platform/iThreading.h>
 
-/// The platform of the program for as long as it lives. Each service does what the platform
-/// before it did, in the end the reference platform; a descendant overrides one call:
+/// The platform of the program while the object lives. Every call is forwarded to the platform
+/// that was current before, and finally to the reference platform. A derived class overrides one:
 ///
 ///     class OneProcessor : public PlatformProxy {
 ///         int numProcessors() override { return 1; }
 ///     };
 ///     OneProcessor platform; // from here on
 ///
-/// Proxies stack: the last one made is asked first and must be the first to go.
-/// Needs: linking with Vx::TestPlatform, which defines OS() in the program itself.
-/// Threads: services are called from any thread; make and destroy proxies while no other
-///   thread uses the library.
+/// Proxies stack: the newest is called first and must be destroyed first.
+/// Requires linking with Vx::TestPlatform, which defines OS() in the program itself.
+/// Thread safety: services may be called from any thread; construct and destroy proxies while no
+///   other thread uses the library.
 class PlatformProxy : public iPlatformServices,
                       public iMemoryAllocator,
                       public iReclaimRegistry,
@@ -35,7 +35,7 @@ class PlatformProxy : public iPlatformServices,
                       public iShell {
 public:
     PlatformProxy();
-    /// Ends the process when it is not the last one made.
+    /// Aborts if this is not the newest proxy.
     virtual ~PlatformProxy();
     PlatformProxy(const PlatformProxy&) = delete;
     PlatformProxy& operator=(const PlatformProxy&) = delete;
@@ -76,8 +76,8 @@ public:
     Vx::Ptr<iSettings> getSettings(int scope) override;
 
 protected:
-    /// Gives the place back to the platform before. The destructor does it too; a descendant
-    /// whose overrides use members calls it in its own, while they still live.
+    /// Makes the previous platform current again. The destructor does so too; a derived class whose
+    /// overrides use its members calls it in its own destructor.
     void retire();
 
 private:

@@ -1,4 +1,4 @@
-// testing/ScriptedPlatform.h - a platform that does what a test tells it to.
+// testing/ScriptedPlatform.h - A platform that tests control.
 #pragma once
 
 #include <Vx/testing/PlatformProxy.h>
@@ -12,102 +12,104 @@
 #include <utility>
 #include <vector>
 
-/// What a scripted service throws; deliberately no descendant of std::exception.
+/// Thrown by an operation that failCall() chose; deliberately not a std::exception.
 struct ScriptedFault {
-    const char* service; ///< the name that failCall() was given
+    const char* service; ///< the argument of failCall()
 };
 
-/// A platform whose files and settings live in memory, whose folders are fixed, and which
-/// answers the rest like the platform before it unless a setter below says otherwise.
+/// A platform with files and settings in memory and fixed folders. Everything else is forwarded
+/// to the previous platform unless a setter below says otherwise.
 ///
 ///     ScriptedPlatform platform;
 ///     platform.addFile(L"a.ini", "[S]\nx=1\n");
 ///     platform.failFileCall(2);
 ///
-/// Its own books are kept outside its account of memory.
-/// Threads: services may be called from any thread; script from one. One at a time.
+/// Files are written in place, as the writes come: a commit (a write of 0 bytes) changes nothing,
+/// but it can be made to fail and is logged.
+/// Its own bookkeeping does not count as memory of the program.
+/// Thread safety: services may be called from any thread; script from one. One object at a time.
 class ScriptedPlatform : public PlatformProxy {
 public:
     ScriptedPlatform();
     ~ScriptedPlatform() override;
 
-    // Faults: the n-th call from now on fails, that one only or all from there on. 0 takes the
-    // order back.
+    // Faults: the n-th call from now on fails, only that one or all from there on. 0 cancels.
 
-    /// How often an order to fail holds.
     enum Times {
-        Once,   ///< that call only
-        ForEver ///< that call and all behind it
+        Once,   ///< only that call
+        ForEver ///< that call and all later ones
     };
 
     /// The n-th allocation throws std::bad_alloc.
-    void failAllocation(unsigned int n, Times times = Once) { give(allocationFault_, n, times); }
-    /// The n-th file call (open, size, read, write) fails: no file, size 0, false.
-    void failFileCall(unsigned int n, Times times = Once) { give(fileFault_, n, times); }
-    /// The n-th call of the operation of this name ("createLock", "getFolder", "read", "save",
-    /// ...) throws ScriptedFault.
+    void failAllocation(unsigned int n, Times times = Once)
+    {
+        setOrder(allocationFault_, n, times);
+    }
+    /// The n-th file call (open, size, read, write, commit) fails: no file, size 0, false.
+    void failFileCall(unsigned int n, Times times = Once) { setOrder(fileFault_, n, times); }
+    /// The n-th call of the operation of this name ("createLock", "getFolder", "read", "commit",
+    /// "save", ...) throws ScriptedFault.
     void failCall(const char* operation, unsigned int n = 1, Times times = Once);
-    /// Whether a fault has happened since the last order.
+    /// Returns whether a call has failed since the last of these orders.
     bool faultFired() const { return faultFired_; }
 
-    // Accounts, from the construction of this object on.
+    // Counts, since the construction of this object.
 
-    /// Blocks that the process allocated and has not given back. Negative when older ones went.
+    /// Blocks allocated minus blocks freed; negative if older blocks were freed.
     long liveBlocks() const { return liveBlocks_; }
-    /// Calls of the allocator, those that failed included.
+    /// Allocations, including those that failed.
     unsigned long allocations() const { return allocations_; }
-    /// From now on the call stack of every allocation is kept, which makes it slow.
+    /// Records the call stack of every allocation from now on, which makes allocations slow.
     void trackMemory() { tracking_ = true; }
-    /// Who holds the blocks that were allocated since trackMemory(): for each call stack the
-    /// count, the bytes and the frames, innermost first; the most bytes first. Empty: nobody.
-    /// Functions of the program show by name when it is linked with -rdynamic.
+    /// Lists the live blocks allocated since trackMemory(): for each call stack the number of
+    /// blocks, their bytes and the frames, innermost first; most bytes first. Functions of the
+    /// program have names if it is linked with -rdynamic.
     std::string liveMemory() const;
 
-    /// The objects in the reclaim registry, in order of registration.
+    /// Returns the registered Reclaimable objects in order of registration.
     std::vector<Reclaimable*> reclaimables() const;
 
-    // Scripts.
+    // Fixed results.
 
-    /// Sets the clock, which stands still from now on, in milliseconds.
+    /// Sets the clock to \p msecs and stops it.
     void setClock(double msecs) { clock_ = msecs, clockIsSet_ = true; }
-    /// Moves the clock on; one that was never set starts from 0.
+    /// Advances the clock; one that was never set starts at 0.
     void advanceClock(double msecs) { setClock(clock_ + msecs); }
-    /// From now on every reading of a clock that is set moves it on by this much.
+    /// Makes every reading of a clock that is set advance it by \p msecs.
     void tickClock(double msecs) { tick_ = msecs; }
-    /// What numProcessors() answers; negative asks the platform before.
+    /// Sets the result of numProcessors(); negative forwards to the previous platform.
     void setProcessors(int count) { processors_ = count; }
-    /// What currentThreadId() answers on every thread; 0 asks the platform before.
+    /// Sets the result of currentThreadId() on every thread; 0 forwards.
     void setThreadId(unsigned int id) { threadId_ = id; }
-    /// What generateUUID() answers from now on, every time.
+    /// Sets the result of every generateUUID() from now on.
     void setNextUUID(const SimpleUUID& uuid) { uuid_ = uuid, uuidIsSet_ = true; }
-    /// The frames of every call stack, innermost first; none asks the platform before.
+    /// Sets the frames of every call stack, innermost first; none forwards.
     void setCallStack(std::vector<std::string> frames) { callStack_ = std::move(frames); }
-    /// What getFolder() answers for every kind; "/data/" at first.
+    /// Sets the result of getFolder() for every kind; initially "/data/".
     void setFolder(const std::wstring& folder) { folder_.assign(folder.data(), folder.size()); }
 
-    /// Puts a file in place of the one that may be there.
+    /// Creates or replaces a file.
     void addFile(const std::wstring& path, const std::string& content);
-    /// Whether there is such a file, by the path as it was spelled.
+    /// Returns whether there is a file with exactly this path.
     bool hasFile(const std::wstring& path) const;
-    /// The content of a file; empty when there is none.
+    /// Returns the content of a file; empty if there is none.
     std::string file(const std::wstring& path) const;
-    /// The sizes of the write calls since construction, in order.
+    /// Returns the sizes of all writes since construction, without commits.
     std::vector<unsigned int> writes() const;
 
-    /// Stores a value, as if the host had; scope 0 is the user's, 1 the machine's.
+    /// Stores a value as if the host had.
     void setSetting(int scope, const std::string& section, const std::string& key,
                     const std::string& value);
-    /// The stored value; empty when there is none.
+    /// Returns the stored value; empty if there is none.
     std::string setting(int scope, const std::string& section, const std::string& key) const;
 
-    // The log: one word a call, in the order of the calls, from logCalls() on. Allocations
-    // do not show in it.
+    // The log: one word per call except allocations.
 
-    /// Starts to log.
+    /// Starts logging.
     void logCalls() { logging_ = true; }
-    /// Adds a word of the test's own.
+    /// Adds a word to the log.
     void note(const std::string& word);
-    /// The words so far, with one blank between them; starts the log anew.
+    /// Returns the words so far, separated by blanks, and clears the log.
     std::string takeLog();
 
     // The services.
@@ -134,9 +136,9 @@ public:
     Vx::Ptr<iSettings> getSettings(int scope) override;
 
 private:
-    friend struct ScriptedObjects; // the files, locks and settings that it hands out
+    friend struct ScriptedObjects;
 
-    /// Memory for the books, past the allocator.
+    /// Allocates the bookkeeping without the platform's allocator.
     template <class T> struct Uncounted {
         using value_type = T;
         Uncounted() = default;
@@ -163,7 +165,10 @@ private:
         Times times = Once;
     };
 
-    void give(Order& order, unsigned int n, Times times);
+    using SettingKey = std::pair<int, Text<char>>;
+
+    static SettingKey settingKey(int scope, const std::string& section, const std::string& key);
+    void setOrder(Order& order, unsigned int n, Times times);
     bool due(Order& order);
     bool fileFault() { return due(fileFault_); }
     void enter(const char* operation);
@@ -171,7 +176,7 @@ private:
     void remember(void* block, unsigned long size, const void* caller);
     template <class Books, class Key> static std::string find(const Books& books, const Key& key);
 
-    // Recursive: what is copied out of the books under the lock allocates.
+    // Recursive: copying out of the books under the lock allocates.
     mutable std::recursive_mutex mutex_;
     Order allocationFault_, fileFault_, callFault_;
     const char* faultyCall_ = "";
@@ -195,13 +200,13 @@ private:
     Text<wchar_t> folder_;
     Map<Text<wchar_t>, Text<char>> files_;
     List<unsigned int> writes_;
-    Map<std::pair<int, Text<char>>, Text<char>> settings_;
+    Map<SettingKey, Text<char>> settings_;
 };
 
-/// Runs \p work with its first allocation failing, then with its second, and so on until it
-/// completes; calls \p check after each failure. \p work starts from the same state each
-/// time: let it build what it works on, or let \p check restore it.
-/// \returns the number of failures met
+/// Runs \p work with its first allocation failing, then its second, and so on until it completes;
+/// calls \p check after each failure. \p work must start from the same state each time: it builds
+/// what it works on, or \p check restores it.
+/// \returns the number of failures
 template <class Work, class Check>
 unsigned int failEachAllocation(ScriptedPlatform& platform, Work&& work, Check&& check)
 {
