@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# HostTest.sh HOST EDITOR_INI: the example host, run as a person would run it, in a home of its
-# own.
+# HostTest.sh HOST EDITOR_INI: runs the example host as a user would, in a home of its own.
 set -euo pipefail
 host=$1 ini=$2
 
@@ -11,8 +10,8 @@ cd "$home"
 
 fail() { printf 'FAILED: %s\n' "$*"; exit 1; }
 
-# refuses WHY FILE: one line on standard error that names the file, nothing on standard output,
-# exit status 1.
+# refuses WHAT FILE REASON: the host prints one line with FILE and REASON to standard error and
+# nothing to standard output, and exits with status 1.
 refuses()
 {
     local status=0
@@ -24,7 +23,7 @@ refuses()
     grep -qF "$3" err || fail "$1: does not say why: $(cat err)"
 }
 
-# shows TEXT: the last run printed it.
+# shows TEXT: the last run printed TEXT.
 shows() { grep -qF -- "$1" out || fail "not printed: $1, but: $(cat out)"; }
 
 : >empty.ini
@@ -33,7 +32,7 @@ refuses "a folder" . "not a file"
 refuses "an empty file" empty.ini "empty"
 
 "$host" "$ini" >out 2>err || fail "exit status $?"
-[ ! -s err ] || fail "complains: $(cat err)"
+[ ! -s err ] || fail "prints to standard error: $(cat err)"
 shows "this is the first run"
 shows "[Recent Files]"
 shows "Straße nach Süden, Teil 1"
@@ -46,9 +45,9 @@ shows "6 of 6 comments"
 [ "$(grep -oP '^stop: \K\d+' out | tr '\n' ' ')" = "10 150 250 " ] || fail "order: $(cat out)"
 
 copy=$(find "$home" -name editor.ini)
-[ -n "$copy" ] || fail "no copy below the home"
+[ -n "$copy" ] || fail "no copy in the home folder"
 shows "${copy%editor.ini}"
-# The value is changed; every other line is there, in the order of the sections.
+# One value is changed; every other line is there, section by section.
 sort <"$ini" | sed 's/^volume=0.85/volume=0.60/' | grep -v '^.$' >expected
 sort <"$copy" | grep -v '^.$' >actual
 diff expected actual || fail "the copy has other lines"
@@ -63,14 +62,14 @@ status=0
 "$host" --crash "$ini" >out 2>err || status=$?
 [ "$status" -eq $((128 + 9)) ] || fail "--crash: exit status $status"
 shows "the previous run ended cleanly"
-! grep -q '^stop:' out || fail "a crash has no end"
+! grep -q '^stop:' out || fail "a crash runs no callbacks"
 
+# Neither another program nor a run that fails to start hides the crash.
+ln -s "$host" Player
+./Player "$ini" >out
+shows "this is the first run"
+refuses "a missing file once more" missing.ini "not there"
 for expected in "did NOT end cleanly" "ended cleanly"; do
     "$host" "$ini" >out
     shows "the previous run $expected"
 done
-
-# A run that cannot begin is none.
-refuses "a missing file once more" missing.ini "not there"
-"$host" "$ini" >out
-shows "the previous run ended cleanly"

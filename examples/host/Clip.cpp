@@ -33,7 +33,7 @@ Text textOf(unsigned int code)
 
 void showClip(const VxIniFile& ini)
 {
-    // Reading never fails loudly: what cannot be read gives a value that says so of itself.
+    // The parsers never throw: an invalid string yields a value that reports itself invalid.
     const Vx::UUID id(valueOf(ini, "Clip", "id"));
     if (!id.valid()) {
         std::cout << "run: no clip in the configuration\n";

@@ -1,7 +1,7 @@
-// Clip.h - the clip that the example's configuration describes.
+// Clip.h - The clip that the configuration of the example describes.
 #pragma once
 
 #include <Vx/VxIniFile.h>
 
-/// Prints what the section "Clip" says: the identifier, the picture and the playout code.
+/// Prints the section "Clip": identifier, image format and playout code.
 void showClip(const VxIniFile& ini);

@@ -12,22 +12,22 @@ using Vx::AttribValuePair;
 
 namespace {
 
-// The first pair of that name. A list of pairs is an ordinary std::vector.
+// Finds the first pair of that name. A list of pairs is an ordinary std::vector.
 template <class Pairs> auto find(Pairs& pairs, const Text& name)
 {
     return std::find_if(pairs.begin(), pairs.end(),
                         [&](const AttribValuePair& pair) { return pair.name == name; });
 }
 
-// A line without a '=' has a text, but neither a name nor a value.
+// A line without '=' has a text, but neither a name nor a value.
 bool isComment(const AttribValuePair& pair) { return pair.name.empty() && pair.value.empty(); }
 
 } // namespace
 
 LightweightString<char> whyNotLoaded(const LightweightString<wchar_t>& path)
 {
-    // load() has only one answer for every failure; the platform's file service, which the
-    // library itself works with, can be asked for more.
+    // load() does not say why it failed. The platform's file service, which load() uses, tells
+    // more.
     const Vx::Ptr<iFile> file =
         OS()->fileSystem()->openFile(path, /*access=*/1, /*disposition=*/0, /*flags=*/1, 0);
     if (!file)
@@ -38,13 +38,13 @@ LightweightString<char> whyNotLoaded(const LightweightString<wchar_t>& path)
 void print(const VxIniFile& ini)
 {
     for (auto section = ini.getSectionIterator(); section.valid(); ++section) {
-        // What stands before the first header of a file has a section of its own.
+        // Lines before the first header belong to a section with a reserved name.
         if (section.name() == VxIniFile::kAnonymousSection())
             std::cout << "  (before the first section)\n";
         else
             std::cout << "  [" << section.name() << "]\n";
 
-        // Columns count characters, not the bytes of their UTF-8 form.
+        // The width of a column is in characters, not in bytes of UTF-8.
         std::size_t width = 0;
         for (const AttribValuePair& pair : *section)
             width = std::max<std::size_t>(width, fromUTF8(pair.name).length());
@@ -63,14 +63,14 @@ void print(const VxIniFile& ini)
 
 Text valueOf(const VxIniFile& ini, const Text& section, const Text& name)
 {
-    const auto& pairs = ini[section]; // of a const document: never creates the section
+    const auto& pairs = ini[section]; // does not create the section: the document is const
     const auto found = find(pairs, name);
     return found != pairs.end() ? found->value : Text();
 }
 
 void setValue(VxIniFile& ini, const Text& section, const Text& name, const Text& value)
 {
-    auto& pairs = ini[section]; // creates the section when there is none
+    auto& pairs = ini[section]; // creates the section if it is missing
     const auto found = find(pairs, name);
     const AttribValuePair changed(name, value, '=');
     if (found != pairs.end())

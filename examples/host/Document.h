@@ -1,22 +1,22 @@
-// Document.h - what the example does with a configuration file.
+// Document.h - Operations on the configuration file of the example.
 #pragma once
 
 #include <Vx/LightweightString.h>
 #include <Vx/VxIniFile.h>
 
-/// Why the file at \p path could not be loaded, in words for a person.
+/// Returns a message that says why the file at \p path could not be loaded.
 LightweightString<char> whyNotLoaded(const LightweightString<wchar_t>& path);
 
 /// Prints sections and values to standard output.
 void print(const VxIniFile& ini);
 
-/// The value of the first pair of that name in the section; empty without one.
+/// Returns the value of the first pair of that name in the section, or an empty string.
 LightweightString<char> valueOf(const VxIniFile& ini, const LightweightString<char>& section,
                                 const LightweightString<char>& name);
 
-/// Gives the first pair of that name in the section a new value, or adds the pair.
+/// Sets the value of the first pair of that name in the section, or appends a pair.
 void setValue(VxIniFile& ini, const LightweightString<char>& section,
               const LightweightString<char>& name, const LightweightString<char>& value);
 
-/// The lines of the document that are no pairs: comments, mostly.
+/// Counts the lines without a name and a value, mostly comments.
 unsigned int countComments(const VxIniFile& ini);

@@ -21,13 +21,13 @@ Vx::NamedObjectsNamespace& globalNames()
     return *Vx::NamedObjectsNamespace::getGlobalNamespaceInstance();
 }
 
-// The name under which the modules of this host find the configuration.
+// The name by which the modules of this host find the configuration.
 constexpr const char* kConfiguration = "configuration";
 
 } // namespace
 
 EditorHost::EditorHost(VxIniFile ini, bool crash)
-    // The name is also that of our folder below the user's data folder.
+    // The name is also the name of our folder in the user's data folder.
     : Application(L"Example Editor", L"1.0"),
       ini_(std::move(ini)),
       crash_(crash),
@@ -54,7 +54,7 @@ void EditorHost::greet()
     std::cout << "start: " << toUTF8(Vx::getVersionLabel()) << ", library " << vxDllVersionStr()
               << '\n';
 
-    // Settings belong to the platform; scope 0 is the user's own.
+    // The platform stores settings; those of scope 0 belong to this program.
     const Vx::Ptr<iSettings> settings = OS()->shell()->getSettings(0);
     const int runs = std::atoi(settings->getValue("Runs", "0", "Example").c_str());
     settings->setValue("Runs", std::to_string(runs + 1).c_str(), "Example");
@@ -63,17 +63,15 @@ void EditorHost::greet()
     else
         std::cout << "start: the previous run "
                   << (previousExitWasNormal() ? "ended cleanly\n" : "did NOT end cleanly\n");
-
-    // The application object has taken the marker of a clean end away, but only in memory. A
-    // crash would not take that along, so it is saved here, as soon as possible.
-    saveSettings();
+    // The constructor has already removed the marker of a clean exit, and a setting outlives the
+    // process: if this run dies from here on, the next one says so.
 }
 
 void EditorHost::arrangeTheEnd()
 {
-    // Callbacks run by priority, lowest first, and not in the order in which they are added.
-    // Up to 200 they belong to the first pass; what others may still need until then waits for
-    // the second.
+    // Callbacks run in order of priority, lowest first, not in the order of their addition.
+    // Priorities up to 200 belong to the first pass. What those callbacks may still need is
+    // released in the second.
     const auto withdraw = [] {
         globalNames().remove<VxIniFile>(kConfiguration);
         std::cout << "stop: 250, the second pass: the configuration is withdrawn\n";
@@ -90,7 +88,7 @@ void EditorHost::arrangeTheEnd()
 void EditorHost::publishTheConfiguration()
 {
     // From here on every module of the process finds the document by its type and this name.
-    // The registry does not own it: whoever publishes an object keeps it alive.
+    // The registry does not own it: the publisher keeps the object alive.
     globalNames().create<VxIniFile>(kConfiguration, &ini_);
     std::cout << "run: the configuration is published, " << ini_.getNumSections() << " sections:\n";
     print(ini_);
@@ -98,17 +96,17 @@ void EditorHost::publishTheConfiguration()
 
 void EditorHost::editTheConfiguration()
 {
-    // Written as another module would do it, which knows the name and nothing else. A document
-    // is one thread's at a time; the lock of the name keeps the others away.
+    // This is how another module, which knows only the name, edits the document. A document may
+    // be used by one thread at a time; the lock of the name keeps the others out.
     const Vx::NamedObjectsNamespace::ScopedLock<VxIniFile> hold(globalNames(), kConfiguration);
     VxIniFile& ini = *globalNames().find<VxIniFile>(kConfiguration);
 
-    // The document was made blind to case: "playback" finds the section "Playback".
+    // The document ignores case in section names: "playback" finds the section "Playback".
     std::cout << "run: the volume is " << valueOf(ini, "playback", "volume") << '\n';
     setValue(ini, "Playback", "volume", "0.60");
 
-    // saveAll() and not save(): a file that begins with comments has an anonymous section, at
-    // which save() stands still for ever.
+    // Not save(): a file that begins with comments has an anonymous section, and save() never
+    // returns from that.
     LightweightString<wchar_t> copy = getUserDataPath();
     copy += L"editor.ini";
     if (!ini.saveAll(copy)) {
@@ -123,8 +121,8 @@ void EditorHost::editTheConfiguration()
 
 void EditorHost::playAFewFrames()
 {
-    // Every pop and push is counted. The pool's line goes to the log while the process shuts
-    // down, at priority 100: after the devices are closed, before the caches are emptied.
+    // The pool counts every pop and push, and logs the demand at shutdown with priority 100:
+    // after the devices are closed, before the caches are emptied.
     for (int i = 0; i < 10; ++i) {
         Frame* const shown = frames_.pop();
         Frame* const next = frames_.pop();

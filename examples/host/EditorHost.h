@@ -1,4 +1,4 @@
-// EditorHost.h - the example's application object: the whole life of a host.
+// EditorHost.h - The application object of the example.
 #pragma once
 
 #include "FramePool.h"
@@ -6,15 +6,15 @@
 #include <Vx/VxApplication.h>
 #include <Vx/VxIniFile.h>
 
-/// A host application is a descendant of Vx::Application. Constructing it settles the folders
-/// and tells whether the run before ended cleanly; start() is everything else.
+/// A host application derives from Vx::Application. The constructor finds the folders and
+/// whether the previous run ended cleanly; start() does everything else.
 class EditorHost : public Vx::Application {
 public:
-    /// \param ini the loaded configuration, which becomes the host's own
-    /// \param crash whether to die in the middle, as if something had gone wrong
+    /// \param ini the loaded configuration
+    /// \param crash whether run() kills the process at its end, as a crash would
     EditorHost(VxIniFile ini, bool crash);
 
-    /// The host's work. start() calls it, and shuts down when it returns.
+    /// Does the host's work. start() calls it, and shuts down when it returns.
     void run() override;
 
     bool succeeded() const { return succeeded_; }

@@ -1,4 +1,4 @@
-// FramePool.h - a pool of reusable objects under the demand log.
+// FramePool.h - A pool of reusable objects that logs its demand.
 #pragma once
 
 #include <Vx/VxPooledObjectDebug.h>
@@ -10,13 +10,14 @@ struct Frame {
     unsigned char pixels[64 * 36];
 };
 
-/// Gives out frames and takes them back, so that they are made only once.
+/// Hands out frames and takes them back, so that each is allocated only once.
 ///
-/// The base class counts: a pool calls its four hooks around every pop and push.
-/// Threads: one thread at a time; a pool for several brings a lock, the hooks need none.
+/// The base class counts; the pool calls its four hooks around every pop and push.
+/// Thread safety: one thread at a time. A pool for several threads needs a lock for itself, not
+///   for the hooks.
 class FramePool : private Vx::PooledObjectDebug::LoggingTraitsBase {
 public:
-    /// \param name stands in the log
+    /// \param name identifies the pool in the log
     explicit FramePool(const char* name) : LoggingTraitsBase(name) {}
 
     Frame* pop()
@@ -39,7 +40,7 @@ public:
         ltb_afterPush(frame, sizeof(Frame));
     }
 
-    /// The frames that were made.
+    /// Returns the number of frames allocated so far.
     std::size_t size() const { return all_.size(); }
 
 private:

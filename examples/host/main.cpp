@@ -1,9 +1,9 @@
-// main.cpp - a host in one sitting, from its first line to its last.
+// main.cpp - A complete host that can be read in one sitting.
 //
 //     host [--crash] [FILE]     the default file is examples/data/editor.ini
 //
-// Run it twice, then once with --crash, then once more, and watch what it says about the run
-// before. Read on in EditorHost.cpp.
+// Run it twice, then once with --crash, then once more, and watch what it prints about the
+// previous run. Read on in EditorHost.cpp.
 
 #include "Document.h"
 #include "EditorHost.h"
@@ -24,9 +24,9 @@ int main(int argc, char** argv)
             file = argv[i];
     }
 
-    // Before there is an application object: a run that cannot begin is none, and leaves the
-    // marker of a clean end alone. Paths are wide text everywhere in the library; the command
-    // line is UTF-8.
+    // Load before the application object exists: a run that fails here then does not count as a
+    // run, and leaves the marker of a clean exit alone. The library's paths are wide strings; the
+    // command line is UTF-8.
     const LightweightString<wchar_t> path = fromUTF8(LightweightString<char>(file));
     VxIniFile ini(/*sectionNameCaseSensitive=*/false);
     if (!ini.load(path, '\n')) {
@@ -35,8 +35,7 @@ int main(int argc, char** argv)
     }
     std::cout << "start: loaded " << file << '\n';
 
-    // The application object lives as long as the process: the library keeps its address, and
-    // nobody ever deletes it.
+    // The application object is never deleted: the library keeps its address.
     EditorHost* const host = new EditorHost(std::move(ini), crash);
     host->start();
 
