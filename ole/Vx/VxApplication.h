@@ -24,8 +24,8 @@ namespace Vx {
 ///
 /// Marker: the setting "Normal Exit" in section "Configuration" of scope 0. shutdown() sets it to
 ///   "true". The next application remembers that and sets it to "false", so that a run that
-///   finds any other value knows that the one before did not get to its shutdown. Whether
-///   "false" outlives a crash without saveSettings() depends on the platform.
+///   finds any other value knows that the one before did not get to its shutdown. On the
+///   reference platform "false" outlives a crash; where it does not, call saveSettings() early.
 /// Ownership: the host's. Neither the library nor the host destroys the object: pool loggers ask
 ///   it for the logs folder until the process ends.
 /// Errors: exceptions of the platform and of run() pass through. After a failed construction the
