@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
+#include <mutex>
 #include <sys/random.h>
 
 namespace {
@@ -28,13 +30,30 @@ void fetchRandom(unsigned char* to, std::size_t count) noexcept
 }
 
 // Random bytes fetched in advance, since one call for each identifier takes five times as long.
-// A thread's own, so that there is nothing to lock.
+// Not thread_local: the loader has little storage to spare for a library that is loaded late.
 struct Reserve {
-    std::uint64_t epoch; // of the process that fetched the bytes
-    std::size_t left;    // identifiers, the first ones in the array
-    unsigned char bytes[64][sizeof(SimpleUUID)];
+    std::mutex mutex;
+    std::uint64_t epoch = 0; // of the process that fetched the bytes; guarded by mutex
+    std::size_t left = 0;    // identifiers, the first ones in the array; guarded by mutex
+    unsigned char bytes[64][sizeof(SimpleUUID)] = {};
 };
-constinit thread_local Reserve reserve = {};
+constinit Reserve reserve;
+
+bool takeFromReserve(std::uint64_t epoch, unsigned char* to) noexcept
+{
+    // Without waiting, which would never end in a child forked while another thread is here.
+    const std::unique_lock<std::mutex> lock(reserve.mutex, std::try_to_lock);
+    if (!lock.owns_lock())
+        return false;
+    // The parent is going to use what a child inherits.
+    if (reserve.left == 0 || reserve.epoch != epoch) {
+        fetchRandom(reserve.bytes[0], sizeof reserve.bytes);
+        reserve.epoch = epoch;
+        reserve.left = std::size(reserve.bytes);
+    }
+    std::memcpy(to, reserve.bytes[--reserve.left], sizeof(SimpleUUID));
+    return true;
+}
 
 } // namespace
 
@@ -42,17 +61,8 @@ SimpleUUID Uuid::generate() noexcept
 {
     SimpleUUID id;
     const std::uint64_t epoch = forkEpoch();
-    if (epoch == 0) {
+    if (epoch == 0 || !takeFromReserve(epoch, id.bytes))
         fetchRandom(id.bytes, sizeof id.bytes);
-    } else {
-        // What a child inherits, its parent is going to use.
-        if (reserve.left == 0 || reserve.epoch != epoch) {
-            fetchRandom(reserve.bytes[0], sizeof reserve.bytes);
-            reserve.epoch = epoch;
-            reserve.left = std::size(reserve.bytes);
-        }
-        std::memcpy(id.bytes, reserve.bytes[--reserve.left], sizeof id.bytes);
-    }
     id.bytes[7] = static_cast<unsigned char>((id.bytes[7] & 0x0F) | 0x40);
     id.bytes[8] = static_cast<unsigned char>((id.bytes[8] & 0x3F) | 0x80);
     return id;
