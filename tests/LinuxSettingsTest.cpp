@@ -8,6 +8,7 @@
 #include <SystemCallScript.h>
 #include <Vx/VxApplication.h>
 #include <Vx/platform/OS.h>
+#include <Vx/platform/iFileSystem.h>
 #include <csignal>
 #include <grp.h>
 #include <pwd.h>
@@ -763,13 +764,28 @@ TEST(Shell, FindsFoldersByTheXdgRules)
             std::filesystem::remove_all(home);
             std::filesystem::remove_all(scratch.path("set"));
         }
+}
+
+TEST(Shell, RefusesFoldersThatAreNotUtf8)
+{
+    const ScratchFolder scratch;
     const std::string latin1 = scratch.path("K\xFCste");
     const ScopedEnvironment notUtf8("XDG_CONFIG_HOME", latin1.c_str());
+    iShell& shell = *OS()->shell();
     testing::internal::CaptureStderr();
-    OS()->shell()->getFolder(FolderKind::kUserData);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              "Vx: could not name the folder " + latin1 +
-                  "/: it is not UTF-8, so one with U+FFFD in its name takes its place\n");
+    LightweightString<wchar_t> path = shell.getFolder(FolderKind::kUserData);
+    path += L"file";
+    EXPECT_FALSE(OS()->fileSystem()->openFile(path, 2, 3, 0, 0));
+    shell.setOutputDiagnosticsFolder(path);
+    shell.setOutputDiagnosticsFolder(LightweightString<wchar_t>(L"a\0b", 3));
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(
+        said.substr(0, said.find('\n')),
+        "Vx: could not name the folder " + latin1 +
+            "/: "
+            "Invalid or incomplete multibyte or wide character; files in it cannot be opened");
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 4);
+    EXPECT_EQ(scratch.names(), "K\xFCste ") << "nothing beside it";
 }
 
 TEST(Shell, MakesTheDiagnosticsFolder)

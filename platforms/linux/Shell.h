@@ -14,10 +14,11 @@ class Shell final : public iShell {
 public:
     /// Returns the path of the folder of this FolderKind, ending in a separator. Creates it, for
     /// this user alone, unless it is the home or the temporary folder. A path that is not UTF-8
-    /// is reported and returned with U+FFFD in place of what is not.
+    /// is reported; the result is then a path that FileSystem refuses to open.
     LightweightString<wchar_t> getFolder(int kind) override;
 
-    /// Creates \p folder and its parents. An empty path does nothing.
+    /// Creates \p folder and its parents. An empty path does nothing; one that is no valid
+    /// string is reported.
     void setOutputDiagnosticsFolder(const LightweightString<wchar_t>& folder) override;
 
     /// Returns the store of \p scope: 0 is the program's, 1 the machine's; null for others.
