@@ -395,6 +395,45 @@ TEST_F(VxTool, ReadsAndDrawsThePoolLog)
     EXPECT_NE(svg.find("Frames: 500.25, Fri Jan  9 11:00:00 2026"), std::string::npos);
 }
 
+TEST_F(VxTool, ListsTheSettingsOfEveryProgramAndChangesNone)
+{
+    expect({"settings"}, 1, "", "no settings in '" + path("home/.config/Vx/programs'"));
+    const std::string programs = path("home/.config/Vx/programs/");
+    fs::create_directories(programs);
+    const auto store = [&](const std::string& name, const std::string& lines) {
+        write("home/.config/Vx/programs/" + name, "[Configuration]\n" + lines);
+    };
+    store("Editor.ini", "Normal Exit=true\n");
+    store("Player.ini", "Normal Exit=false\n");
+    store("%2Equiet 100%25.ini", "volume=1\n");
+    write("home/.config/Vx/machine.ini", "");
+    const auto files = [&] {
+        std::set<std::string> all;
+        for (const auto& entry : fs::recursive_directory_iterator(path("home")))
+            all.insert(entry.path());
+        return all;
+    };
+    const auto before = files();
+    expect({"settings"}, 0,
+           "PROGRAM         LAST EXIT            STORE\n"
+           ".quiet 100%     unknown              " +
+               programs +
+               "%2Equiet 100%25.ini\n"
+               "Editor          clean                " +
+               programs +
+               "Editor.ini\n"
+               "Player          crashed, or running  " +
+               programs +
+               "Player.ini\n"
+               "(all programs)                       " +
+               path("home/.config/Vx/machine.ini") + "\n");
+    const Json listed = json({"settings"});
+    EXPECT_EQ(listed["programs"][1]["normalExit"], true);
+    EXPECT_EQ(listed["programs"][2]["normalExit"], false);
+    EXPECT_EQ(files(), before);
+    fs::remove_all(path("home/.config"));
+}
+
 TEST_F(VxTool, ReportsFailuresByItsExitStatus)
 {
     write("a.ini", "[A]\nx=1\n");
@@ -487,7 +526,7 @@ TEST_F(VxTool, CompletionOffersWhatIsAccepted)
             lines.push_back(line);
         }
     }
-    EXPECT_EQ(lines.size(), 15u);
+    EXPECT_EQ(lines.size(), 16u);
 
     const std::string file = write("a.ini", "[Video In]\nrate=1\n; no=1\n[Audio]\nx=1\n");
     EXPECT_EQ(offered({"ini", "get", file, ""}), (Set{"Audio", "Video\\ In"}));

@@ -9,6 +9,7 @@ static constexpr const char* kExamples = R"(Examples:
   vx ini set editor.ini Video rate 50   changes one line and no other
   vx fcc xd5c                           translates the code of a stored essence
   vx pools --plot PooledObjects.log     draws the peak demand of each run
+  vx settings                           shows which programs crashed
 
 Exit status: 0 yes, done; 1 no, not found, different, warnings; 2 usage; 3 failed.
 See 'vx COMMAND --help' for one command, and 'man vx'.)";
@@ -23,6 +24,7 @@ Status runVx(int argc, const char* const* argv)
                               addFcc(top);
                               addMeta(top);
                               addPools(top);
+                              addSettings(top);
                               addVersion(top);
                           });
 }

@@ -20,6 +20,7 @@ void addUuid(Command top);
 void addFcc(Command top);
 void addMeta(Command top);
 void addPools(Command top);
+void addSettings(Command top);
 void addVersion(Command top);
 
 } // namespace tool

@@ -52,7 +52,7 @@ _vx()
             "ini set") options+=" --create --dry-run --case-sensitive" ;;
             "ini unset") options+=" --dry-run --case-sensitive" ;;
             "uuid new") options+=" --count --json" ;;
-            "uuid show" | "meta "* | "version "*) options+=" --json" ;;
+            "uuid show" | "meta "* | "settings "* | "version "*) options+=" --json" ;;
             "fcc "*) options+=" --code --json" ;;
             "pools "*) options+=" --pool --plot --output --json" ;;
         esac
@@ -60,7 +60,7 @@ _vx()
         return
     fi
     case ${#words[@]}:${words[0]-}:${words[1]-} in
-        0:*) mapfile -t COMPREPLY < <(compgen -W "ini uuid fcc meta pools version" -- "$cur") ;;
+        0:*) mapfile -t COMPREPLY < <(compgen -W "ini uuid fcc meta pools settings version" -- "$cur") ;;
         1:ini:*) mapfile -t COMPREPLY < <(
             compgen -W "show get set unset check diff" -- "$cur") ;;
         1:uuid:*) mapfile -t COMPREPLY < <(compgen -W "new show" -- "$cur") ;;
