@@ -3,8 +3,11 @@
 #include "Fuzz.h"
 
 #include <Commands.h>
+#include <Vx/VxIniFile.h>
 #include <Vx/testing/ScriptedPlatform.h>
+#include <algorithm>
 #include <iostream>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -40,6 +43,30 @@ tool::Status run(const std::vector<const char*>& words)
     return tool::runVx(static_cast<int>(words.size()), words.data());
 }
 
+constexpr const char* kSet[] = {"ini", "set", "f"};
+bool isSame(const char* a, const char* b) { return std::strcmp(a, b) == 0; }
+
+// `vx ini set f SECTION KEY VALUE` reads back and changes the inside of one line only.
+void checkSet(const std::string& before, const std::string& after,
+              const std::vector<const char*>& words)
+{
+    const std::string section = words[4];
+    VxIniFile ini(L"f", true, false);
+    bool found = false;
+    for (const Vx::AttribValuePair& pair :
+         ini.getSection(section == "-" ? VxIniFile::kAnonymousSection() : ours(section))) {
+        if (found || pair.name != words[5] || std::strchr(pair.text.c_str(), '=') == nullptr)
+            continue;
+        found = true;
+        FUZZ_CLAIM(pair.value == words[6]);
+    }
+    FUZZ_CLAIM(found);
+    const auto start = std::mismatch(before.begin(), before.end(), after.begin(), after.end());
+    const auto end = std::mismatch(before.rbegin(), std::make_reverse_iterator(start.first),
+                                   after.rbegin(), std::make_reverse_iterator(start.second));
+    FUZZ_CLAIM(std::count(start.first, end.first.base(), '\n') == 0);
+}
+
 } // namespace
 
 // The input: arguments, one per line, up to an empty line; then file f, a NUL and file g.
@@ -73,5 +100,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     FUZZ_CLAIM(after == before || (writes && status == tool::kYes));
     run(words);
     FUZZ_CLAIM(filesOf(platform) == after);
+    if (words.size() == 7 && status == tool::kYes &&
+        std::equal(words.begin() + 1, words.begin() + 4, std::begin(kSet), isSame))
+        checkSet(before.first, after.first, words);
     return 0;
 }
