@@ -111,29 +111,31 @@ TEST(Lock, AdmitsOneThreadAtATime)
     EXPECT_EQ(plain, 2L * kThreads * kRounds);
 }
 
+bool freeForOthers(iLock& lock)
+{
+    bool taken = false;
+    std::thread([&] {
+        taken = lock.tryLock();
+        if (taken)
+            lock.unlock();
+    }).join();
+    return taken;
+}
+
 TEST(Lock, IsHeldUntilTheLastUnlock)
 {
     Threading threading;
     const Vx::Ptr<iLock> lock = threading.createLock(0);
-    const auto freeForOthers = [&] {
-        bool taken = false;
-        std::thread([&] {
-            taken = lock->tryLock();
-            if (taken)
-                lock->unlock();
-        }).join();
-        return taken;
-    };
     lock->lock();
     lock->unlock();
     lock->lock();
     lock->lock();
     EXPECT_TRUE(lock->tryLock());
     for (int level = 0; level < 3; ++level) {
-        EXPECT_FALSE(freeForOthers());
+        EXPECT_FALSE(freeForOthers(*lock));
         lock->unlock();
     }
-    EXPECT_TRUE(freeForOthers());
+    EXPECT_TRUE(freeForOthers(*lock));
 }
 
 TEST(Lock, StaysWithTheThreadThatForks)
@@ -142,11 +144,10 @@ TEST(Lock, StaysWithTheThreadThatForks)
     const Vx::Ptr<iLock> lock = threading.createLock(0);
     lock->lock();
     EXPECT_TRUE(holdsInChild([&] {
-        bool free = lock->tryLock();
+        const bool reentered = lock->tryLock() && !freeForOthers(*lock);
         lock->unlock();
         lock->unlock();
-        std::thread([&] { free = free && lock->tryLock(); }).join();
-        return free;
+        return reentered && freeForOthers(*lock);
     }));
     lock->unlock();
 }
@@ -159,7 +160,7 @@ TEST(Lock, StaysHeldWhenItsOwnerEnds)
     std::thread([&] { lock->lock(); }).join();
     EXPECT_FALSE(lock->tryLock());
     for (int i = 0; i < 20; ++i)
-        std::thread([&] { EXPECT_FALSE(lock->tryLock()); }).join();
+        EXPECT_FALSE(freeForOthers(*lock));
 }
 
 // --- Identifiers
