@@ -48,13 +48,14 @@ void freeToHeap(void* block)
 
 #if VX_SMALL_BLOCKS
 
-void* MemoryAllocator::allocate(unsigned long size)
+// Aligned to cache lines: splitting a string into ten is 4 % slower otherwise.
+[[gnu::aligned(64)]] void* MemoryAllocator::allocate(unsigned long size)
 {
     void* const block = SmallBlocks::take(size);
     return __builtin_expect(block != nullptr, true) ? block : allocateMore(size);
 }
 
-void MemoryAllocator::deallocate(void* block)
+[[gnu::aligned(64)]] void MemoryAllocator::deallocate(void* block)
 {
     if (!SmallBlocks::put(block))
         deallocateMore(block);

@@ -7,6 +7,7 @@
 #include <new>
 #include <pthread.h>
 #include <sys/mman.h>
+#include <utility>
 
 constinit void* SmallBlocks::Bin::nothing[2] = {};
 constinit SmallBlocks::Cache SmallBlocks::none = {};
@@ -37,9 +38,11 @@ std::uint32_t spanOf(const void* block)
     return static_cast<std::uint32_t>(SpanHeap::offsetOf(block) / SpanHeap::kSpan);
 }
 
+std::uintptr_t addressOf(const void* block) { return reinterpret_cast<std::uintptr_t>(block); }
+
 std::uint64_t bitOf(const void* block)
 {
-    return std::uint64_t{1} << reinterpret_cast<std::uintptr_t>(block) / SizeClasses::kGranule % 64;
+    return std::uint64_t{1} << addressOf(block) / SizeClasses::kGranule % 64;
 }
 
 constexpr std::int32_t blocksPerSpan(std::size_t sizeClass)
@@ -54,7 +57,7 @@ std::int32_t countIn(std::uint32_t state) { return static_cast<std::int32_t>(sta
 bool isMapped(const void* place)
 {
     unsigned char resident;
-    const std::uintptr_t page = reinterpret_cast<std::uintptr_t>(place) / kPage * kPage;
+    const std::uintptr_t page = addressOf(place) / kPage * kPage;
     return mincore(reinterpret_cast<void*>(page), 1, &resident) == 0;
 }
 
@@ -189,26 +192,29 @@ bool SmallBlocks::beginSpan(Cache::Held& held, std::size_t sizeClass) noexcept
     record.state.store(static_cast<std::uint32_t>(count) * 4 + kHeld, std::memory_order_relaxed);
     ++classes[sizeClass].spans;
     classOfSpan[span].store(static_cast<std::uint8_t>(sizeClass), std::memory_order_relaxed);
-    held = {span + 1, words};
+    held = {span + 1, 0, words};
     return true;
 }
 
 // Ends the holding of a span. One with free blocks goes on its list if it may; otherwise it
 // stays held and the result is false.
-bool SmallBlocks::letGo(std::uint32_t span, std::size_t sizeClass, bool mayList) noexcept
+bool SmallBlocks::letGo(Cache::Held& held, std::size_t sizeClass, bool mayList) noexcept
 {
+    const std::uint32_t span = held.span - 1;
     std::atomic<std::uint32_t>& state = recordOf(span).state;
-    std::uint32_t now = state.load();
+    const std::uint32_t taken = std::exchange(held.taken, 0) * 4;
+    std::uint32_t before = state.fetch_sub(taken) - taken;
     do {
-        if (countIn(now) > 0 && !mayList)
+        if (countIn(before) > 0 && !mayList)
             return false;
-    } while (
-        !state.compare_exchange_weak(now, now - kHeld + (countIn(now) > 0 ? kListed : kUsedUp)));
-    if (countIn(now) > 0) {
+    } while (!state.compare_exchange_weak(before, before - kHeld +
+                                                      (countIn(before) > 0 ? kListed : kUsedUp)));
+    if (countIn(before) > 0) {
         pushChain(classes[sizeClass], span, span);
-        if (countIn(now) == blocksPerSpan(sizeClass))
+        if (countIn(before) == blocksPerSpan(sizeClass))
             noteFreeSpan(sizeClass);
     }
+    held = {};
     return true;
 }
 
@@ -222,8 +228,7 @@ bool SmallBlocks::holdWords(Cache& cache, std::size_t sizeClass) noexcept
         if (held.words != 0)
             return true;
         // Blocks are announced before they are counted: a count above 0 means another look.
-        if (letGo(held.span - 1, sizeClass, false))
-            held.span = 0;
+        letGo(held, sizeClass, false);
     }
     held.span = popSpan(classes[sizeClass]);
     if (held.span == 0)
@@ -259,8 +264,8 @@ bool SmallBlocks::fill(Cache& cache, std::size_t sizeClass) noexcept
                                                  static_cast<std::uintptr_t>(__builtin_ctzl(bits)) *
                                                      SizeClasses::kGranule);
         }
-        record.state.fetch_sub(static_cast<std::uint32_t>(end - first) * 4);
     } while (end == first);
+    held.taken += static_cast<std::uint32_t>(end - first);
     std::reverse(first, end); // the lowest comes out first
     bin.top = end - 1;
     return true;
@@ -294,23 +299,23 @@ void SmallBlocks::giveBack(void* const* blocks, std::size_t count) noexcept
 {
     void* const* const end = blocks + count;
     while (blocks != end) {
-        const std::uint32_t span = spanOf(*blocks);
         void* const* const firstOfSpan = blocks;
+        Span& record = recordOf(spanOf(*blocks));
         std::uint64_t words = 0;
         do {
-            const std::uintptr_t word = SpanHeap::offsetOf(*blocks) % SpanHeap::kSpan / kWord;
+            const std::uintptr_t word = addressOf(*blocks) / kWord;
             std::uint64_t bits = 0;
             do {
                 if ((bits & bitOf(*blocks)) != 0)
                     freedTwice(*blocks);
                 bits |= bitOf(*blocks);
-            } while (++blocks != end &&
-                     SpanHeap::offsetOf(*blocks) / kWord == span * kWords + word);
-            if ((recordOf(span).free[word].fetch_or(bits) & bits) != 0)
+            } while (++blocks != end && addressOf(*blocks) / kWord == word);
+            if ((record.free[word % kWords].fetch_or(bits) & bits) != 0)
                 freedTwice(blocks[-1]);
-            words |= std::uint64_t{1} << word;
-        } while (blocks != end && spanOf(*blocks) == span);
-        addFree(span, words, static_cast<std::size_t>(blocks - firstOfSpan));
+            words |= std::uint64_t{1} << word % kWords;
+        } while (blocks != end &&
+                 addressOf(*blocks) / SpanHeap::kSpan == addressOf(*firstOfSpan) / SpanHeap::kSpan);
+        addFree(spanOf(*firstOfSpan), words, static_cast<std::size_t>(blocks - firstOfSpan));
     }
 }
 
@@ -346,7 +351,7 @@ SmallBlocks::Cache* SmallBlocks::popCache() noexcept
 
 void SmallBlocks::pushCache(Cache& cache) noexcept
 {
-    const std::uint64_t page = reinterpret_cast<std::uintptr_t>(&cache) / kPage;
+    const std::uint64_t page = addressOf(&cache) / kPage;
     std::uint64_t top = unusedCaches.load(std::memory_order_relaxed);
     do {
         cache.below.store(top % kPageNumbers, std::memory_order_relaxed);
@@ -411,10 +416,9 @@ void SmallBlocks::threadEnds(void* argument) noexcept
         void** const bottom = bin.full - 2 * bin.batch;
         giveBack(bottom + 1, static_cast<std::size_t>(bin.top - bottom));
         bin.top = bottom;
-        if (const Cache::Held held = cache.held[i]; held.span != 0) {
+        if (Cache::Held& held = cache.held[i]; held.span != 0) {
             recordOf(held.span - 1).announced.fetch_or(held.words);
-            letGo(held.span - 1, i, true);
-            cache.held[i] = {};
+            letGo(held, i, true);
         }
     }
     pushCache(cache);

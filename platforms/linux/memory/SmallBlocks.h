@@ -74,9 +74,10 @@ public:
     static bool put(void* block) noexcept
     {
         const std::uintptr_t offset = SpanHeap::offsetOf(block);
-        if (offset >= SpanHeap::kRange || VX_HARDENED)
+        const std::uintptr_t span = offset / SpanHeap::kSpan;
+        if (__builtin_expect(span >= SpanHeap::kSpans || VX_HARDENED, false))
             return false;
-        Bin& bin = own->bins[classOfSpan[offset / SpanHeap::kSpan].load(std::memory_order_relaxed)];
+        Bin& bin = own->bins[classOfSpan[span].load(std::memory_order_relaxed)];
         if (__builtin_expect(bin.top == bin.full || !mayFree(bin, block, offset), false))
             return false;
         *++bin.top = block;
@@ -109,6 +110,7 @@ private:
         Bin bins[kClasses];
         struct Held {
             std::uint32_t span = 0;  // its number + 1, or 0
+            std::uint32_t taken = 0; // blocks that the span's state still counts
             std::uint64_t words = 0; // with free blocks, as far as known
         } held[kClasses];
         std::atomic<std::uint64_t> below = 0; // the next unused cache, its page number
@@ -190,7 +192,7 @@ private:
     static bool fill(Cache& cache, std::size_t sizeClass) noexcept;
     static bool holdWords(Cache& cache, std::size_t sizeClass) noexcept;
     static bool beginSpan(Cache::Held& held, std::size_t sizeClass) noexcept;
-    static bool letGo(std::uint32_t span, std::size_t sizeClass, bool mayList) noexcept;
+    static bool letGo(Cache::Held& held, std::size_t sizeClass, bool mayList) noexcept;
     static void giveBack(void* const* blocks, std::size_t count) noexcept;
     static void addFree(std::uint32_t span, std::uint64_t words, std::size_t count) noexcept;
     static void noteFreeSpan(std::size_t sizeClass) noexcept;
