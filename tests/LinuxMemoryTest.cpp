@@ -231,36 +231,6 @@ TEST(SmallBlocks, ServeOtherSizesAndReturnToTheSystemWhenFreed)
     EXPECT_LT(kSanitized ? 0 : mebibytes(1) - before, 90u);
 }
 
-// One thread allocates, the other frees, round after round: the blocks are used again.
-TEST(SmallBlocks, PassBetweenThreadsWithoutUsingMoreAndMore)
-{
-    constexpr int kRounds = 200;
-    constexpr std::size_t kBlocks = 3000;
-    std::vector<Held> held(kBlocks);
-    std::set<const void*> places;
-    std::barrier turn(2);
-    bool allIntact = true;
-    std::thread freer([&] {
-        for (int round = 0; round < kRounds; ++round) {
-            turn.arrive_and_wait();
-            for (const Held& block : held)
-                allIntact = block.freeIntact() && allIntact;
-            turn.arrive_and_wait();
-        }
-    });
-    for (int round = 0; round < kRounds; ++round) {
-        for (std::size_t i = 0; i < kBlocks; ++i) {
-            held[i] = Held::make(90, static_cast<std::size_t>(round) + i);
-            places.insert(held[i].bytes);
-        }
-        turn.arrive_and_wait();
-        turn.arrive_and_wait();
-    }
-    freer.join();
-    EXPECT_TRUE(allIntact);
-    EXPECT_LT(places.size(), 2 * kBlocks);
-}
-
 // Blocks of changing sizes go from thread to thread, so spans change hands and sizes all the
 // time; threads end in between.
 TEST(SmallBlocks, ManyThreadsAtOnceNeverShareABlock)
@@ -292,23 +262,28 @@ TEST(SmallBlocks, ManyThreadsAtOnceNeverShareABlock)
 
 TEST(SmallBlocks, AThreadThatEndsReturnsItsBlocksAndItsCache)
 {
+    constexpr std::size_t kBlocks = 3000;
+    std::vector<Held> held(kBlocks);
     std::set<const void*> places;
-    int guardedBefore = 0;
-    for (int i = 0; i < 100; ++i) {
+    bool allIntact = true;
+    int caches = 0;
+    for (std::size_t round = 0; round < 200; ++round) {
+        for (std::size_t i = 0; i < kBlocks; ++i)
+            places.insert((held[i] = Held::make(90, round + i)).bytes);
         std::thread([&] {
-            std::vector<void*> blocks;
-            for (int j = 0; j < 1000; ++j) {
-                blocks.push_back(allocate(64));
-                places.insert(blocks.back());
-            }
-            for (void* block : blocks)
-                deallocate(block);
+            for (const Held& block : held)
+                allIntact = block.freeIntact() && allIntact;
+            for (Held& block : held)
+                places.insert((block = Held::make(90, round)).bytes);
+            for (const Held& block : held)
+                allIntact = block.freeIntact() && allIntact;
         }).join();
-        if (i == 0)
-            guardedBefore = guardedCaches();
+        if (round == 0)
+            caches = guardedCaches();
     }
-    EXPECT_LT(places.size(), 2500u);
-    EXPECT_LE(guardedCaches(), guardedBefore);
+    EXPECT_TRUE(allIntact);
+    EXPECT_LT(places.size(), 2 * kBlocks);
+    EXPECT_LE(guardedCaches(), caches);
 }
 
 // After its cache has been returned, a thread must not touch it: another may have it by now.
