@@ -104,6 +104,46 @@ TYPED_TEST(SplitOf, AppendsToWhatIsThere)
     EXPECT_EQ(positions, (std::vector<unsigned int>{77, 0, 2}));
 }
 
+TYPED_TEST(SplitOf, SplitsAnElementOfItsOwnOutput)
+{
+    using String = LightweightString<TypeParam>;
+    for (const char* text : {"a,b,c,d,e,f,g,h", "whole"})
+        for (std::size_t spare = 0; spare < 12; ++spare) { // grows at every piece in turn
+            typename Vx::StringToVec<String>::VecT pieces(3, make<TypeParam>("old"));
+            pieces[1] = make<TypeParam>(text);
+            pieces.reserve(3 + spare);
+            Vx::splitIf(pieces[1], Vx::IsMatchingChar<TypeParam>(','), pieces, 0);
+            EXPECT_EQ(show(pieces),
+                      std::string("<old><") + text + "><old>" + split<TypeParam>(text, ',', 0));
+        }
+}
+
+TYPED_TEST(SplitOf, PositionsMayLieBeyondTheEnd)
+{
+    using String = LightweightString<TypeParam>;
+    constexpr unsigned int kMost = 0xFFFFFFFFu;
+    const struct {
+        const char* name;
+        std::vector<unsigned int> positions;
+        const char *pieces, *kept;
+    } rows[] = {
+        {"at the last character", {2}, "<ab>", "<abc>"},
+        {"at the end", {3}, "<abc><>", "<abc><>"},
+        {"at 2^32 - 1", {kMost}, "<abc><>", "<abc><>"},
+        {"after one inside", {1, 7}, "<a><c><>", "<ab><c><>"},
+        {"two beyond", {1, 7, kMost}, "<a><c><><>", "<ab><c><><>"},
+    };
+    const String text = make<TypeParam>("abc");
+    for (const auto& row : rows)
+        for (const bool keep : {false, true}) {
+            SCOPED_TRACE(row.name);
+            typename Vx::StringToVec<String>::VecT pieces;
+            Vx::SplitOutputBuilder<String> builder(pieces, text);
+            Vx::convertIndicesToSubStrings(text, row.positions, builder, keep ? 4 : 0);
+            EXPECT_EQ(show(pieces), keep ? row.kept : row.pieces);
+        }
+}
+
 TYPED_TEST(SplitOf, TheStepsTakeOtherMatchersAndOutputs)
 {
     using String = LightweightString<TypeParam>;

@@ -15,8 +15,7 @@ template LightweightString<wchar_t>::~LightweightString();
 LightweightString<wchar_t>& operator+=(LightweightString<wchar_t>& to,
                                        const LightweightString<char>& text)
 {
-    // Deliberate: up to the terminator, so what stands behind an embedded 0 is not
-    // converted.
+    // Deliberate: up to the terminator, so nothing after an embedded zero is converted.
     return to += OS()->systemUtils()->fromUTF8(text.c_str(), iSystemUtils::kUpToTerminator);
 }
 
@@ -28,19 +27,16 @@ LightweightString<char>& operator+=(LightweightString<char>& to,
 
 namespace {
 
-// One block for both parts, or none when there is nothing to hold.
+// Both parts in one block, or none if both are empty.
 template <class Ch> LightweightString<Ch> join(const Ch* left, const LightweightString<Ch>& right)
 {
-    const std::size_t total = std::basic_string_view<Ch>(left).size() + right.length();
-    if (total > 0xFFFFFFFFu)
-        Vx::StringDetail::throwTooLong();
-    const unsigned int leftLength = static_cast<unsigned int>(total) - right.length();
+    const std::basic_string_view<Ch> start(left);
     LightweightString<Ch> joined;
-    joined.createImpl(static_cast<unsigned int>(total), true);
-    if (total != 0) {
-        Ch* const chars = Vx::StringDetail::Access::blockOf(joined)->data;
-        std::memcpy(chars, left, sizeof(Ch) * std::size_t(leftLength));
-        Vx::StringDetail::copyTextUpToZero(chars + leftLength, right.c_str(), right.length());
+    joined.createImpl(Vx::detail::checkedLength(start.size() + right.length()), true);
+    if (!joined.empty()) {
+        Ch* const chars = joined.mutableChars();
+        std::memcpy(chars, left, sizeof(Ch) * start.size());
+        Vx::detail::copyUpToZero(chars + start.size(), right.c_str(), right.length());
     }
     return joined;
 }
@@ -61,6 +57,6 @@ std::istream& operator>>(std::istream& stream, LightweightString<char>& word)
 {
     constexpr int kEndOfStream = std::char_traits<char>::eof();
     for (int c = stream.get(); c != kEndOfStream && !std::isspace(c); c = stream.get())
-        word += static_cast<char>(c); // a 0 appends nothing
+        word += static_cast<char>(c); // drops zeros
     return stream;
 }

@@ -1,37 +1,40 @@
-// Reclaimable.h - objects that the platform may ask to give memory back.
+// Reclaimable.h - Objects that the platform may ask to give memory back.
 #pragma once
 
 #include <Vx/VxExport.h>
 
-/// What the platform's reclaim registry calls when memory grows short.
+/// The operations that the platform's reclaim registry calls when memory runs short.
 class VX_API iReclaimable {
 public:
     virtual ~iReclaimable() = default;
 
-    /// Bytes that reclaim() could free now; a cheap estimate.
+    /// Returns a cheap estimate of the bytes that reclaim() could free now.
     virtual unsigned long reclaimableBytes() = 0;
 
-    /// Frees up to \p bytes bytes of what the object can do without.
-    /// \returns the bytes freed
+    /// Frees up to \p bytes bytes of expendable memory.
+    /// \returns the number of bytes freed
     virtual unsigned long reclaim(unsigned long bytes) = 0;
 
-    /// How dear the content is: the registry asks objects of low priority first. It may be
-    /// locked meanwhile, so this creates and destroys no Reclaimable, and throws nothing.
+    /// Returns how valuable the content is; objects of low priority are asked first. The
+    /// registry may be locked meanwhile, so an implementation must not throw, nor construct or
+    /// destroy a Reclaimable.
     virtual int reclaimPriority() = 0;
 };
 
-/// The base of reclaimable objects: known to the platform's reclaim registry from
-/// its construction to its destruction, by exactly one call each.
+/// The base of reclaimable objects. Its constructor registers the object with the platform's
+/// reclaim registry, its destructor removes it, each by exactly one call.
 ///
-/// Errors: what the registry throws leaves the constructor; from the destructor it
-///   ends the process.
-/// Threads: as the registry, which must take calls from any thread.
+///     class ThumbnailCache : public Reclaimable { ... };
+///
+/// Errors: an exception of the registry leaves the constructor; in the destructor it
+///   terminates the process.
+/// Thread safety: that of the registry, which accepts calls from any thread.
 class VX_API Reclaimable : public iReclaimable {
 public:
-    /// Enters the registry. The derived part does not exist yet.
+    /// Registers the object, whose derived part is not constructed yet.
     Reclaimable();
 
-    /// Leaves the registry. The derived part is gone.
+    /// Removes the object, whose derived part is already destroyed.
     ~Reclaimable() override;
 
     Reclaimable(const Reclaimable&) = delete;

@@ -30,14 +30,14 @@ Text join(const Text& name, char separator, const Text& value)
     const unsigned int separatorLength = separator != 0 ? 1 : 0;
     const std::size_t total = std::size_t(name.length()) + separatorLength + value.length();
     if (total > 0xFFFFFFFFu)
-        StringDetail::throwTooLong();
+        detail::throwTooLong();
     Text joined;
     joined.createImpl(static_cast<unsigned int>(total), true);
     if (total != 0) {
         char* chars = joined.mutableChars();
         std::memcpy(chars, name.c_str(), name.length());
         chars[name.length()] = separator; // the terminator, if there is nothing to separate
-        StringDetail::copyTextUpToZero(chars + name.length() + separatorLength, value.c_str(),
+        detail::copyUpToZero(chars + name.length() + separatorLength, value.c_str(),
                                        value.length());
     }
     return joined;

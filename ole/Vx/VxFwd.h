@@ -1,4 +1,4 @@
-// VxFwd.h - forward declarations of every public type, for headers that only name them.
+// VxFwd.h - Forward declarations of every public type.
 #pragma once
 
 #include <Vx/VxExport.h>
@@ -21,7 +21,7 @@ class iShell;
 class iSettings;
 struct SimpleUUID;
 
-// Text, containers and shared state at global scope.
+// Strings, containers and shared state in the global namespace.
 template <class T> class StdAllocator;
 template <class Ch> class LightweightString;
 template <class T> class LightweightVector;
@@ -30,7 +30,7 @@ class CriticalSection;
 class VxIniFile;
 
 namespace Shutdown {
-// Marked, because the type information of a callback is no more visible than its arguments.
+// Exported, since the type information of a callback is only as visible as its argument types.
 enum VX_API eExitType : int;
 class FunctionCallback;
 struct CallbackItem;
@@ -44,7 +44,7 @@ struct InternalRefCountTraits;
 struct ExternalRefCountTraits;
 class InternalRefCount;
 
-/// The default traits stand here and nowhere else: VxPtr.h defines the class.
+/// Defined in VxPtr.h; its default arguments are declared only here.
 template <class T, class Destroy = DtorTraits, class Count = InternalRefCountTraits> class Ptr;
 
 template <class Ch> class IsMatchingChar;

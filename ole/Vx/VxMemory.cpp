@@ -1,13 +1,13 @@
 #include <Vx/VxMemory.h>
 
-// Deliberate: the sized forms are not replaced. The standard library's forward to the
-// plain ones below, and hosts count on finding exactly these eight.
+// Deliberate: the sized forms are not replaced. Those of the standard library forward to the
+// plain forms below, and hosts rely on exactly these eight being exported.
 #ifndef __clang__
 #pragma GCC diagnostic ignored "-Wsized-deallocation"
 #endif
 
-// Deliberate: no null check and no new-handler loop. How exhaustion is reported is the
-// platform's decision, and hosts replace the platform, not these operators.
+// Deliberate: no null check and no new-handler loop. The platform decides how to report
+// exhausted memory; hosts replace the platform, not these operators.
 
 VX_API void* operator new(std::size_t size) { return OS()->memoryAllocator()->allocate(size); }
 
@@ -27,7 +27,7 @@ VX_API void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcep
     return operator new(size, tag);
 }
 
-// Null goes to the platform as well: it must ignore it.
+// Null is passed on, too; the platform must ignore it.
 VX_API void operator delete(void* block) noexcept { OS()->memoryAllocator()->deallocate(block); }
 
 VX_API void operator delete[](void* block) noexcept { operator delete(block); }

@@ -1,4 +1,4 @@
-// VxMemory.h - all memory through the platform: the allocation operators and StdAllocator.
+// VxMemory.h - All memory comes from the platform: allocation operators and StdAllocator.
 #pragma once
 
 #include <Vx/VxExport.h>
@@ -8,31 +8,30 @@
 #include <limits>
 #include <new>
 
-// Loading the library replaces the process's `operator new` and `operator delete`, in
-// the plain, array and nothrow forms, by calls of OS()->memoryAllocator(). They are
-// declared by <new>; the sized and aligned forms stay the standard library's.
+// Loading the library replaces the process's `operator new` and `operator delete` in their
+// plain, array and nothrow forms. They call OS()->memoryAllocator(). The sized forms of the
+// standard library forward to them; the aligned forms do not.
 //
-// Errors: what the platform throws passes through (std::bad_alloc in the reference
-//   platform), the nothrow forms turn it into null. There is no retry and no
-//   new-handler.
-// Threads: any, before the first static constructor and after the last destructor.
+// Errors: the exception of the platform passes through (std::bad_alloc from the reference
+//   platform); the nothrow forms return null instead. No new-handler is called.
+// Thread safety: may be called from any thread, also before the first static constructor and
+//   after the last static destructor.
 
-/// A standard-library allocator that draws from the platform like the strings do.
-/// It has no state: any two are equal, whatever their type.
+/// A standard-library allocator that takes its memory from the platform.
 ///
 ///     std::vector<int, StdAllocator<int>> numbers;
+///
+/// It has no state: any two are equal, whatever their types.
 template <class T> class StdAllocator {
 public:
-    /// The standard library's name for what is allocated.
     using value_type = T;
 
     StdAllocator() noexcept = default;
-    /// The same allocator for another type.
     template <class U> StdAllocator(const StdAllocator<U>&) noexcept {}
 
-    /// Room for \p count objects.
-    /// \throws std::bad_array_new_length when the size in bytes has no number;
-    ///   otherwise whatever the platform throws
+    /// Returns uninitialised memory for \p count objects.
+    /// \throws std::bad_array_new_length if the size exceeds PTRDIFF_MAX bytes; otherwise what
+    ///   the platform throws
     T* allocate(std::size_t count)
     {
         static_assert(alignof(T) <= alignof(std::max_align_t),
@@ -42,10 +41,9 @@ public:
         return static_cast<T*>(OS()->memoryAllocator()->allocate(count * sizeof(T)));
     }
 
-    /// Gives a block of allocate() back.
+    /// Frees a block that any StdAllocator allocated.
     void deallocate(T* block, std::size_t) noexcept { OS()->memoryAllocator()->deallocate(block); }
 
-    /// Any two are equal: what one has allocated any other may give back.
     template <class U> bool operator==(const StdAllocator<U>&) const noexcept { return true; }
     template <class U> bool operator!=(const StdAllocator<U>&) const noexcept { return false; }
 };

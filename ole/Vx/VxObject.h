@@ -1,10 +1,9 @@
-// VxObject.h - the class roots: a virtual destructor, a count, and both.
+// VxObject.h - The root classes: a virtual destructor, a reference count, and both.
 #pragma once
 
 #include <Vx/VxExport.h>
 
-/// The root of classes that are destroyed through a base: a virtual destructor and
-/// nothing else.
+/// The root of classes that are destroyed through a base. Only a virtual destructor.
 class VX_API iVirtual {
 public:
     virtual ~iVirtual() = default;
@@ -12,17 +11,13 @@ public:
 
 namespace Vx {
 
-/// The root of classes that carry their own reference count for Vx::Ptr.
+/// The root of classes that store their own reference count for Vx::Ptr.
 ///
-/// The count starts at 0 and belongs to the object, not to its value: a copy
-/// starts at 0 again, an assignment leaves it alone. Only Vx::Ptr changes it, and
-/// only atomically.
+/// The count belongs to the object, not to its value: a copy starts at 0, and assignment does
+/// not change it. Only Vx::Ptr changes it, atomically.
 class VX_API InternalRefCount {
 public:
-    /// A count of 0: nobody holds the object yet.
     InternalRefCount() noexcept {}
-
-    /// Leaves the count alone: it belongs to the object.
     InternalRefCount(const InternalRefCount&) noexcept {}
     InternalRefCount& operator=(const InternalRefCount&) noexcept { return *this; }
     virtual ~InternalRefCount() = default;
@@ -37,6 +32,9 @@ static_assert(sizeof(InternalRefCount) == 16,
 
 } // namespace Vx
 
-/// The root of shared interfaces: a count and a virtual destructor, joined by
-/// virtual inheritance so that an object has one of each however it inherits.
+/// The root of shared interfaces: a reference count and a virtual destructor, inherited
+/// virtually so that an object has one of each.
+///
+///     struct Callback : iObject { void call(); };
+///     Vx::Ptr<Callback> callback(new Callback);
 class VX_API iObject : public virtual Vx::InternalRefCount, public virtual iVirtual {};

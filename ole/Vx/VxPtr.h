@@ -1,4 +1,4 @@
-// VxPtr.h - shared ownership by reference count.
+// VxPtr.h - Shared ownership by reference count.
 #pragma once
 
 #include <Vx/VxFwd.h>
@@ -9,99 +9,53 @@
 
 namespace Vx {
 
-/// Says how the last Vx::Ptr destroys: with the object's own destructor.
-struct DtorTraits {
-    /// Ends the life of \p object and gives its memory back.
-    template <class T> static void destroy(T* object) noexcept { delete object; }
-};
-
-namespace PtrDetail {
-
-/// Whether what Destroy ends is plain memory: nobody else can reach its count then, so a sole
-/// holder needs no atomic operation to count itself out.
-template <class Destroy, class = void> inline constexpr bool kPlainMemory = false;
-template <class Destroy>
-inline constexpr bool kPlainMemory<Destroy, std::enable_if_t<Destroy::kPlainMemory>> = true;
-
-} // namespace PtrDetail
-
-/// Says where the count lives: inside the object. For a Vx::InternalRefCount
-/// descendant it is the count of that base; any other class offers a public
-/// `unsigned int refCount`.
-struct InternalRefCountTraits {
-    /// The count of \p object.
-    template <class T> static unsigned int* counterOf(T* object)
-    {
-        if constexpr (std::is_base_of_v<InternalRefCount, T>)
-            return &static_cast<InternalRefCount*>(object)->refCount_;
-        else
-            return &object->refCount;
-    }
-    /// Nothing: the count goes with the object.
-    static void freeCounter(unsigned int*) noexcept {}
-};
-
-/// Says where the count lives: in a counter of its own, allocated with `new`.
-struct ExternalRefCountTraits {
-    /// A new counter, at 0. \throws whatever `new` throws
-    template <class T> static unsigned int* counterOf(T*) { return new unsigned int(0); }
-    /// Gives the counter back, before the object goes.
-    static void freeCounter(unsigned int* counter) noexcept { delete counter; }
-};
-
-/// Shares ownership of an object; the last pointer to let go destroys it.
+/// Shares ownership of an object; the last pointer to release it destroys it.
 ///
 ///     Vx::Ptr<iLock> lock = OS()->threading()->createLock(0);
 ///     lock->lock();
 ///
-/// Shape: two pointers, the count and the object; both null when empty.
-/// Threads: counts change by sequentially consistent read-modify-writes, so two
-///   threads may hold one object through two pointers. (The sole holder of what is
-///   plain memory only looks at the count: nobody else can.) One pointer object is
-///   a plain value: share it for reading, guard it for writing.
-/// Errors: only the construction from a raw object may throw, and only with
-///   ExternalRefCountTraits (the counter is allocated); the object is destroyed
-///   then. Releasing never throws: an exception that escapes a destructor ends the
-///   process.
+/// Parameters: \p Destroy says how the last pointer destroys the object, \p Count where its
+///   32-bit reference count is stored; see the traits below.
+/// Layout: two pointers, to the count and to the object; both are null when empty.
+/// Thread safety: counts change by sequentially consistent read-modify-writes, so threads may
+///   share an object through pointers of their own. A pointer itself is a value type:
+///   concurrent reads are safe, writes need a lock.
+/// Errors: only construction from a raw object with ExternalRefCountTraits throws, if the
+///   counter cannot be allocated; the object is destroyed then. An exception that leaves the
+///   object's destructor terminates the process.
 template <class T, class Destroy, class Count> class Ptr {
 public:
-    /// The standard library's name for what is pointed at.
     using element_type = T;
 
-    /// Holds nothing.
+    /// The empty pointer.
     constexpr Ptr() noexcept = default;
     constexpr Ptr(std::nullptr_t) noexcept {}
 
-    /// Becomes a holder of \p raw, taking ownership with the first holder. Null gives
-    /// an empty pointer.
+    /// Holds \p raw, and takes ownership of it if nothing holds it yet. Null gives the empty
+    /// pointer.
     explicit Ptr(T* raw)
     {
         if (raw == nullptr)
             return;
-        // If the counter cannot be had, the object is still ours to destroy.
-        struct Guard {
-            T* raw;
-            ~Guard()
-            {
-                if (raw != nullptr)
-                    Destroy::destroy(raw);
-            }
-        } guard{raw};
-        count = Count::counterOf(raw);
-        object = std::exchange(guard.raw, nullptr);
+        try {
+            count = Count::counterOf(raw);
+        } catch (...) {
+            Destroy::destroy(raw);
+            throw;
+        }
+        object = raw;
         incRef();
     }
 
-    /// Becomes a holder of \p raw, whose counter stands at \p counter: the form in
-    /// which a platform hands out its objects. The holder is counted, so the first
-    /// one finds the counter at 0 and leaves it at 1.
+    /// Holds \p raw, whose count is stored at \p counter. This is how a platform returns its
+    /// objects: the pointer increments the count, which is 0 for a new object.
     Ptr(unsigned int* counter, T* raw) noexcept
         : count(raw != nullptr ? counter : nullptr), object(raw)
     {
         incRef();
     }
 
-    /// Becomes the holder that the counter at \p counter, which stands at 1, already counts.
+    /// Holds \p raw without incrementing the count at \p counter, which is 1 already.
     static Ptr adopt(unsigned int* counter, T* raw) noexcept
     {
         Ptr adopted;
@@ -110,10 +64,9 @@ public:
         return adopted;
     }
 
-    /// One holder more.
     Ptr(const Ptr& other) noexcept : count(other.count), object(other.object) { incRef(); }
 
-    /// Takes the place of \p other, which becomes empty.
+    /// Leaves \p other empty.
     Ptr(Ptr&& other) noexcept
         : count(std::exchange(other.count, nullptr)), object(std::exchange(other.object, nullptr))
     {}
@@ -124,77 +77,66 @@ public:
     Ptr(const Ptr<D, Destroy, Count>& other) noexcept : count(other.count), object(other.object)
     {
         static_assert(std::has_virtual_destructor_v<T> || !std::is_same_v<Destroy, DtorTraits>,
-                      "the last holder may see only the base: it needs a virtual destructor");
+                      "the last pointer may be one to the base, which needs a virtual destructor");
         incRef();
     }
 
-    /// Lets go; the last holder destroys the object.
     ~Ptr() { decRef(); }
 
-    /// Holds what \p other holds. The new pair is installed before the old one is
-    /// released; assigning a pointer to itself changes nothing.
+    /// Installs the new object before it releases the old one. Self-assignment does nothing.
     Ptr& operator=(const Ptr& other) noexcept
     {
         Ptr(other).swap(*this);
         return *this;
     }
 
-    /// Lets go and takes the place of \p other, which becomes empty.
+    /// Leaves \p other empty.
     Ptr& operator=(Ptr&& other) noexcept
     {
         Ptr(std::move(other)).swap(*this);
         return *this;
     }
 
-    /// Lets go and becomes empty.
+    /// Releases the object and becomes empty, or holds \p next.
     void reset() noexcept { Ptr().swap(*this); }
-
-    /// Lets go and becomes a holder of \p next.
     void reset(T* next) { Ptr(next).swap(*this); }
 
-    /// Exchanges what the two hold; no count changes.
+    /// Exchanges the objects without touching their counts.
     void swap(Ptr& other) noexcept
     {
         std::swap(count, other.count);
         std::swap(object, other.object);
     }
 
-    /// The object; null, and not to be followed, when empty.
+    /// The object; null when empty.
     T* get() const noexcept { return object; }
     T* operator->() const noexcept { return object; }
     T& operator*() const noexcept { return *object; }
-
-    /// Whether there is an object.
     explicit operator bool() const noexcept { return object != nullptr; }
 
-    /// The number of holders at this moment; 0 for an empty pointer.
+    /// The number of pointers that hold the object right now; 0 when empty.
     unsigned int useCount() const noexcept
     {
         return object != nullptr ? __atomic_load_n(count, __ATOMIC_ACQUIRE) : 0;
     }
 
-    /// Counts one holder more; nothing for an empty pointer. For code that keeps
-    /// the books itself: every incRef() needs its decRef().
+    /// Increments the count, unless empty. For code that counts references itself; every
+    /// incRef() needs a decRef().
     void incRef() noexcept
     {
         if (object != nullptr)
             __atomic_fetch_add(count, 1u, __ATOMIC_SEQ_CST);
     }
 
-    /// Counts one holder less; the last one destroys the object and leaves this
-    /// pointer empty.
+    /// Decrements the count, unless empty. At 0 it destroys the object and becomes empty.
     ///
-    /// Deliberate: while others still hold the object, this pointer keeps both its
-    /// addresses. The destructor and assignment, the usual callers, overwrite or
-    /// abandon them.
+    /// Deliberate: above 0 the pointer keeps its two addresses. Its usual callers, assignment
+    /// and the destructor, overwrite or abandon them.
     void decRef() noexcept
     {
         if (object == nullptr)
             return;
-        // A count of 1 is this holder's own, and nobody else can raise it.
-        if (PtrDetail::kPlainMemory<Destroy> && __atomic_load_n(count, __ATOMIC_ACQUIRE) == 1)
-            __atomic_store_n(count, 0u, __ATOMIC_RELAXED);
-        else if (__atomic_sub_fetch(count, 1u, __ATOMIC_SEQ_CST) != 0)
+        if (__atomic_sub_fetch(count, 1u, __ATOMIC_SEQ_CST) != 0)
             return;
         Count::freeCounter(count);
         Destroy::destroy(object);
@@ -209,7 +151,31 @@ private:
     T* object = nullptr;
 };
 
-/// Two pointers are equal when they hold the same object.
+/// Destroys with the object's own destructor.
+struct DtorTraits {
+    template <class T> static void destroy(T* object) noexcept { delete object; }
+};
+
+/// Stores the count inside the object: in its Vx::InternalRefCount base, or else in its public
+/// member `unsigned int refCount`.
+struct InternalRefCountTraits {
+    template <class T> static unsigned int* counterOf(T* object)
+    {
+        if constexpr (std::is_base_of_v<InternalRefCount, T>)
+            return &static_cast<InternalRefCount*>(object)->refCount_;
+        else
+            return &object->refCount;
+    }
+    static void freeCounter(unsigned int*) noexcept {}
+};
+
+/// Stores the count in a counter of its own, allocated with `new` and freed before the object.
+struct ExternalRefCountTraits {
+    template <class T> static unsigned int* counterOf(T*) { return new unsigned int(0); }
+    static void freeCounter(unsigned int* counter) noexcept { delete counter; }
+};
+
+/// Pointers are equal if they hold the same object.
 template <class T, class U, class Destroy, class Count>
 bool operator==(const Ptr<T, Destroy, Count>& a, const Ptr<U, Destroy, Count>& b) noexcept
 {

@@ -1,4 +1,4 @@
-// VxTypeManip.h - functions made from types.
+// VxTypeManip.h - Factories as plain function pointers.
 #pragma once
 
 #include <Vx/VxExport.h>
@@ -7,11 +7,11 @@
 namespace Vx {
 namespace TypeManip {
 
-/// Makes objects through a plain function pointer, for registries that know no
-/// types.
+/// Creates objects through a plain function pointer, for registries that know no types.
+///
+///     void* (*factory)() = Vx::TypeManip::TemplatedNew<CriticalSection>::new_;
 template <class T> struct VX_API TemplatedNew {
-    /// A new, default-constructed T, untyped. The caller owns it and deletes it as
-    /// a T.
+    /// Returns a new, default-constructed T. The caller owns it and deletes it as a T.
     static void* new_() { return new T; }
 };
 

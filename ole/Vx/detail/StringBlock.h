@@ -1,0 +1,96 @@
+// detail/StringBlock.h - What the templates of LightweightString.h share: sizes and operands.
+#pragma once
+
+#include <Vx/VxFwd.h>
+#include <cstddef>
+#include <cstring>
+#include <stdexcept>
+#include <string_view>
+#include <type_traits>
+#if defined(__cpp_impl_three_way_comparison) && __cplusplus >= 202002L
+#include <compare>
+#endif
+
+namespace Vx {
+namespace StringDetail {
+struct Access;
+}
+namespace detail {
+
+[[noreturn]] inline void throwTooLong()
+{
+    throw std::length_error("LightweightString: too many characters");
+}
+
+/// \p length as a string counts it.
+/// \throws std::length_error if it does not fit in 32 bits
+inline unsigned int checkedLength(std::size_t length)
+{
+    if (length > 0xFFFFFFFFu)
+        throwTooLong();
+    return static_cast<unsigned int>(length);
+}
+
+/// The slots of a block for \p length characters: the smallest power of two greater than
+/// \p length, or length + 1.
+/// \throws std::length_error if that does not fit in 32 bits
+inline unsigned int capacityFor(unsigned int length, bool powerOfTwo)
+{
+    if (length >= (powerOfTwo ? 0x80000000u : 0xFFFFFFFFu))
+        throwTooLong();
+    if (!powerOfTwo || length == 0)
+        return length + 1;
+    return 1u << (32 - __builtin_clz(length));
+}
+
+// What can stand beside a string of Ch in an expression: a `const Ch*`, a string, and whatever
+// converts to a view, such as a std::basic_string. A literal 0 is none of them.
+template <class Ch, class T>
+inline constexpr bool kIsPointer = std::is_convertible_v<const T&, const Ch*>;
+template <class Ch, class T>
+inline constexpr bool kIsString = std::is_convertible_v<const T*, const LightweightString<Ch>*>;
+template <class Ch, class T>
+inline constexpr bool kIsView = std::is_convertible_v<const T&, std::basic_string_view<Ch>> &&
+                                !kIsPointer<Ch, T> && !kIsString<Ch, T>;
+
+template <class Ch, class T>
+using IfText = std::enable_if_t<kIsPointer<Ch, T> || kIsString<Ch, T> || kIsView<Ch, T>, int>;
+template <class Ch, class T>
+using IfPointerOrView = std::enable_if_t<kIsPointer<Ch, T> || kIsView<Ch, T>, int>;
+template <class Ch, class T> using IfView = std::enable_if_t<kIsView<Ch, T>, int>;
+
+/// What a T that is no string is converted to.
+template <class Ch, class T>
+using Operand = std::conditional_t<kIsPointer<Ch, T>, const Ch*, std::basic_string_view<Ch>>;
+
+/// The characters of \p text, none if it is a null pointer.
+template <class Ch, class T> std::basic_string_view<Ch> viewOf(const T& text) noexcept
+{
+    const Operand<Ch, T> operand = text;
+    if constexpr (kIsPointer<Ch, T>)
+        return operand != nullptr ? std::basic_string_view<Ch>(operand)
+                                  : std::basic_string_view<Ch>();
+    else
+        return operand;
+}
+
+template <class Ch> bool equal(std::basic_string_view<Ch> a, std::basic_string_view<Ch> b) noexcept
+{
+    // Copies of a string are compared often, and share their characters.
+    return a.size() == b.size() &&
+           (a.data() == b.data() || std::memcmp(a.data(), b.data(), sizeof(Ch) * a.size()) == 0);
+}
+
+/// Negative, 0 or positive: compares characters as unsigned numbers, then lengths.
+inline int compare(std::string_view a, std::string_view b) noexcept { return a.compare(b); }
+inline int compare(std::wstring_view a, std::wstring_view b) noexcept
+{
+    const std::size_t common = a.size() < b.size() ? a.size() : b.size();
+    for (std::size_t i = 0; i < common; ++i)
+        if (a[i] != b[i])
+            return static_cast<unsigned int>(a[i]) < static_cast<unsigned int>(b[i]) ? -1 : 1;
+    return (a.size() > b.size()) - (a.size() < b.size());
+}
+
+} // namespace detail
+} // namespace Vx
