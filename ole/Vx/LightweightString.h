@@ -183,8 +183,6 @@ public:
     Ch* mutableChars();
 
 private:
-    friend struct Vx::StringDetail::Access;
-
     using Handle = Vx::Ptr<Impl, typename Impl::DtorTraits, Vx::InternalRefCountTraits>;
 
     static const Ch* noCharacters() noexcept
@@ -488,31 +486,3 @@ extern template LightweightString<wchar_t>& LightweightString<wchar_t>::resizeFo
 extern template LightweightString<char>& LightweightString<char>::append(const char*, unsigned int);
 extern template LightweightString<char>::~LightweightString();
 extern template LightweightString<wchar_t>::~LightweightString();
-
-namespace Vx {
-namespace StringDetail {
-using detail::throwTooLong;
-template <class Ch> inline unsigned int lengthOf(const Ch* text) noexcept
-{
-    const std::size_t length = detail::viewOf<Ch>(text).size();
-    return length < 0xFFFFFFFFu ? static_cast<unsigned int>(length) : 0xFFFFFFFFu;
-}
-template <class Ch>
-inline void copyTextUpToZero(Ch* to, const Ch* from, unsigned int count) noexcept
-{
-    detail::copyUpToZero(to, from, count);
-}
-struct Access {
-    template <class Ch>
-    static Ch* roomFor(const LightweightString<Ch>& text, unsigned int count) noexcept
-    {
-        return text.hasRoomFor(count) ? text.impl_->data + text.impl_->length : nullptr;
-    }
-    template <class Ch> static void take(LightweightString<Ch>& text, unsigned int count) noexcept
-    {
-        text.impl_->length += count;
-        text.impl_->data[text.impl_->length] = 0;
-    }
-};
-} // namespace StringDetail
-} // namespace Vx

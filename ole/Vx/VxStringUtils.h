@@ -1,67 +1,65 @@
-// VxStringUtils.h - case, trimming, substitution, and the way between the two widths.
+// VxStringUtils.h - Case, trimming, substitution, and conversion between the two widths.
+//
+//     LightweightString<wchar_t> name = fromUTF8(utf8);
+//     Vx::stripTrailingChars(Vx::toLower(name), L'/'); // changes name
+//     if (Vx::endsWith(name, L'v', true)) ...
+//
+// Functions that take a non-const string change it in place and return it. If the block is
+//   shared they copy it first, so no other string changes.
+// Errors: only exhausted memory, which throws what the platform throws; the string then keeps
+//   its value.
+// Thread safety: all functions may be called from any thread.
 #pragma once
 
 #include <Vx/LightweightString.h>
 #include <Vx/VxExport.h>
 
-// Everywhere below: a function that changes a string in place returns that string and takes
-// a private copy first when the block is shared, so no other string sees the change.
-//
-// Errors: only what the platform throws when memory is short; the string then keeps its old
-//   value.
-// Threads: any; the strings themselves are plain values.
-
 namespace Vx {
 
-/// Converts byte by byte with tolower() or toupper() of the current LC_CTYPE locale.
+/// Converts byte by byte with tolower() or toupper() in the current LC_CTYPE locale.
 ///
-/// Deliberate: a byte is passed as a signed char, and UTF-8 sequences are not understood, so
-/// in a UTF-8 locale only ASCII letters change.
+/// Deliberate: passes each byte as a signed char and does not decode UTF-8, so in a UTF-8
+/// locale only ASCII letters change.
 VX_API LightweightString<char>& toLower(LightweightString<char>& text);
 VX_API LightweightString<char>& toUpper(LightweightString<char>& text);
 VX_API LightweightString<char> toLower(const LightweightString<char>& text);
 VX_API LightweightString<char> toUpper(const LightweightString<char>& text);
 
-/// Converts code point by code point with towlower() or towupper() of the current LC_CTYPE
+/// Converts code point by code point with towlower() or towupper() in the current LC_CTYPE
 /// locale. The length never changes.
 VX_API LightweightString<wchar_t>& toLower(LightweightString<wchar_t>& text);
 VX_API LightweightString<wchar_t>& toUpper(LightweightString<wchar_t>& text);
 VX_API LightweightString<wchar_t> toLower(const LightweightString<wchar_t>& text);
 VX_API LightweightString<wchar_t> toUpper(const LightweightString<wchar_t>& text);
 
-/// Removes the run of \p c at the start.
+/// Removes all \p c at the start, or at the end.
 ///
-/// Deliberate: a text made of \p c only is left as it is, not emptied.
+/// Deliberate: leaves a string that consists only of \p c unchanged.
 VX_API LightweightString<wchar_t>& stripLeadingChars(LightweightString<wchar_t>& text, wchar_t c);
-
-/// Removes the run of \p c at the end; in place when the block is not shared.
-///
-/// Deliberate: a text made of \p c only is left as it is, not emptied.
 VX_API LightweightString<wchar_t>& stripTrailingChars(LightweightString<wchar_t>& text, wchar_t c);
 
-/// Whether the last character is \p c; unless \p caseSensitive, whether towupper() makes
-/// both the same. False for the empty text.
+/// Returns whether the last character is \p c; unless \p caseSensitive, whether towupper()
+/// returns the same for both. False for the empty string.
 VX_API bool endsWith(const LightweightString<wchar_t>& text, wchar_t c, bool caseSensitive);
 
-/// \p text with every occurrence of \p pattern, whatever its case, replaced by
-/// \p replacement as it stands. Two characters match when towlower() makes them the same.
+/// Replaces every occurrence of \p pattern by \p replacement. Characters match if towlower()
+/// returns the same for them.
 ///
-/// Works from the right: of overlapping occurrences the rightmost is replaced, so "aaa" with
-/// "aa" -> "b" gives "ab". An empty pattern, or one that does not occur, gives \p text
-/// itself, its block shared. Time grows with the lengths of text, pattern and result.
-/// \throws std::length_error for a result of 2^31 characters or more
+/// Searches from the right; of overlapping occurrences it replaces the rightmost, so "aaa" with
+/// "aa" -> "b" becomes "ab". If the pattern is empty or does not occur, the result shares the
+/// block of \p text. Takes time linear in the lengths of text, pattern and result.
+/// \throws std::length_error if the result has 2^31 characters or more
 VX_API LightweightString<wchar_t>
 substituteCaseInsensitive(const LightweightString<wchar_t>& text,
                           const LightweightString<wchar_t>& pattern,
                           const LightweightString<wchar_t>& replacement);
 
-/// The wide form of a zero-terminated text, byte by byte; null reads as empty.
+/// Widens a NUL-terminated ASCII string byte by byte; null is treated as empty.
 VX_API LightweightString<wchar_t> WStringFromAscii(const char* text);
 
-namespace StringDetail {
+namespace detail {
 
-/// Keeps the first \p length characters, at most those there are: in place in a block of
-/// its own, in a new block otherwise.
+/// Keeps the first \p length characters: in place if the block is unshared, else in a new one.
 template <class Ch> void truncate(LightweightString<Ch>& text, unsigned int length)
 {
     if (text.useCount() > 1)
@@ -70,32 +68,31 @@ template <class Ch> void truncate(LightweightString<Ch>& text, unsigned int leng
         text.resizeFor(length);
 }
 
-} // namespace StringDetail
+} // namespace detail
 } // namespace Vx
 
-/// True for the empty text and for one made of ' ' only; any other white space counts as
+/// Returns whether the string is empty or consists only of ' '; other white space counts as
 /// content.
 VX_API bool isEssentiallyEmpty(const LightweightString<char>& text);
 
-/// Removes the ' ' at the end, and only those; in place when the block is not shared. A text
-/// of ' ' only becomes empty.
+/// Removes all ' ' at the end, and no other white space. A string of ' ' only becomes empty.
 template <class String> String& trimTrailingSpaces(String& text)
 {
     unsigned int kept = text.length();
     while (kept != 0 && text[kept - 1] == ' ')
         --kept;
     if (kept != text.length())
-        Vx::StringDetail::truncate(text, kept);
+        Vx::detail::truncate(text, kept);
     return text;
 }
 extern template VX_API LightweightString<char>&
 trimTrailingSpaces<LightweightString<char>>(LightweightString<char>& text);
 
-/// The UTF-8 form of all characters, zeros included.
+/// Encodes all characters as UTF-8, zeros included.
 VX_API LightweightString<char> toUTF8(const LightweightString<wchar_t>& text);
 
-/// Decodes all bytes of \p text, zeros included. The platform replaces what is malformed.
+/// Decodes all bytes of \p text, zeros included. The platform replaces malformed sequences.
 VX_API LightweightString<wchar_t> fromUTF8(const LightweightString<char>& text);
 
-/// Decodes \p length bytes; -1 means up to the terminator. Null reads as empty.
+/// Decodes \p length bytes, or up to the terminator if it is -1. Null is treated as empty.
 VX_API LightweightString<wchar_t> fromUTF8(const char* bytes, int length);

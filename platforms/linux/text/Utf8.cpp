@@ -8,10 +8,8 @@ namespace {
 
 template <class Ch> LightweightString<Ch> stringOf(std::size_t length)
 {
-    if (length > 0xFFFFFFFFu)
-        Vx::StringDetail::throwTooLong();
     LightweightString<Ch> string;
-    string.createImpl(static_cast<unsigned int>(length), true);
+    string.createImpl(Vx::detail::checkedLength(length), true);
     return string;
 }
 
