@@ -1,4 +1,4 @@
-// LightweightVector.h - a vector whose copies share their items.
+// LightweightVector.h - A vector whose copies share their elements.
 #pragma once
 
 #include <Vx/VxExport.h>
@@ -12,41 +12,39 @@
 ///
 ///     LightweightVector<Vx::AttribValuePair> pairs;
 ///     LightweightVector<Vx::AttribValuePair> same(pairs);
-///     same.push_back(pair); // pairs.size() is 1 as well
+///     same.push_back(pair); // pairs.size() is 1, too
 ///
-/// Shape: a virtual-table pointer and one Vx::Ptr. There is always a vector behind it;
-///   moving is copying, so a handle never goes empty.
-/// Sharing: no copy on write. An item that is added or changed through one copy is seen
-///   through all of them; a vector of one's own is made with a constructor.
-/// Ownership: the last copy to go destroys the items.
-/// Threads: copies may be made and destroyed on different threads; the items are guarded
-///   by nothing, so whoever changes them while others look brings a lock.
-/// Errors: memory exhaustion passes through and leaves the items as they were.
+/// Layout: a virtual-table pointer and a Vx::Ptr, which is never empty: moving copies.
+/// Sharing: there is no copy on write. A change through one handle is visible through all of
+///   its copies, and so it is after assignment.
+/// Ownership: the last handle destroys the elements.
+/// Errors: only exhausted memory, which throws what the platform throws; the elements are
+///   unchanged then.
+/// Thread safety: handles may be copied and destroyed on different threads. The elements are
+///   not protected: changing them while other threads read them needs a lock.
 template <class T> class VX_API LightweightVector : public iVirtual {
 public:
-    /// The standard library's names for the parts of a container.
     using value_type = T;
     using iterator = typename std::vector<T>::iterator;
     using const_iterator = typename std::vector<T>::const_iterator;
 
-    /// An empty vector, shared with nobody yet.
+    /// Creates an empty vector of its own.
     LightweightVector() : items_(new std::vector<T>) {}
 
-    /// Shares the items of \p other.
+    /// Shares the elements of \p other.
     LightweightVector(const LightweightVector& other) noexcept : iVirtual(), items_(other.items_) {}
     LightweightVector& operator=(const LightweightVector&) noexcept = default;
 
     ~LightweightVector() override {}
 
-    /// Appends a copy of \p item; every holder sees it. References to items and positions
-    /// become invalid when the vector grows.
+    /// Appends a copy of \p item. May invalidate references and iterators, also those obtained
+    /// through other handles.
     void push_back(const T& item) { items_->push_back(item); }
 
-    /// The items, or whether there are none.
     unsigned int size() const noexcept { return static_cast<unsigned int>(items_->size()); }
     bool empty() const noexcept { return items_->empty(); }
 
-    /// The item at \p index, which is below size().
+    /// The element at \p index, which must be less than size().
     T& operator[](unsigned int index) noexcept { return (*items_)[index]; }
     const T& operator[](unsigned int index) const noexcept
     {
@@ -54,7 +52,6 @@ public:
         return items[index];
     }
 
-    /// The items as a range; valid until the vector grows, through whichever copy.
     iterator begin() noexcept { return items_->begin(); }
     iterator end() noexcept { return items_->end(); }
     const_iterator begin() const noexcept { return items_->cbegin(); }

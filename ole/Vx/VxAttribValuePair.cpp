@@ -23,22 +23,19 @@ constexpr int kNameAndValue = 2;
 
 bool same(const Text& a, const Text& b) { return std::strcmp(a.c_str(), b.c_str()) == 0; }
 
-// The text that a copy of the name gets by appending the separator and the value, in one
-// allocation. The value is copied as appending copies: from its first 0 on, zeros.
+// Appends separator and value to the name, in a single allocation.
 Text join(const Text& name, char separator, const Text& value)
 {
     const unsigned int separatorLength = separator != 0 ? 1 : 0;
     const std::size_t total = std::size_t(name.length()) + separatorLength + value.length();
-    if (total > 0xFFFFFFFFu)
-        detail::throwTooLong();
     Text joined;
-    joined.createImpl(static_cast<unsigned int>(total), true);
+    joined.createImpl(detail::checkedLength(total), true);
     if (total != 0) {
         char* chars = joined.mutableChars();
         std::memcpy(chars, name.c_str(), name.length());
-        chars[name.length()] = separator; // the terminator, if there is nothing to separate
+        chars[name.length()] = separator; // 0 is overwritten, or is the terminator
         detail::copyUpToZero(chars + name.length() + separatorLength, value.c_str(),
-                                       value.length());
+                             value.length());
     }
     return joined;
 }
@@ -50,7 +47,7 @@ AttribValuePair::AttribValuePair(const Text& text, char separator) : form(kAllAg
     if (text.empty())
         return;
     if (separator == 0) {
-        // strchr finds the terminator; behind it there is nothing to read.
+        // strchr would find the terminator, after which nothing may be read.
         name = text;
         return;
     }
@@ -76,9 +73,9 @@ AttribValuePair::~AttribValuePair() {}
 AttribValuePair& AttribValuePair::operator=(const AttribValuePair& other)
 {
     if (other.form == kTextOnly)
-        // Deliberate: '=' in every case, and nobody is exempt, not even the pair itself.
+        // Deliberate: always '=', also in self-assignment.
         return *this = AttribValuePair(other.text, '=');
-    // Deliberate: a stale text is not worth taking over, so this pair keeps its own.
+    // Deliberate: an outdated text is not copied; this pair keeps its own.
     if (other.form != kNameAndValue)
         text = other.text;
     name = other.name;
@@ -108,13 +105,13 @@ bool AttribValuePair::operator==(const AttribValuePair& other) const
 
 Text AttribValuePair::asString(char separator) const
 {
-    // Deliberate: the stored text wins over the separator wherever there is one.
+    // Deliberate: the stored text takes precedence over the separator.
     return form == kNameAndValue ? join(name, separator, value) : text;
 }
 
 LightweightString<wchar_t> AttribValuePair::asWString(char) const
 {
-    // Deliberate: '=' in every case, and widened byte by byte.
+    // Deliberate: always '=', and widened byte by byte.
     return WStringFromAscii(asString('=').c_str());
 }
 
@@ -123,7 +120,7 @@ Text AttribValuePair::asString(const LightweightVector<AttribValuePair>& pairs, 
 {
     Text joined;
     for (const AttribValuePair& pair : pairs) {
-        if (!joined.empty()) // which the first pair always finds
+        if (!joined.empty())
             joined += itemSeparator;
         joined += pair.asString(pairSeparator);
     }
@@ -156,15 +153,15 @@ Text AttribValuePair::getValue(const Text& name, const LightweightVector<AttribV
 {
     const char* const wanted = name.c_str();
     const unsigned int count = pairs.size();
-    // Deliberate: the counter has 16 bits. Hosts have come to rely on what stands behind
-    // item 65,535 never being found.
+    // Deliberate: the counter has 16 bits. Hosts rely on items after number 65,535 never being
+    // found.
     for (std::uint16_t i = 0; i < count;) {
         const char* const candidate = pairs[i].name.c_str();
         if (*candidate == *wanted && std::strcmp(candidate, wanted) == 0)
             return pairs[i].value;
         if (++i == 0) {
-            // Once round: from here on the search does not end. A fence keeps that a loop
-            // the compiler has to respect.
+            // The search now never ends unless it finds the name. Without this fence the
+            // compiler might assume that it ends.
             std::atomic_signal_fence(std::memory_order_seq_cst);
         }
     }

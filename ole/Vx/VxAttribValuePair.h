@@ -1,4 +1,4 @@
-// VxAttribValuePair.h - one name=value item of configuration data, and lists of them as text.
+// VxAttribValuePair.h - A name=value item of configuration data, and lists of items as text.
 #pragma once
 
 #include <Vx/LightweightString.h>
@@ -9,60 +9,54 @@
 
 namespace Vx {
 
-/// A name and a value, and the text that they came from.
+/// A name, a value, and the text that they were read from.
 ///
 ///     Vx::AttribValuePair pair("rate=25", '=');
-///     if (pair.valid()) use(pair.name, pair.value);
+///     if (pair.valid())
+///         use(pair.name, pair.value);
 ///
-/// The text is kept beside the name and the value, so that text which is no pair (a
-/// comment, a stray line) passes through unchanged.
+/// Text that is no pair, such as a comment, is kept and written back unchanged.
 ///
-/// Shape: a 32-bit form and three strings, 56 bytes. The form says which strings count:
-///   0: all three agree; every constructor ends with it.
-///   1: only the text; name and value have not been split out yet.
-///   2: name and value; the text is stale.
-///
-/// Nothing in the library makes forms 1 and 2; whoever changes a public member by hand sets the
-/// form that says so, and comparison, assignment and printing honour it.
-///
-/// Comparison: of texts, here and in the functions below, byte by byte, case-sensitive, up to
-///   the first 0, as strcmp does.
-/// Separators: one byte each. The separator 0 adds nothing where texts are joined.
-///   Nothing is quoted, escaped or trimmed, neither when parsing nor when joining.
-/// Errors: a text that is no pair is represented, never refused. Memory exhaustion
-///   passes through.
-/// Threads: a plain value; share it for reading, guard it for writing.
+/// Layout: a 32-bit form and three strings, 56 bytes. The form says which strings count:
+///   0: all three, which agree; every constructor sets it.
+///   1: only the text; name and value have not been split yet.
+///   2: name and value; the text is outdated.
+///   The library never sets forms 1 and 2. Code that changes a public member sets the form;
+///   comparison, assignment and printing respect it.
+/// Comparison: of strings, here and below, as strcmp compares: byte by byte, case-sensitive, up
+///   to the first zero.
+/// Separators: one byte each; joining with the separator 0 inserts none. Nothing is quoted,
+///   escaped or trimmed.
+/// Errors: only exhausted memory, which throws what the platform throws.
+/// Thread safety: a value type; concurrent reads are safe, writes need a lock.
 class VX_API AttribValuePair {
 public:
-    /// Splits \p text at the first \p separator; further ones stay in the value. Without
-    /// one (none before the first 0 of the text), name and value are empty and the pair
-    /// is not valid(). With the separator 0 the whole text is the name.
+    /// Splits \p text at the first \p separator before its first zero; the value keeps any
+    /// further ones. If there is none, name and value are empty. With the separator 0 the name
+    /// is the whole text.
     AttribValuePair(const LightweightString<char>& text, char separator);
 
-    /// Takes name and value as they are; the text is name, separator, value.
+    /// Joins \p name and \p value to the text; wide strings are converted to UTF-8.
     AttribValuePair(const LightweightString<char>& name, const LightweightString<char>& value,
                     char separator);
-
-    /// The same with both texts converted to UTF-8.
     AttribValuePair(const LightweightString<wchar_t>& name, const LightweightString<wchar_t>& value,
                     char separator);
 
-    /// Copies member by member, the form too; assignment does not.
+    /// Copies all members, including the form; assignment does not.
     AttribValuePair(const AttribValuePair&) noexcept = default;
     /// Leaves \p other with three empty strings.
     AttribValuePair(AttribValuePair&& other) noexcept = default;
 
     ~AttribValuePair();
 
-    /// Takes over what \p other holds, by its form:
+    /// Assigns what the form of \p other says:
     ///   0: everything.
-    ///   1: its text, split at '='; this pair ends in form 0.
-    ///   2: its name and value; this pair keeps its own text and ends in form 2.
-    /// Deliberate: '=' whatever separator the text was written with, and also when a pair
-    /// of form 1 is assigned to itself.
+    ///   1: its text, split at '='; the form becomes 0.
+    ///   2: its name and value; the text of this pair is kept, the form becomes 2.
+    /// Deliberate: splits at '=' whatever the separator was, also in self-assignment.
     AttribValuePair& operator=(const AttribValuePair& other);
 
-    /// Whether there is both a name and a value; never in form 1.
+    /// Returns whether name and value are both non-empty; false in form 1.
     bool valid() const;
 
     /// Compares what counts in the two forms:
@@ -73,17 +67,19 @@ public:
     bool operator==(const AttribValuePair& other) const;
     bool operator!=(const AttribValuePair& other) const { return !(*this == other); }
 
-    /// The pair as text. Deliberate: only form 2 is put together with \p separator; in any
-    /// other form it is the stored text, so a pair made with ':' still prints with ':'.
+    /// Returns the pair as text.
+    ///
+    /// Deliberate: joins with \p separator only in form 2. The other forms return the stored
+    /// text, so a pair made with ':' still prints with ':'.
     LightweightString<char> asString(char separator) const;
 
-    /// asString() widened byte by byte (not decoded as UTF-8). Deliberate: the argument is
-    /// ignored, a pair of form 2 is put together with '='.
+    /// Returns asString('=') widened byte by byte, without decoding UTF-8.
+    ///
+    /// Deliberate: ignores the argument.
     LightweightString<wchar_t> asWString(char separator) const;
 
-    /// All pairs in one text: each as asString(pairSeparator), with \p itemSeparator
-    /// between them. No separator comes before the first text that is not empty; from
-    /// there on empty items keep theirs.
+    /// Joins the asString(\p pairSeparator) of all pairs with \p itemSeparator. Empty items
+    /// before the first non-empty one are followed by no separator.
     static LightweightString<char> asString(const LightweightVector<AttribValuePair>& pairs,
                                             char pairSeparator, char itemSeparator);
 
@@ -91,27 +87,25 @@ public:
     static LightweightString<wchar_t> asWString(const LightweightVector<AttribValuePair>& pairs,
                                                 char pairSeparator, char itemSeparator);
 
-    /// Reads the text that asString() makes. Items that are not valid() (no
-    /// \p pairSeparator, an empty name, an empty value) are dropped.
+    /// Reads the text that asString() writes. Drops items that are not valid().
     static LightweightVector<AttribValuePair> vecFromString(const LightweightString<char>& text,
                                                             char pairSeparator, char itemSeparator);
 
-    /// The value of the first pair named \p name; empty without one.
+    /// Returns the value of the first pair named \p name, or the empty string.
     ///
-    /// Deliberate: items are counted in 16 bits. In a list of more than 65,535 pairs the
-    /// search never leaves the first 65,536: it goes round in them, and does not end when
-    /// none of them matches.
+    /// Deliberate: counts items in 16 bits. With more than 65,535 pairs the search covers the
+    /// first 65,536 again and again, and never returns if none of them matches.
     static LightweightString<char> getValue(const LightweightString<char>& name,
                                             const LightweightVector<AttribValuePair>& pairs);
 
-    /// The same with the name as UTF-8, and the value decoded.
+    /// The same with the name encoded as UTF-8 and the value decoded.
     static LightweightString<wchar_t> getValue(const LightweightString<wchar_t>& name,
                                                const LightweightVector<AttribValuePair>& pairs);
 
-    int form;                      ///< which of the texts count, see above
+    int form;                      ///< which of the strings count, see above
     LightweightString<char> text;  ///< the whole item
-    LightweightString<char> name;  ///< what stands before the first separator
-    LightweightString<char> value; ///< what stands behind it
+    LightweightString<char> name;  ///< what comes before the first separator
+    LightweightString<char> value; ///< what comes after it
 };
 static_assert(sizeof(AttribValuePair) == 56 && offsetof(AttribValuePair, form) == 0 &&
                   offsetof(AttribValuePair, text) == 8 && offsetof(AttribValuePair, name) == 24 &&

@@ -1,4 +1,4 @@
-// VxEmail.h - whether a text could be an e-mail address.
+// VxEmail.h - A plausibility check for e-mail addresses.
 #pragma once
 
 #include <Vx/VxExport.h>
@@ -6,13 +6,16 @@
 
 namespace Vx {
 
-/// Whether \p address, as a user typed it, could be an e-mail address: one '@' with text on
-/// both sides, none of the characters " ( ) : ; , and backslash, and behind the '@' a '.' whose
-/// last one is followed by at least two bytes of UTF-8.
+/// Returns whether \p address could be an e-mail address.
 ///
-/// Nothing else is looked at: blanks, several dots in a row and a leading dot pass.
-/// Errors: none for any text; memory exhaustion passes through.
-/// Threads: any.
+///     Vx::isAcceptableEmailAddress(L"anna@example.org") // true
+///
+/// It must contain exactly one '@', with characters on both sides; none of " ( ) : ; , and
+/// backslash; and a '.' after the '@', the last of which is followed by at least two bytes of
+/// UTF-8. Nothing else is checked: spaces, consecutive dots and a leading dot are accepted.
+///
+/// Errors: none, for any string; only exhausted memory throws.
+/// Thread safety: may be called from any thread.
 VX_API bool isAcceptableEmailAddress(const LightweightString<wchar_t>& address);
 
 } // namespace Vx

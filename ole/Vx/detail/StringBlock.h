@@ -28,13 +28,6 @@ inline unsigned int checkedLength(std::size_t length)
     return static_cast<unsigned int>(length);
 }
 
-/// The length of \p chars, 0 for null and 2^32 - 1, which no string has, for what is longer.
-template <class Ch> unsigned int lengthOf(const Ch* chars) noexcept
-{
-    const std::size_t length = chars != nullptr ? std::char_traits<Ch>::length(chars) : 0;
-    return length < 0xFFFFFFFFu ? static_cast<unsigned int>(length) : 0xFFFFFFFFu;
-}
-
 /// The slots of a block for \p length characters: the smallest power of two greater than
 /// \p length, or length + 1.
 /// \throws std::length_error if that does not fit in 32 bits
