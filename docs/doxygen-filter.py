@@ -5,8 +5,8 @@
   with a title; one that starts with a number ("0: everything.") becomes a list item.
 - A declaration directly below a documented one, without an empty line between them, shares its
   docstring.
-- Explicit instantiations are removed, and so are destructors and defaulted or deleted members
-  without a docstring.
+- Explicit instantiations are removed, and so are destructors, comparison operators and defaulted
+  or deleted members without a docstring.
 """
 
 import re
@@ -14,7 +14,7 @@ import sys
 
 OPENS_BODY = re.compile(r'((template *<.*> *)?(class|struct|enum|namespace)\b|extern "C")[^;]*$')
 ENUMERATOR = re.compile(r"\w+( = \w+)?,$")
-SAYS_ALL = re.compile(r"= (default|delete);$|^ *(VX_API |virtual )?~")
+SAYS_ALL = re.compile(r"= (default|delete);$|^ *(VX_API |virtual )?~|\boperator *([=!<>]=|<|>|<=>)\(")
 DECLARES_NOTHING = re.compile(r"[}#)]|(public|private|protected):|static_assert|friend\b|return\b")
 
 LABEL = re.compile(r"( *///) ([A-Z][a-z]+(?: [a-z]+){0,2}): +(.*)")

@@ -43,6 +43,26 @@ tool::Status run(const std::vector<const char*>& words)
     return tool::runVx(static_cast<int>(words.size()), words.data());
 }
 
+// Lines up to an empty one.
+std::vector<std::string> argumentsIn(Input& input)
+{
+    std::vector<std::string> arguments;
+    while (!input.empty()) {
+        arguments.push_back(input.line());
+        if (arguments.back().empty()) {
+            arguments.pop_back();
+            break;
+        }
+    }
+    return arguments;
+}
+
+bool mayWrite(const std::string& word)
+{
+    return word == "set" || word == "unset" || word.rfind("-o", 0) == 0 ||
+           word.rfind("--output", 0) == 0;
+}
+
 constexpr const char* kSet[] = {"ini", "set", "f"};
 bool isSame(const char* a, const char* b) { return std::strcmp(a, b) == 0; }
 
@@ -73,20 +93,16 @@ void checkSet(const std::string& before, const std::string& after,
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     Input input(data, size);
-    std::vector<std::string> lines;
-    while (!input.empty() && (lines.empty() || !lines.back().empty()))
-        lines.push_back(input.line());
+    const std::vector<std::string> arguments = argumentsIn(input);
     std::vector<const char*> words{"vx"};
-    bool writes = false;
-    for (const std::string& line : lines) {
-        if (line.empty())
-            break;
-        if (line == "settings") // reads the user's own files
-            return 0;
-        words.push_back(line.c_str());
-        writes = writes || line == "set" || line == "unset" || line.rfind("-o", 0) == 0 ||
-                 line.rfind("--output", 0) == 0;
-    }
+    for (const std::string& argument : arguments)
+        words.push_back(argument.c_str());
+    const auto has = [&](auto&& matches) {
+        return std::any_of(arguments.begin(), arguments.end(), matches);
+    };
+    if (has([](const std::string& word) { return word == "settings"; }))
+        return 0; // reads the user's own files
+    const bool writes = has(mayWrite);
     const std::string bytes = input.rest();
     const std::size_t separator = std::min(bytes.find('\0'), bytes.size());
 

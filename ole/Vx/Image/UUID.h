@@ -92,6 +92,7 @@ public:
     VX_API int asString(char* buffer) const noexcept;
     VX_API int asWString(wchar_t* buffer) const noexcept;
 
+    /// Returns the 36 characters of the string form.
     VX_API LightweightString<char> asString() const;
     VX_API LightweightString<wchar_t> asWString() const;
 

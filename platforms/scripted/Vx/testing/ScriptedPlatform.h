@@ -35,6 +35,7 @@ public:
 
     // Faults: the n-th call from now on fails, only that one or all from there on. 0 cancels.
 
+    /// Which calls fail.
     enum Times {
         Once,   ///< only that call
         ForEver ///< that call and all later ones
