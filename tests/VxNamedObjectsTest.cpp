@@ -172,6 +172,7 @@ TEST(NamedObjects, FailingFactoryLeavesLocksFreeAndNoObject)
     names.create<Cache>("known", &one);
     names.remove<Cache>("known");
     EXPECT_THROW(names.findOrCreate<Cache>("known", throwing), int);
+    expectFree(names);
     std::thread([&] { EXPECT_EQ(names.find<Cache>("known"), nullptr); }).join();
 }
 

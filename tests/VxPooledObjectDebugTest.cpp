@@ -146,40 +146,25 @@ TEST_F(PooledObjectLog, PeakDemandIsTheBusiestInterval)
     EXPECT_NE(lastLine().find("Peak Demand 990.10 allocs/sec @ 9421.00"), std::string::npos);
 }
 
-TEST_F(PooledObjectLog, ShutdownDumpsTheNewestLoggerFirst)
-{
-    Host host;
-    makeLogsFolder();
-    const unsigned int before = gAllLoggers.count;
-    LoggingTraitsBase a("a");
-    LoggingTraitsBase b("b");
-    LoggingTraitsBase c("c");
-    EXPECT_EQ(gAllLoggers.count, before + 3);
-    EXPECT_EQ(gAllLoggers.head->logger, &c);
-    host.atShutdown([this] { EXPECT_EQ(order(), ""); }, 99);
-    host.atShutdown([this] { EXPECT_EQ(order(), "- c b a"); }, 101);
-    host.start();
-    EXPECT_EQ(gAllLoggers.count, before);
-}
-
-TEST_F(PooledObjectLog, LoggerDestroyedBeforeShutdownLeavesAnEmptyNode)
+TEST_F(PooledObjectLog, ShutdownDumpsTheLivingLoggersNewestFirst)
 {
     Host host;
     makeLogsFolder();
     LoggingTraitsBase a("a");
     auto b = std::make_unique<LoggingTraitsBase>("b");
     LoggingTraitsBase c("c");
+    LoggingTraitsBase d("d");
     b.reset();
     EXPECT_EQ(order(), "- b") << "destroying it writes its line";
-    EXPECT_EQ(gAllLoggers.count, 3u);
-    EXPECT_EQ(gAllLoggers.head->next->logger, nullptr);
-    Shutdown::executeCallbacks(Shutdown::kOrderlyExit);
-    EXPECT_EQ(order(), "- b c a");
-    LoggingTraitsBase_exit(Shutdown::kOrderlyExit); // the stack is empty
-    EXPECT_EQ(order(), "- b c a");
+    EXPECT_EQ(gAllLoggers.count, 4u);
+    EXPECT_EQ(gAllLoggers.head->logger, &d);
+    EXPECT_EQ(gAllLoggers.head->next->next->logger, nullptr);
+    host.atShutdown([this] { EXPECT_EQ(order(), "- b"); }, 99);
+    host.atShutdown([this] { EXPECT_EQ(order(), "- b d c a"); }, 101);
+    host.start();
     EXPECT_EQ(gAllLoggers.count, 0u);
-    LoggingTraitsBase late("late");
-    EXPECT_EQ(gAllLoggers.count, 1u);
+    LoggingTraitsBase_exit(Shutdown::kOrderlyExit); // the stack is empty
+    EXPECT_EQ(order(), "- b d c a");
 }
 
 LoggingTraitsBase* kept[2]; // never destroyed

@@ -59,24 +59,20 @@ TEST(Shutdown, RunsByPriorityThenByAgeInTwoPasses)
     EXPECT_EQ(takeEvents(), "");
 }
 
-TEST(Shutdown, CallbackAddedInTheFirstPassWaitsForTheFinalOne)
+TEST(Shutdown, CallbackAddedInTheFirstPassRunsInTheFinalOne)
 {
-    Shutdown::addCallback(
-        [] {
-            note("adds");
-            Shutdown::addCallback(noting("added1"), 1);
-            Shutdown::addCallback(noting("added250"), 250);
-        },
-        10);
+    const auto add = [](unsigned int priority) {
+        return [priority] {
+            note("adds" + std::to_string(priority));
+            Shutdown::addCallback(noting("added"), priority);
+        };
+    };
+    Shutdown::addCallback(add(1), 10);
+    Shutdown::addCallback(add(250), 20);
     Shutdown::addCallback(noting("200"), 200);
-    Shutdown::addCallback(
-        [] {
-            note("refused");
-            Shutdown::addCallback(noting("never"), 400);
-        },
-        240);
+    Shutdown::addCallback(add(400), 240); // refused
     Shutdown::executeCallbacks(kOrderlyExit);
-    EXPECT_EQ(takeEvents(), "adds 200 added1 refused added250");
+    EXPECT_EQ(takeEvents(), "adds1 adds250 200 added adds400 added");
 }
 
 TEST(Shutdown, CallbacksMayRemoveWhileRunning)
