@@ -1,5 +1,4 @@
-// Any bytes as an INI file, its lines ended by any byte, against the rules of loading put
-// plainly.
+// Loading any bytes with any line separator agrees with the reference.
 #include "Fuzz.h"
 
 #include <Reference.h>

@@ -1,4 +1,4 @@
-// What saveAll() writes of a loaded document loads as an equal one, and saves as equal bytes.
+// A loaded document is equal after saveAll() and load(), and a second saveAll() writes equal bytes.
 #include "Fuzz.h"
 
 #include <Vx/VxIniFile.h>
@@ -18,8 +18,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     VxIniFile second(caseSensitive);
     FUZZ_CLAIM(second.load(L"b", '\n') == !first.sections.empty());
     FUZZ_CLAIM(second.sections.size() == first.sections.size());
-    // The anonymous section, which may come under another spelling of its name, goes by the
-    // order of the document; its place among the others does not change.
+    // The anonymous section may have another spelling, which has the same place in the order.
     auto other = second.sections.begin();
     for (const auto& [name, pairs] : first.sections) {
         FUZZ_CLAIM(!first.sections.key_comp()(name, other->first));

@@ -1,5 +1,5 @@
-// Memory runs out inside the reference platform's services: their first allocation fails, then
-// their second, and so on until they get through.
+// Memory runs out in the reference platform: the first allocation of each service fails, then the
+// second, and so on until it succeeds.
 #include <ScratchFolder.h>
 #include <Vx/testing/PlatformProxy.h>
 #include <fcntl.h>
@@ -8,7 +8,7 @@
 
 namespace {
 
-/// The reference platform; one allocation can fail.
+/// The reference platform, of which one allocation can fail.
 struct Memory : PlatformProxy {
     void* allocate(unsigned long size) override
     {
@@ -26,7 +26,7 @@ struct Memory : PlatformProxy {
         PlatformProxy::deallocate(block);
     }
 
-    unsigned int left = 0; // until one fails; 0: none does
+    unsigned int left = 0; // until one fails; 0: none
     bool fired = false;
     long blocks = 0;
 };
@@ -43,8 +43,8 @@ bool lockIsFree(const std::string& path)
     return free;
 }
 
-/// Runs every row of the table. With \p failing each of its allocations fails once, and the
-/// last attempt succeeds. \returns whether all held; \p kept gets what each leaves allocated
+/// Runs every row of the table; with \p failing, once for each of its allocations. Stores in \p kept
+/// how many blocks each leaves allocated. \returns false if an expectation failed
 bool runAll(bool failing, long* kept)
 {
     Memory memory;
@@ -139,7 +139,7 @@ bool runAll(bool failing, long* kept)
             for (const std::string& file : {own + ".lock", own + ".journal"})
                 EXPECT_TRUE(lockIsFree(folder.path(file)));
         } while (memory.fired && n < 500);
-        EXPECT_GE(n, failing ? row.least + 1 : 0) << "fewer allocations than there must be";
+        EXPECT_GE(n, failing ? row.least + 1 : 0) << "too few allocations";
         *kept++ = memory.blocks - blocks;
     }
     testing::internal::GetCapturedStderr();
@@ -162,12 +162,12 @@ TEST(LinuxExhaustion, AFailedAllocationAnywhereCostsNothing)
                               MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     ASSERT_NE(shared, MAP_FAILED);
     long* const kept = static_cast<long*>(shared);
-    // In processes of their own, because settings are loaded once in each.
+    // In separate processes, because settings are loaded once per process.
     for (const bool failing : {false, true})
         EXPECT_TRUE(holdsInChild([&] {
             const bool held = runAll(failing, kept + failing * kRows);
             return std::fflush(stdout) == 0 && held;
         }));
-    EXPECT_TRUE(std::equal(kept, kept + kRows, kept + kRows)) << "blocks are kept or lost";
+    EXPECT_TRUE(std::equal(kept, kept + kRows, kept + kRows)) << "blocks leak";
     munmap(shared, 2 * kRows * sizeof(long));
 }

@@ -10,7 +10,6 @@
 #include <csignal>
 #include <fcntl.h>
 #include <mutex>
-#include <sys/mman.h>
 
 namespace {
 
@@ -141,17 +140,17 @@ TEST_F(Saving, AFaultInAnyCallLosesNothing)
             prepare(row);
             const int descriptors = openDescriptors();
             SettingsStore& store = started();
-            bool told, fired;
+            bool done, fired;
             {
                 Calls script(row);
                 script.failCall(n, error);
-                told = save(row, store);
+                done = save(row, store);
                 fired = script.fired();
             }
             EXPECT_TRUE(row.maySee(content())) << content().substr(0, 100);
-            EXPECT_TRUE(!told || content() == row.after) << "claims to have saved";
-            EXPECT_TRUE(told || row.settings || content() == row.before) << "saved all the same";
-            EXPECT_TRUE(told || (fired && error != EINTR)) << said;
+            EXPECT_TRUE(!done || content() == row.after) << "claims to have saved";
+            EXPECT_TRUE(done || row.settings || content() == row.before) << "saved all the same";
+            EXPECT_TRUE(done || (fired && error != EINTR)) << said;
             EXPECT_LE(std::count(said.begin(), said.end(), '\n'), row.broken() ? 4 : 2) << said;
             EXPECT_EQ(openDescriptors(), descriptors);
             EXPECT_TRUE(save(row, store)) << "the next save repairs it";
@@ -192,89 +191,6 @@ TEST_F(Saving, AKillBeforeAnyCallLosesNothing)
         }
     EXPECT_GT(kills, 350);
     EXPECT_GT(littered, 50) << "too few kills left something to clean up";
-}
-
-namespace {
-
-/// Runs children that call \p work with increasing numbers and kills each at a random call, 100
-/// of them or as many as VX_KILLS says. Calls \p judge after each.
-template <class Work, class Judge> void killAtRandomMoments(Work work, Judge judge)
-{
-    Seeded random;
-    const char* const kills = std::getenv("VX_KILLS");
-    for (int kill = kills != nullptr ? std::atoi(kills) : 100, n = 1; kill > 0; --kill, n += 1000) {
-        int progress[2];
-        ASSERT_EQ(pipe2(progress, O_CLOEXEC), 0);
-        const pid_t child = fork();
-        if (child == 0) {
-            SystemCallScript script;
-            if (kill % 2 == 0)
-                script.refuseUnnamedFiles();
-            script.before = [&](const std::string&) {
-                if (::write(progress[1], ".", 1) != 1)
-                    _exit(1);
-            };
-            for (;; ++n, script.trace.clear())
-                work(n);
-        }
-        close(progress[1]);
-        char byte;
-        for (auto calls = random() % 150 + 1; calls > 0; --calls)
-            ASSERT_EQ(::read(progress[0], &byte, 1), 1) << "the child ended";
-        ::kill(child, SIGKILL);
-        ASSERT_EQ(waitpid(child, nullptr, 0), child);
-        close(progress[0]);
-        judge();
-    }
-}
-
-} // namespace
-
-TEST_F(Saving, AKillAtAnyMomentLeavesACompleteFile)
-{
-    const Case row{"replaces a file", false, kStored, kFile};
-    const auto version = [](int n) {
-        return std::to_string(n) + ":" + std::string(std::size_t(n % 7) * 30000, 'a');
-    };
-    prepare(row);
-    scratch.put(kPath, version(0));
-    killAtRandomMoments(
-        [&](int n) {
-            const auto file = OS()->fileSystem()->openFile(scratch.wide(kPath), 2, 3, 0, 0);
-            file->write(version(n).data(), unsigned(version(n).size()));
-        },
-        [&] { ASSERT_EQ(content(), version(std::atoi(content().c_str()))); });
-    EXPECT_TRUE(save(row));
-    expectSaved(row);
-}
-
-TEST_F(Saving, AKillAtAnyMomentKeepsSettingsThatWereSet)
-{
-    const Case row{"adds to settings", true, kStored, ""};
-    prepare(row);
-    auto& done = *static_cast<volatile int*>(
-        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-    const auto value = [](const char* section, const char* key) {
-        std::string found;
-        return started().get({section, key}, found) ? found : "(none)";
-    };
-    killAtRandomMoments(
-        [&](int n) {
-            static SettingsStore& store = started();
-            for (const char* key : {"first", "second"})
-                store.set({"Section", key}, std::to_string(n));
-            done = n;
-            if (n % 3 == 0)
-                store.save();
-        },
-        [&] {
-            for (const char* key : {"first", "second"})
-                EXPECT_GE(std::atoi(value("Section", key).c_str()), done);
-            EXPECT_EQ(value("Other", "kept"), "1");
-        });
-    EXPECT_GT(done, 0);
-    save(row);
-    EXPECT_EQ(names(row), std::set<std::string>{kName});
 }
 
 // --- Power failures

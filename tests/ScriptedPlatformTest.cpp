@@ -12,7 +12,7 @@ struct OneProcessor : PlatformProxy {
 
 } // namespace
 
-TEST(PlatformProxy, OverridesOneCallForItsLifetimeAndHandsTheRestOn)
+TEST(PlatformProxy, OverridesOneCallForItsLifetimeAndForwardsTheRest)
 {
     ScriptedPlatform below;
     below.setProcessors(7);
@@ -29,7 +29,7 @@ TEST(PlatformProxy, OverridesOneCallForItsLifetimeAndHandsTheRestOn)
     EXPECT_EQ(below.setting(1, "a/b", "c"), "") << "another section, another key";
 }
 
-TEST(PlatformProxyDeathTest, TheLastOneMadeMustGoFirst)
+TEST(PlatformProxyDeathTest, TheNewestMustBeDestroyedFirst)
 {
     auto first = std::make_unique<OneProcessor>();
     const OneProcessor second;
@@ -57,7 +57,7 @@ TEST(ScriptedPlatform, FailsTheNthCallOnceOrForEver)
     };
     const auto open = [] { return opens(L"a"); };
     const auto allocate = [] {
-        void* const block = operator new(1); // a new-expression may be left out
+        void* const block = operator new(1); // the compiler may omit a new-expression
         operator delete(block);
         return block != nullptr;
     };
@@ -81,10 +81,10 @@ TEST(ScriptedPlatform, FailsTheNthCallOnceOrForEver)
     EXPECT_EQ(outcome(open), "++++") << "another service";
 }
 
-TEST(ScriptedPlatform, SaysWhoHoldsMemory)
+TEST(ScriptedPlatform, ListsLiveMemoryByCallStack)
 {
 #ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "operator new stands in the program itself, whose functions have no names";
+    GTEST_SKIP() << "operator new is in the program itself, whose functions have no names";
 #endif
     ScriptedPlatform platform;
     const auto before = std::make_unique<char[]>(5000);
@@ -92,7 +92,7 @@ TEST(ScriptedPlatform, SaysWhoHoldsMemory)
     EXPECT_EQ(platform.liveMemory(), "");
     std::unique_ptr<char[]> small, large[2];
     const long blocks = platform.liveBlocks();
-    for (auto& block : large) // one place, so one line
+    for (auto& block : large) // one call stack
         block.reset(new char[2000]);
     small.reset(new char[30]);
     EXPECT_EQ(platform.liveBlocks(), blocks + 3);
@@ -101,19 +101,19 @@ TEST(ScriptedPlatform, SaysWhoHoldsMemory)
     EXPECT_NE(text.find("\n1 blocks, 30 bytes\n"), std::string::npos) << text;
     EXPECT_EQ(text.find("5000"), std::string::npos) << text;
     EXPECT_NE(text.find("ScriptedPlatformTest"), std::string::npos) << "a frame of this program";
-    std::string().swap(text); // its own block counts as well
+    std::string().swap(text); // its block counts too
     large[0].reset();
     large[1].reset();
     text = platform.liveMemory();
     EXPECT_EQ(text.find("1 blocks, 30 bytes\n"), 0u) << text;
 }
 
-TEST(ScriptedPlatform, WhatItHandedOutOutlivesIt)
+TEST(ScriptedPlatform, ItsLocksMayOutliveIt)
 {
     auto platform = std::make_unique<ScriptedPlatform>();
     CriticalSection section;
     platform.reset();
     section.enter();
     section.leave();
-    EXPECT_FALSE(opens(L"/no/such/file")) << "the reference platform's files again";
+    EXPECT_FALSE(opens(L"/no/such/file")) << "forwarded to the reference platform";
 }

@@ -1,4 +1,4 @@
-// The count of live memory and who holds it.
+// Counts live memory and lists it by call stack.
 #include <Vx/testing/ScriptedPlatform.h>
 
 #include <algorithm>

@@ -1,10 +1,11 @@
-// ScratchFolder.h - a fresh folder for one test, removed with all it holds.
+// ScratchFolder.h - Temporary folders, open descriptors and environment variables for tests.
 #pragma once
 
 #include "Testing.h"
 #include <Vx/LightweightString.h>
 #include <optional>
 
+/// A new folder, removed with its content.
 class ScratchFolder {
 public:
     explicit ScratchFolder(const std::string& below = std::filesystem::temp_directory_path())
@@ -15,7 +16,7 @@ public:
         path_ = name;
     }
 
-    /// Where a folder costs no disk, for tests that save a thousand times.
+    /// Returns a place in memory if there is one, for tests that save thousands of times.
     static std::string inMemory()
     {
         const std::string shared = "/dev/shm";
@@ -35,7 +36,7 @@ public:
     const std::string& path() const { return path_; }
     std::string path(const std::string& name) const { return path_ + "/" + name; }
 
-    /// An ASCII path as the platform takes it.
+    /// Returns the path of \p name, which is ASCII, as the platform expects it.
     LightweightString<wchar_t> wide(const std::string& name) const
     {
         const std::string whole = path(name);
@@ -47,7 +48,7 @@ public:
         std::ofstream(path(name), std::ios::binary) << content;
     }
 
-    /// The bytes of a file, or "(none)" when there is none to read.
+    /// Returns the bytes of a file, or "(none)" if it cannot be read.
     std::string get(const std::string& name) const
     {
         std::ifstream file(path(name), std::ios::binary);
@@ -56,7 +57,7 @@ public:
         return std::string(std::istreambuf_iterator<char>(file), {});
     }
 
-    /// The names in the folder, or in one inside, sorted, each followed by a blank.
+    /// Returns the sorted names in the folder or in one inside, each followed by a blank.
     std::string names(const std::string& inside = "") const
     {
         std::vector<std::string> found;
@@ -73,7 +74,7 @@ private:
     std::string path_;
 };
 
-/// Descriptors that the process holds open.
+/// Returns the number of open descriptors of the process.
 inline int openDescriptors()
 {
     int count = 0;
@@ -82,7 +83,7 @@ inline int openDescriptors()
     return count;
 }
 
-/// Sets an environment variable for as long as it lives.
+/// Sets an environment variable until it is destroyed.
 class ScopedEnvironment {
 public:
     ScopedEnvironment(const char* name, const char* value) : name_(name)

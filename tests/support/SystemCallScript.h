@@ -1,4 +1,4 @@
-// SystemCallScript.h - makes the platform's system calls fail on cue, or writes them down.
+// SystemCallScript.h - Makes the platform's system calls fail, and records them.
 #pragma once
 
 #include "files/SystemCalls.h"
@@ -12,8 +12,8 @@
 #include <type_traits>
 #include <vector>
 
-/// While it lives, every call of the table is counted; the n-th one can fail or be cut
-/// short. One at a time, and one thread.
+/// Counts every call of the table while it exists; the n-th one can fail or be cut short. One
+/// object at a time, and one thread.
 class SystemCallScript {
 public:
     SystemCallScript() : kept_(systemCalls)
@@ -35,39 +35,38 @@ public:
     SystemCallScript(const SystemCallScript&) = delete;
     SystemCallScript& operator=(const SystemCallScript&) = delete;
 
-    /// The n-th call from now, 1 for the next, fails with \p error. A close() that fails
-    /// closes all the same, as the system's does.
+    /// Makes the n-th call from now, 1 for the next, fail with \p error. A failing close() closes
+    /// nevertheless, as the system's does.
     void failCall(int n, int error)
     {
         failAt_ = calls_ + n;
         error_ = error;
     }
 
-    /// Every call of this name fails with \p error.
+    /// Makes every call of this name fail with \p error.
     void failAll(const std::string& name, int error)
     {
         failName_ = name;
         error_ = error;
     }
 
-    /// Reads and writes move at most half of what they are asked for.
+    /// Makes read() and write() transfer at most half of the bytes.
     void cutShort() { cutShort_ = true; }
 
-    /// Folders have no unnamed files, as on some file systems; \p error is their answer.
+    /// Makes opening unnamed files fail with \p error, as on some file systems.
     void refuseUnnamedFiles(int error = EOPNOTSUPP) { refusal_ = error; }
 
     int calls() const { return calls_; }
     const std::string& failedName() const { return failedName_; }
     bool fired() const { return !failedName_.empty(); }
 
-    /// Called before each call with its name; for kills, and for meddling in between.
+    /// Called before each call with its name.
     std::function<void(const std::string& name)> before;
 
-    /// Calls that were made to fail; may be set back.
+    /// The number of calls that were made to fail.
     int attempts = 0;
 
-    /// A call that was made: what it was given as text (write() its bytes instead of a
-    /// pointer and a count), and what it answered.
+    /// A call that was made: its arguments as text (of write(), the bytes) and its result.
     struct Call {
         std::string name;
         std::vector<std::string> arguments;
@@ -135,7 +134,7 @@ private:
         trace.back().arguments = {text(descriptor),
                                   std::string(static_cast<const char*>(bytes), written)};
     }
-    // readlinkat() fills its buffer: not a text on the way in.
+    // A buffer to be filled.
     static std::string text(char*) { return "(pointer)"; }
     static std::string text(const char* value) { return value; }
     template <class T> static std::string text(T value)
@@ -169,8 +168,8 @@ private:
     std::string failedName_;
 };
 
-/// body(error, n) for n = 1, 2, ... with each error, until its n-th call does not come to fail
-/// and it says false. \returns how many failed
+/// Calls body(error, n) with each error for n = 1, 2, ... until it returns false because its n-th
+/// system call did not fail. \returns the number of failures
 template <class Body> int forEachFault(std::initializer_list<int> errors, Body body)
 {
     int points = 0;

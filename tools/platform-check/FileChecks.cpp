@@ -116,7 +116,7 @@ void commits()
     put(path, "old");
     Vx::Ptr<iFile> file = openToReplace(path);
     require(file->write("new", 3), "a write fails");
-    require(file->write("", 0), "a commit fails although nothing stands in its way");
+    require(file->write("", 0), "a commit fails for no reason");
     const bool atOnce = content(path) == "new";
     require(atOnce || content(path) == "old", "the commit left \"" + content(path) + "\"");
     require(file->write("", 0), "a second commit fails");
