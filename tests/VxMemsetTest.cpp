@@ -3,7 +3,7 @@
 
 namespace {
 
-/// Fills the middle of a buffer; nothing around it may change.
+// Fills the middle of a buffer, whose ends must not change.
 template <class T, class Fill> void expectFilled(Fill fill, T value)
 {
     constexpr T kGuard = static_cast<T>(0x5A5A5A5A5A5A5A5A);

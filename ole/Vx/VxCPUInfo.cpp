@@ -2,21 +2,16 @@
 
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iSystemInfo.h>
-
-namespace {
-
-// A plain integer in effect: no lock and no ordering, since every thread that races here
-// stores the same answer. Relaxed access costs nothing and keeps the race benign.
-int numProcessors = 0;
-
-} // namespace
+#include <atomic>
 
 int Vx::CPUInfo::getNumProcessors()
 {
-    int known = __atomic_load_n(&numProcessors, __ATOMIC_RELAXED);
-    if (known == 0) {
-        known = OS()->systemInfo()->numProcessors();
-        __atomic_store_n(&numProcessors, known, __ATOMIC_RELAXED);
+    // Relaxed and without a lock: threads that race here store the same number.
+    static std::atomic<int> kept = 0;
+    int number = kept.load(std::memory_order_relaxed);
+    if (number == 0) {
+        number = OS()->systemInfo()->numProcessors();
+        kept.store(number, std::memory_order_relaxed);
     }
-    return known;
+    return number;
 }

@@ -1,4 +1,4 @@
-// VxCPUInfo.h - facts about the processor.
+// VxCPUInfo.h - Facts about the processor.
 #pragma once
 
 #include <Vx/VxExport.h>
@@ -6,9 +6,9 @@
 namespace Vx {
 namespace CPUInfo {
 
-/// Logical processors that this process may use. The platform is asked once and its
-/// answer kept; a platform that answers 0 is asked again at every call.
-/// Threads: any.
+/// Returns the number of logical processors that this process may use. The platform is asked
+/// until it returns something other than 0; that result is kept.
+/// Thread safety: any thread.
 VX_API int getNumProcessors();
 
 } // namespace CPUInfo

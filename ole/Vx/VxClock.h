@@ -1,11 +1,15 @@
-// VxClock.h - the platform's clock.
+// VxClock.h - The platform's clock.
+//
+//     const double start = msecsNow();
+//     work();
+//     report(msecsNow() - start);
 #pragma once
 
 #include <Vx/VxExport.h>
 
-/// Milliseconds since an origin of the platform's choice: take differences only.
-/// Threads: any.
+/// Returns milliseconds since an origin that the platform chooses: only differences mean anything.
+/// Thread safety: any thread.
 VX_API double msecsNow();
 
-/// The same reading in seconds.
+/// Returns the same reading in seconds.
 VX_API double secondsNow();

@@ -5,21 +5,20 @@
 
 namespace {
 
-// Bit patterns as unsigned numbers: all the arithmetic wraps around.
+// Bit patterns as unsigned numbers, so that all arithmetic wraps.
 template <class Bits> bool within99(Bits a, Bits b)
 {
     constexpr Bits kSign = Bits(1) << (8 * sizeof(Bits) - 1);
     if ((a & kSign) != 0)
         a = kSign - a;
-    // Deliberate: one more than for the first argument, so a negative second one lies one
-    // place further down. Stored results depend on it.
+    // Deliberate: one more than for the first argument, so a negative second argument is one unit
+    // further down. Stored results depend on it.
     if ((b & kSign) != 0)
         b = kSign + 1 - b;
     Bits distance = a - b;
     if ((distance & kSign) != 0)
         distance = Bits(0) - distance;
-    // Two's complement: the most negative number is its own absolute value, still negative,
-    // and so below the limit.
+    // The most negative number is its own absolute value: still negative, and below the limit.
     return distance <= 99 || distance == kSign;
 }
 

@@ -1,21 +1,23 @@
-// VxTolerance.h - floating-point comparison within a few units in the last place.
+// VxTolerance.h - Floating-point comparison within a few units in the last place.
+//
+//     if (TolerantEq<double>(position, end)) stop();
 #pragma once
 
 #include <Vx/VxExport.h>
 
-/// Whether \p a and \p b are at most 99 representable numbers apart. Defined for float and
+/// Whether \p a and \p b are at most 99 units in the last place apart. Defined for float and
 /// double.
 ///
-/// Deliberate: a negative \p b counts as one place further down than the same value as
-/// \p a, so the order of the arguments can matter at the edge. NaNs and infinities compare by
-/// their bits like any other pattern, so two NaNs of one pattern are equal.
+/// Deliberate: a negative \p b counts as one unit further down than the same value as \p a, so
+/// the order of the arguments matters at the limit. NaNs and infinities are compared by their
+/// bits like any number: a NaN equals itself.
 ///
-/// Threads: any, here and below.
+/// Thread safety: any thread, here and below.
 template <class T> bool TolerantEq(T a, T b) = delete;
 template <> VX_API bool TolerantEq<float>(float a, float b);
 template <> VX_API bool TolerantEq<double>(double a, double b);
 
-/// Whether \p a is greater than \p b by more than the tolerance of TolerantEq(); false when
-/// either is a NaN. Defined for double.
+/// Whether \p a is greater than \p b, and not equal by TolerantEq(). False if either is a NaN.
+/// Defined for double.
 template <class T> bool TolerantGt(T a, T b) = delete;
 template <> VX_API bool TolerantGt<double>(double a, double b);

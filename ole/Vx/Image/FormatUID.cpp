@@ -5,11 +5,8 @@
 
 namespace {
 
-using Text = LightweightString<char>;
-
-// Negative, 0 or positive. An empty text comes before all others, even before one that
-// begins with a 0.
-int compare(const Text& a, const Text& b) noexcept
+// Negative, 0 or positive. An empty string sorts before all others, even one that begins with NUL.
+int compare(const LightweightString<char>& a, const LightweightString<char>& b) noexcept
 {
     if (a.empty() || b.empty())
         return static_cast<int>(b.empty()) - static_cast<int>(a.empty());
@@ -20,7 +17,7 @@ int compare(const Text& a, const Text& b) noexcept
 
 Vx::Image::FormatUID::FormatUID() : text_("0", 1) {}
 
-// Deliberate: through the signed form, so 4294967295 becomes "-1"; operator== undoes it.
+// Deliberate: signed, so 4294967295 becomes "-1", which operator== undoes.
 Vx::Image::FormatUID::FormatUID(unsigned int id) : text_(StringFromInteger(static_cast<int>(id))) {}
 
 Vx::Image::FormatUID::FormatUID(const LightweightString<char>& text) : text_(text) {}
@@ -41,7 +38,7 @@ bool Vx::Image::FormatUID::isCustom() const noexcept { return text_.length() > 4
 
 bool Vx::Image::FormatUID::operator==(unsigned int id) const noexcept
 {
-    // Deliberate: only what can be a standard format is compared as a number.
+    // Deliberate: only standard formats compare as numbers.
     return text_.length() >= 1 && text_.length() <= 3 &&
            static_cast<unsigned int>(std::strtol(text_.c_str(), nullptr, 10)) == id;
 }
