@@ -312,35 +312,22 @@ TEST_F(Settings, OfTheMachineAreSharedByUsers)
 {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root can be two users";
-    constexpr uid_t kNobody = 65534;
     std::filesystem::create_directories(scratch.path("machine/Vx"));
     for (const char* folder : {"", "machine", "machine/Vx"})
         chmod(scratch.path(folder).c_str(), 0777);
-    constexpr int kChanges = 25;
-    std::vector<pid_t> users;
-    for (const uid_t user : {uid_t(0), kNobody, uid_t(0), kNobody}) {
-        users.push_back(fork());
-        if (users.back() == 0) {
-            if (user != 0 && (setgroups(0, nullptr) != 0 || setgid(user) != 0 || setuid(user) != 0))
-                _exit(2);
+    for (const char* key : {"1", "2", "3", "4", "5"})
+        EXPECT_TRUE(holdsInChild([&] {
+            const uid_t user = (*key & 1) != 0 ? 65534 : 0; // nobody, or root
+            if (setgroups(0, nullptr) != 0 || setgid(user) != 0 || setuid(user) != 0)
+                return false;
             SettingsStore& store = started(1);
-            for (int n = 0; n < kChanges; ++n) {
-                store.set({std::to_string(users.size()), std::to_string(n)}, "set");
-                if (n % 2 == 0)
-                    store.save();
-            }
-            _exit(0);
-        }
-    }
-    for (const pid_t user : users) {
-        int status = -1;
-        EXPECT_EQ(waitpid(user, &status, 0), user);
-        EXPECT_EQ(status, 0);
-    }
-    SettingsStore& store = started(1);
-    for (std::size_t user = 1; user <= users.size(); ++user)
-        for (int n = 0; n < kChanges; ++n)
-            EXPECT_EQ(value({std::to_string(user), std::to_string(n)}, store), "set");
+            store.set({"Section", key}, "set");
+            if (*key != '3')
+                store.save();
+            return *key == '1' || value({"Section", {char(*key - 1)}}, store) == "set";
+        })) << key;
+    EXPECT_EQ(scratch.get("machine/Vx/machine.ini"),
+              "[Section]\n1=set\n2=set\n3=set\n4=set\n5=set\n");
 }
 
 TEST_F(Settings, FilesThatDisappearWhileRunningAreMadeAgain)
@@ -497,17 +484,15 @@ TEST_F(Settings, UnsavedOnesGoWithTheNextSave)
 TEST_F(Settings, AreRecordedByOneWriteAndNoSync)
 {
     SettingsStore& store = started();
-    store.set(kKey, "0"); // makes the folder and the file
+    store.set(kKey, "0"); // creates the folder and the file
     SystemCallScript script;
-    constexpr int kCount = 100;
-    for (int n = 0; n < kCount; ++n)
-        store.set({"Section", std::to_string(n)}, "value");
     std::map<std::string, int> calls;
-    for (const SystemCallScript::Call& call : script.trace)
-        ++calls[call.name];
-    EXPECT_EQ(calls["write"], kCount);
+    script.before = [&](const std::string& name) { ++calls[name]; };
+    for (int n = 0; n < 100; ++n)
+        store.set({"Section", std::to_string(n)}, "value");
+    EXPECT_EQ(calls["write"], 100);
     EXPECT_EQ(calls["fsync"], 0);
-    EXPECT_LE(script.calls(), 8 * kCount);
+    EXPECT_LE(script.calls(), 800);
 }
 
 TEST_F(Settings, JournalIsReadAsFarAsItIsSound)
@@ -582,61 +567,70 @@ TEST_F(Settings, DoNotWaitForeverForALock)
 {
     SettingsStore& store = started();
     save(store, kKey, "0");
-    const auto holder = [&](const char* suffix) {
-        const int file = open(path(suffix).c_str(), O_RDWR | O_CLOEXEC);
-        EXPECT_EQ(flock(file, LOCK_EX), 0);
-        return file;
-    };
     const std::string us = "process " + std::to_string(getpid()) + " (";
+    const std::string unsaved = "Vx: could not save the settings " + path(".ini") + ": " + us;
     SystemCallScript script;
-    int pauses = 0, replacements = 0, free = 0, locked = -1;
-    script.before = [&](const std::string& name) {
-        script.trace.clear();
-        if (name != "nanosleep")
-            return;
-        if (++pauses <= replacements) { // another process saves
-            scratch.put("other", "[Section]\nKey=other\n");
-            std::filesystem::rename(scratch.path("other"), path(".ini"));
-        }
-        if (pauses == free)
-            flock(locked, LOCK_UN);
-    };
-    script.failAll("nanosleep", EINTR); // nobody really waits
-
+    script.failAll("nanosleep", EINTR); // so that no time passes
     const struct {
         const char* name;
-        int free, replacements, pauses;
-    } rows[] = {{"released in time", 4999, 0, 4999},
+        int replacements; // of the store, one in each pause
+        int unlocked;     // in which pause
+        int pauses;
+    } rows[] = {{"released in time", 0, 4999, 4999},
                 {"held by a stopped process", 0, 0, 5000},
-                {"others make progress", 7000, 6000, 7000},
-                {"others never let us in", 0, 70000, 60000}};
+                {"others make progress", 6000, 7000, 7000},
+                {"others never let us in", 70000, 0, 60000}};
+    int pauses = 0;
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         store.set(kKey, row.name);
-        pauses = 0, replacements = row.replacements, free = row.free, locked = holder(".lock");
+        const Descriptor lock(open(path(".lock").c_str(), O_RDWR | O_CLOEXEC));
+        EXPECT_EQ(flock(lock.get(), LOCK_EX), 0);
+        pauses = 0;
+        script.before = [&](const std::string& name) {
+            script.trace.clear();
+            if (name != "nanosleep")
+                return;
+            if (++pauses <= row.replacements) {
+                scratch.put("other", "[Section]\nKey=other\n");
+                std::filesystem::rename(scratch.path("other"), path(".ini"));
+            }
+            if (pauses == row.unlocked)
+                flock(lock.get(), LOCK_UN);
+        };
         const std::string said = reported([&] { store.save(); });
+        EXPECT_EQ(said.substr(0, unsaved.size()), row.unlocked != 0 ? "" : unsaved);
         EXPECT_EQ(pauses, row.pauses);
-        const std::string expected = "Vx: could not save the settings " + path(".ini") + ": " + us;
-        EXPECT_EQ(said.substr(0, expected.size()), row.free != 0 ? "" : expected);
         EXPECT_EQ(value(kKey), row.name);
-        close(locked);
     }
+}
 
-    free = 0, replacements = 0, pauses = 0, locked = holder(".journal");
-    const std::string said = reported([&] {
-        for (const char* value : {"1", "2"})
-            store.set(kKey, value);
-        EXPECT_EQ(pauses, 5000) << "once, not at every change";
-        store.save();
-        EXPECT_EQ(pauses, 10000);
-        value(kKey); // reads without the lock
-        EXPECT_EQ(pauses, 15000);
-    });
-    EXPECT_NE(said.find("could not record a setting in " + path(".journal") + ": " + us),
-              std::string::npos)
-        << said;
-    EXPECT_NE(said.find(") holds the lock of " + path(".journal")), std::string::npos) << said;
-    close(locked);
+TEST_F(Settings, DoNotWaitForeverForTheJournal)
+{
+    SettingsStore& store = started();
+    save(store, kKey, "0");
+    SystemCallScript script;
+    script.failAll("nanosleep", EINTR);
+    const std::string us = "process " + std::to_string(getpid()) + " (";
+    {
+        const Descriptor journal(open(path(".journal").c_str(), O_RDWR | O_CLOEXEC));
+        EXPECT_EQ(flock(journal.get(), LOCK_EX), 0);
+        const auto expectPauses = [&script](int count) {
+            EXPECT_EQ(std::exchange(script.attempts, 0), count);
+        };
+        std::string said = reported([&] { store.set(kKey, "1"); });
+        EXPECT_EQ(said.find("Vx: could not record a setting in " + path(".journal") + ": " + us),
+                  0u);
+        expectPauses(5000);
+        EXPECT_EQ(reported([&] { store.set(kKey, "2"); }), "");
+        expectPauses(0);
+        said = reported([&] { store.save(); });
+        EXPECT_EQ(said.find("Vx: could not save the settings " + path(".ini") + ": " + us), 0u);
+        EXPECT_NE(said.find(" holds the lock of " + path(".journal")), std::string::npos);
+        expectPauses(5000);
+        EXPECT_EQ(value(kKey), "0") << "reads without the lock";
+        expectPauses(5000);
+    }
     store.save();
     EXPECT_EQ(value(kKey), "2");
 }
@@ -644,33 +638,28 @@ TEST_F(Settings, DoNotWaitForeverForALock)
 TEST_F(Settings, TellACrashOfThisProgramWithoutASave)
 {
     struct Host : Vx::Application {
-        explicit Host(const wchar_t* name) : Application(name, L"1") {}
+        Host() : Application(L"Host", L"1") {}
         void run() override {}
     };
-    // Runs a program in a process of its own. \returns whether it found that its last run had
-    // ended cleanly
-    const auto cleanBefore = [&](const char* name, bool crash) {
+    // One process for each: the program, how it ends, and what it finds about its last run.
+    for (const std::string run :
+         {"Editor ends, new", "Editor ends, clean", "Editor crashes, clean", "Player ends, new",
+          "Player ends, clean", "Editor ends, crash", "Editor crashes, clean",
+          "Editor crashes, crash", "Editor ends, crash", "Player crashes, clean",
+          "Editor ends, clean", "Player ends, crash"}) {
+        const bool crashes = run.find("crashes") != std::string::npos;
         const int status = statusOfChild([&] {
-            const ScopedProgram renamed(name);
-            Host host(L"Host");
-            if (crash)
-                raise(host.previousExitWasNormal() ? SIGKILL : SIGTERM);
+            const ScopedProgram renamed(run.substr(0, 6).c_str());
+            Host host;
+            if (host.previousExitWasNormal() != (run.find(", clean") != std::string::npos))
+                return false;
+            if (crashes)
+                raise(SIGKILL);
             host.start();
-            return host.previousExitWasNormal();
+            return true;
         });
-        EXPECT_EQ(WIFSIGNALED(status), crash);
-        return crash ? WTERMSIG(status) == SIGKILL : status == 0;
-    };
-    const struct {
-        const char* program;
-        bool crash, clean;
-    } runs[] = {{"Editor", false, false}, {"Editor", false, true}, {"Editor", true, true},
-                {"Player", false, false}, {"Player", false, true}, {"Editor", false, false},
-                {"Editor", true, true},   {"Editor", true, false}, {"Editor", false, false},
-                {"Player", true, true},   {"Editor", false, true}, {"Player", false, false}};
-    int n = 0;
-    for (const auto& run : runs)
-        EXPECT_EQ(cleanBefore(run.program, run.crash), run.clean) << "run " << n++;
+        EXPECT_EQ(status, crashes ? SIGKILL : 0) << run;
+    }
 }
 
 namespace {
