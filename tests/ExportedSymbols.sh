@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# ExportedSymbols.sh LIBRARY MAP: the library exports what its map names, all of it and
-# nothing else.
+# ExportedSymbols.sh LIBRARY MAP: checks that the library exports exactly what its map lists.
 set -euo pipefail
 library=$1 map=$2
 export LC_ALL=C

@@ -1,4 +1,4 @@
-// Failures.h - what an operation throws, in words.
+// Failures.h - Describes the exception that an operation throws.
 #pragma once
 
 #include "Testing.h"

@@ -1,4 +1,4 @@
-// GuardedBlock.h - a block that ends right before memory nobody may touch.
+// GuardedBlock.h - A block of memory followed by an inaccessible page.
 #pragma once
 
 #include <cstddef>
@@ -8,11 +8,11 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-/// \p Element objects whose end lies at the end of a page, with an inaccessible page behind
-/// it: one byte too far ends the test.
+/// An array of \p Element that ends where an inaccessible page starts, so that access beyond the
+/// end crashes the test.
 template <class Element> class GuardedBlock {
 public:
-    /// Copies \p count elements, or fills with 0xAA bytes when \p from is null.
+    /// Copies \p count elements, or fills with 0xAA bytes if \p from is null.
     GuardedBlock(const Element* from, std::size_t count)
     {
         const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));

@@ -1,14 +1,14 @@
-// ScratchLocales.h - locales with other decimal points, made for a test in a folder of its own.
+// ScratchLocales.h - Temporary locales with other decimal points.
 #pragma once
 
 #include "Testing.h"
 #include <clocale>
 
-/// The numeric category of a locale, for the lifetime of the object; the rest is "C.UTF-8".
-/// Built on the spot from the C library's locale sources: nothing on the machine changes.
+/// Sets the numeric category of a locale for the lifetime of the object, and "C.UTF-8" for the
+/// others. Compiles the locale from the C library's sources into a temporary folder.
 class ScratchLocale {
 public:
-    /// Fails the test when it cannot be made. \p source names a locale source ("de_DE"), or is "C".
+    /// Fails the test on errors. \p source names a locale source ("de_DE"), or is "C".
     explicit ScratchLocale(const std::string& source)
         : folder_(std::filesystem::path(::testing::TempDir()) /
                   ("vx-locale-" + source + "-" + std::to_string(::getpid()))),
@@ -18,8 +18,7 @@ public:
             std::filesystem::create_directories(folder_);
             const std::string recipe = (folder_ / "recipe").string();
             std::ofstream(recipe) << "LC_NUMERIC\ncopy \"" << source << "\"\nEND LC_NUMERIC\n";
-            // Its exit code tells of the categories left out; whether the locale works shows
-            // below.
+            // The exit code only reports the missing categories; choose() checks the result.
             [[maybe_unused]] const int code =
                 std::system(("localedef --no-archive -c -f UTF-8 -i '" + recipe + "' '" +
                              (folder_ / source).string() + "' >/dev/null 2>&1")
@@ -38,7 +37,7 @@ public:
     ScratchLocale(const ScratchLocale&) = delete;
     ScratchLocale& operator=(const ScratchLocale&) = delete;
 
-    /// Makes it the process's numeric locale, again if need be.
+    /// Selects it as the process's numeric locale. Returns whether that worked.
     bool choose() const { return std::setlocale(LC_NUMERIC, name_.c_str()) != nullptr; }
 
 private:

@@ -1,4 +1,4 @@
-// Testing.h - what most tests need.
+// Testing.h - Headers and helpers that most tests need.
 #pragma once
 
 #include <algorithm>
@@ -26,7 +26,7 @@
 #include <utility>
 #include <vector>
 
-/// Runs body(0), body(1), ... on as many threads, which start together.
+/// Runs body(0) to body(count - 1), each on a thread of its own, starting at the same time.
 template <class Body> void onThreads(int count, Body&& body)
 {
     std::barrier start(count);
@@ -40,10 +40,10 @@ template <class Body> void onThreads(int count, Body&& body)
         thread.join();
 }
 
-// There in a build that counts what the tests run: an _exit() would leave a child's part out.
+// Defined in coverage builds. _exit() would lose the counts of a child process.
 extern "C" __attribute__((weak)) void __gcov_dump();
 
-/// Runs \p body in a child process. \returns its wait status: 0 when it returned true
+/// Runs \p body in a child process and returns its wait status: 0 if it returned true.
 template <class Body> int statusOfChild(Body&& body)
 {
     const pid_t child = fork();
@@ -58,13 +58,13 @@ template <class Body> int statusOfChild(Body&& body)
     return status;
 }
 
-/// Whether \p body returned true in a child process. It is killed when it has not after a minute.
+/// Whether \p body returned true in a child process, which is killed after a minute.
 template <class Body> bool holdsInChild(Body&& body)
 {
     return statusOfChild([&] { return alarm(60), body(); }) == 0;
 }
 
-/// What \p work prints on standard output.
+/// Returns what \p work prints on standard output.
 template <class Work> std::string printed(Work&& work)
 {
     testing::internal::CaptureStdout();
@@ -73,7 +73,7 @@ template <class Work> std::string printed(Work&& work)
     return testing::internal::GetCapturedStdout();
 }
 
-/// All six comparisons of \p a and \p b give what those of \p i and \p j do.
+/// Expects all six comparisons of \p a and \p b to equal those of \p i and \p j.
 template <class A, class B, class Place> void expectOrder(const A& a, const B& b, Place i, Place j)
 {
     EXPECT_EQ(a == b, i == j);
@@ -84,15 +84,14 @@ template <class A, class B, class Place> void expectOrder(const A& a, const B& b
     EXPECT_EQ(a >= b, i >= j);
 }
 
-/// How often a comparison with a reference is to run: VX_DIFFERENTIAL_SCALE=100 asks for a
-/// hundred times as many.
+/// The number of rounds of a differential test: \p count times VX_DIFFERENTIAL_SCALE, if set.
 inline int scaled(int count)
 {
     const char* const scale = std::getenv("VX_DIFFERENTIAL_SCALE");
     return scale != nullptr ? count * std::atoi(scale) : count;
 }
 
-/// Other numbers in every run; a failure names the seed.
+/// A random generator with a new seed in every run; a failure prints the seed.
 class Seeded : public std::mt19937 {
 public:
     explicit Seeded(unsigned int seed = std::random_device()())

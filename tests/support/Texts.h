@@ -1,4 +1,4 @@
-// Texts.h - strings of both widths made of plain ones, and plain ones made of them.
+// Texts.h - Conversions between strings of the library and of the standard library.
 #pragma once
 
 #include "Testing.h"
@@ -7,7 +7,7 @@
 using Narrow = LightweightString<char>;
 using Wide = LightweightString<wchar_t>;
 
-/// The same bytes, each a character of the other width.
+/// Converts each byte to one character.
 template <class Ch> std::basic_string<Ch> widen(const std::string& text)
 {
     std::basic_string<Ch> wide;
@@ -16,17 +16,17 @@ template <class Ch> std::basic_string<Ch> widen(const std::string& text)
     return wide;
 }
 
-/// A string of this text, embedded zeros included.
+/// Converts each byte to one character of a library string, embedded NULs included.
 template <class Ch> LightweightString<Ch> make(const std::string& text)
 {
     return LightweightString<Ch>(std::basic_string_view<Ch>(widen<Ch>(text)));
 }
 
-/// What the string holds, embedded zeros included.
+/// Converts to a standard string, embedded NULs included.
 template <class Ch> std::basic_string<Ch> str(const LightweightString<Ch>& text)
 {
     return std::basic_string<Ch>(text.c_str(), text.length());
 }
 
-/// For what must hold in both widths.
+/// For typed tests that cover both widths.
 using Widths = testing::Types<char, wchar_t>;
