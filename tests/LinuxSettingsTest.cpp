@@ -13,6 +13,7 @@
 #include <grp.h>
 #include <pwd.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 
 namespace {
 
@@ -479,6 +480,37 @@ TEST_F(Settings, UnsavedOnesGoWithTheNextSave)
         EXPECT_EQ(get(".ini"),
                   std::string("[Section]\nKey=") + row.call + "\nOther=" + row.call + "\n");
     }
+}
+
+TEST_F(Settings, SurviveAKillBeforeAnyCall)
+{
+    auto& done = *static_cast<volatile int*>(
+        mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    bool killed = true;
+    int n = 0;
+    while (killed && ++n < 300) {
+        std::filesystem::remove_all(scratch.path("Vx"));
+        done = 0;
+        killed = WIFSIGNALED(statusOfChild([&] {
+            SystemCallScript script;
+            script.cutShort(); // kills in the middle of writes, too
+            script.before = [&](const std::string&) {
+                if (script.calls() == n)
+                    raise(SIGKILL);
+            };
+            SettingsStore& store = started();
+            for (const int value : {1, 2, 3}) {
+                store.set(kKey, std::to_string(value));
+                done = value;
+                if (value == 2)
+                    store.save();
+            }
+            return true;
+        }));
+        reported([&] { EXPECT_GE(std::atoi(value(kKey).c_str()), done) << "call " << n; });
+    }
+    EXPECT_EQ(value(kKey), "3");
+    EXPECT_GT(n, 60);
 }
 
 TEST_F(Settings, AreRecordedByOneWriteAndNoSync)
