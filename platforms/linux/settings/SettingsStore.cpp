@@ -10,8 +10,9 @@
 
 namespace {
 
-// A journal of this size is saved, and locked meanwhile, so that it cannot outgrow the saves.
-constexpr unsigned long kMaxJournal = 4u << 20;
+// A journal of this size is folded into the store, and stays locked meanwhile: otherwise it could
+// grow faster than it is folded.
+constexpr unsigned long kFoldSize = 4u << 20;
 
 struct Pending {
     std::string value;
@@ -121,7 +122,7 @@ void SettingsStore::set(const SettingsKey& key, std::string_view value)
         }
 }
 
-/// \returns whether the journal has just reached a multiple of its maximal size
+/// \returns whether the journal has just reached a multiple of kFoldSize
 bool SettingsStore::change(State& state, const SettingsKey& key, std::string_view value)
 {
     Changes added;
@@ -155,7 +156,7 @@ bool SettingsStore::change(State& state, const SettingsKey& key, std::string_vie
     }
     state.unrecorded = false;
     state.journal = journal.identity();
-    return journal.size() / kMaxJournal != (journal.size() + records.size()) / kMaxJournal;
+    return journal.size() / kFoldSize != (journal.size() + records.size()) / kFoldSize;
 }
 
 bool SettingsStore::get(const SettingsKey& key, std::string& value)
@@ -212,7 +213,7 @@ bool SettingsStore::replaceStore(Save& save)
     if (!merge(save, file, journal, hasJournal))
         return false;
     // Changes can go on while the store is replaced, which takes long: they stay in the journal.
-    if (journal.size() < kMaxJournal && !save.unrecorded)
+    if (journal.size() < kFoldSize && !save.unrecorded)
         journal.unlock();
     if (!file.write(save.merged))
         return false;
