@@ -1,6 +1,5 @@
-// Memory runs out at every point of every operation that allocates: its first allocation fails,
-// then its second, and so on until it gets through. Named objects, the pool log and exceptions,
-// which need more to show, do the same with their families.
+// Fails the first allocation of every operation, then the second, and so on until it succeeds.
+// Named objects, the pool log and exceptions have such tests of their own.
 #include <Vx/Image/BufferFormat.h>
 #include <Vx/Image/Core.h>
 #include <Vx/Image/UUID.h>
@@ -24,7 +23,7 @@ namespace {
 using Pair = Vx::AttribValuePair;
 using Pairs = LightweightVector<Pair>;
 
-// What an object holds, for comparisons.
+// The content of an object, for comparisons.
 template <class Ch> std::string describe(const LightweightString<Ch>& text)
 {
     return {reinterpret_cast<const char*>(text.c_str()), text.length() * sizeof(Ch)};
@@ -47,7 +46,7 @@ std::string describe(const VxIniFile& ini)
 }
 std::string describe(const CriticalSection& lock) { return describe(lock.name()); }
 
-// One type for all lambdas: their code is compiled once, not for each operation.
+// One type for all lambdas, so that the templates are instantiated once.
 template <class State> using Make = std::function<State()>;
 template <class State> using Work = std::function<void(State&)>;
 template <class State> using Show = std::function<std::string(const State&)>;
@@ -58,8 +57,8 @@ struct MemoryExhaustion : testing::Test {
         std::printf("%u points of failure in %u operations\n", points, operations);
     }
 
-    /// \p work; after each failure \p show tells what it told before, no memory is gone and no
-    /// lock is held.
+    /// Runs \p work. After each failure the result of \p show is unchanged, no memory has leaked
+    /// and no lock is held.
     void exhaust(
         const char* name, const std::function<void()>& work,
         const std::function<std::string()>& show = [] { return std::string(); },
@@ -75,12 +74,12 @@ struct MemoryExhaustion : testing::Test {
             EXPECT_EQ(count(calls, " lock "), count(calls, " unlock ")) << calls;
         });
         platform.takeLog();
-        EXPECT_GE(failures, least) << "it allocates nothing: what is it doing here?";
+        EXPECT_GE(failures, least) << "allocates too little to be tested here";
         points += failures;
         ++operations;
     }
 
-    /// The same on what \p make makes. In the end it tells what it does where nothing ever failed.
+    /// The same on the result of \p make. It ends in the same state as without failures.
     template <class State>
     void exhaustOn(
         const char* name, const Make<State>& make, const Work<State>& work,
@@ -96,8 +95,8 @@ struct MemoryExhaustion : testing::Test {
         platform.takeLog();
     }
 
-    /// An operation that changes a text in place: one that shares its block with another, who
-    /// must not notice, and one of its own.
+    /// Changes a string in place, once shared with another one, which must not change, and once
+    /// unshared.
     template <class String>
     void exhaustText(const char* name, const String& text,
                      const Work<std::type_identity_t<String>>& work)
@@ -162,8 +161,8 @@ TEST_F(MemoryExhaustion, Strings)
     const Wide wide(L"xxTextxx");
     exhaustText("to lower", narrow, [](Narrow& s) { Vx::toLower(s); });
     exhaustText("to upper", wide, [](Wide& s) { Vx::toUpper(s); });
-    exhaustText("strip in front", wide, [](Wide& s) { Vx::stripLeadingChars(s, L'x'); });
-    exhaustText("strip behind", wide, [](Wide& s) { Vx::stripTrailingChars(s, L'x'); });
+    exhaustText("strip leading", wide, [](Wide& s) { Vx::stripLeadingChars(s, L'x'); });
+    exhaustText("strip trailing", wide, [](Wide& s) { Vx::stripTrailingChars(s, L'x'); });
     exhaustText("trim", narrow, [](Narrow& s) { trimTrailingSpaces(s); });
     exhaustText("append wide", narrow, [](Narrow& s) { s += Wide(L"caf\u00E9"); });
     exhaustText("append narrow", wide, [](Wide& s) { s += Narrow("more"); });
@@ -215,7 +214,7 @@ TEST_F(MemoryExhaustion, ConfigurationData)
     const auto empty = [] { return VxIniFile(L"a", false, true); };
     const auto filled = [] {
         VxIniFile ini(L"a", false, true);
-        for (const char* section : {"S", "T"}) // neither may have the new pairs alone
+        for (const char* section : {"S", "T"}) // neither may get the new pairs without the other
             ini[section].emplace_back("a text that is long enough=1", '=');
         return ini;
     };
@@ -228,7 +227,7 @@ TEST_F(MemoryExhaustion, ConfigurationData)
     for (const auto save : {&VxIniFile::save, &VxIniFile::saveAll}) {
         platform.addFile(L"a", "old");
         const auto showWithFile = [&](const VxIniFile& ini) {
-            // What opening the file allocates comes last; until then it is not touched.
+            // Opening the file allocates last; until then the file is unchanged.
             const std::string file = platform.file(L"a");
             return describe(ini) + (file.empty() ? "old" : file);
         };

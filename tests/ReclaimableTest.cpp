@@ -15,7 +15,7 @@ struct Cache final : Reclaimable {
 
 } // namespace
 
-TEST(Reclaimable, TellsTheRegistryOnceEachWay)
+TEST(Reclaimable, RegistersAndRemovesItselfOnce)
 {
     ScriptedPlatform platform;
     {
@@ -34,7 +34,7 @@ TEST(Reclaimable, TellsTheRegistryOnceEachWay)
     EXPECT_EQ(platform.takeLog(), "add");
 }
 
-TEST(Reclaimable, ARefusedRegistrationLeavesNoObject)
+TEST(Reclaimable, AFailedRegistrationIsNotRemoved)
 {
     ScriptedPlatform platform;
     platform.failCall("add");
@@ -43,7 +43,7 @@ TEST(Reclaimable, ARefusedRegistrationLeavesNoObject)
     EXPECT_EQ(platform.takeLog(), "add");
 }
 
-TEST(ReclaimableDeathTest, AnExceptionFromTheRegistryAtTheEndEndsTheProcess)
+TEST(ReclaimableDeathTest, AnExceptionInTheDestructorTerminatesTheProcess)
 {
     EXPECT_EXIT(
         {

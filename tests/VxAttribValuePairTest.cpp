@@ -13,7 +13,7 @@ using Pairs = LightweightVector<AttribValuePair>;
 
 namespace {
 
-// A pair as its members say, none of them derived from another.
+// A pair of these members, which need not agree.
 AttribValuePair made(int form, const Text& text, const Text& name, const Text& value)
 {
     AttribValuePair pair(text, '=');
@@ -29,8 +29,8 @@ std::string dump(const AttribValuePair& pair)
            (pair.text + "|" + pair.name + "|" + pair.value).c_str();
 }
 
-// Ends with exit status 0 if the search ends, by the signal when it has used up its processor
-// time, of which going through all items once takes a small part.
+// Exits with status 0 if the search ends, and is killed by SIGVTALRM after half a second of
+// processor time, in which it could compare all items many times.
 void searchUntilTimeIsUp(const char* name, const Pairs& pairs)
 {
     const itimerval limit = {{0, 0}, {0, 500000}};
@@ -51,7 +51,7 @@ TEST(AttribValuePair, SplitsAtTheFirstSeparator)
     } rows[] = {
         {"plain", "key=val", '=', "key", "val"},
         {"further separators stay", "key=val=2", '=', "key", "val=2"},
-        {"blanks stay", "a = b", '=', "a ", " b"},
+        {"spaces stay", "a = b", '=', "a ", " b"},
         {"another separator", "a=b:c", ':', "a=b", "c"},
         {"no name", "=x", '=', "", "x"},
         {"no value", "x=", '=', "x", ""},
@@ -59,7 +59,7 @@ TEST(AttribValuePair, SplitsAtTheFirstSeparator)
         {"nothing", "", '=', "", ""},
         {"separator above 0x7F", "a\xFF\x62", '\xFF', "a", "b"},
         {"separator 0", "a=b", '\0', "a=b", ""},
-        {"zero behind the separator", {"a=b\0c", 5}, '=', "a", {"b\0c", 3}},
+        {"zero after the separator", {"a=b\0c", 5}, '=', "a", {"b\0c", 3}},
         {"zero before the separator", {"a\0b=c", 5}, '=', "", ""},
     };
     for (const auto& row : rows) {
@@ -70,13 +70,13 @@ TEST(AttribValuePair, SplitsAtTheFirstSeparator)
         EXPECT_EQ(pair.name, row.expectedName);
         EXPECT_EQ(pair.value, row.expectedValue);
         EXPECT_EQ(pair.valid(), !row.expectedName.empty() && !row.expectedValue.empty());
-        EXPECT_EQ(pair.asString('#'), row.text) << "the stored text wins";
+        EXPECT_EQ(pair.asString('#'), row.text) << "the stored text takes precedence";
     }
 }
 
-TEST(AttribValuePair, JoinsNameAndValueAsAppendingDoesDeliberatelyWithoutASeparatorOfZero)
+TEST(AttribValuePair, JoinsAsAppendingDoesDeliberatelyWithoutASeparatorOfZero)
 {
-    // The plain way to the same text, for every length around the steps of the capacity.
+    // Lengths on both sides of each capacity.
     for (unsigned int nameLength = 0; nameLength < 9; ++nameLength)
         for (unsigned int valueLength = 0; valueLength < 9; ++valueLength)
             for (const char separator : {'=', '\0'}) {
@@ -84,7 +84,7 @@ TEST(AttribValuePair, JoinsNameAndValueAsAppendingDoesDeliberatelyWithoutASepara
                 const Text name(std::string_view(std::string(nameLength, 'n')));
                 std::string characters(valueLength, 'v');
                 if (valueLength > 2)
-                    characters[1] = '\0'; // and what stands behind it goes
+                    characters[1] = '\0'; // and no v after it
                 const Text value{std::string_view(characters)};
                 Text plain(name);
                 plain += separator;
@@ -101,7 +101,7 @@ TEST(AttribValuePair, JoinsNameAndValueAsAppendingDoesDeliberatelyWithoutASepara
 
 TEST(AttribValuePair, FormSaysWhatIsCompared)
 {
-    // A letter each for text, name and value; against "tnv", which of the others are equal.
+    // A letter for each of text, name and value; which combinations equal "tnv".
     const struct {
         int aForm, bForm;
         std::string equal;
@@ -129,17 +129,17 @@ TEST(AttribValuePair, FormSaysWhatIsCompared)
         << "up to the first zero";
 }
 
-TEST(AttribValuePair, AssignmentHonoursTheForm)
+TEST(AttribValuePair, AssignmentRespectsTheForm)
 {
     AttribValuePair pair = made(1, "old=1", "old", "1");
     pair = made(0, "t", "n", "v");
     EXPECT_EQ(dump(pair), "0 t|n|v");
     pair = made(2, "stale", "name", "value");
-    EXPECT_EQ(dump(pair), "2 t|name|value") << "the text of the other pair is stale, ours stays";
+    EXPECT_EQ(dump(pair), "2 t|name|value") << "keeps its own text";
     EXPECT_EQ(pair.asString(':'), "name:value");
     EXPECT_TRUE(pair.valid());
     const AttribValuePair copy(made(1, "x", "y", "z"));
-    EXPECT_EQ(dump(copy), "1 x|y|z") << "construction copies member by member";
+    EXPECT_EQ(dump(copy), "1 x|y|z") << "copy construction copies all members";
     EXPECT_FALSE(copy.valid());
     EXPECT_EQ(copy.asString(':'), "x");
 }
@@ -175,9 +175,9 @@ TEST(AttribValuePairList, JoinsItems)
         const char* expected;
     } rows[] = {
         {"none", {}, ""},
-        {"empty in between keeps its separator", {"a=1", "", "b=2"}, "a=1;;b=2"},
-        {"empty at the end keeps its separator", {"a=1", ""}, "a=1;"},
-        {"empty in front adds nothing", {"", "", "a=1", "b=2"}, "a=1;b=2"},
+        {"an empty item in the middle keeps its separator", {"a=1", "", "b=2"}, "a=1;;b=2"},
+        {"an empty item at the end keeps its separator", {"a=1", ""}, "a=1;"},
+        {"empty items at the start add nothing", {"", "", "a=1", "b=2"}, "a=1;b=2"},
         {"all empty", {"", ""}, ""},
     };
     for (const auto& row : rows) {
@@ -191,7 +191,8 @@ TEST(AttribValuePairList, JoinsItems)
     stale.push_back(made(2, "x", "a", "1"));
     stale.push_back(AttribValuePair("b", "2", ':'));
     EXPECT_EQ(AttribValuePair::asString(stale, '>', ';'), "a>1;b:2");
-    EXPECT_EQ(AttribValuePair::asString(stale, '\0', '\0'), "a1b:2") << "deliberately none";
+    EXPECT_EQ(AttribValuePair::asString(stale, '\0', '\0'), "a1b:2")
+        << "deliberately no separators";
 }
 
 TEST(AttribValuePairList, ReadsTheValidItems)
@@ -204,7 +205,7 @@ TEST(AttribValuePairList, ReadsTheValidItems)
         {"two of them", "a=1;;b=2;c", "a=1;b=2"},
         {"separators around", ";a=1;", "a=1"},
         {"no name, no value", "=1;b=;c=3", "c=3"},
-        {"quotes mean nothing", "a=\"1;2\"", "a=\"1"},
+        {"quotes have no meaning", "a=\"1;2\"", "a=\"1"},
         {"nothing", "", ""},
     };
     for (const auto& row : rows) {
@@ -215,7 +216,7 @@ TEST(AttribValuePairList, ReadsTheValidItems)
     }
 }
 
-TEST(LightweightVector, CopiesShareItemsAndTheLastOneFreesThem)
+TEST(LightweightVector, CopiesAndAssignmentsShareElements)
 {
     ScriptedPlatform platform;
     {
@@ -227,18 +228,21 @@ TEST(LightweightVector, CopiesShareItemsAndTheLastOneFreesThem)
         EXPECT_EQ(copy[0].value, "2");
 
         Pairs moved(std::move(copy));
-        EXPECT_EQ(copy.size(), 1u) << "moving is copying"; // NOLINT(bugprone-use-after-move)
-        Pairs other;
-        other = moved;
-        const Pairs& same = other;
-        other = same;
-        EXPECT_FALSE(other.empty());
-        EXPECT_EQ(other.end() - other.begin(), 1);
+        EXPECT_EQ(copy.size(), 1u) << "moving copies"; // NOLINT(bugprone-use-after-move)
+
+        Pairs assigned;
+        assigned.push_back(AttribValuePair("dropped=1", '='));
+        assigned = moved;
+        assigned = *&assigned;
+        assigned.push_back(AttribValuePair("b=2", '='));
+        EXPECT_EQ(pairs.size(), 2u) << "assignment shares, too";
+        EXPECT_EQ(pairs.end() - pairs.begin(), 2);
+        EXPECT_EQ(&pairs[0], &assigned[0]);
     }
     EXPECT_EQ(platform.liveBlocks(), 0);
 }
 
-TEST(GetValue, FindsTheFirstOfThatName)
+TEST(GetValue, FindsTheFirstOfTheName)
 {
     Pairs pairs;
     EXPECT_EQ(AttribValuePair::getValue("a", pairs), "");
@@ -253,7 +257,7 @@ TEST(GetValue, FindsTheFirstOfThatName)
     EXPECT_EQ(AttribValuePair::getValue("A", pairs), "");
     EXPECT_EQ(AttribValuePair::getValue("b", pairs), "");
     EXPECT_EQ(AttribValuePair::getValue(WideText(L"na\u00EFve"), pairs), L"\u65E5");
-    EXPECT_EQ(AttribValuePair::getValue("", pairs), "") << "a comment has the empty name";
+    EXPECT_EQ(AttribValuePair::getValue("", pairs), "") << "the name of a comment is empty";
 }
 
 TEST(GetValue, CountsItemsIn16BitsDeliberately)
@@ -266,7 +270,7 @@ TEST(GetValue, CountsItemsIn16BitsDeliberately)
     pairs.push_back(AttribValuePair("last=1", '='));
     EXPECT_EQ(AttribValuePair::getValue("last", pairs), "1");
 
-    // One more would be item 65,536, which the counter cannot name.
+    // The counter cannot represent 65,536.
     pairs.push_back(AttribValuePair("beyond=1", '='));
     EXPECT_EXIT(searchUntilTimeIsUp("beyond", pairs), testing::KilledBySignal(SIGVTALRM), "");
 }

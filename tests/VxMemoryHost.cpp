@@ -1,6 +1,6 @@
-// A host that brings a platform of its own and uses memory at unusual moments: before the
-// first static constructor of any library, and after the last static destructor. Exits with
-// status 0 when all of it reached that platform's platform.
+// A host with its own platform that uses memory before the first static constructor of any
+// library and after the last static destructor. Exits with status 0 if its platform was called
+// each time.
 
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iMemoryAllocator.h>
@@ -21,7 +21,7 @@ void expect(bool holds, const char* what)
 {
     if (!holds) {
         ++failures;
-        std::fprintf(stderr, "does not hold: %s\n", what);
+        std::fprintf(stderr, "FAILED: %s\n", what);
     }
 }
 
@@ -39,7 +39,7 @@ struct HostPlatform final : iPlatformServices, iMemoryAllocator {
         std::free(block);
     }
 
-    // All but the memory is the reference platform's, which stands behind this program.
+    // The other services are those of the reference platform, the next definition of OS().
     static iPlatformServices* reference()
     {
         void* const symbol = dlsym(RTLD_NEXT, "_Z2OSv");
@@ -61,7 +61,7 @@ struct HostPlatform final : iPlatformServices, iMemoryAllocator {
 
 constinit HostPlatform platform;
 
-// Asked for by the functions and not by new-expressions, which a compiler may leave out.
+// The functions are called directly, since a compiler may omit new-expressions.
 void* early = nullptr;
 int beforeConstructors = 0;
 
@@ -74,7 +74,7 @@ void afterDestructors()
     _exit(failures == 0 ? 0 : 1);
 }
 
-// Runs before the constructors of the libraries; what it leaves for the exit comes last.
+// Runs before the constructors of the libraries, so its atexit() handler runs last.
 void beforeAll(int, char**, char**)
 {
     expect(platform.allocations == 0, "no constructor has run yet");
@@ -85,7 +85,7 @@ void beforeAll(int, char**, char**)
 __attribute__((section(".preinit_array"), used)) void (*const beforeAllEntry)(int, char**,
                                                                               char**) = beforeAll;
 
-// Allocates among the static constructors and frees among the destructors.
+// Allocates in a static constructor and frees in a static destructor.
 struct Static {
     std::string text = std::string(100, 'x');
     ~Static()
@@ -102,7 +102,7 @@ VX_API iPlatformServices* OS() { return &platform; }
 
 int main()
 {
-    expect(beforeConstructors == 1, "memory is there before the first constructor");
+    expect(beforeConstructors == 1, "memory can be allocated before the first constructor");
     expect(platform.allocations > beforeConstructors && object.text.size() == 100,
            "static constructors allocate");
 
@@ -123,8 +123,8 @@ int main()
         passed = number == 42;
     }
     platform.throwing = false;
-    expect(plain == nullptr && array == nullptr, "the nothrow forms swallow whatever is thrown");
-    expect(passed, "the plain form lets out whatever is thrown");
+    expect(plain == nullptr && array == nullptr, "the nothrow forms return null for any exception");
+    expect(passed, "the plain form passes any exception on");
 
     const pid_t child = fork();
     if (child == 0) {
@@ -135,6 +135,6 @@ int main()
     int status = 0;
     waitpid(child, &status, 0);
     expect(WIFSIGNALED(status) && WTERMSIG(status) == SIGABRT,
-           "an exception out of operator delete ends the process");
+           "an exception from operator delete terminates the process");
     return failures == 0 ? 0 : 1;
 }

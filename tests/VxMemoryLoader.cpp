@@ -1,11 +1,11 @@
-// Loads the library at run time, its names kept to itself, and uses memory through it. Its
-// argument is the library's path. Exits with status 0 when everything worked.
+// Loads the library at run time with RTLD_LOCAL and allocates through it. The argument is the
+// library's path. Exits with status 0 if everything worked.
 
 #include <cstdio>
 #include <cstring>
 #include <dlfcn.h>
 
-// There under a leak checker only.
+// Defined under a leak checker only.
 extern "C" __attribute__((weak)) void __lsan_disable();
 
 namespace {
@@ -41,7 +41,7 @@ int main(int, char** argv)
     release(block);
     release(nullptr);
 
-    // The message of a thrown check is leaked on purpose.
+    // A thrown check leaks its message on purpose.
     if (__lsan_disable != nullptr)
         __lsan_disable();
     bool caught = false;
@@ -52,7 +52,7 @@ int main(int, char** argv)
     }
     if (!caught || dlclose(library) != 0)
         return 1;
-    // What this program allocates is not the library's business.
+    // This program's own operators are not the library's.
     delete[] new char[100];
     return 0;
 }

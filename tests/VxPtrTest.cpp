@@ -25,14 +25,14 @@ using External = Vx::Ptr<Plain, Vx::DtorTraits, Vx::ExternalRefCountTraits>;
 
 } // namespace
 
-TEST(VxPtr, LastHolderDestroysOnce)
+TEST(VxPtr, LastPointerDestroysOnce)
 {
     living = 0;
     Vx::Ptr<Shared> first(new Shared);
     EXPECT_EQ(first.useCount(), 1u);
     {
         Vx::Ptr<Shared> second(first);
-        Vx::Ptr<Shared> again(second.get()); // the count is found in the object
+        Vx::Ptr<Shared> again(second.get()); // finds the count in the object
         EXPECT_EQ(first.useCount(), 3u);
         EXPECT_TRUE(first == second && again == first);
         EXPECT_FALSE(first != second || first == Vx::Ptr<Shared>() || nullptr == first);
@@ -77,7 +77,7 @@ TEST(VxPtr, ExternalCountFreesCounterAndObject)
     EXPECT_EQ(living, 0);
 }
 
-TEST(VxPtr, CountsTheHolderOfAPlatformObjectAndRunsTheDerivedDestructor)
+TEST(VxPtr, CountsPlatformObjectsAndRunsTheDerivedDestructor)
 {
     living = 0;
     unsigned int counter = 0;
@@ -113,7 +113,7 @@ TEST(VxPtr, AssignmentInstallsBeforeItReleases)
     EXPECT_EQ(next.useCount(), 2u);
 }
 
-TEST(VxPtr, DecRefKeepsTheAddressesWhileOthersHold)
+TEST(VxPtr, DecRefDeliberatelyKeepsTheAddressesWhileOthersHold)
 {
     Vx::Ptr<Shared> first(new Shared);
     first.incRef();
@@ -123,7 +123,7 @@ TEST(VxPtr, DecRefKeepsTheAddressesWhileOthersHold)
     EXPECT_EQ(first.get(), nullptr);
 }
 
-TEST(VxPtr, CountBelongsToTheObjectNotToItsValue)
+TEST(VxPtr, CopyingAnObjectDoesNotCopyItsCount)
 {
     Vx::Ptr<Shared> original(new Shared);
     Vx::Ptr<Shared> copy(new Shared(*original));
@@ -132,7 +132,7 @@ TEST(VxPtr, CountBelongsToTheObjectNotToItsValue)
     EXPECT_EQ(copy.useCount(), 1u);
 }
 
-TEST(VxPtr, HoldersOnManyThreadsDestroyOnce)
+TEST(VxPtr, PointersOnManyThreadsDestroyOnce)
 {
     constexpr int kThreads = 4;
     struct Counted : iObject {
@@ -153,16 +153,14 @@ TEST(VxPtr, HoldersOnManyThreadsDestroyOnce)
     }
 }
 
-static_assert(sizeof(Vx::Ptr<Shared>) == 2 * sizeof(void*), "two pointers, nothing else");
+static_assert(sizeof(Vx::Ptr<Shared>) == 2 * sizeof(void*), "two pointers and nothing else");
 static_assert(!std::is_convertible_v<Shared*, Vx::Ptr<Shared>>, "taking ownership is explicit");
-static_assert(!std::is_constructible_v<Vx::Ptr<Shared>, Vx::Ptr<iObject>>, "no way down");
+static_assert(!std::is_constructible_v<Vx::Ptr<Shared>, Vx::Ptr<iObject>>, "no implicit downcast");
 
-TEST(TypeManip, MakesObjectsThroughAPlainFunctionPointer)
+TEST(TypeManip, CreatesObjectsThroughAFunctionPointer)
 {
     living = 0;
-    void* (*factory)() = Vx::TypeManip::TemplatedNew<Plain>::new_;
-    void* object = factory();
-    EXPECT_EQ(living, 1);
-    delete static_cast<Plain*>(object);
+    void* (*const factory)() = Vx::TypeManip::TemplatedNew<Plain>::new_;
+    delete static_cast<Plain*>(factory());
     EXPECT_EQ(living, 0);
 }

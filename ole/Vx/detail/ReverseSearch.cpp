@@ -67,12 +67,15 @@ std::vector<unsigned int> detail::findFromRight(std::wstring_view text, std::wst
     const wchar_t beforeLast = pattern[pattern.size() - 1 - before];
     return find(text, pattern, [=](std::size_t end) {
         const wchar_t* const chars = text.data();
-        constexpr std::size_t kStep = 8; // the compiler makes vector instructions of the loop
+        // The compiler makes vector instructions of the inner loop.
+        constexpr std::size_t kStep = 8;
         for (; end >= kStep + before; end -= kStep) {
-            bool found = false;
-            for (std::size_t i = end - kStep; i < end; ++i)
-                found |= chars[i] == last && chars[i - before] == beforeLast;
-            if (found)
+            const wchar_t* const ends = chars + end - kStep;
+            const wchar_t* const others = ends - before;
+            int found = 0;
+            for (std::size_t i = 0; i < kStep; ++i)
+                found |= ((ends[i] ^ last) | (others[i] ^ beforeLast)) == 0;
+            if (found != 0)
                 break;
         }
         while (end > before && (chars[end - 1] != last || chars[end - 1 - before] != beforeLast))

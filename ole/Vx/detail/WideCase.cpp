@@ -83,10 +83,22 @@ template <class Case> void convertByTable(wchar_t* chars, std::size_t count)
     const CaseTable* const table = count >= kWorthwhile ? currentTable<Case>() : nullptr;
     if (table == nullptr)
         return convertPlain<Case>(chars, count);
-    for (std::size_t i = 0; i < count; ++i) {
-        const wchar_t c = chars[i];
-        chars[i] = c >= 0 && c < CaseTable::kSize ? table->converted[c] : convert<Case>(c);
+    const wchar_t* const converted = table->converted;
+    const auto inTable = [](wchar_t c) { return c >= 0 && c < CaseTable::kSize; };
+    std::size_t i = 0;
+    // Reads four before it writes one: as far as the compiler knows, a write changes the table.
+    for (; count - i >= 4; i += 4) {
+        wchar_t* const four = chars + i;
+        if (inTable(four[0] | four[1] | four[2] | four[3])) {
+            const wchar_t a = converted[four[0]], b = converted[four[1]];
+            const wchar_t c = converted[four[2]], d = converted[four[3]];
+            four[0] = a, four[1] = b, four[2] = c, four[3] = d;
+        } else {
+            convertPlain<Case>(four, 4);
+        }
     }
+    for (; i < count; ++i)
+        chars[i] = inTable(chars[i]) ? converted[chars[i]] : convert<Case>(chars[i]);
 }
 
 } // namespace
