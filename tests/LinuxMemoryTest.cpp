@@ -207,27 +207,29 @@ TEST(SmallBlocks, AreAdjacentAgainAfterBeingFreedInAnyOrder)
     EXPECT_GT(adjacent, 9000);
 }
 
-// A hundred MiB of one size after the other, in the order of addresses and in none.
+// One size after the other, in the order of addresses and in none: as much as stays with its size
+// until another needs it, and more.
 TEST(SmallBlocks, ServeOtherSizesAndReturnToTheSystemWhenFreed)
 {
     const std::size_t before = mebibytes(1);
-    std::set<std::uintptr_t> spans;
-    std::mt19937 random(3);
-    for (const std::size_t size : {1000u, 400u, 4000u, 120u}) {
-        SCOPED_TRACE(size);
-        std::vector<void*> blocks((100u << 20) / size);
-        for (void*& block : blocks) {
-            block = allocate(size);
-            std::memset(block, 1, size);
-            spans.insert(reinterpret_cast<std::uintptr_t>(block) >> 16);
+    for (const std::size_t amount : {16u, 100u}) {
+        SCOPED_TRACE(amount);
+        std::set<std::uintptr_t> spans;
+        for (const std::size_t size : {1000u, 400u, 4000u, 120u}) {
+            std::vector<void*> blocks((amount << 20) / size);
+            for (void*& block : blocks) {
+                block = allocate(size);
+                std::memset(block, 1, size);
+                spans.insert(reinterpret_cast<std::uintptr_t>(block) >> 16);
+            }
+            if (size == 400)
+                std::shuffle(blocks.begin(), blocks.end(), std::mt19937(3));
+            for (void* block : blocks)
+                deallocate(block);
         }
-        if (size == 400)
-            std::shuffle(blocks.begin(), blocks.end(), random);
-        for (void* block : blocks)
-            deallocate(block);
+        EXPECT_LT(spans.size(), amount * 16 * 8 / 5) << "each size needs 16 for each MiB";
+        EXPECT_LT(kSanitized ? 0 : mebibytes(1) - before, 90u);
     }
-    EXPECT_LT(spans.size(), 2500u) << "1600 are enough for any of the sizes";
-    EXPECT_LT(kSanitized ? 0 : mebibytes(1) - before, 90u);
 }
 
 // Blocks of changing sizes go from thread to thread, so spans change hands and sizes all the
@@ -372,9 +374,11 @@ TEST(SmallBlocks, StayWithinALimitOfAddresses)
     EXPECT_TRUE(holdsInChild([] {
         if (!makesAndFrees(1000) || mebibytes(0) > 1000)
             return false;
-        const rlim_t limit = (mebibytes(0) + 200) << 20;
-        const rlimit limits = {limit, limit};
-        if (setrlimit(RLIMIT_AS, &limits) != 0)
+        rlimit original;
+        if (getrlimit(RLIMIT_AS, &original) != 0)
+            return false;
+        const rlimit limit = {(mebibytes(0) + 200) << 20, original.rlim_max};
+        if (setrlimit(RLIMIT_AS, &limit) != 0)
             return false;
         void* last = nullptr; // a chain through all blocks
         std::size_t count = 0;
@@ -382,6 +386,11 @@ TEST(SmallBlocks, StayWithinALimitOfAddresses)
             *static_cast<void**>(block) = last;
             last = block;
         }
+        for (int i = 0; i < 20000; ++i) // as many as there are chunks, and more
+            if (allocate(16384) != nullptr)
+                ++count;
+        if (setrlimit(RLIMIT_AS, &original) != 0 || allocate(16384) == nullptr)
+            return false;
         for (void* block = last; block != nullptr;) {
             void* const next = *static_cast<void**>(block);
             deallocate(block);
