@@ -183,12 +183,13 @@ TEST(Shutdown, DestroyedListReleasesOneCallbackAtATimeAndRejectsOthers)
             note("change");
             list.remove(removed);
             list.add({Handle(new Noting("added")), 0});
+            note("end");
         };
         list.add({Handle(new Ending(change)), 1});
         list.add({removed, 2});
         list.add({Handle(new Ending(change)), 3});
     }
-    EXPECT_EQ(takeEvents(), "change ~added change ~added");
+    EXPECT_EQ(takeEvents(), "change ~added end change ~added end");
     EXPECT_EQ(removed.useCount(), 1u);
 }
 
