@@ -5,8 +5,9 @@
   with a title; one that starts with a number ("0: everything.") becomes a list item.
 - A declaration directly below a documented one, without an empty line between them, shares its
   docstring.
-- Explicit instantiations are removed, and so are destructors, comparison operators and defaulted
-  or deleted members without a docstring.
+- Explicit instantiations are removed, and so is what has no docstring of these: destructors, copy
+  operations, defaulted and deleted functions, overrides, comparison operators, names that mean the
+  same in every container of the standard library, and definitions of template members.
 """
 
 import re
@@ -14,7 +15,11 @@ import sys
 
 OPENS_BODY = re.compile(r'((template *<.*> *)?(class|struct|enum|namespace)\b|extern "C")[^;]*$')
 ENUMERATOR = re.compile(r"\w+( = \w+)?,$")
-SAYS_ALL = re.compile(r"= (default|delete);$|^ *(VX_API |virtual )?~|\boperator *([=!<>]=|<|>|<=>)\(")
+SAYS_ALL = re.compile("|".join((
+    r"= (default|delete);$", r"\boverride\b", r"^ *(VX_API |virtual )?~", r"^template .*>::\w+\(",
+    r"\boperator *([=!<>]=|<|>|<=>)\(", r"\boperator=\(const ", r"\b(\w+)\(const \4(<\w+>)?& ?\w*\)",
+    r"\busing ((value|size|difference|element)_type|(const_)?(iterator|reference)) =",
+    r"\b(begin|end|size|empty)\(\)")))
 DECLARES_NOTHING = re.compile(r"[}#)]|(public|private|protected):|static_assert|friend\b|return\b")
 
 LABEL = re.compile(r"( *///) ([A-Z][a-z]+(?: [a-z]+){0,2}): +(.*)")

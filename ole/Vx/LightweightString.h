@@ -33,6 +33,7 @@ public:
     struct Impl {
         /// Returns the block to the platform allocator.
         struct DtorTraits {
+            /// Frees the block.
             static void destroy(Impl* impl) noexcept { OS()->memoryAllocator()->deallocate(impl); }
         };
 
@@ -50,6 +51,7 @@ public:
     using const_reference = const Ch&;
     using iterator = const Ch*;
     using const_iterator = const Ch*;
+    /// A view of the characters.
     using View = std::basic_string_view<Ch>;
 
     /// The empty string.
@@ -203,6 +205,7 @@ private:
 
 // Appending: every form works as LightweightString::append() does.
 
+/// Appends a string, as append() does.
 template <class Ch>
 LightweightString<Ch>& operator+=(LightweightString<Ch>& to, const LightweightString<Ch>& text)
 {

@@ -153,12 +153,14 @@ private:
 
 /// Destroys with the object's own destructor.
 struct DtorTraits {
+    /// Deletes the object.
     template <class T> static void destroy(T* object) noexcept { delete object; }
 };
 
 /// Stores the count inside the object: in its Vx::InternalRefCount base, or else in its public
 /// member `unsigned int refCount`.
 struct InternalRefCountTraits {
+    /// Returns the count inside the object.
     template <class T> static unsigned int* counterOf(T* object)
     {
         if constexpr (std::is_base_of_v<InternalRefCount, T>)
@@ -166,12 +168,15 @@ struct InternalRefCountTraits {
         else
             return &object->refCount;
     }
+    /// Does nothing: the count goes with the object.
     static void freeCounter(unsigned int*) noexcept {}
 };
 
 /// Stores the count in a counter of its own, allocated with `new` and freed before the object.
 struct ExternalRefCountTraits {
+    /// Allocates a counter.
     template <class T> static unsigned int* counterOf(T*) { return new unsigned int(0); }
+    /// Frees the counter.
     static void freeCounter(unsigned int* counter) noexcept { delete counter; }
 };
 

@@ -27,8 +27,11 @@ enum SplitFlags : unsigned int {
 /// Matches one character.
 template <class Ch> class IsMatchingChar {
 public:
+    /// Matches \p character only.
     constexpr explicit IsMatchingChar(Ch character) noexcept : character_(character) {}
+    /// Returns whether \p c is the character.
     constexpr bool operator()(Ch c) const noexcept { return c == character_; }
+    /// Returns the character.
     constexpr Ch character() const noexcept { return character_; }
 
 private:
@@ -37,6 +40,7 @@ private:
 
 /// The vector type that the splitting functions fill; its memory comes from the platform.
 template <class String> struct StringToVec {
+    /// The vector type.
     using VecT = std::vector<String, StdAllocator<String>>;
 };
 
@@ -44,6 +48,7 @@ template <class String> struct StringToVec {
 /// builder, and the string must not be an element of the vector.
 template <class String> class SplitOutputBuilder {
 public:
+    /// Appends substrings of \p source to \p out.
     SplitOutputBuilder(typename StringToVec<String>::VecT& out, const String& source) noexcept
         : out_(out), source_(source)
     {}
