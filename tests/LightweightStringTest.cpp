@@ -70,6 +70,114 @@ template <class Ch> struct Model {
     }
 };
 
+/// Strings that may share blocks, each with its model.
+template <class Ch> struct ModelledStrings {
+    using String = LightweightString<Ch>;
+    using Plain = std::basic_string<Ch>;
+    static constexpr std::size_t kStrings = 4;
+    String strings[kStrings];
+    Model<Ch> models[kStrings];
+
+    void expectMatches()
+    {
+        for (std::size_t i = 0; i < kStrings; ++i) {
+            models[i].expectMatches(strings[i]);
+            for (std::size_t j = 0; j < kStrings; ++j) {
+                const Plain a = models[i].text(), b = models[j].text();
+                ASSERT_EQ(strings[i] < strings[j], a < b);
+                ASSERT_EQ(strings[i] == b.c_str(), a == b);
+            }
+        }
+    }
+
+    void change(Seeded& random)
+    {
+        const auto below = [&](std::size_t n) { return static_cast<unsigned int>(random() % n); };
+        const std::size_t i = below(kStrings), j = below(kStrings);
+        const Ch c = static_cast<Ch>('a' + below(26));
+        const unsigned int at = below(strings[i].length() + 10);
+        if (strings[i].length() > 5000)
+            strings[i].clear(), models[i].renew({});
+        else if (below(2) == 0)
+            append(below(7), i, j, at, c, Plain(below(20), c));
+        else
+            replace(below(7), i, j, at, c, Plain(below(20), c));
+    }
+
+    void append(unsigned int which, std::size_t i, std::size_t j, unsigned int at, Ch c,
+                const Plain& some)
+    {
+        String& text = strings[i];
+        Model<Ch>& model = models[i];
+        const Plain old = model.text(), other = models[j].text();
+        switch (which) {
+        case 0: text += c, model.append(Plain(1, c)); break;
+        case 1: text.push_back(c), model.append(Plain(1, c)); break;
+        case 2: text += strings[j], model.append(other); break;
+        case 3:
+            text.append(some.data(), static_cast<unsigned int>(some.size()));
+            model.append(some);
+            break;
+        case 4:
+            if (at < old.size()) { // a part of the string itself
+                text.append(text.c_str() + at, (text.length() - at) / 2);
+                model.append(old.substr(at, (old.size() - at) / 2));
+            }
+            break;
+        case 5: {
+            text = strings[j] + strings[i];
+            Model<Ch> sum = models[j];
+            sum.append(old);
+            model = sum;
+            break;
+        }
+        default: text = other.c_str() + strings[i], model.renew(other + old);
+        }
+    }
+
+    void replace(unsigned int which, std::size_t i, std::size_t j, unsigned int at, Ch c,
+                 const Plain& some)
+    {
+        String& text = strings[i];
+        Model<Ch>& model = models[i];
+        const Plain old = model.text();
+        const unsigned int someLength = static_cast<unsigned int>(some.size());
+        switch (which) {
+        case 0: text.clear(), model.renew({}); break;
+        case 1: text = strings[j], model = models[j]; break;
+        case 2:
+            if (i != j) {
+                String moved(std::move(strings[j]));
+                text = std::move(moved);
+                model.block = std::move(models[j].block);
+                ASSERT_EQ(moved.useCount(), 0u); // NOLINT(bugprone-use-after-move)
+            }
+            break;
+        case 3: text = String(some.data(), someLength), model.renew(some); break;
+        case 4: { // keeps the start if it works in place
+            const std::size_t kept =
+                model.hasRoomFor(at) ? std::min<std::size_t>(at, old.size()) : 0;
+            text.resizeFor(at);
+            std::fill_n(text.mutableChars() + kept, at - kept, c);
+            model.assign(old.substr(0, kept) + Plain(at - kept, c));
+            break;
+        }
+        case 5: // under construction
+            text.clear().createImpl(someLength, at % 2 == 0);
+            std::copy_n(some.data(), someLength, text.mutableChars());
+            model.renew(some, at % 2 == 0);
+            break;
+        default:
+            if (at < old.size()) {
+                text.mutableChars()[at] = c;
+                if (!model.hasRoomFor(old.size()))
+                    model.renew(old);
+                model.block->text[at] = c;
+            }
+        }
+    }
+};
+
 template <class Ch> struct LightweightStringOf : testing::Test {};
 TYPED_TEST_SUITE(LightweightStringOf, Widths);
 
@@ -239,85 +347,14 @@ TYPED_TEST(LightweightStringOf, ComparesUnsignedCharactersThenLengths)
 
 TYPED_TEST(LightweightStringOf, FollowsAModelThroughRandomOperations)
 {
-    using String = LightweightString<TypeParam>;
-    using Plain = std::basic_string<TypeParam>;
-    constexpr std::size_t kStrings = 4;
     Seeded random;
-    const auto below = [&](std::size_t n) { return static_cast<unsigned int>(random() % n); };
-
     ScriptedPlatform platform;
     {
-        String strings[kStrings];
-        Model<TypeParam> models[kStrings];
+        ModelledStrings<TypeParam> strings;
         for (int step = 0; step < 20000; ++step) {
-            const std::size_t i = below(kStrings), j = below(kStrings);
-            String& text = strings[i];
-            Model<TypeParam>& model = models[i];
-            const Plain old = model.text(), other = models[j].text();
-            const TypeParam c = static_cast<TypeParam>('a' + below(26));
-            const Plain some(below(20), c);
-            const unsigned int someLength = static_cast<unsigned int>(some.size());
-            const unsigned int at = below(old.size() + 10);
-            switch (old.size() > 5000 ? 0 : below(15)) {
-            case 0: text.clear(), model.renew({}); break;
-            case 1: text += c, model.append(Plain(1, c)); break;
-            case 2: text.push_back(c), model.append(Plain(1, c)); break;
-            case 3: text += strings[j], model.append(other); break;
-            case 4: text.append(some.data(), someLength), model.append(some); break;
-            case 5:
-                if (at < old.size()) { // a part of the string itself
-                    text.append(text.c_str() + at, (text.length() - at) / 2);
-                    model.append(old.substr(at, (old.size() - at) / 2));
-                }
-                break;
-            case 6: text = strings[j], model = models[j]; break;
-            case 7:
-                if (i != j) {
-                    String moved(std::move(strings[j]));
-                    text = std::move(moved);
-                    model.block = std::move(models[j].block);
-                    ASSERT_EQ(moved.useCount(), 0u); // NOLINT(bugprone-use-after-move)
-                }
-                break;
-            case 8: text = String(some.data(), someLength), model.renew(some); break;
-            case 9: { // keeps the start if it works in place
-                const std::size_t kept =
-                    model.hasRoomFor(at) ? std::min<std::size_t>(at, old.size()) : 0;
-                text.resizeFor(at);
-                std::fill_n(text.mutableChars() + kept, at - kept, c);
-                model.assign(old.substr(0, kept) + Plain(at - kept, c));
-                break;
-            }
-            case 10: // under construction
-                text.clear().createImpl(someLength, at % 2 == 0);
-                std::copy_n(some.data(), someLength, text.mutableChars());
-                model.renew(some, at % 2 == 0);
-                break;
-            case 11:
-                if (at < old.size()) {
-                    text.mutableChars()[at] = c;
-                    if (!model.hasRoomFor(old.size()))
-                        model.renew(old);
-                    model.block->text[at] = c;
-                }
-                break;
-            case 12: {
-                text = strings[j] + strings[i];
-                Model<TypeParam> sum = models[j];
-                sum.append(old);
-                model = sum;
-                break;
-            }
-            case 13: text = other.c_str() + strings[i], model.renew(other + old); break;
-            default:
-                ASSERT_EQ(strings[i] < strings[j], old < other);
-                ASSERT_EQ(strings[i] == strings[j], old == other);
-                ASSERT_EQ(strings[i] == other.c_str(), old == other);
-            }
-            for (std::size_t k = 0; k < kStrings; ++k) {
-                models[k].expectMatches(strings[k]);
-                ASSERT_FALSE(this->HasFatalFailure()) << "step " << step << ", string " << k;
-            }
+            strings.change(random);
+            strings.expectMatches();
+            ASSERT_FALSE(this->HasFatalFailure()) << "step " << step;
         }
     }
     EXPECT_EQ(platform.liveBlocks(), 0);
