@@ -19,11 +19,11 @@ TEST(FormatUID, TellsStandardCustomAndNone)
         {"number 0", FormatUID(0u), "0", false, false},
         {"standard", FormatUID(7u), "7", true, false},
         {"number of five digits", FormatUID(12345u), "12345", true, true},
-        {"two zeros are not none", FormatUID(Text("00")), "00", true, false},
+        {"two zeros are a format", FormatUID(Text("00")), "00", true, false},
         {"four characters are not custom", FormatUID(Text("abcd")), "abcd", true, false},
         {"custom", FormatUID(Text("abcde")), "abcde", true, true},
         {"empty", FormatUID(Text()), "", false, false},
-        {"a zero behind the 0", FormatUID(Text("0\0", 2)), "0", true, false},
+        {"a NUL after the 0", FormatUID(Text("0\0", 2)), "0", true, false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);

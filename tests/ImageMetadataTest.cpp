@@ -118,55 +118,50 @@ TEST(ImageMetadata, TextsEndAtAnEmbeddedZero)
     EXPECT_EQ(Video::Data(equalToTheDefault).getVideoFormatUID().text(), Text("0\0x", 3));
 }
 
+#define STORE(record, Name, value)                                                                 \
+    record.set##Name(value);                                                                       \
+    EXPECT_EQ(record.get##Name(), value)
+
 TEST(ImageMetadata, SettersStoreAndCopiesAreIndependent)
 {
     Core::Data core;
     Core::Interface& view = core;
-    view.setWidth(1);
-    view.setHeight(2);
-    view.setDataFormat(as<Format>(3));
-    view.setBitsPerComponent(4);
-    view.setBitsPerPixel(5);
-    view.setLayout(as<eLayout>(6));
-    view.setCoreDataSet(true);
-    EXPECT_EQ(core.getLayout(), as<eLayout>(6));
-    EXPECT_EQ(core, Core::Data(1, 2, as<Format>(3), 4, 5, as<eLayout>(6), true));
+    STORE(view, Width, 1920u);
+    STORE(view, Height, 1080u);
+    STORE(view, DataFormat, as<Format>(7));
+    STORE(view, BitsPerComponent, 10);
+    STORE(view, BitsPerPixel, 20);
+    STORE(view, Layout, as<eLayout>(3));
+    STORE(view, CoreDataSet, true);
+    EXPECT_EQ(core, kCore);
     const Core::Data copy(core);
     core.setWidth(9);
-    EXPECT_EQ(copy.getWidth(), 1u);
+    EXPECT_EQ(copy, kCore);
 
     BufferFormat::Data buffer;
-    buffer.setOrientation(as<Orientation>(0));
-    buffer.setStride(7680);
-    buffer.setBufferFormatDataSet(true);
+    STORE(buffer, Orientation, as<Orientation>(0));
+    STORE(buffer, Stride, 7680u);
+    STORE(buffer, BufferFormatDataSet, true);
     EXPECT_EQ(buffer, kBufferFormat);
-    EXPECT_EQ(buffer.getOrientation(), as<Orientation>(0));
-    EXPECT_EQ(buffer.getStride(), 7680u);
-    EXPECT_TRUE(buffer.getBufferFormatDataSet());
 
     Video::Data video;
-    video.setScanMode(as<ScanMode>(1));
-    video.setAspectRatio(as<AspectRatio>(2));
-    video.setVideoFormatUID(FormatUID(Text("abc")));
-    video.setVideoDataSet(true);
+    STORE(video, ScanMode, as<ScanMode>(1));
+    STORE(video, AspectRatio, as<AspectRatio>(2));
+    STORE(video, VideoFormatUID, FormatUID(Text("abc")));
+    STORE(video, VideoDataSet, true);
     EXPECT_EQ(video, kVideo);
-    EXPECT_EQ(video.getScanMode(), as<ScanMode>(1));
-    EXPECT_EQ(video.getAspectRatio(), as<AspectRatio>(2));
 
     VideoSample::Data sample;
-    sample.setPolarity(as<Polarity>(1));
-    sample.setColorimetry(as<Colorimetry>(-2));
-    sample.setGamutScaling(as<GamutScaling>(3));
-    sample.setVideoSampleDataSet(true);
+    STORE(sample, Polarity, as<Polarity>(1));
+    STORE(sample, Colorimetry, as<Colorimetry>(-2));
+    STORE(sample, GamutScaling, as<GamutScaling>(3));
+    STORE(sample, VideoSampleDataSet, true);
     EXPECT_EQ(sample, kVideoSample);
-    EXPECT_EQ(sample.getColorimetry(), as<Colorimetry>(-2));
 
     VideoSequence::Data sequence;
-    sequence.setFrameRate(as<FrameRate>(25));
-    sequence.setVideoSequenceDataSet(true);
+    STORE(sequence, FrameRate, as<FrameRate>(25));
+    STORE(sequence, VideoSequenceDataSet, true);
     EXPECT_EQ(sequence, kVideoSequence);
-    EXPECT_EQ(sequence.getFrameRate(), as<FrameRate>(25));
-    EXPECT_TRUE(sequence.getVideoSequenceDataSet());
 }
 
 TEST(ImageMetadata, RecordsAreKeys)

@@ -35,38 +35,19 @@ template <class Kind> void expectFills(std::size_t offset, int count)
     ASSERT_TRUE(block == expected) << count << " elements at offset " << offset;
 }
 
-// A range of more than 2 GiB in 4 MiB of memory: one file mapped again and again, and another one
-// at the end.
-class LongRange {
-public:
-    static constexpr std::size_t kPiece = std::size_t(2) << 20;
+constexpr std::size_t kPiece = std::size_t(2) << 20;
 
-    explicit LongRange(std::size_t pieces) : size_((pieces + 1) * kPiece)
-    {
-        start_ = static_cast<unsigned char*>(
-            mmap(nullptr, size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
-        for (const std::size_t end : {pieces, pieces + 1}) {
-            const int file = memfd_create("fill", 0);
-            EXPECT_EQ(ftruncate(file, kPiece), 0);
-            for (; mapped_ < end; ++mapped_)
-                EXPECT_NE(mmap(start_ + mapped_ * kPiece, kPiece, PROT_READ | PROT_WRITE,
-                               MAP_SHARED | MAP_FIXED | MAP_POPULATE, file, 0),
-                          MAP_FAILED);
-            close(file);
-        }
-    }
-    ~LongRange() { munmap(start_, size_); }
-    LongRange(const LongRange&) = delete;
-    LongRange& operator=(const LongRange&) = delete;
-
-    void* start() const { return start_; }
-    const unsigned char* last() const { return start_ + size_ - kPiece; }
-
-private:
-    std::size_t size_;
-    unsigned char* start_;
-    std::size_t mapped_ = 0;
-};
+// Maps a file of one piece \p times over, one after another.
+void mapAgainAndAgain(unsigned char* to, std::size_t times)
+{
+    const int file = memfd_create("fill", 0);
+    ASSERT_EQ(ftruncate(file, kPiece), 0);
+    for (; times != 0; --times, to += kPiece)
+        ASSERT_NE(mmap(to, kPiece, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED | MAP_POPULATE,
+                       file, 0),
+                  MAP_FAILED);
+    close(file);
+}
 
 TYPED_TEST(IppFill, WritesExactlyItsElementsAtAnyAddress)
 {
@@ -81,15 +62,22 @@ TYPED_TEST(IppFill, WritesExactlyItsElementsAtAnyAddress)
 TYPED_TEST(IppFill, CountsBytesBeyondTwoAndFourGiB)
 {
     using Element = typename TypeParam::Element;
+    // So many pieces in 2 MiB of memory, and another one that the fill ends in.
     const std::size_t pieces = sizeof(Element) == 8 ? 2048 : sizeof(Element) == 1 ? 1023 : 1024;
-    const LongRange range(pieces);
+    const std::size_t size = (pieces + 1) * kPiece;
+    void* const start =
+        mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    unsigned char* const last = static_cast<unsigned char*>(start) + pieces * kPiece;
+    mapAgainAndAgain(static_cast<unsigned char*>(start), pieces);
+    mapAgainAndAgain(last, 1);
     const std::size_t tail = 4096 / sizeof(Element);
-    TypeParam::fill(TypeParam::kValue, static_cast<Element*>(range.start()),
-                    static_cast<int>(pieces * (range.kPiece / sizeof(Element)) + tail));
+    TypeParam::fill(TypeParam::kValue, static_cast<Element*>(start),
+                    static_cast<int>(pieces * (kPiece / sizeof(Element)) + tail));
     std::vector<Element> expected(tail, TypeParam::kValue);
+    EXPECT_EQ(std::memcmp(start, expected.data(), tail * sizeof(Element)), 0);
     expected.push_back(0);
-    EXPECT_EQ(std::memcmp(range.last(), expected.data(), expected.size() * sizeof(Element)), 0);
-    EXPECT_EQ(std::memcmp(range.start(), expected.data(), tail * sizeof(Element)), 0);
+    EXPECT_EQ(std::memcmp(last, expected.data(), expected.size() * sizeof(Element)), 0);
+    munmap(start, size);
 }
 
 } // namespace
