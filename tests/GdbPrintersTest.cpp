@@ -1,4 +1,4 @@
-// The values that GdbPrintersTest.gdb.py prints in lookHere()'s caller. A line "//> expression:
+// The values that GdbPrintersTest.gdb.py prints in the callers of lookHere(). A line "//> expression:
 // output" says what gdb prints; an … stands for any text.
 #include <Vx/CriticalSection.h>
 #include <Vx/Image/FormatUID.h>
@@ -36,9 +36,16 @@ template <class T> union Raw {
 
 extern "C" [[gnu::noinline]] void lookHere() { asm volatile("" ::: "memory"); }
 
-int main()
+namespace {
+
+// clang-format off
+const Vx::AttribValuePair pair("rate=25", '=');
+//> pair: "rate" = "25" (form 0)
+const Vx::AttribValuePair comment("; note", '=');
+//> comment: "; note" (form 0, no pair)
+
+void strings()
 {
-    // clang-format off
     const LightweightString<char> none;
     //> none: "" (length 0, sharers 0)
     const LightweightString<char> name("clip");
@@ -61,7 +68,12 @@ int main()
     LightweightString<char> cut("cut");
     cut.mutableChars()[3] = '!';
     //> cut: <damaged: no terminator>
+    lookHere();
+    cut.mutableChars()[3] = 0;
+}
 
+void pointers()
+{
     const Vx::Ptr<Clip> noClip;
     //> noClip: Vx::Ptr<(anonymous namespace)::Clip> (empty)
     const Vx::Ptr<Clip> clip(new Clip);
@@ -73,11 +85,11 @@ int main()
     //> counter: Vx::Ptr<…Counter> (count 1, a counter of its own) = …
     const Raw<Vx::Ptr<Clip>> rawPtr(0xA5);
     //> rawPtr.object: <unreadable: …> = …
+    lookHere();
+}
 
-    const Vx::AttribValuePair pair("rate=25", '=');
-    //> pair: "rate" = "25" (form 0)
-    const Vx::AttribValuePair comment("; note", '=');
-    //> comment: "; note" (form 0, no pair)
+void pairs()
+{
     Vx::AttribValuePair unsplit("a=b", '='), changed("a=b", '='), odd("a=b", '=');
     unsplit.form = 1;
     changed.form = 2;
@@ -86,7 +98,11 @@ int main()
     //> unsplit: "a=b" (form 1, not split)
     //> changed: "a" = "c" (form 2, text is stale)
     //> odd: <damaged: form 9>
+    lookHere();
+}
 
+void documents()
+{
     const VxIniFile nothing(true);
     //> nothing: VxIniFile without a path (0 sections, case-sensitive)
     VxIniFile ini(L"editor.ini", false, false);
@@ -109,7 +125,11 @@ int main()
     const VxIniFile::SectionIterator nowhere;
     //> end: at the end
     //> nowhere: at the end
+    lookHere();
+}
 
+void lists()
+{
     LightweightVector<Vx::AttribValuePair> list;
     list.push_back(pair);
     list.push_back(comment);
@@ -122,7 +142,11 @@ int main()
     //> many: LightweightVector (250 items, sharers 1) = {0, 1, 2, …, 199...}
     const Raw<LightweightVector<Vx::AttribValuePair>> rawList(0xA5);
     //> rawList.object: <unreadable: …>
+    lookHere();
+}
 
+void formats()
+{
     const Vx::UUID id("{0123ABCD-4567-89EF-0123-456789ABCDEF}");
     //> id: {0123abcd-4567-89ef-0123-456789abcdef}
     [[maybe_unused]] const Vx::UUID noId;
@@ -132,7 +156,11 @@ int main()
     //> noFormat: "0" (no format)
     //> standard: "25" (standard)
     //> custom: "1080p5994" (custom)
+    lookHere();
+}
 
+void locks()
+{
     CriticalSection free, named("cache"), held("index");
     held.enter();
     held.enter();
@@ -141,7 +169,13 @@ int main()
     //> held: CriticalSection "index" (owner thread 1 (LWP …), depth 2)
     const Raw<CriticalSection> rawLock(0xA5);
     //> rawLock.object: <unreadable: …>
+    lookHere();
+    held.leave();
+    held.leave();
+}
 
+void exceptions()
+{
     const Vx::Exception::LogicError logic("Not \"yet\"!", "ole/Vx/VxIniFile", 305);
     //> logic: Vx::Exception::LogicError "Not \"yet\"!" at ole/Vx/VxIniFile(305), no stack
     Vx::Exception::RuntimeError runtime("out of frames", "ole/Vx/Example", 7);
@@ -151,10 +185,15 @@ int main()
     //> runtime: Vx::Exception::RuntimeError "out of frames" at ole/Vx/Example(7), 2 frames = {[0] = "inner+0x10", [1] = "outer+0x20"}
     const Raw<Vx::Exception::RuntimeError> rawError(0xA5);
     //> rawError.object: <unreadable: …>
-    // clang-format on
-
     lookHere();
-    cut.mutableChars()[3] = 0;
-    held.leave();
-    held.leave();
+}
+// clang-format on
+
+} // namespace
+
+int main()
+{
+    for (const auto group :
+         {strings, pointers, pairs, documents, lists, formats, locks, exceptions})
+        group();
 }

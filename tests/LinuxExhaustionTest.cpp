@@ -43,88 +43,112 @@ bool lockIsFree(const std::string& path)
     return free;
 }
 
-/// Runs every row of the table; with \p failing, once for each of its allocations. Stores in \p kept
-/// how many blocks each leaves allocated. \returns false if an expectation failed
-bool runAll(bool failing, long* kept)
-{
-    Memory memory;
-    const ScratchFolder folder{ScratchFolder::inMemory()};
-    const ScopedEnvironment home("HOME", folder.path("a home that takes a block").c_str());
-    const ScopedEnvironment config("XDG_CONFIG_HOME", folder.path("configuration").c_str());
-    const ScopedEnvironment machine("XDG_CONFIG_DIRS", folder.path("for all users").c_str());
-    const std::string programs = "configuration/Vx/programs/",
-                      own = programs + program_invocation_short_name;
-    std::filesystem::create_directories(folder.path(programs));
-    folder.put(own + ".ini", "[S]\nkey=stored\n");
-    folder.put("configuration/Vx/machine.ini", kDamaged);
-    const LightweightString<wchar_t> stored = folder.wide(own + ".ini"),
-                                     written = folder.wide("new"),
-                                     diagnostics = folder.wide("diagnostics/deeper"),
-                                     wide = L"wide text with \x20AC and \xD800";
-    const std::string malformed = "long enough for vectors \xC3\xA4 \xFF \xE2\x82";
-    const Text section = "S", key = "key", other = "a key of more than a few letters",
-               value = "a value of more than a few letters";
-    iFileSystem& files = *OS()->fileSystem();
-    iShell& shell = *OS()->shell();
-    iSystemUtils& utils = *OS()->systemUtils();
-    Vx::Ptr<iSettings> settings[2];
+/// Work that makes at least so many allocations.
+struct Row {
+    const char* name;
+    unsigned int least;
+    std::function<void()> work;
+};
 
-    const struct {
-        const char* name;
-        unsigned int least; // allocations
-        std::function<void()> work;
-    } rows[] = {
-        {"read a file", 2,
-         [&] {
-             char first = 'x';
-             const Vx::Ptr<iFile> file = files.openFile(stored, 1, 0, 1, 0);
-             EXPECT_TRUE(file && file->read(&first, 1) && first == '[');
-         }},
-        {"replace a file", 4,
-         [&] {
-             const Vx::Ptr<iFile> file = files.openFile(written, 2, 3, 0, 0);
-             EXPECT_TRUE(file && file->write("new", 3));
-         }},
-        {"write to a device", 2,
-         [&] {
-             const Vx::Ptr<iFile> file = files.openFile(L"/dev/null", 2, 3, 0, 0);
-             EXPECT_TRUE(file && file->write("x", 1));
-         }},
-        {"make a lock", 1, [&] { EXPECT_TRUE(OS()->threading()->createLock(0)->tryLock()); }},
-        {"to UTF-8", 1, [&] { EXPECT_EQ(utils.toUTF8(wide).length(), 26u); }},
-        {"from malformed UTF-8", 1,
-         [&] { EXPECT_NE(utils.fromUTF8(malformed.data(), unsigned(malformed.size())), L""); }},
-        {"from UTF-8", 1, [&] { EXPECT_EQ(utils.fromUTF8("text", 4), L"text"); }},
-        {"from ASCII", 1, [&] { EXPECT_EQ(utils.wideFromAscii("text"), L"text"); }},
-        {"folder", 2, [&] { EXPECT_NE(shell.getFolder(4711), L""); }},
-        {"home folder", 2, [&] { EXPECT_NE(shell.getFolder(1), L""); }},
-        {"diagnostics folder", 2, [&] { shell.setOutputDiagnosticsFolder(diagnostics); }},
-        {"get settings", 1, [&] { settings[0] = shell.getSettings(0); }},
-        {"get the machine's", 1, [&] { settings[1] = shell.getSettings(1); }},
-        {"load", 10, [&] { EXPECT_EQ(settings[0]->getValue(key, value, section), "stored"); }},
-        {"load damaged", 10, [&] { EXPECT_EQ(settings[1]->getValue(key, value, section), value); }},
-        {"get none", 1, [&] { EXPECT_EQ(settings[0]->getValue(other, value, section), value); }},
-        {"set", 4, [&] { settings[0]->setValue(other, value, section); }},
-        {"set in a new section", 4, [&] { settings[0]->setValue(key, value, value); }},
-        {"set another value", 2, [&] { settings[0]->setValue(key, other, section); }},
-        {"get", 1, [&] { EXPECT_EQ(settings[0]->getValue(key, value, section), other); }},
-        {"save", 20, [&] { settings[0]->save(); }},
-        {"capture a call stack", 2,
-         [&] {
-             Frames frames;
-             utils.captureCallStack(frames);
-         }},
-    };
-    testing::internal::CaptureStderr();
-    for (const auto& row : rows) {
+/// The services, with all their files in a folder of their own.
+class Services {
+public:
+    Services()
+    {
+        std::filesystem::create_directories(folder.path(programs));
+        folder.put(own + ".ini", "[S]\nkey=stored\n");
+        folder.put("configuration/Vx/machine.ini", kDamaged);
+    }
+
+    /// Runs every row; if \p failing, once for each of its allocations. Stores in \p kept how many
+    /// blocks each leaves allocated. \returns false if an expectation failed
+    bool runAll(bool failing, long* kept)
+    {
+        testing::internal::CaptureStderr();
+        for (const auto& rows : {generalRows(), settingsRows()})
+            for (const Row& row : rows) {
+                const long blocks = memory.blocks;
+                run(row, failing);
+                *kept++ = memory.blocks - blocks;
+            }
+        testing::internal::GetCapturedStderr();
+        EXPECT_EQ(folder.get("new"), "new");
+        EXPECT_EQ(folder.get(own + ".ini"),
+                  "[S]\nkey=another value of many letters\na key of many letters=a value of many "
+                  "letters\n\n[a value of many letters]\nkey=a value of many letters\n");
+        EXPECT_EQ(folder.get("configuration/Vx/machine.ini"), kDamaged);
+        const std::string name = program_invocation_short_name;
+        EXPECT_EQ(folder.names(programs), name + ".ini " + name + ".journal " + name + ".lock ");
+        return !testing::Test::HasFailure();
+    }
+
+private:
+    std::vector<Row> generalRows()
+    {
+        const auto saves = [this](const LightweightString<wchar_t>& path) {
+            const Vx::Ptr<iFile> file = files.openFile(path, 2, 3, 0, 0);
+            EXPECT_TRUE(file && file->write("new", 3));
+        };
+        static const std::string malformed = "long enough for vectors \xC3\xA4 \xFF \xE2\x82";
+        static const LightweightString<wchar_t> wide = L"wide text with \x20AC and \xD800",
+                                                stored = folder.wide(own + ".ini"),
+                                                written = folder.wide("new"), device = L"/dev/null",
+                                                deeper = folder.wide("diagnostics/deeper");
+        return {
+            {"read a file", 2,
+             [&] {
+                 char first = 'x';
+                 const Vx::Ptr<iFile> file = files.openFile(stored, 1, 0, 1, 0);
+                 EXPECT_TRUE(file && file->read(&first, 1) && first == '[');
+             }},
+            {"replace a file", 4, [saves] { saves(written); }},
+            {"write to a device", 2, [saves] { saves(device); }},
+            {"make a lock", 1, [] { EXPECT_TRUE(OS()->threading()->createLock(0)->tryLock()); }},
+            {"to UTF-8", 1, [&] { EXPECT_EQ(utils.toUTF8(wide).length(), 26u); }},
+            {"from malformed UTF-8", 1,
+             [&] { EXPECT_NE(utils.fromUTF8(malformed.data(), unsigned(malformed.size())), L""); }},
+            {"from UTF-8", 1, [&] { EXPECT_EQ(utils.fromUTF8("text", 4), L"text"); }},
+            {"from ASCII", 1, [&] { EXPECT_EQ(utils.wideFromAscii("text"), L"text"); }},
+            {"folder", 2, [&] { EXPECT_NE(shell.getFolder(4711), L""); }},
+            {"home folder", 2, [&] { EXPECT_NE(shell.getFolder(1), L""); }},
+            {"diagnostics folder", 2, [&] { shell.setOutputDiagnosticsFolder(deeper); }},
+            {kCapture, 2,
+             [&] {
+                 Frames frames;
+                 utils.captureCallStack(frames);
+             }},
+        };
+    }
+
+    std::vector<Row> settingsRows()
+    {
+        static const Text section = "S", key = "key", stored = "stored",
+                          added = "a key of many letters", value = "a value of many letters",
+                          another = "another value of many letters";
+        const auto expectValue = [this](int scope, const Text& name, const Text& expected) {
+            EXPECT_EQ(settings[scope]->getValue(name, value, section), expected);
+        };
+        return {
+            {"get settings", 1, [&] { settings[0] = shell.getSettings(0); }},
+            {"get the machine's", 1, [&] { settings[1] = shell.getSettings(1); }},
+            {"load", 10, [=] { expectValue(0, key, stored); }},
+            {"load damaged", 10, [=] { expectValue(1, key, value); }},
+            {"get none", 1, [=] { expectValue(0, added, value); }},
+            {"set", 4, [&] { settings[0]->setValue(added, value, section); }},
+            {"set in a new section", 4, [&] { settings[0]->setValue(key, value, value); }},
+            {"set another value", 2, [&] { settings[0]->setValue(key, another, section); }},
+            {"get", 1, [=] { expectValue(0, key, another); }},
+            {"save", 20, [&] { settings[0]->save(); }},
+        };
+    }
+
+    void run(const Row& row, bool failing)
+    {
         SCOPED_TRACE(row.name);
-        const bool goesOn = row.name == std::string("capture a call stack");
         const int descriptors = openDescriptors();
-        const long blocks = memory.blocks;
         unsigned int n = 0;
         do {
             SCOPED_TRACE("failure " + std::to_string(n));
-            EXPECT_LT(n, 500u) << "never completes";
             memory.fired = false;
             memory.left = failing ? ++n : 0;
             bool thrown = false;
@@ -134,24 +158,28 @@ bool runAll(bool failing, long* kept)
                 thrown = true;
             }
             memory.left = 0;
-            EXPECT_EQ(thrown, memory.fired && !goesOn);
+            EXPECT_EQ(thrown, memory.fired && row.name != kCapture);
             EXPECT_EQ(openDescriptors(), descriptors);
-            for (const std::string& file : {own + ".lock", own + ".journal"})
-                EXPECT_TRUE(lockIsFree(folder.path(file)));
+            for (const char* suffix : {".lock", ".journal"})
+                EXPECT_TRUE(lockIsFree(folder.path(own + suffix)));
         } while (memory.fired && n < 500);
+        EXPECT_FALSE(memory.fired) << "never completes";
         EXPECT_GE(n, failing ? row.least + 1 : 0) << "too few allocations";
-        *kept++ = memory.blocks - blocks;
     }
-    testing::internal::GetCapturedStderr();
-    EXPECT_EQ(folder.get("new"), "new");
-    EXPECT_EQ(folder.get(own + ".ini"), "[S]\nkey=" + std::string(other.c_str()) + "\n" +
-                                            other.c_str() + "=" + value.c_str() + "\n\n[" +
-                                            value.c_str() + "]\nkey=" + value.c_str() + "\n");
-    EXPECT_EQ(folder.get("configuration/Vx/machine.ini"), kDamaged);
-    const std::string name = program_invocation_short_name;
-    EXPECT_EQ(folder.names(programs), name + ".ini " + name + ".journal " + name + ".lock ");
-    return !testing::Test::HasFailure();
-}
+
+    static constexpr const char* kCapture = "capture a call stack"; // does without what it lacks
+    Memory memory;
+    const ScratchFolder folder{ScratchFolder::inMemory()};
+    const ScopedEnvironment home{"HOME", folder.path("a home that takes a block").c_str()};
+    const ScopedEnvironment config{"XDG_CONFIG_HOME", folder.path("configuration").c_str()};
+    const ScopedEnvironment machine{"XDG_CONFIG_DIRS", folder.path("for all users").c_str()};
+    const std::string programs = "configuration/Vx/programs/",
+                      own = programs + program_invocation_short_name;
+    iFileSystem& files = *OS()->fileSystem();
+    iShell& shell = *OS()->shell();
+    iSystemUtils& utils = *OS()->systemUtils();
+    Vx::Ptr<iSettings> settings[2];
+};
 
 } // namespace
 
@@ -165,7 +193,7 @@ TEST(LinuxExhaustion, AFailedAllocationAnywhereCostsNothing)
     // In separate processes, because settings are loaded once per process.
     for (const bool failing : {false, true})
         EXPECT_TRUE(holdsInChild([&] {
-            const bool held = runAll(failing, kept + failing * kRows);
+            const bool held = Services().runAll(failing, kept + failing * kRows);
             return std::fflush(stdout) == 0 && held;
         }));
     EXPECT_TRUE(std::equal(kept, kept + kRows, kept + kRows)) << "blocks leak";
