@@ -102,9 +102,9 @@ SettingsJournal::Content SettingsJournal::read(SettingsText& text)
         const std::size_t end = std::min(rest.find('\n'), rest.size());
         if (parseRecord(rest.substr(0, end), key, value)) {
             text.set(key, value);
-            ++content.changes;
+            content.hasChanges = true;
         } else if (end != 0) {
-            ++content.damaged;
+            content.isDamaged = true;
         }
         rest.remove_prefix(std::min(end + 1, rest.size()));
     }
@@ -135,7 +135,7 @@ int SettingsJournal::clear()
     if (!file_.isLocked())
         if (const int error = file_.lockAgain())
             return error;
-    if (size() != folded || folded == 0)
+    if (size() != folded)
         return 0;
     return retried(systemCalls.ftruncate, file_.descriptor(), off_t(0)) == 0 ? 0 : errno;
 }

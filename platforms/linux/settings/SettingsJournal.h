@@ -43,8 +43,8 @@ public:
 
     struct Content {
         int error = 0;
-        unsigned int changes = 0;
-        unsigned int damaged = 0; ///< lines that were skipped
+        bool hasChanges = false;
+        bool isDamaged = false; ///< some lines were skipped
     };
 
     /// Applies the changes to \p text. \throws std::bad_alloc

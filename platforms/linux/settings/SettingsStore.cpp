@@ -97,8 +97,8 @@ void SettingsStore::load(State& state)
     if (error == 0 || error == EWOULDBLOCK) {
         const SettingsJournal::Content content = journal.read(state.text);
         error = content.error;
-        state.hasLeftovers = content.changes + content.damaged != 0;
-        if (content.damaged != 0)
+        state.hasLeftovers = content.hasChanges || content.isDamaged;
+        if (content.isDamaged)
             report("ignored an incomplete change in", place.journal.c_str(), 0,
                    "a process died while it wrote it");
     }
