@@ -4,7 +4,7 @@
 #include "Testing.h"
 #include <Vx/VxException.h>
 
-/// "RuntimeError: ole/Vx/File(12) Message", or "nothing thrown".
+/// Returns "RuntimeError: ole/Vx/File(12) Message", or "nothing thrown".
 template <class Operation> std::string failureOf(Operation&& operation)
 {
     try {
