@@ -3,8 +3,8 @@
 
 #include <langinfo.h>
 #ifdef __x86_64__
-#include <fpu_control.h>
 #include <emmintrin.h>
+#include <fpu_control.h>
 #else
 #include <cfenv>
 #endif
