@@ -289,6 +289,7 @@ TEST_F(Settings, FilesThatDisappearWhileRunningAreMadeAgain)
     store.set(kOther, "new");
     std::filesystem::remove_all(scratch.path("Vx"));
     store.save();
+    EXPECT_EQ(scratch.names("Vx/programs"), "Test.ini Test.lock ");
     EXPECT_EQ(get(".ini"), "[Section]\nKey=kept\nOther=new\n");
 
     for (const bool another : {false, true}) {
