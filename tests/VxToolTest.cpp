@@ -203,7 +203,14 @@ TEST_F(VxTool, WritesOnlyWhatWasAskedFor)
     expect({"ini", "unset", file, "A", "x"}, 1, "", "vx: no key 'x' in [A]\n");
 }
 
-TEST_F(VxTool, AnswersOneQuestionPerCommand)
+struct Answer {
+    Words words;
+    int status;
+    std::string out;
+    std::string complaint = "";
+};
+
+TEST_F(VxTool, AnswersAboutIniFiles)
 {
     const std::string file =
         write("a.ini", "v=1\n[A]\nx=1\nlonger=\x1b[31m\nx=2\nk = v\n[b]\n; note\n");
@@ -211,69 +218,71 @@ TEST_F(VxTool, AnswersOneQuestionPerCommand)
     const std::string one = write("1.ini", "; one\r\n[A]\r\nx=1\r\ny=2\r\n[B]\r\nz=1\r\n");
     const std::string same = write("2.ini", "[b]\nz=1\n\n[A]\ny=2\nx=1\n# two\n");
     const std::string other = write("3.ini", "[A]\nx=1\nx=5\n[C]\nn=1\n");
-    const struct {
-        Words words;
-        int status;
-        const char* out;
-        const char* complaint = "";
-    } rows[] = {
-        {{"ini", "show", file},
-         0,
-         "(before the first section)\n  v = 1\n\n[A]\n  x      = 1\n  longer = \\x1b[31m\n"
-         "  x      = 2   (duplicate: the first one wins)\n  k      =  v\n\n[b]\n  ; note\n"},
-        {{"ini", "show", file, "Nothing"}, 1, "", "has no section [Nothing]"},
-        {{"ini", "show", "-c", file, "B"}, 1, "", "has no section [B]"},
-        {{"ini", "show", reserved}, 0, "(before the first section)\n  x = 1\n"},
-        {{"ini", "get", file, "A", "x"}, 0, "1\n"},
-        {{"ini", "get", file, "a", "x", "--all"}, 0, "1\n2\n"},
-        {{"ini", "get", file, "A", "x", "--all", "--json"}, 0, "[\n  \"1\",\n  \"2\"\n]\n"},
-        {{"ini", "get", file, "-", "v"}, 0, "1\n"},
-        {{"ini", "get", file, "A", "k "}, 0, " v\n"},
-        {{"ini", "get", file, "A", "k"}, 1, "", "no key 'k' in [A]; did you mean 'k '?\n"},
-        {{"ini", "get", file, "-", "X"}, 1, "", "no key 'X' before the first section\n"},
-        {{"ini", "get", file, "-c", "a", "x"}, 1, "", "no section [a]; did you mean [A]?\n"},
-        {{"ini", "diff", one, same}, 0, ""},
-        {{"ini", "diff", one, other},
-         1,
-         "[A]\n- x=1\n+ x=1\n+ x=5\n- y=2\n[B]\n- z=1\n[C]\n+ n=1\n"},
-        {{"ini", "diff", "-c", one, same}, 1, "[B]\n- z=1\n[b]\n+ z=1\n"},
-        {{"uuid", "show", "{0123ABCD-4567-49EF-8123-456789ABCDEF}"},
-         0,
-         "0123abcd-4567-49ef-8123-456789abcdef\n"
-         "  stored bytes  cd ab 23 01 67 45 ef 49 81 23 45 67 89 ab cd ef\n"
-         "  version       4 (RFC 4122)\n"},
-        {{"uuid", "show", "0123abcd-4567-89ef-0123-456789abcde"}, 1, "", "35 bytes"},
-        {{"uuid", "show", "{0123abcd-4567-89ef-0123-456789abcdef)"}, 1, "", "braces"},
-        {{"uuid", "show", "0123abcd-4567-89ef-0123-456789abcdxy"}, 1, "", "hexadecimal"},
-        {{"uuid", "show", "00000000-0000-0000-0000-000000000000"}, 1, "", "all zeros"},
-        {{"uuid", "show", std::string(36, '0')}, 1, "", "hexadecimal"},
-        {{"fcc", "mjpa"}, 0, "mjpa (0x61706a6d) plays out as MJPG (0x47504a4d)\n"},
-        {{"fcc", "dvc"}, 0, "'dvc ' (0x20637664) plays out as dvsd (0x64737664)\n"},
-        {{"fcc", "1235"}, 0, "1235 (0x000004d3) plays out as AVdx (0x78645641)\n"},
-        {{"fcc", "--code", "1235"}, 0, "1235 (0x35333231) is not translated\n"},
-        {{"fcc", "AVdr"},
-         0,
-         "AVdr (0x72645641) is not translated\ncodes that play out as AVdr: 1256 1270 1271 1272"
-         " 1273 1274 AVdh\n"},
-        {{"fcc", "abcde"}, 2, "", "abcde"},
-        {{"fcc", "4294967296"}, 2, "", "4294967296"},
-    };
-    for (const auto& row : rows)
-        expect(row.words, row.status, row.out, row.complaint);
+    for (const auto& [words, status, out, complaint] : std::vector<Answer>{
+             {{"ini", "show", file},
+              0,
+              "(before the first section)\n  v = 1\n\n[A]\n  x      = 1\n  longer = \\x1b[31m\n"
+              "  x      = 2   (duplicate: the first one wins)\n  k      =  v\n\n[b]\n  ; note\n"},
+             {{"ini", "show", file, "Nothing"}, 1, "", "has no section [Nothing]"},
+             {{"ini", "show", "-c", file, "B"}, 1, "", "has no section [B]"},
+             {{"ini", "show", reserved}, 0, "(before the first section)\n  x = 1\n"},
+             {{"ini", "get", file, "A", "x"}, 0, "1\n"},
+             {{"ini", "get", file, "a", "x", "--all"}, 0, "1\n2\n"},
+             {{"ini", "get", file, "A", "x", "--all", "--json"}, 0, "[\n  \"1\",\n  \"2\"\n]\n"},
+             {{"ini", "get", file, "-", "v"}, 0, "1\n"},
+             {{"ini", "get", file, "A", "k "}, 0, " v\n"},
+             {{"ini", "get", file, "A", "k"}, 1, "", "no key 'k' in [A]; did you mean 'k '?\n"},
+             {{"ini", "get", file, "-", "X"}, 1, "", "no key 'X' before the first section\n"},
+             {{"ini", "get", file, "-c", "a", "x"}, 1, "", "no section [a]; did you mean [A]?\n"},
+             {{"ini", "diff", one, same}, 0, ""},
+             {{"ini", "diff", one, other},
+              1,
+              "[A]\n- x=1\n+ x=1\n+ x=5\n- y=2\n[B]\n- z=1\n[C]\n+ n=1\n"},
+             {{"ini", "diff", "-c", one, same}, 1, "[B]\n- z=1\n[b]\n+ z=1\n"},
+         })
+        expect(words, status, out, complaint);
     const std::string faulty = write("4.ini", "[A]\nname=Ren\xC3\xA9\nk=1\nk=2\x1b\n");
     expect({"ini", "check", faulty}, 1,
            faulty +
                ":2:9: warning: '\xC3\xA9' at the end of the line is lost: the line loads as"
                " 'name=Ren' [lost-end]\n" +
                faulty + ":4:1: warning: duplicate key 'k' (line 3 wins) [duplicate-key]\n");
-    const std::string ids = vx({"uuid", "new", "-n", "2"}).out + vx({"uuid"}).out;
-    EXPECT_EQ(ids.size(), 3 * 37u);
-    EXPECT_NE(ids.substr(0, 37), ids.substr(37, 37));
-    EXPECT_EQ(json({"fcc"}).size(), 16u);
     EXPECT_EQ(json({"ini", "diff", same, other})["differences"].size(), 4u);
     EXPECT_EQ(json({"ini", "show", file, "A"})["sections"].dump(),
               R"([{"items":[{"name":"x","value":"1"},{"name":"longer","value":"\u001b[31m"},)"
               R"({"name":"x","value":"2"},{"name":"k ","value":" v"}],"section":"A"}])");
+}
+
+TEST_F(VxTool, AnswersAboutIdentifiers)
+{
+    for (const auto& [words, status, out, complaint] : std::vector<Answer>{
+             {{"uuid", "show", "{0123ABCD-4567-49EF-8123-456789ABCDEF}"},
+              0,
+              "0123abcd-4567-49ef-8123-456789abcdef\n"
+              "  stored bytes  cd ab 23 01 67 45 ef 49 81 23 45 67 89 ab cd ef\n"
+              "  version       4 (RFC 4122)\n"},
+             {{"uuid", "show", "0123abcd-4567-89ef-0123-456789abcde"}, 1, "", "35 bytes"},
+             {{"uuid", "show", "{0123abcd-4567-89ef-0123-456789abcdef)"}, 1, "", "braces"},
+             {{"uuid", "show", "0123abcd-4567-89ef-0123-456789abcdxy"}, 1, "", "hexadecimal"},
+             {{"uuid", "show", "00000000-0000-0000-0000-000000000000"}, 1, "", "all zeros"},
+             {{"uuid", "show", std::string(36, '0')}, 1, "", "hexadecimal"},
+             {{"fcc", "mjpa"}, 0, "mjpa (0x61706a6d) plays out as MJPG (0x47504a4d)\n"},
+             {{"fcc", "dvc"}, 0, "'dvc ' (0x20637664) plays out as dvsd (0x64737664)\n"},
+             {{"fcc", "1235"}, 0, "1235 (0x000004d3) plays out as AVdx (0x78645641)\n"},
+             {{"fcc", "--code", "1235"}, 0, "1235 (0x35333231) is not translated\n"},
+             {{"fcc", "AVdr"},
+              0,
+              "AVdr (0x72645641) is not translated\ncodes that play out as AVdr: 1256 1270 1271 "
+              "1272"
+              " 1273 1274 AVdh\n"},
+             {{"fcc", "abcde"}, 2, "", "abcde"},
+             {{"fcc", "4294967296"}, 2, "", "4294967296"},
+         })
+        expect(words, status, out, complaint);
+    const std::string ids = vx({"uuid", "new", "-n", "2"}).out + vx({"uuid"}).out;
+    EXPECT_EQ(ids.size(), 3 * 37u);
+    EXPECT_NE(ids.substr(0, 37), ids.substr(37, 37));
+    EXPECT_EQ(json({"fcc"}).size(), 16u);
 }
 
 TEST_F(VxTool, ExplainsMetadataTexts)
@@ -384,29 +393,25 @@ TEST_F(VxTool, ReportsFailuresByItsExitStatus)
 {
     write("a.ini", "[A]\nx=1\n");
     fs::create_directory(path("folder"));
-    const struct {
-        Words words;
-        int status;
-    } rows[] = {
-        {{}, 2},
-        {{"ini"}, 2},
-        {{"ini", "get", path("a.ini"), "A"}, 2},
-        {{"ini", "show", path("a.ini"), "--nothing"}, 2},
-        {{"--color", "pink", "version"}, 2},
-        {{"pools", "-o", path("x.svg"), path("a.ini")}, 2},
-        {{"--help"}, 0},
-        {{"version"}, 0},
-        {{"ini", "show", path("missing.ini")}, 3},
-        {{"ini", "show", path("folder")}, 3},
-        {{"ini", "set", path("folder"), "A", "x", "1", "--create"}, 3},
-        {{"ini", "set", path("none/a.ini"), "A", "x", "1", "--create"}, 3},
-        {{"pools", path("missing.log")}, 3},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(testing::PrintToString(row.words));
-        const Outcome done = vx(row.words);
-        EXPECT_EQ(done.status, row.status);
-        EXPECT_EQ(done.err.empty(), row.status == 0) << done.err;
+    for (const auto& [words, status] : std::vector<std::pair<Words, int>>{
+             {{}, 2},
+             {{"ini"}, 2},
+             {{"ini", "get", path("a.ini"), "A"}, 2},
+             {{"ini", "show", path("a.ini"), "--nothing"}, 2},
+             {{"--color", "pink", "version"}, 2},
+             {{"pools", "-o", path("x.svg"), path("a.ini")}, 2},
+             {{"--help"}, 0},
+             {{"version"}, 0},
+             {{"ini", "show", path("missing.ini")}, 3},
+             {{"ini", "show", path("folder")}, 3},
+             {{"ini", "set", path("folder"), "A", "x", "1", "--create"}, 3},
+             {{"ini", "set", path("none/a.ini"), "A", "x", "1", "--create"}, 3},
+             {{"pools", path("missing.log")}, 3},
+         }) {
+        SCOPED_TRACE(testing::PrintToString(words));
+        const Outcome done = vx(words);
+        EXPECT_EQ(done.status, status);
+        EXPECT_EQ(done.err.empty(), status == 0) << done.err;
     }
     EXPECT_EQ(std::string(json({"version"})["library"]) + "\n", vx({"--version"}).out);
     const Outcome full = run(VX_TOOL, {"ini", "show", path("a.ini")}, "/dev/full");
