@@ -385,9 +385,8 @@ static_assert(sizeof(LightweightString<char>::Impl) == 24 &&
 
 template <class Ch> void LightweightString<Ch>::createImpl(unsigned int length, bool powerOfTwo)
 {
-    new (&impl_) Handle();
-    if (length != 0)
-        impl_ = newBlock(length, powerOfTwo);
+    // Built in place: a string under construction has no handle to release.
+    new (&impl_) Handle(length != 0 ? newBlock(length, powerOfTwo) : Handle());
 }
 
 template <class Ch> LightweightString<Ch>& LightweightString<Ch>::resizeFor(unsigned int length)
