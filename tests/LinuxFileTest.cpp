@@ -102,7 +102,11 @@ TEST(FileSystem, OpensRegularFilesAndCharacterDevices)
     EXPECT_EQ(openDescriptors(), descriptors);
     EXPECT_EQ(modeOf("/dev/null") & 0222, 0222u);
     close(input);
+}
 
+TEST(FileSystem, RefusesOtherArguments)
+{
+    const ScratchFolder folder;
     folder.put("file", kOld);
     for (const auto& [access, disposition, flags, reserved] : {std::tuple(0, 0, 1, 0),
                                                                {1, 1, 1, 0},
