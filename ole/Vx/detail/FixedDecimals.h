@@ -3,9 +3,9 @@
 // For magnitudes below 2^64, up to nine decimals, a '.' as decimal point and rounding to nearest.
 #pragma once
 
-#include <bit>
 #include <charconv>
 #include <cstdint>
+#include <cstring>
 
 namespace Vx::detail {
 
@@ -51,7 +51,8 @@ inline unsigned int writeFixed(char* buffer, double value, int decimals)
                                         100'000, 1'000'000, 10'000'000, 100'000'000, 1'000'000'000};
     const std::uint64_t scale = kTenTo[decimals];
     // value = mantissa / 2^shift
-    const std::uint64_t bits = std::bit_cast<std::uint64_t>(value);
+    std::uint64_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
     const int biased = static_cast<int>(bits >> 52 & 0x7FF);
     const std::uint64_t stored = bits & ((std::uint64_t(1) << 52) - 1);
     const std::uint64_t mantissa = biased != 0 ? stored | std::uint64_t(1) << 52 : stored;

@@ -55,9 +55,10 @@ inline std::optional<double> readDouble([[maybe_unused]] std::string_view text)
     if (!(isDigit(*first) || *first == '.') || !decimalPointIsDot() || !roundsToNearest())
         return {};
     double value = 0.0;
-    const auto [end, error] = std::from_chars(first, last, value);
+    const std::from_chars_result read = std::from_chars(first, last, value);
+    const char* const end = read.ptr;
     // "0x10" and "1e+" are longer for libc, or not numbers at all.
-    if (error != std::errc() || *end == 'x' || *end == 'X' || *end == 'e' || *end == 'E')
+    if (read.ec != std::errc() || *end == 'x' || *end == 'X' || *end == 'e' || *end == 'E')
         return {};
     // Near the ends of the range libc also sets errno.
     const auto isZero = [&] {
