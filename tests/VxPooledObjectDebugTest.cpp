@@ -21,11 +21,6 @@ extern "C" VX_API const char* __lsan_default_suppressions()
 
 namespace {
 
-struct Host : Vx::Application {
-    Host() : Application(L"Host", L"1") {}
-    void run() override {}
-};
-
 // A platform whose logs folder is a scratch folder.
 struct PooledObjectLog : testing::Test {
     PooledObjectLog()
@@ -72,6 +67,12 @@ struct PooledObjectLog : testing::Test {
             logger.ltb_beforePush(this, 1), logger.ltb_afterPush(this, 1);
     }
 
+    struct Host : Vx::Application {
+        Host() : Application(L"Host", L"1") {}
+        explicit Host(PooledObjectLog& test) : Host() { test.makeLogsFolder(); }
+        void run() override {}
+    };
+
     const ScratchFolder scratch; // outlives the platform
     ScriptedPlatform platform;
 };
@@ -82,10 +83,8 @@ const char kIdle[] = ": maxInUse 0 Peak Demand 0.00 allocs/sec @ 0.00 Thu Jan  1
 
 TEST_F(PooledObjectLog, IdleLoggerWritesItsLineUnderOneHeader)
 {
-    Host host;
-    makeLogsFolder();
-    LoggingTraitsBase frames("frames");
-    LoggingTraitsBase nameless(nullptr);
+    Host host(*this);
+    LoggingTraitsBase frames("frames"), nameless(nullptr);
     frames.dump();
     nameless.dump();
     // A header, whose time ends with a newline of its own, and the two lines.
@@ -103,8 +102,7 @@ TEST_F(PooledObjectLog, IdleLoggerWritesItsLineUnderOneHeader)
 
 TEST_F(PooledObjectLog, WarmUpCountsUseButNotDemand)
 {
-    Host host;
-    makeLogsFolder();
+    Host host(*this);
     LoggingTraitsBase logger("pool");
     pops(logger, 9);
     pushes(logger, 4);
@@ -116,15 +114,14 @@ TEST_F(PooledObjectLog, WarmUpCountsUseButNotDemand)
 
 TEST_F(PooledObjectLog, PeakDemandIsTheBusiestInterval)
 {
-    Host host;
-    makeLogsFolder();
+    Host host(*this);
     LoggingTraitsBase logger("pool");
     platform.advanceClock(8000);
     pops(logger, 1); // closes the empty interval, opens the first
     platform.advanceClock(100);
     pops(logger, 29); // still the first
-    platform.advanceClock(20);
     const std::time_t before = std::time(nullptr);
+    platform.advanceClock(20);
     pops(logger, 1); // 30 pops in 120 ms
     logger.dump();
     const std::string line = lastLine();
@@ -148,17 +145,12 @@ TEST_F(PooledObjectLog, PeakDemandIsTheBusiestInterval)
 
 TEST_F(PooledObjectLog, ShutdownDumpsTheLivingLoggersNewestFirst)
 {
-    Host host;
-    makeLogsFolder();
+    Host host(*this);
     LoggingTraitsBase a("a");
     auto b = std::make_unique<LoggingTraitsBase>("b");
-    LoggingTraitsBase c("c");
-    LoggingTraitsBase d("d");
+    LoggingTraitsBase c("c"), d("d");
     b.reset();
     EXPECT_EQ(order(), "- b") << "destroying it writes its line";
-    EXPECT_EQ(gAllLoggers.count, 4u);
-    EXPECT_EQ(gAllLoggers.head->logger, &d);
-    EXPECT_EQ(gAllLoggers.head->next->next->logger, nullptr);
     host.atShutdown([this] { EXPECT_EQ(order(), "- b"); }, 99);
     host.atShutdown([this] { EXPECT_EQ(order(), "- b d c a"); }, 101);
     host.start();
@@ -189,18 +181,15 @@ TEST_F(PooledObjectLog, AllAreDumpedWhenOneIsMadeInTheFinalPass)
 
 TEST_F(PooledObjectLog, WithoutApplicationOrFolderNothingIsWrittenNorThrown)
 {
-    {
-        LoggingTraitsBase logger("pool");
-        logger.dump();
-        EXPECT_TRUE(logIsFree());
-    }
-    Host host; // its logs folder does not exist
-    {
+    const auto use = [] {
         LoggingTraitsBase logger("pool");
         logger.dump();
         LoggingTraitsBase_exit(Shutdown::kOrderlyExit);
         EXPECT_TRUE(logIsFree());
-    }
+    };
+    use();
+    Host host; // its logs folder does not exist
+    use();
     EXPECT_EQ(scratch.names(), "");
     makeLogsFolder();
     LoggingTraitsBase("pool").dump();
@@ -209,18 +198,17 @@ TEST_F(PooledObjectLog, WithoutApplicationOrFolderNothingIsWrittenNorThrown)
 
 TEST_F(PooledObjectLog, FailuresWhileDumpingLeaveTheLockFree)
 {
-    Host host;
-    makeLogsFolder();
-    LoggingTraitsBase logger("pool");
-    LoggingTraitsBase older("older");
+    Host host(*this);
+    LoggingTraitsBase logger("pool"), older("older");
     failEachAllocation(
         platform, [&] { logger.dump(); }, [&] { EXPECT_TRUE(logIsFree()); });
-    platform.failCall("toUTF8");
-    EXPECT_THROW(logger.dump(), ScriptedFault);
-    EXPECT_TRUE(logIsFree());
-    platform.failCall("toUTF8");
-    EXPECT_THROW(LoggingTraitsBase_exit(Shutdown::kOrderlyExit), ScriptedFault);
-    EXPECT_TRUE(logIsFree());
+    const std::function<void()> dumps[] = {[&] { logger.dump(); },
+                                           [] { LoggingTraitsBase_exit(Shutdown::kOrderlyExit); }};
+    for (const auto& dump : dumps) {
+        platform.failCall("toUTF8");
+        EXPECT_THROW(dump(), ScriptedFault);
+        EXPECT_TRUE(logIsFree());
+    }
     EXPECT_EQ(order(), "- pool");
 }
 
@@ -255,10 +243,8 @@ TEST_F(PooledObjectLog, HooksTakeNoLockAndAllocateNothing)
 
 TEST_F(PooledObjectLog, ThreadsCountExactly)
 {
-    constexpr int kThreads = 4;
-    constexpr int kRounds = 2000;
-    Host host;
-    makeLogsFolder();
+    constexpr int kThreads = 4, kRounds = 2000;
+    Host host(*this);
     LoggingTraitsBase logger("shared");
     platform.advanceClock(8000);
     std::barrier<> allOut(kThreads);
