@@ -9,24 +9,22 @@ using Vx::Image::FormatUID;
 TEST(FormatUID, TellsStandardCustomAndNone)
 {
     const struct {
-        const char* name;
         FormatUID id;
         const char* text;
-        bool valid;
-        bool custom;
+        bool valid, custom;
     } rows[] = {
-        {"default", FormatUID(), "0", false, false},
-        {"number 0", FormatUID(0u), "0", false, false},
-        {"standard", FormatUID(7u), "7", true, false},
-        {"number of five digits", FormatUID(12345u), "12345", true, true},
-        {"two zeros are a format", FormatUID(Text("00")), "00", true, false},
-        {"four characters are not custom", FormatUID(Text("abcd")), "abcd", true, false},
-        {"custom", FormatUID(Text("abcde")), "abcde", true, true},
-        {"empty", FormatUID(Text()), "", false, false},
-        {"a NUL after the 0", FormatUID(Text("0\0", 2)), "0", true, false},
+        {FormatUID(), "0", false, false},
+        {FormatUID(0u), "0", false, false},
+        {FormatUID(7u), "7", true, false},
+        {FormatUID(12345u), "12345", true, true},
+        {FormatUID(Text("00")), "00", true, false},
+        {FormatUID(Text("abcd")), "abcd", true, false},
+        {FormatUID(Text("abcde")), "abcde", true, true},
+        {FormatUID(Text()), "", false, false},
+        {FormatUID(Text("0\0", 2)), "0", true, false},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+        SCOPED_TRACE(row.text);
         EXPECT_STREQ(row.id.text().c_str(), row.text);
         EXPECT_EQ(row.id.valid(), row.valid);
         EXPECT_EQ(row.id.isCustom(), row.custom);
@@ -82,8 +80,7 @@ TEST(FormatUID, DeliberatelyOrdersByText)
             for (const Text& left : rows[i])
                 for (const Text& right : rows[j]) {
                     SCOPED_TRACE(std::to_string(i) + " and " + std::to_string(j));
-                    const FormatUID a(left);
-                    const FormatUID b(right);
+                    const FormatUID a(left), b(right);
                     expectOrder(a, b, i, j);
                     EXPECT_EQ(a == right, i == j);
                     EXPECT_EQ(left == b, i == j);
@@ -96,13 +93,9 @@ TEST(FormatUID, SharesItsTextAndKeepsItWhenAssignedAnEqualOne)
     const Text text("abcde");
     FormatUID id(text);
     EXPECT_EQ(text.useCount(), 2u);
-    const FormatUID equal{Text("abcde")};
+    const FormatUID equal{Text("abcde")}, other{Text("abcdf")};
     id = equal;
     EXPECT_EQ(id.text().c_str(), text.c_str()) << "nothing changes";
-    const FormatUID& itself = id;
-    id = itself;
-    EXPECT_EQ(id.text().c_str(), text.c_str());
-    const FormatUID other{Text("abcdf")};
     id = other;
     EXPECT_EQ(id.text().c_str(), other.text().c_str());
     EXPECT_EQ(text.useCount(), 1u);
