@@ -51,17 +51,15 @@ TEST(RuntimeError, CopiesOutliveTheOriginalAndFreeTheStackOnly)
     ScriptedPlatform platform;
     platform.setCallStack({"inner", "outer"});
     const long before = platform.liveBlocks();
-    {
-        Base* copy = nullptr;
-        try {
-            throw RuntimeError(kMessage, kFile, 7);
-        } catch (const RuntimeError& error) {
-            copy = new RuntimeError(error);
-        }
-        EXPECT_EQ(joined(copy->callStack), "inner;outer;");
-        EXPECT_EQ(copy->message, kMessage);
-        delete copy; // through the base
+    std::unique_ptr<Base> copy;
+    try {
+        throw RuntimeError(kMessage, kFile, 7);
+    } catch (const RuntimeError& error) {
+        copy = std::make_unique<RuntimeError>(error);
     }
+    EXPECT_EQ(joined(copy->callStack), "inner;outer;");
+    EXPECT_EQ(copy->message, kMessage);
+    copy.reset(); // through the base
     EXPECT_EQ(platform.liveBlocks(), before);
 }
 
