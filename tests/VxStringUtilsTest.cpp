@@ -92,9 +92,8 @@ TEST(NarrowCase, ConvertsBytesAsSignedCharsByTheLocale)
             EXPECT_EQ(Vx::toUpper(text)[0], static_cast<char>(std::toupper(i))) << i;
         }
     }
-    EXPECT_EQ(Vx::toLower(Narrow("MiX 1 \xC3\x84")), "mix 1 \xC3\x84") << "UTF-8 is not decoded";
-    EXPECT_EQ(Vx::toUpper(Narrow("MiX 1 \xC3\xA4")), "MIX 1 \xC3\xA4");
-    EXPECT_EQ(Vx::toLower(Narrow("A\0B", 3)), Narrow("a\0b", 3));
+    EXPECT_EQ(Vx::toLower(Narrow("MiX\0\xC3\x84", 6)), Narrow("mix\0\xC3\x84", 6));
+    EXPECT_EQ(Vx::toUpper(Narrow("MiX\0\xC3\xA4", 6)), Narrow("MIX\0\xC3\xA4", 6));
 }
 
 TEST(WideCase, FollowsTheCLibraryForEveryCodePointAndLength)
@@ -175,29 +174,29 @@ TEST(Case, ConvertsInPlaceAndLeavesSharersUnchanged)
 
 TEST(Strip, RemovesTheRunAtOneEnd)
 {
-    const struct {
-        const char* name;
-        const wchar_t *text, *withoutLeading, *withoutTrailing;
-    } rows[] = {
-        {"empty", L"", L"", L""},
-        {"both ends", L"xxxxxxabcxxxxxxx", L"abcxxxxxxx", L"xxxxxxabc"},
-        {"in the middle only", L"axb", L"axb", L"axb"},
-        {"deliberately kept if there is nothing else", L"xxx", L"xxx", L"xxx"},
-        {"case counts", L"XaX", L"XaX", L"XaX"},
+    const wchar_t* const rows[][3] = {
+        // a text, without leading x, without trailing x
+        {L"", L"", L""},
+        {L"xxxxxxabcxxxxxxx", L"abcxxxxxxx", L"xxxxxxabc"},
+        {L"XaxbX", L"XaxbX", L"XaxbX"},
+        {L"xxx", L"xxx", L"xxx"}, // deliberately kept if there is nothing else
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const Wide text(row.text);
-        Wide leading(text), trailing(text), alone(row.text);
-        EXPECT_EQ(&Vx::stripLeadingChars(leading, L'x'), &leading);
-        EXPECT_EQ(leading, row.withoutLeading);
-        EXPECT_EQ(leading.capacity(), Wide(row.withoutLeading).capacity());
-        EXPECT_EQ(leading.c_str() == text.c_str(), leading == text) << "nothing to copy";
-        EXPECT_EQ(&Vx::stripTrailingChars(trailing, L'x'), &trailing);
-        EXPECT_EQ(trailing, row.withoutTrailing);
-        EXPECT_EQ(trailing.capacity(), Wide(row.withoutTrailing).capacity());
-        EXPECT_EQ(trailing.c_str() == text.c_str(), trailing == text) << "nothing to copy";
-        EXPECT_EQ(text, row.text);
+    for (const auto& [characters, withoutLeading, withoutTrailing] : rows) {
+        const Wide text(characters);
+        const auto check = [&](auto strip, const Wide& expected) {
+            SCOPED_TRACE(toUTF8(text + L", " + expected));
+            Wide stripped(text);
+            EXPECT_EQ(&strip(stripped, L'x'), &stripped);
+            EXPECT_EQ(stripped, expected);
+            EXPECT_EQ(stripped.capacity(), expected.capacity());
+            EXPECT_EQ(stripped.c_str() == text.c_str(), expected == text) << "nothing to copy";
+        };
+        check([](Wide& s, wchar_t c) -> Wide& { return Vx::stripLeadingChars(s, c); },
+              withoutLeading);
+        check([](Wide& s, wchar_t c) -> Wide& { return Vx::stripTrailingChars(s, c); },
+              withoutTrailing);
+        EXPECT_EQ(text, characters);
+        Wide alone(characters);
         const wchar_t* const block = alone.c_str();
         EXPECT_EQ(Vx::stripTrailingChars(alone, L'x').c_str(), block) << "in place";
     }
@@ -257,28 +256,18 @@ TEST(SubstituteCaseInsensitive, RefusesATooLongResult)
 
 TEST(Spaces, AreTrimmedAtTheEndAndCountAsEmpty)
 {
-    const struct {
-        const char* name;
-        Narrow text, trimmed;
-    } rows[] = {
-        {"nothing", {}, ""},
-        {"nothing else", "   ", ""},
-        {"at the end", "ab  ", "ab"},
-        {"elsewhere", "  a b", "  a b"},
-        {"no other white space", "ab \t ", "ab \t"},
-        {"a tab", "\t", "\t"},
-        {"a zero", {" \0", 2}, {" \0", 2}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        Narrow shared(row.text), text(row.text.c_str(), row.text.length());
+    const std::pair<Narrow, Narrow> rows[] = {
+        {{}, ""}, {"   ", ""}, {"  a b  ", "  a b"}, {"\t ", "\t"}, {{" \0", 2}, {" \0", 2}}};
+    for (const auto& [given, trimmed] : rows) {
+        SCOPED_TRACE(given);
+        Narrow shared(given), text(given.c_str(), given.length());
         const char* const block = text.c_str();
-        EXPECT_EQ(isEssentiallyEmpty(row.text), row.trimmed.empty());
+        EXPECT_EQ(isEssentiallyEmpty(given), trimmed.empty());
         EXPECT_EQ(&trimTrailingSpaces(text), &text);
-        EXPECT_EQ(text, row.trimmed);
+        EXPECT_EQ(text, trimmed);
         EXPECT_TRUE(text.c_str() == block || text.capacity() == 0) << "in place, or no block";
-        EXPECT_EQ(trimTrailingSpaces(shared), row.trimmed);
-        EXPECT_EQ(shared.capacity() == 0, row.trimmed.empty());
+        EXPECT_EQ(trimTrailingSpaces(shared), trimmed);
+        EXPECT_EQ(shared.capacity() == 0, trimmed.empty());
     }
     Wide wide(L"ab ");
     EXPECT_EQ(trimTrailingSpaces(wide), L"ab") << "a template over the string type";
