@@ -282,6 +282,30 @@ TEST_F(Settings, OfTheMachineAreInItsFolderIfThatIsWritable)
     EXPECT_EQ(scratch.names("machine/Vx"), "lock machine.ini machine.journal ");
 }
 
+TEST_F(Settings, OfTheMachineInAStickyFolderAreItsOwnersAndRoots)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can be another user";
+    const std::string all = scratch.path("machine/Vx/");
+    std::filesystem::create_directories(all);
+    chmod(scratch.path().c_str(), 0777);
+    chmod(scratch.path("machine").c_str(), 0755);
+    for (int row = 0; row < 8; ++row) {
+        const uid_t owner = (row & 1) != 0 ? 65534 : 0, user = (row & 2) != 0 ? 65534 : 0;
+        const mode_t mode = (row & 4) != 0 ? 01777 : 0777;
+        std::filesystem::remove(all + "machine.ini");
+        EXPECT_EQ(chown(all.c_str(), owner, owner) + chmod(all.c_str(), mode), 0);
+        EXPECT_TRUE(holdsInChild([&] {
+            const bool isUser = seteuid(user) == 0;
+            save(started(1), kKey, "set");
+            return isUser && value(kKey, started(1)) == "set";
+        }));
+        EXPECT_EQ(std::filesystem::exists(all + "machine.ini"),
+                  mode == 0777 || user == 0 || user == owner)
+            << row;
+    }
+}
+
 TEST_F(Settings, FilesThatDisappearWhileRunningAreMadeAgain)
 {
     put(".ini", "[Section]\nKey=kept\n");
