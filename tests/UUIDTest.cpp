@@ -1,7 +1,5 @@
 #include <Vx/Image/UUID.h>
 
-#include <cctype>
-
 #include <Reference.h>
 #include <Texts.h>
 #include <Vx/testing/ScriptedPlatform.h>
@@ -75,9 +73,8 @@ TEST(UUID, FailedParsingLeavesTheInvalidValue)
         SCOPED_TRACE(row.name);
         UUID id(kConstant), wide(kConstant);
         id.initFromString(row.text, row.length);
-        EXPECT_EQ(id, UUID());
         wide.initFromString(widen<wchar_t>(row.text).c_str(), row.length);
-        EXPECT_FALSE(wide.valid());
+        EXPECT_TRUE(id == UUID() && wide == UUID());
     }
     UUID id(kConstant);
     id.initFromString(static_cast<const char*>(nullptr), 36);
@@ -89,7 +86,7 @@ TEST(UUID, FailedParsingLeavesTheInvalidValue)
 TEST(UUID, ParsesWhatTheScanningFunctionsParse)
 {
     std::mt19937_64 random(6);
-    const std::string odd = "0123456789abcdefABCDEFxXgG-+ \t\n\v{}()\xA0\xE9";
+    const std::string odd = "0123456789abcdefABCDEFABCDEFxXgG-++   \t\n\v{}()\xA0\xE9";
     const int count = scaled(100'000);
     int accepted = 0;
     for (int i = 0; i < count; ++i) {
@@ -97,17 +94,10 @@ TEST(UUID, ParsesWhatTheScanningFunctionsParse)
         for (std::uint64_t damage = random() % 4; damage > 0; --damage) {
             const std::size_t at = random() % text.size();
             const char other = odd[random() % odd.size()];
-            switch (random() % 5) {
-            case 0: text[at] = other; break;
-            case 1: text[at] = static_cast<char>(std::toupper(text[at])); break;
-            case 2: text[at] = " +-"[random() % 3]; break;
-            case 3: // moves everything after it
-                text.insert(at, 1, other);
-                if (random() % 4 != 0)
-                    text.pop_back();
-                break;
-            default: text.replace(at, 1, "0x"), text.resize(36, '1'); break;
-            }
+            if (random() % 2 == 0)
+                text[at] = other;
+            else // moves everything after it
+                text.insert(at, 1, other).resize(36 - (random() % 8 == 0));
         }
         if (random() % 3 == 0)
             text = (random() % 8 == 0 ? '(' : '{') + text + (random() % 8 == 0 ? ')' : '}');
@@ -146,11 +136,8 @@ TEST(UUID, DeliberatelyOrdersByStoredBytes)
     for (std::size_t i = 0; i < std::size(ordered); ++i)
         for (std::size_t j = 0; j < std::size(ordered); ++j)
             expectOrder(ordered[i], ordered[j], i, j);
-    for (int i = 0; i < 16; ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_NE(withByte(i, 1), UUID());
-        EXPECT_TRUE(withByte(i, 0x80).valid());
-    }
+    for (int i = 0; i < 16; ++i)
+        EXPECT_TRUE(withByte(i, 1) != UUID() && withByte(i, 0x80).valid()) << i;
 }
 
 TEST(UUID, GenerateTakesThePlatformsBytesAsTheyAre)

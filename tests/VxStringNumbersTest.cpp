@@ -77,14 +77,13 @@ public:
     double nextDouble()
     {
         const std::int64_t units = static_cast<std::int64_t>(random_());
-        switch (random_() % 5) {
+        switch (random_() % 4) {
         case 0: return std::bit_cast<double>(random_());
-        case 1: return static_cast<double>(units % 100'000'000) / 1000.0;
-        case 2: // exact ties and their neighbours, at every scale
+        case 1: // exact ties and their neighbours, at every scale
             return std::nextafter(std::ldexp(static_cast<double>(units % 4096) + 0.5,
                                              static_cast<int>(random_() % 40) - 34),
                                   static_cast<double>(static_cast<int>(random_() % 3) - 1) * 1e300);
-        case 3:
+        case 2:
             return std::ldexp(static_cast<double>(units), static_cast<int>(random_() % 128) - 100);
         default: return static_cast<double>(units % 2000) + 0.9999995 + 1e-9 * double(units % 7);
         }
@@ -98,12 +97,6 @@ private:
             c = static_cast<char>('0' + random_() % 10);
         return text;
     }
-    std::string printed(const char* format, double value)
-    {
-        char buffer[400];
-        std::snprintf(buffer, sizeof buffer, format, value);
-        return buffer;
-    }
     std::string word(const char* list)
     {
         std::istringstream stream(list);
@@ -116,23 +109,14 @@ private:
     }
     std::string number()
     {
-        switch (random_() % 9) {
+        switch (random_() % 6) {
         case 0: return digits(9);
         case 1: return digits(random_() % 8 == 0 ? 90 : 25);
         case 2: return digits(12) + "." + digits(12);
         case 3:
-            return digits(3) + "." + digits(3) + "eE"[random_() % 2] +
-                   std::string(random_() % 3, '-') + digits(4);
-        case 4: return printed("%.17g", std::bit_cast<double>(random_()));
-        case 5: return printed("%.15g", nextDouble());
-        case 6:
-            return std::string(std::size_t(random_() % 3), '0') + digits(2) + "e" +
-                   std::to_string(static_cast<int>(random_() % 700) - 350);
-        case 7: { // whole numbers on a tie between two doubles, or next to one
-            const std::uint64_t odd = (std::uint64_t(1) << 53) + (random_() >> 11 | 1);
-            return std::to_string((odd << random_() % 10) + random_() % 3 - 1) +
-                   (random_() % 2 == 0 ? "" : "e-" + std::to_string(random_() % 30));
-        }
+            return digits(3) + "." + digits(3) + "eE"[random_() % 2] + "-+"[random_() % 2] +
+                   digits(3);
+        case 4: return digits(2) + "e" + std::to_string(static_cast<int>(random_() % 700) - 350);
         default:
             return word("0x1f 0x inf nan infinity NAN(12) . 1e 1e+ - +-1 1,5 1,234.5 4294967296 "
                         "-1 2147483648 1.5.5 1e5.5 1\u066B5 ,5 \u066B5 0x1p3 4.9e-324 1.8e308 "

@@ -182,7 +182,8 @@ LightweightString<wchar_t> Vx::WStringFromFloat(double value, char precision, bo
         --kept;
     if (kept == digits.size())
         return text;
-    if (text.useCount() != 1) // a platform may keep the string that it returns
+    // A platform may keep the string that it returns.
+    if (text.useCount() != 1)
         return LightweightString<wchar_t>(digits.substr(0, kept));
     text.resizeFor(static_cast<unsigned int>(kept));
     return text;
