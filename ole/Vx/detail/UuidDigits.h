@@ -36,8 +36,7 @@ inline constexpr HexDigits kHexDigits;
 
 template <class Ch> constexpr unsigned int hexDigit(Ch c) noexcept
 {
-    const unsigned int code =
-        sizeof c == 1 ? static_cast<unsigned char>(c) : static_cast<unsigned int>(c);
+    const unsigned int code = static_cast<unsigned int>(c); // large for a negative char
     return code < 256 ? kHexDigits.value[code] : kNoDigit;
 }
 
