@@ -53,7 +53,7 @@ void ReclaimRegistry::growIfFull()
     constexpr std::size_t kFirstCapacity = 64;
     const std::size_t oldCapacity = capacity_;
     const std::size_t newCapacity = oldCapacity != 0 ? 2 * oldCapacity : kFirstCapacity;
-    auto** const grown = static_cast<Reclaimable**>(std::calloc(newCapacity, sizeof(*slots_)));
+    auto** const grown = static_cast<Reclaimable**>(std::calloc(newCapacity, sizeof(void*)));
     if (grown == nullptr)
         throw std::bad_alloc();
     Reclaimable** const old = slots_;

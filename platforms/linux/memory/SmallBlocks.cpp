@@ -373,7 +373,7 @@ SmallBlocks::Cache* SmallBlocks::makeCache() noexcept
         munmap(pages, kAll);
         return nullptr;
     }
-    auto* const cache = ::new (usablePages) Cache{};
+    auto* const cache = new (usablePages) Cache();
     void** places = reinterpret_cast<void**>(cache + 1);
     for (std::size_t i = 1; i < kClasses; ++i) {
         const std::uint32_t batch = SizeClasses::batchSize(i);

@@ -30,7 +30,7 @@ std::string recordsOf(const Changes& changes)
 
 bool reportUnsaved(const SettingsFile& file, int error, const SettingsJournal& journal)
 {
-    const std::string path = journal.path();
+    const std::string& path = journal.path();
     return error == EWOULDBLOCK
                ? file.reportUnsaved(0, journal.holder() + " holds the lock of " + path)
                : file.reportUnsaved(error, "the error is in " + path);
