@@ -75,7 +75,8 @@ template <class Ch> bool equal(std::basic_string_view<Ch> a, std::basic_string_v
 {
     // Copies of a string are compared often, and share their characters.
     return a.size() == b.size() &&
-           (a.data() == b.data() || std::memcmp(a.data(), b.data(), sizeof(Ch) * a.size()) == 0);
+           (a.empty() || a.data() == b.data() ||
+            std::memcmp(a.data(), b.data(), sizeof(Ch) * a.size()) == 0);
 }
 
 /// Negative, 0 or positive: compares characters as unsigned numbers, then lengths.
