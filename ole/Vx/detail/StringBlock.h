@@ -74,9 +74,8 @@ template <class Ch, class T> std::basic_string_view<Ch> viewOf(const T& text) no
 template <class Ch> bool equal(std::basic_string_view<Ch> a, std::basic_string_view<Ch> b) noexcept
 {
     // Copies of a string are compared often, and share their characters.
-    return a.size() == b.size() &&
-           (a.empty() || a.data() == b.data() ||
-            std::memcmp(a.data(), b.data(), sizeof(Ch) * a.size()) == 0);
+    return a.size() == b.size() && (a.empty() || a.data() == b.data() ||
+                                    std::memcmp(a.data(), b.data(), sizeof(Ch) * a.size()) == 0);
 }
 
 /// Negative, 0 or positive: compares characters as unsigned numbers, then lengths.
