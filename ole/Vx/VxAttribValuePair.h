@@ -15,7 +15,7 @@ namespace Vx {
 ///     if (pair.valid())
 ///         use(pair.name, pair.value);
 ///
-/// Text that is no pair, such as a comment, is kept and written back unchanged.
+/// Text without a pair, such as a comment, is kept and written back unchanged.
 ///
 /// Layout: a 32-bit form and three strings, 56 bytes. The form says which strings count:
 ///   0: all three, which agree; every constructor sets it.

@@ -12,7 +12,7 @@ namespace Vx {
 /// Deliberate: not the common CRC-32. The message bits enter at the low end of the register, so
 /// the last 32 of them are never fed back, and nothing is inverted.
 ///
-/// Thread safety: any thread; there is no state.
+/// Thread safety: stateless; any thread.
 namespace CRC {
 
 /// Feeds the 8 bits of \p byte into the register \p crc.

@@ -2,7 +2,7 @@
 //
 //     Vx::Image::BufferFormat::Data buffer(/*orientation=*/false, /*stride=*/7680, true);
 //     save(buffer.asString());
-//     Vx::Image::BufferFormat::Data same(loaded);   // the defaults if it is no such record
+//     Vx::Image::BufferFormat::Data same(loaded);   // the defaults if parsing fails
 #pragma once
 
 #include <Vx/Image/ImageTypes.h>

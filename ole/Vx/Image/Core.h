@@ -2,7 +2,7 @@
 //
 //     Vx::Image::Core::Data core(1920, 1080, format, 10, 20, layout, true);
 //     save(core.asString());
-//     Vx::Image::Core::Data same(loaded);   // the defaults if it is no such record
+//     Vx::Image::Core::Data same(loaded);   // the defaults if parsing fails
 #pragma once
 
 #include <Vx/Image/ImageTypes.h>

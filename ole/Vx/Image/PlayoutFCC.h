@@ -13,7 +13,7 @@ namespace Vx {
 /// The first character is the least significant byte, and case matters. VC-3 compression
 /// identifiers, 1235 to 1274, are passed as plain numbers.
 ///
-/// Thread safety: any thread; there is no state.
+/// Thread safety: stateless; any thread.
 VX_API unsigned int lookupPlayoutFCC(unsigned int fourcc) noexcept;
 
 } // namespace Vx

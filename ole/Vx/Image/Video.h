@@ -2,7 +2,7 @@
 //
 //     Vx::Image::Video::Data video(scanMode, aspectRatio, Vx::Image::FormatUID(7u), true);
 //     save(video.asString());
-//     Vx::Image::Video::Data same(loaded);   // the defaults if it is no such record
+//     Vx::Image::Video::Data same(loaded);   // the defaults if parsing fails
 #pragma once
 
 #include <Vx/Image/FormatUID.h>

@@ -2,7 +2,7 @@
 //
 //     Vx::Image::VideoSample::Data sample(polarity, colorimetry, gamutScaling, true);
 //     save(sample.asString());
-//     Vx::Image::VideoSample::Data same(loaded);   // the defaults if it is no such record
+//     Vx::Image::VideoSample::Data same(loaded);   // the defaults if parsing fails
 #pragma once
 
 #include <Vx/Image/ImageTypes.h>

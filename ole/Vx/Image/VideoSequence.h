@@ -2,7 +2,7 @@
 //
 //     Vx::Image::VideoSequence::Data sequence(frameRate, true);
 //     save(sequence.asString());
-//     Vx::Image::VideoSequence::Data same(loaded);   // the defaults if it is no such record
+//     Vx::Image::VideoSequence::Data same(loaded);   // the defaults if parsing fails
 #pragma once
 
 #include <Vx/Image/ImageTypes.h>
