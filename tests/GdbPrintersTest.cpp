@@ -147,7 +147,7 @@ void lists()
 
 void formats()
 {
-    const Vx::UUID id("{0123ABCD-4567-89EF-0123-456789ABCDEF}");
+    [[maybe_unused]] const Vx::UUID id("{0123ABCD-4567-89EF-0123-456789ABCDEF}");
     //> id: {0123abcd-4567-89ef-0123-456789abcdef}
     [[maybe_unused]] const Vx::UUID noId;
     //> noId: {00000000-0000-0000-0000-000000000000} (invalid)

@@ -522,10 +522,11 @@ TEST_F(Settings, JournalThatIsAnotherFileIsNotWritten)
         {"hard link", [&] { std::filesystem::create_hard_link(victim, journal); }},
         {"folder", [&] { std::filesystem::create_directory(journal); }},
         {"pipe", [&] { EXPECT_EQ(mkfifo(journal.c_str(), 0600), 0); }}};
-    for (const auto& [kind, make] : rows) {
+    for (const auto& row : rows) {
+        const char* const kind = row.first;
         SCOPED_TRACE(kind);
         std::filesystem::create_directories(scratch.path("Vx/programs"));
-        make();
+        row.second();
         SettingsStore& store = started();
         EXPECT_NE(reported([&] { store.set(kKey, kind); }).find(kUnrecorded), std::string::npos);
         EXPECT_EQ(reported([&] { store.save(); }), "");
@@ -539,7 +540,7 @@ TEST_F(Settings, LargeJournalIsSavedAndNeverOutgrowsItsLimit)
 {
     SettingsStore& store = started();
     const std::string large(1u << 20, 'x');
-    for (int n = 1; n <= 5; ++n) {
+    for (std::size_t n = 1; n <= 5; ++n) {
         store.set(kKey, large);
         EXPECT_EQ(get(".journal").size() > n * large.size(), n < 4) << n;
     }
