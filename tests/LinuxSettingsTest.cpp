@@ -25,14 +25,6 @@ struct ScopedProgram {
     std::string copy;
 };
 
-/// What \p work prints on standard error.
-template <class Work> std::string reported(Work work)
-{
-    testing::internal::CaptureStderr();
-    work();
-    return testing::internal::GetCapturedStderr();
-}
-
 /// A configuration folder, and stores with their files in it.
 class Settings : public testing::Test {
 protected:
@@ -77,11 +69,6 @@ protected:
     const ScopedEnvironment config{"XDG_CONFIG_HOME", scratch.path().c_str()};
     const ScopedEnvironment machine{"XDG_CONFIG_DIRS", scratch.path("machine").c_str()};
 };
-
-unsigned int modeOf(const std::string& path)
-{
-    return static_cast<unsigned int>(std::filesystem::status(path).permissions());
-}
 
 const SettingsKey kKey{"Section", "Key"}, kOther{"Section", "Other"};
 const std::string kFiles = "Test.ini Test.journal Test.lock ";
@@ -579,7 +566,6 @@ TEST_F(Settings, DoNotWaitForeverForALock)
         EXPECT_EQ(flock(lock.get(), LOCK_EX), 0);
         int pauses = 0;
         script.before = [&](const std::string& name) {
-            script.trace.clear();
             if (name != "nanosleep")
                 return;
             if (++pauses <= row.replacements) {

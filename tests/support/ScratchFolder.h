@@ -1,4 +1,4 @@
-// ScratchFolder.h - Temporary folders, open descriptors and environment variables for tests.
+// ScratchFolder.h - Temporary folders, open descriptors, error messages and environment variables.
 #pragma once
 
 #include "Testing.h"
@@ -73,6 +73,20 @@ public:
 private:
     std::string path_;
 };
+
+/// Returns the permissions of a file.
+inline unsigned int modeOf(const std::string& path)
+{
+    return static_cast<unsigned int>(std::filesystem::status(path).permissions());
+}
+
+/// Returns what \p work prints on standard error.
+template <class Work> std::string reported(Work&& work)
+{
+    testing::internal::CaptureStderr();
+    work();
+    return testing::internal::GetCapturedStderr();
+}
 
 /// Returns the number of open descriptors of the process.
 inline int openDescriptors()

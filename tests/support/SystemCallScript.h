@@ -1,16 +1,14 @@
-// SystemCallScript.h - Makes the platform's system calls fail, and records them.
+// SystemCallScript.h - Makes the platform's system calls fail.
 #pragma once
 
 #include "files/SystemCalls.h"
 #include <cerrno>
-#include <cstring>
 #include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <initializer_list>
 #include <string>
 #include <type_traits>
-#include <vector>
 
 /// Counts every call of the table while it exists; the n-th one can fail or be cut short. One
 /// object at a time, and one thread.
@@ -66,14 +64,6 @@ public:
     /// The number of calls that were made to fail.
     int attempts = 0;
 
-    /// A call that was made: its arguments as text (of write(), the bytes) and its result.
-    struct Call {
-        std::string name;
-        std::vector<std::string> arguments;
-        long result;
-    };
-    std::vector<Call> trace;
-
 private:
     template <auto> struct Tag {};
 
@@ -98,12 +88,7 @@ private:
                 errno = script.refusal_;
                 return -1;
             }
-        const R result = script.pass(script.kept_.*Member, arguments...);
-        const int error = errno;
-        script.trace.push_back({name, {}, long(result)});
-        script.describe(arguments...);
-        errno = error;
-        return result;
+        return script.pass(script.kept_.*Member, arguments...);
     }
 
     static bool opensUnnamed(int, const char*, int flags, mode_t)
@@ -121,28 +106,6 @@ private:
     pass(ssize_t (*call)(int, Bytes, size_t), int descriptor, Bytes bytes, size_t count)
     {
         return call(descriptor, bytes, cutShort_ && count > 1 ? count / 2 : count);
-    }
-
-    template <class... P> void describe(P... arguments)
-    {
-        (trace.back().arguments.push_back(text(arguments)), ...);
-    }
-    void describe(int descriptor, const void* bytes, size_t)
-    {
-        const Call& call = trace.back();
-        const size_t written = call.result > 0 ? size_t(call.result) : 0;
-        trace.back().arguments = {text(descriptor),
-                                  std::string(static_cast<const char*>(bytes), written)};
-    }
-    // A buffer to be filled.
-    static std::string text(char*) { return "(pointer)"; }
-    static std::string text(const char* value) { return value; }
-    template <class T> static std::string text(T value)
-    {
-        if constexpr (std::is_integral_v<T>)
-            return std::to_string(value);
-        else
-            return "(pointer)";
     }
 
     template <auto Member, class R, class... P> void set(R (*SystemCalls::*)(P...))
