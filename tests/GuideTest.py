@@ -4,6 +4,7 @@ Compiles and runs the programs of a page in a temporary folder, in order. The fe
 
     ```ini NAME      creates file NAME
     ```cpp           a program that exits with 0; without main() it is ignored
+    ```sh            commands among the source tree's folders; the program above is ./program
     ```text          the output of the program above; another block, that of its next run
     ```text NAME     the current content of file NAME, except for line endings
     ```gdb           commands for gdb on the program above; the next ```text is gdb's output
@@ -21,6 +22,7 @@ import sys
 import tempfile
 from pathlib import Path
 
+SOURCES = Path(__file__).resolve().parent.parent
 FENCE = re.compile(r"^```(\w*)(?: ([^\n]*))?\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 LINK = re.compile(r"\]\(([^)#\s]+)(?:#[^)]*)?\)")
 
@@ -54,6 +56,10 @@ class Page:
         self.program = None
         self.command = None  # prints the next ```text block
         self.programs = 0
+        for part in ("ole", "examples"):
+            self.folder.joinpath(part).symlink_to(SOURCES / part)
+        self.folder.joinpath("build").mkdir()
+        self.folder.joinpath("build/release").symlink_to(Path.cwd().parent)
         # The platform's folders are inside the temporary one.
         self.environment = dict(os.environ, HOME=folder, LC_ALL="C.UTF-8", TMPDIR=folder,
                                 XDG_CONFIG_HOME=folder + "/config", XDG_DATA_HOME=folder + "/data")
@@ -71,7 +77,7 @@ class Page:
         self.command = [self.program]
 
     def run(self, expected):
-        if self.program is None:
+        if self.program is None and self.command is None:
             raise Wrong("no program above this output:\n" + expected)
         command = self.command or [self.program]
         self.command = None
@@ -89,6 +95,15 @@ class Page:
         commands += [("-ex", line) for line in typed.splitlines()]
         self.command = ["gdb", "--batch", "-q", "-nx", *sum(commands, ()), self.program]
 
+    def shell(self, typed):
+        if self.command != [self.program]:
+            self.finish()
+        program = Path(self.folder, "program")
+        program.unlink(missing_ok=True)
+        if self.program is not None:
+            program.symlink_to(self.program)
+        self.command = ["sh", "-ec", typed]
+
     def finish(self):
         """Runs a program without a ```text block."""
         if self.command is not None:
@@ -97,6 +112,8 @@ class Page:
     def block(self, language, name, content):
         if language == "cpp" and re.search(r"^int main\(", content, re.MULTILINE):
             self.build(content)
+        elif language == "sh":
+            self.shell(content)
         elif language == "gdb":
             self.debug(content)
         elif language == "text" and name:

@@ -11,10 +11,19 @@ struct Failure {
     std::string reason;
 };
 
-/// One claim about a platform. run() throws a Failure if it does not hold.
+/// Who makes a promise. Each level includes those before it.
+enum Level {
+    Contract,  ///< the headers: every platform keeps it
+    Desktop,   ///< a platform whose files and settings are on the system's disks
+    Reference, ///< the platform that comes with the library
+};
+
+/// One promise of a platform. run() throws a Failure if it is not kept.
 struct Check {
     const char* name; ///< on the command line
-    const char* claim;
+    Level level;
+    const char* source;   ///< the header or guide that makes the promise
+    const char* sentence; ///< the promise, as it is worded there
     void (*run)();
 };
 
@@ -25,6 +34,9 @@ std::vector<Check> systemChecks();
 std::vector<Check> threadChecks();
 std::vector<Check> fileChecks();
 std::vector<Check> shellChecks();
+std::vector<Check> diskChecks();
+
+const char kGuide[] = "platform.md"; // promises beyond the headers
 
 /// Throws a Failure with \p reason unless \p holds is true.
 inline void require(bool holds, const std::string& reason)
@@ -33,8 +45,8 @@ inline void require(bool holds, const std::string& reason)
         throw Failure{reason};
 }
 
-/// Returns an empty folder for this check alone, with a trailing separator. The parent process
-/// removes it.
+/// Returns an empty folder on disk for this check alone, with a trailing separator. The parent
+/// process removes it. Only for platforms that keep files on disk.
 const std::string& scratchFolder();
 
 /// Widens ASCII without the platform, which is what is being checked.

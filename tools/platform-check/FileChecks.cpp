@@ -1,235 +1,319 @@
-// Files: read as a whole, replaced as a whole or not at all.
+// Files, as far as the headers go: only through the platform, which may keep them anywhere.
 #include "Check.h"
 
 #include <Vx/VxPtr.h>
 #include <Vx/platform/iFileSystem.h>
-#include <csignal>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <sys/stat.h>
-#include <sys/wait.h>
+#include <Vx/platform/iShell.h>
+#include <algorithm>
+#include <atomic>
+#include <thread>
 #include <unistd.h>
 
 namespace {
 
-Vx::Ptr<iFile> openToRead(const std::string& path)
+using Wide = LightweightString<wchar_t>;
+
+// Returns a path of this process in the user's data folder.
+Wide newPath(const std::string& name)
 {
-    return OS()->fileSystem()->openFile(widen(path), 1, 0, 1, 0);
+    Wide path = OS()->shell()->getFolder(iShell::kUserDataFolder);
+    path += widen("platform-check." + std::to_string(getpid()) + "." + name);
+    return path;
 }
 
-Vx::Ptr<iFile> openToReplace(const std::string& path)
+Vx::Ptr<iFile> openToRead(const Wide& path)
 {
-    return OS()->fileSystem()->openFile(widen(path), 2, 3, 0, 0);
+    return OS()->fileSystem()->openFile(path, 1, 0, 1, 0);
 }
 
-// Not through the platform, which is what is being checked.
-std::string content(const std::string& path)
+Vx::Ptr<iFile> openToReplace(const Wide& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
+    return OS()->fileSystem()->openFile(path, 2, 3, 0, 0);
 }
 
-void put(const std::string& path, const std::string& bytes)
+bool writeAll(iFile& file, const std::string& bytes)
 {
-    std::ofstream(path, std::ios::binary) << bytes;
+    return file.write(bytes.data(), static_cast<unsigned int>(bytes.size()));
 }
 
-std::string newPath(const char* name) { return scratchFolder() + name; }
-
-void requireNoLitter(std::size_t expected)
+void put(const Wide& path, const std::string& bytes)
 {
-    std::size_t found = 0;
-    for (const auto& entry : std::filesystem::directory_iterator(scratchFolder()))
-        found += entry.is_regular_file() || entry.is_symlink();
+    const Vx::Ptr<iFile> file = openToReplace(path);
+    require(bool(file), "a file does not open for writing");
+    require(bytes.empty() || writeAll(*file, bytes),
+            "a write of " + std::to_string(bytes.size()) + " bytes fails");
+}
+
+std::string content(const Wide& path)
+{
+    const Vx::Ptr<iFile> file = openToRead(path);
+    require(bool(file), "a written file does not open for reading");
+    std::string bytes(file->size(), '?');
+    require(bytes.empty() || file->read(bytes.data(), file->size()),
+            "a file of " + std::to_string(bytes.size()) + " bytes cannot be read");
+    return bytes;
+}
+
+void requireContent(const Wide& path, const std::string& expected, const std::string& when)
+{
+    const std::string found = content(path);
     require(found == expected,
-            std::to_string(found) + " files in the folder, expected " + std::to_string(expected));
+            when + ": the file holds \"" + found + "\", expected \"" + expected + "\"");
+}
+
+void counted()
+{
+    put(newPath("counted"), "x");
+    for (const bool reads : {false, true}) {
+        const Vx::Ptr<iFile> file =
+            reads ? openToRead(newPath("counted")) : openToReplace(newPath("counted"));
+        const unsigned int count = file.useCount();
+        require(count == 1, "one holder of a new file is counted as " + std::to_string(count));
+    }
 }
 
 void reads()
 {
-    const std::string path = newPath("read");
+    const Wide path = newPath("read");
     put(path, std::string("a\0\r\nb", 5));
     const Vx::Ptr<iFile> file = openToRead(path);
     require(bool(file), "an existing file does not open");
-    require(file->size() == 5, "size() is " + std::to_string(file->size()) + ", expected 5");
     char bytes[8] = {};
     require(file->read(bytes, 2) && std::string(bytes, 2) == std::string("a\0", 2),
             "the first two bytes are wrong");
-    require(file->size() == 5, "size() depends on the position");
     require(file->read(bytes, 3) && std::string(bytes, 3) == "\r\nb",
             "the next three bytes are wrong");
     require(!file->read(bytes, 1), "reads beyond the end");
-    const Vx::Ptr<iFile> again = openToRead(path);
-    require(!again->read(bytes, 6), "a short read returns true");
 }
 
-void noFile()
+void neverShort()
 {
-    require(!openToRead(newPath("missing")), "a missing file opens");
-    require(!openToRead(scratchFolder()), "a folder opens for reading");
-    require(!openToReplace(scratchFolder()), "a folder opens for writing");
-    require(!openToReplace(newPath("no/such/folder")), "a file in a missing folder opens");
-    require(!openToRead("") && !openToReplace(""), "the empty path opens");
-    put(newPath("big"), "");
-    std::filesystem::resize_file(newPath("big"), 1ull << 32);
-    require(!openToRead(newPath("big")), "a file of 4 GiB opens: 32 bits cannot hold its size");
-    std::filesystem::resize_file(newPath("big"), 0);
-    const Vx::Ptr<iFile> empty = openToRead(newPath("big"));
-    require(empty && empty->size() == 0, "an empty file does not open with size 0");
+    put(newPath("short"), "five!");
+    char bytes[8] = {};
+    require(!openToRead(newPath("short"))->read(bytes, 6), "6 of 5 bytes are read");
+    require(!openToRead(newPath("short"))->read(bytes, 0x80000000u), "2^31 of 5 bytes are read");
+    put(newPath("empty"), "");
+    require(!openToRead(newPath("empty"))->read(bytes, 1), "1 of 0 bytes is read");
 }
 
-void creates()
+void size()
 {
-    const std::string path = newPath("new");
+    for (const unsigned int expected : {0u, 1u, 255u, 65536u, 70001u}) {
+        put(newPath("size"), std::string(expected, 's'));
+        const Vx::Ptr<iFile> file = openToRead(newPath("size"));
+        require(file && file->size() == expected,
+                "wrong for a file of " + std::to_string(expected) + " bytes");
+        char byte = 0;
+        require(expected == 0 || (file->read(&byte, 1) && file->size() == expected),
+                "depends on the position");
+    }
+}
+
+void positions()
+{
+    put(newPath("positions"), "ab");
+    const Vx::Ptr<iFile> first = openToRead(newPath("positions"));
+    const Vx::Ptr<iFile> second = openToRead(newPath("positions"));
+    char bytes[2] = {};
+    require(first->read(bytes, 1) && second->read(bytes + 1, 1) && bytes[0] == 'a' &&
+                bytes[1] == 'a',
+            "two open files share their position");
+}
+
+void readOnly()
+{
+    put(newPath("read-only"), "old");
+    openToRead(newPath("read-only"))->write("new", 3);
+    requireContent(newPath("read-only"), "old", "after a write to a file open for reading");
+}
+
+std::string pattern(std::size_t size)
+{
+    std::string bytes(size, 0);
+    for (std::size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<char>(i * 31 + i / 251);
+    return bytes;
+}
+
+// Sizes on both sides of those of usual buffers, in one write and in several.
+void writes()
+{
+    const Wide path = newPath("write");
+    for (const std::size_t size :
+         {1u, 4095u, 4096u, 4097u, 65535u, 65537u, 1u << 20, (1u << 20) + 1, (24u << 20) + 5}) {
+        const std::string bytes = pattern(size);
+        put(path, bytes);
+        const std::string found = content(path);
+        require(found.size() == size, "of " + std::to_string(size) + " bytes written at once, " +
+                                          std::to_string(found.size()) + " arrive");
+        require(found == bytes, std::to_string(size) + " bytes written at once are changed");
+    }
+    const std::string bytes = pattern(300000);
     {
         const Vx::Ptr<iFile> file = openToReplace(path);
-        require(bool(file), "does not open for writing");
-        require(file->write("one ", 4) && file->write("two", 3), "a write fails");
+        for (std::size_t at = 0, n = 1; at < bytes.size(); at += n, n = n * 3 % 20011)
+            require(writeAll(*file, bytes.substr(at, n)), "a write fails");
     }
-    require(content(path) == "one two", "the file holds \"" + content(path) + "\"");
-    requireNoLitter(1);
+    require(content(path) == bytes, "many writes change the bytes or their order");
 }
 
-void replacesOnRelease()
+void publishes()
 {
-    const std::string path = newPath("replaced");
+    const Wide path = newPath("published");
     put(path, "the old content");
-    {
-        Vx::Ptr<iFile> file = openToReplace(path);
-        require(content(path) == "the old content", "opening destroys the old file");
-        require(file->write("new", 3), "a write fails");
-        require(content(path) == "the old content", "the new content is visible before the commit");
-        const Vx::Ptr<iFile> second = file;
-        file.reset();
-        require(content(path) == "the old content",
-                "the release of the first of two holders publishes");
-    }
-    require(content(path) == "new", "the file holds \"" + content(path) + "\"");
-    requireNoLitter(1);
+    Vx::Ptr<iFile> file = openToReplace(path);
+    requireContent(path, "the old content", "after opening for writing");
+    require(file->write("new", 3), "a write fails");
+    requireContent(path, "the old content", "after a write");
+    file.reset();
+    requireContent(path, "new", "after closing");
+    put(path, "");
+    requireContent(path, "", "closed without a write");
+}
+
+void lastHolderCloses()
+{
+    const Wide path = newPath("holders");
+    put(path, "old");
+    Vx::Ptr<iFile> file = openToReplace(path);
+    Vx::Ptr<iFile> second = file;
+    require(file->write("new", 3), "a write fails");
+    file.reset();
+    requireContent(path, "old", "released by the first of two holders");
+    second.reset();
+    requireContent(path, "new", "released by both");
 }
 
 // A platform that does not implement the commit returns true and publishes on release.
 void commits()
 {
-    const std::string path = newPath("committed");
+    const Wide path = newPath("committed");
     put(path, "old");
     Vx::Ptr<iFile> file = openToReplace(path);
     require(file->write("new", 3), "a write fails");
     require(file->write("", 0), "a commit fails for no reason");
-    const bool atOnce = content(path) == "new";
-    require(atOnce || content(path) == "old", "the commit left \"" + content(path) + "\"");
+    const std::string found = content(path);
+    require(found == "new" || found == "old", "the commit left \"" + found + "\"");
     require(file->write("", 0), "a second commit fails");
     file.reset();
-    require(content(path) == "new",
-            "a commit returned true, but the file holds \"" + content(path) + "\"");
-    requireNoLitter(1);
-    if (!atOnce)
-        return;
+    requireContent(path, "new", "a commit returned true");
+}
 
-    std::filesystem::create_directory(newPath("folder"));
-    file = openToReplace(newPath("folder/lost"));
+void refuses()
+{
+    const Wide folder = OS()->shell()->getFolder(iShell::kUserDataFolder);
+    require(!openToRead(newPath("missing")), "a missing file opens");
+    require(!openToRead(newPath("missing")), "a missing file exists after an attempt to read it");
+    require(!openToRead(folder), "a folder opens for reading");
+    require(!openToReplace(folder), "a folder opens for writing");
+    require(!openToRead(L"") && !openToReplace(L""), "the empty path opens");
+}
+
+// Writes under a path that a careless platform mistakes for that of another file.
+void requireDistinct(const Wide& victim, const Wide& path, const std::string& what)
+{
+    require(!openToRead(path), what + " opens another file for reading");
+    Vx::Ptr<iFile> file = openToReplace(path);
+    if (!file)
+        return; // refused
     require(file->write("new", 3), "a write fails");
-    std::filesystem::remove_all(newPath("folder"));
-    require(!file->write("", 0), "a commit returned true although its folder is gone");
+    file.reset();
+    requireContent(victim, "victim", what + " replaces another file");
+    requireContent(path, "new", what + " was written");
 }
 
-void keepsMode()
+void names()
 {
-    const std::string path = newPath("mode");
-    put(path, "old");
-    chmod(path.c_str(), 0640);
-    openToReplace(path)->write("new", 3);
-    struct stat status;
-    require(stat(path.c_str(), &status) == 0, "the file is gone");
-    require(content(path) == "new", "not replaced");
-    require((status.st_mode & 0777) == 0640, "the permissions of the old file are lost");
-}
-
-void followsLinks()
-{
-    put(newPath("target"), "old");
-    std::filesystem::create_symlink(newPath("target"), newPath("link"));
-    openToReplace(newPath("link"))->write("new", 3);
-    require(std::filesystem::is_symlink(newPath("link")), "the link was replaced by a file");
-    require(content(newPath("target")) == "new", "the target of the link is unchanged");
-    requireNoLitter(2);
-}
-
-void exceptionKeepsTheOld()
-{
-    const std::string path = newPath("unwound");
-    put(path, "old");
-    try {
-        const Vx::Ptr<iFile> file = openToReplace(path);
-        file->write("half", 4);
-        throw 1;
-    } catch (int) {
+    const Wide victim = newPath("i");
+    put(victim, "victim");
+    Wide stem = victim;
+    stem.resizeFor(stem.length() - 1);
+    // U+0069 after the loss of high bits, then what is not a code point.
+    for (const unsigned int c : {0xE9u, 0x169u, 0x10069u, 0xD869u, 0x110069u, 0x80000069u}) {
+        Wide path = stem;
+        path.push_back(static_cast<wchar_t>(c));
+        requireDistinct(victim, path, "the character " + std::to_string(c) + " in a path");
     }
-    require(content(path) == "old", "an exception leaves \"" + content(path) + "\"");
-    requireNoLitter(1);
 }
 
-void killKeepsTheOld()
+void zerosInNames()
 {
-    const std::string path = newPath("killed");
-    put(path, "old");
-    const int status = inChild([&] {
-        const Vx::Ptr<iFile> file = openToReplace(path);
-        const std::string block(300000, 'x');
-        file->write(block.data(), static_cast<unsigned int>(block.size()));
-        raise(SIGKILL);
-        return 0;
-    });
-    require(WIFSIGNALED(status), "the child was not killed");
-    require(content(path) == "old", "a killed writer leaves the file changed");
-    requireNoLitter(1);
+    const Wide victim = newPath("zero");
+    put(victim, "victim");
+    for (const std::string& tail : {std::string(1, '\0'), std::string("\0more", 5)}) {
+        Wide path = victim;
+        for (const char c : tail)
+            path.push_back(static_cast<wchar_t>(c));
+        requireDistinct(victim, path, "a path with an embedded zero");
+    }
+}
+
+void threads()
+{
+    std::atomic<int> good{0};
+    std::vector<std::thread> all;
+    for (int id = 0; id < 4; ++id)
+        all.emplace_back([id, &good] {
+            try {
+                for (int round = 0; round < 25; ++round) {
+                    const Wide path = newPath("thread" + std::to_string(id));
+                    const std::string bytes(static_cast<std::size_t>(100 * id + round), 't');
+                    put(path, bytes);
+                    good += content(path) == bytes;
+                }
+            } catch (const Failure&) {
+            }
+        });
+    for (std::thread& thread : all)
+        thread.join();
+    require(good == 100, std::to_string(good) + " of 100 files of four threads are right");
 }
 
 void separator()
 {
     const wchar_t found = OS()->fileSystem()->pathSeparator();
     require(found != 0, "the separator is 0");
-    require(found == L'/', "the separator is not the system's");
-}
-
-void wideNames()
-{
-    // U+00E9, U+65E5, U+1F3AC: two, three and four bytes of UTF-8.
-    const std::string narrow = newPath("\xC3\xA9\xE6\x97\xA5\xF0\x9F\x8E\xAC");
-    LightweightString<wchar_t> wide = widen(scratchFolder());
-    for (wchar_t c : {wchar_t(0xE9), wchar_t(0x65E5), wchar_t(0x1F3AC)})
-        wide += c;
-    OS()->fileSystem()->openFile(wide, 2, 3, 0, 0)->write("x", 1);
-    require(content(narrow) == "x", "a name beyond ASCII does not become UTF-8");
-    require(bool(OS()->fileSystem()->openFile(wide, 1, 0, 1, 0)),
-            "a name beyond ASCII does not open again");
-    put(newPath("a"), "old");
-    for (const wchar_t invalid : {wchar_t(0), wchar_t(0xD800), wchar_t(0x110000)}) {
-        LightweightString<wchar_t> path = widen(newPath("a"));
-        path.push_back(invalid);
-        require(!OS()->fileSystem()->openFile(path, 1, 0, 1, 0) &&
-                    !OS()->fileSystem()->openFile(path, 2, 3, 0, 0),
-                "a path with the invalid character " + std::to_string(invalid) +
-                    " opens: it must have become another path");
-    }
+    require(found == OS()->shell()->getFolder(iShell::kUserDataFolder).back(),
+            "the separator is not the one at the end of the user's data folder");
 }
 
 } // namespace
 
 std::vector<Check> fileChecks()
 {
+    static constexpr char kFile[] = "iFileSystem.h";
     return {
-        {"files.read", "reads never come short; the size ignores the position", reads},
-        {"files.none", "what cannot be opened gives an empty pointer", noFile},
-        {"files.create", "successive writes create a new file", creates},
-        {"files.replace", "a file is replaced when its last holder releases it", replacesOnRelease},
-        {"files.commit", "a write of 0 bytes returns true only if the file is replaced", commits},
-        {"files.mode", "a replaced file keeps its permissions", keepsMode},
-        {"files.links", "a symbolic link is followed", followsLinks},
-        {"files.exception", "an exception in flight keeps the old file", exceptionKeepsTheOld},
-        {"files.kill", "a killed writer leaves the old file and no litter", killKeepsTheOld},
-        {"files.separator", "the path separator is the system's", separator},
-        {"files.names", "names reach the system as UTF-8 or are refused", wideNames},
+        {"files.counted", Contract, "OS.h",
+         "The count of a new object starts at 0, and the last holder deletes the object.", counted},
+        {"files.read", Contract, kFile, "Reads exactly byteCount bytes at the current position",
+         reads},
+        {"files.short", Contract, kFile, "Never reads short.", neverShort},
+        {"files.size", Contract, kFile,
+         "Returns the size in bytes, independent of the current position.", size},
+        {"files.positions", Contract, kFile,
+         "Each open file has a position of its own, which starts at 0.", positions},
+        {"files.read-only", Contract, kFile,
+         "A file that is open for reading is never changed through it.", readOnly},
+        {"files.write", Contract, kFile,
+         "Writes byteCount bytes at the current position, or returns false.", writes},
+        {"files.publish", Contract, kFile,
+         "A file opened for writing is published (becomes visible under its path, in place of the "
+         "file that was there) when it is committed or, without a commit, when it is closed.",
+         publishes},
+        {"files.holders", Contract, kFile, "Closed when the last Vx::Ptr to it is released.",
+         lastHolderCloses},
+        {"files.commit", Contract, kFile,
+         "it publishes what has been written and returns whether that worked.", commits},
+        {"files.none", Contract, kFile,
+         "or an empty pointer if it cannot be opened: a missing file, a folder", refuses},
+        {"files.names", Contract, kFile,
+         "a path that the system cannot represent is refused, never converted to a different one.",
+         names},
+        {"files.zeros", Contract, kFile,
+         "a path that the system cannot represent is refused, never converted to a different one.",
+         zerosInNames},
+        {"files.threads", Contract, kFile, "may be called from any thread.", threads},
+        {"files.separator", Contract, kFile,
+         "Returns the character between the components of a path, never 0.", separator},
     };
 }

@@ -4,9 +4,12 @@
 #include <Vx/Reclaimable.h>
 #include <Vx/platform/iMemoryAllocator.h>
 #include <Vx/platform/iReclaimRegistry.h>
+#include <algorithm>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <set>
 #include <thread>
@@ -14,6 +17,19 @@
 namespace {
 
 iMemoryAllocator* memory() { return OS()->memoryAllocator(); }
+
+void services()
+{
+    iPlatformServices* const root = OS();
+    require(root != nullptr, "OS() returns null");
+    const void* const all[] = {
+        root->memoryAllocator(), root->reclaimRegistry(), root->systemUtils(), root->fileSystem(),
+        root->threading(),       root->systemInfo(),      root->shell()};
+    const char* const names[] = {"memoryAllocator", "reclaimRegistry", "systemUtils", "fileSystem",
+                                 "threading",       "systemInfo",      "shell"};
+    for (std::size_t i = 0; i < std::size(all); ++i)
+        require(all[i] != nullptr, std::string(names[i]) + "() returns null");
+}
 
 void aligned()
 {
@@ -83,6 +99,36 @@ void exhaustionThrows()
                                    : "2^62 bytes: returned a block"};
 }
 
+// Every thread fills its blocks with a byte of its own, and looks at them when all have done so.
+void concurrent()
+{
+    constexpr unsigned int kThreads = 4;
+    std::atomic<unsigned int> filled{0};
+    std::atomic<bool> overlap{false};
+    std::vector<std::thread> threads;
+    for (unsigned int id = 1; id <= kThreads; ++id)
+        threads.emplace_back([id, &filled, &overlap] {
+            std::vector<unsigned char*> blocks;
+            for (unsigned long size = 1; size < 2000; ++size) {
+                memory()->deallocate(memory()->allocate(size));
+                blocks.push_back(static_cast<unsigned char*>(memory()->allocate(size)));
+                std::memset(blocks.back(), static_cast<int>(id), size);
+            }
+            ++filled;
+            while (filled != kThreads)
+                std::this_thread::yield();
+            for (unsigned long size = 1; size < 2000; ++size) {
+                unsigned char* const block = blocks[size - 1];
+                if (std::count(block, block + size, id) != static_cast<long>(size))
+                    overlap = true;
+                memory()->deallocate(block);
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    require(!overlap, "two threads have the same block");
+}
+
 void otherThread()
 {
     for (int round = 0; round < 50; ++round) {
@@ -145,17 +191,31 @@ void registry()
 
 std::vector<Check> memoryChecks()
 {
+    static constexpr char kAllocator[] = "iMemoryAllocator.h";
+    static constexpr char kRegistry[] = "iReclaimRegistry.h";
     return {
-        {"memory.aligned", "blocks are aligned for every fundamental type", aligned},
-        {"memory.distinct", "blocks of size 0 are distinct", distinct},
-        {"memory.content", "live blocks do not overlap", keepsContent},
-        {"memory.null", "deallocate ignores null", nullIsIgnored},
-        {"memory.exhaustion", "exhaustion throws instead of returning null", exhaustionThrows},
-        {"memory.threads", "a block may be freed by another thread", otherThread},
-        {"memory.fork", "allocates and frees in a forked child", afterFork},
-        {"memory.early-and-late", "works before main and after the last destructor",
-         earlyAndLateUse},
-        {"reclaim.registry", "objects register and unregister in any order, on any thread",
-         registry},
+        {"root.services", Contract, "OS.h", "Each returns the service of that name, never null.",
+         services},
+        {"memory.aligned", Contract, kAllocator,
+         "Returns at least size bytes, aligned for any fundamental type.", aligned},
+        {"memory.content", Contract, kAllocator,
+         "Returns at least size bytes, aligned for any fundamental type.", keepsContent},
+        {"memory.distinct", Contract, kAllocator, "Size 0 also yields a block of its own.",
+         distinct},
+        {"memory.null", Contract, kAllocator, "Ignores null.", nullIsIgnored},
+        {"memory.exhaustion", Contract, kAllocator,
+         "Never returns null, and callers do not test for it: exhaustion is reported by an "
+         "exception",
+         exhaustionThrows},
+        {"memory.concurrent", Contract, kAllocator,
+         "both operations may be called from any thread at any time", concurrent},
+        {"memory.threads", Contract, kAllocator, "Frees a block of allocate(), on any thread.",
+         otherThread},
+        {"memory.fork", Contract, kAllocator,
+         "static initialisation, process exit and a child right after fork.", afterFork},
+        {"memory.early-and-late", Contract, "OS.h",
+         "The root and the allocator must work throughout.", earlyAndLateUse},
+        {"reclaim.registry", Contract, kRegistry,
+         "The registry must not call an object back from inside add() or remove()", registry},
     };
 }

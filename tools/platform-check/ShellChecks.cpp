@@ -1,10 +1,11 @@
-// Folders and settings.
+// Folders and settings, as far as the headers go.
 #include "Check.h"
 
 #include <Vx/VxPtr.h>
 #include <Vx/platform/iFileSystem.h>
 #include <Vx/platform/iSettings.h>
 #include <Vx/platform/iShell.h>
+#include <atomic>
 #include <thread>
 
 namespace {
@@ -26,10 +27,13 @@ void folders()
             "the path of the user's data folder does not end with a separator");
     require(folder == OS()->shell()->getFolder(iShell::kUserDataFolder),
             "the folder differs between two calls");
-    LightweightString<wchar_t> file = folder;
+}
+
+void folderExists()
+{
+    LightweightString<wchar_t> file = OS()->shell()->getFolder(iShell::kUserDataFolder);
     file += L"platform-check";
-    const Vx::Ptr<iFile> opened = OS()->fileSystem()->openFile(file, 2, 3, 0, 0);
-    require(bool(opened), "no file can be created in the user's data folder");
+    require(bool(OS()->fileSystem()->openFile(file, 2, 3, 0, 0)), "no file can be created in it");
 }
 
 void diagnostics()
@@ -38,6 +42,22 @@ void diagnostics()
     folder += L"Application/Logs/";
     OS()->shell()->setOutputDiagnosticsFolder(folder);
     OS()->shell()->setOutputDiagnosticsFolder(folder);
+    OS()->shell()->setOutputDiagnosticsFolder(L"");
+}
+
+void values()
+{
+    const auto store = settings(0);
+    store->setValue("key", "first", "S");
+    store->setValue("key", "second", "S");
+    require(store->getValue("key", "", "S") == "second",
+            "a second value does not replace the first");
+    for (int i = 0; i < 500; ++i)
+        store->setValue(Text(std::to_string(i)), Text(std::to_string(i * i)), "Many");
+    for (int i = 0; i < 500; ++i)
+        require(store->getValue(Text(std::to_string(i)), "lost", "Many") ==
+                    Text(std::to_string(i * i)),
+                "one of 500 values is lost");
 }
 
 void defaults()
@@ -45,92 +65,125 @@ void defaults()
     const auto store = settings(0);
     require(store->getValue("no such key", "default", "S") == "default",
             "a missing value does not give the default");
+    require(store->getValue("no such key", "other", "S") == "other", "a default is remembered");
     store->setValue("key", "", "S");
     require(store->getValue("key", "default", "S").empty(), "an empty value counts as missing");
-    store->setValue("key", "second", "S");
-    require(store->getValue("key", "", "S") == "second",
-            "a second value does not replace the first");
-    require(store->getValue("key", "none", "T") == "none", "two sections share their values");
-    require(settings(0)->getValue("key", "", "S") == "second",
-            "a second store of the same scope does not see the value");
 }
 
 void scopes()
 {
     settings(0)->setValue("key", "user", "S");
+    require(settings(0)->getValue("key", "", "S") == "user",
+            "a second store of the same scope does not see the value");
     settings(1)->setValue("key", "second", "S");
     require(settings(0)->getValue("key", "", "S") == "user", "the scopes share their values");
+    require(settings(1)->getValue("key", "", "S") == "second", "scope 1 forgets a value");
 }
 
-const char* const kOdd[][2] = {
-    {"plain", "value"},
-    {"with = sign", "a=b=c"},
-    {" blanks ", "  both ends  "},
-    {"[bracket]", "[x]\r\ny"},
-    {";comment", "# no comment"},
-    {"utf \xC3\xA9", "\xE6\x97\xA5\xC3\xA9"},
-    {"empty", ""},
-    {"broken \xFF", "\x80\xFE"},
-    {"back\\slash", "a\\nb\tc"},
-};
-
-void survives()
+// Every pair of them would be one if keys and sections were folded, cut or joined carelessly.
+void keys()
 {
-    const int status = inChild([] {
-        for (const auto& [key, value] : kOdd)
-            settings(0)->setValue(key, value, "Odd ]section");
-        settings(0)->save();
-        return 0;
-    });
-    require(status == 0, "the saving process died");
+    const Text names[][2] = {{"S", "key"},
+                             {"S", "Key"},
+                             {"s", "key"},
+                             {"Sk", "ey"},
+                             {"S", "key "},
+                             {"S", " key"},
+                             {"S ", "key"},
+                             {"", "Skey"},
+                             {"S", Text("key\0b", 5)},
+                             {Text("S\0b", 3), "key"},
+                             {"S/", "key"},
+                             {"S", "/key"},
+                             {"S", "k"},
+                             {"S", ""}};
     const auto store = settings(0);
-    for (const auto& [key, value] : kOdd)
-        require(store->getValue(key, "lost", "Odd ]section") == value,
-                std::string("the value of \"") + key + "\" came back as \"" +
-                    store->getValue(key, "lost", "Odd ]section").c_str() + "\"");
+    for (const auto& [section, key] : names) {
+        require(store->getValue(key, "none", section) == "none",
+                std::string("\"") + section.c_str() + "\", \"" + key.c_str() +
+                    "\" has the value of another section or key");
+        store->setValue(key, "set", section);
+    }
 }
 
-void twoProcesses()
+void bytes()
 {
-    constexpr int kProcesses = 4;
-    constexpr int kKeys = 25;
-    std::vector<std::thread> parents; // one per child, so that all run at once
-    std::vector<int> statuses(kProcesses, 1);
-    for (int p = 0; p < kProcesses; ++p)
-        parents.emplace_back([p, &statuses] {
-            statuses[static_cast<std::size_t>(p)] = inChild([p] {
-                for (int k = 0; k < kKeys; ++k) {
-                    const std::string key = std::to_string(p) + "." + std::to_string(k);
-                    settings(0)->setValue(Text(key), Text(key), "Shared");
-                    settings(0)->save();
-                }
-                return 0;
-            });
+    std::string all;
+    for (int i = 0; i < 256; ++i)
+        all += static_cast<char>(i);
+    const std::string odd[] = {"a=b=c",
+                               "  both ends  ",
+                               "[x]\r\ny",
+                               "# no comment",
+                               "\"quoted\"",
+                               "a\\nb\tc\\",
+                               "\xE6\x97\xA5",
+                               "\x80\xFE",
+                               std::string("a\0b", 3),
+                               all,
+                               std::string(1000001, 'l') + "!"};
+    const auto store = settings(0);
+    for (const std::string& value : odd) {
+        store->setValue("key", Text(std::string_view(value)), "S");
+        require(store->getValue("key", "lost", "S") == Text(std::string_view(value)),
+                "the value \"" + value.substr(0, 40) + "\" does not come back");
+    }
+}
+
+void saveKeeps()
+{
+    settings(0)->setValue("key", "kept", "S");
+    settings(0)->save();
+    settings(0)->save();
+    require(settings(0)->getValue("key", "lost", "S") == "kept", "a save loses a value");
+}
+
+void threads()
+{
+    std::atomic<int> good{0};
+    std::vector<std::thread> all;
+    for (int id = 0; id < 4; ++id)
+        all.emplace_back([id, &good] {
+            const Text section(std::to_string(id));
+            for (int round = 0; round < 250; ++round) {
+                const Text value(std::to_string(round));
+                OS()->shell()->getSettings(0)->setValue("key", value, section);
+                good += OS()->shell()->getSettings(0)->getValue("key", "", section) == value;
+            }
         });
-    for (std::thread& parent : parents)
-        parent.join();
-    for (int status : statuses)
-        require(status == 0, "a saving process died");
-    const auto store = settings(0);
-    for (int p = 0; p < kProcesses; ++p)
-        for (int k = 0; k < kKeys; ++k) {
-            const std::string key = std::to_string(p) + "." + std::to_string(k);
-            require(store->getValue(Text(key), "lost", "Shared") == Text(key),
-                    "the setting " + key + " was lost among " + std::to_string(kProcesses) +
-                        " processes that saved at once");
-        }
+    for (std::thread& thread : all)
+        thread.join();
+    require(good == 1000, std::to_string(good) + " of 1000 values of four threads are right");
 }
 
 } // namespace
 
 std::vector<Check> shellChecks()
 {
+    static constexpr char kShell[] = "iShell.h";
+    static constexpr char kSettings[] = "iSettings.h";
     return {
-        {"folders", "the user's data folder exists and ends with a separator", folders},
-        {"folders.diagnostics", "a folder for diagnostics is accepted", diagnostics},
-        {"settings.values", "values, defaults and sections", defaults},
-        {"settings.scopes", "scopes are separate stores", scopes},
-        {"settings.bytes", "every text survives a save byte for byte", survives},
-        {"settings.processes", "processes that save at once lose nothing", twoProcesses},
+        {"folders", Contract, kShell, "It ends with a path separator", folders},
+        {"folders.exists", Contract, kShell,
+         "The platform creates the user's data folder if it is missing, and files can be created "
+         "in it.",
+         folderExists},
+        {"folders.diagnostics", Contract, kShell, "Must not throw if it can do neither.",
+         diagnostics},
+        {"settings.values", Contract, kSettings,
+         "Every getValue() that follows in this process returns it.", values},
+        {"settings.defaults", Contract, kSettings,
+         "Returns the stored value, or defaultValue if there is none. An empty value is a value.",
+         defaults},
+        {"settings.scopes", Contract, kShell,
+         "All objects of the same scope share their values; different scopes share none.", scopes},
+        {"settings.keys", Contract, kSettings, "Two keys or sections are different if any byte is.",
+         keys},
+        {"settings.bytes", Contract, kSettings,
+         "come back exactly as they were stored, embedded zeros included.", bytes},
+        {"settings.save", Contract, kSettings, "A failure loses nothing: the values stay set",
+         saveKeeps},
+        {"settings.threads", Contract, kSettings,
+         "every operation may be called from any thread at any time.", threads},
     };
 }

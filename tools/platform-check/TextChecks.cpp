@@ -90,10 +90,39 @@ void lengths()
     require(utils()->fromUTF8("abc", 2) == L"ab", "the length is ignored");
     require(utils()->fromUTF8("abc", iSystemUtils::kUpToTerminator) == L"abc",
             "all bits set does not mean up to the terminator");
-    expectDecoded(std::string("a\0b", 3), std::wstring(L"a\0b", 3));
-    const Wide wide(L"a\0b", 3);
-    require(utils()->toUTF8(wide) == Narrow("a\0b", 3), "an embedded NUL ends the string");
+}
+
+void embeddedZeros()
+{
+    for (unsigned int before : {0u, 1u, 7u, 16u, 100u})
+        for (unsigned int after : {0u, 1u, 9u, 64u}) {
+            const std::string bytes = std::string(before, 'a') + '\0' + std::string(after, 'b');
+            const std::wstring wide(bytes.begin(), bytes.end());
+            expectDecoded(bytes, wide);
+            require(utils()->toUTF8(Wide(std::wstring_view(wide))) ==
+                        Narrow(std::string_view(bytes)),
+                    "toUTF8: a zero after " + std::to_string(before) + " characters and before " +
+                        std::to_string(after) + " ends the string");
+        }
+}
+
+// Sizes on both sides of those of usual buffers and vectors.
+void sizes()
+{
     require(utils()->toUTF8(Wide()).empty(), "the empty string is not empty");
+    for (const unsigned int around : {16u, 32u, 64u, 256u, 1024u, 4096u, 65536u, 1u << 20})
+        for (unsigned int size = around - 1; size <= around + 1; ++size)
+            for (const std::wstring& end : {std::wstring(L"z"), std::wstring(L"\x20AC")}) {
+                const std::wstring wide = std::wstring(size - 1, L'x') + end;
+                const std::string bytes =
+                    std::string(size - 1, 'x') + (end == L"z" ? "z" : "\xE2\x82\xAC");
+                require(utils()->toUTF8(Wide(std::wstring_view(wide))) ==
+                            Narrow(std::string_view(bytes)),
+                        "toUTF8 changes a string of " + std::to_string(size) + " characters");
+                require(utils()->fromUTF8(bytes.data(), static_cast<unsigned int>(bytes.size())) ==
+                            Wide(std::wstring_view(wide)),
+                        "fromUTF8 changes a string of " + std::to_string(size) + " characters");
+            }
 }
 
 void noCodePoints()
@@ -107,11 +136,23 @@ void noCodePoints()
 
 std::vector<Check> textChecks()
 {
+    static constexpr char kUtils[] = "iSystemUtils.h";
     return {
-        {"text.ascii", "wideFromAscii widens byte by byte", ascii},
-        {"text.scalars", "every code point survives UTF-8 and back", everyScalar},
-        {"text.malformed", "each maximal ill-formed part becomes one U+FFFD", malformed},
-        {"text.lengths", "lengths, terminators and embedded NULs are respected", lengths},
-        {"text.no-code-points", "values that are not code points become U+FFFD", noCodePoints},
+        {"text.ascii", Contract, kUtils,
+         "Widens a NUL-terminated string: each byte becomes the code point of the same number.",
+         ascii},
+        {"text.scalars", Contract, kUtils, "narrow strings are UTF-8, wide strings UTF-32.",
+         everyScalar},
+        {"text.zeros", Contract, kUtils,
+         "Returns all characters of wide in UTF-8, embedded zeros included.", embeddedZeros},
+        {"text.sizes", Contract, kUtils,
+         "Returns all characters of wide in UTF-8, embedded zeros included.", sizes},
+        {"text.no-code-points", Contract, kUtils,
+         "A value that is not a code point becomes U+FFFD.", noCodePoints},
+        {"text.lengths", Contract, kUtils,
+         "Decodes length bytes of UTF-8, or up to the terminator if length is kUpToTerminator.",
+         lengths},
+        {"text.malformed", Contract, kUtils, "Each maximal ill-formed part becomes one U+FFFD.",
+         malformed},
     };
 }

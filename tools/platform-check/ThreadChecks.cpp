@@ -26,7 +26,6 @@ void reentrant()
 {
     const Vx::Ptr<iLock> lock = threading()->createLock(0);
     require(bool(lock), "createLock returns an empty pointer");
-    require(lock.useCount() == 1, "the counter of a new lock does not start at 0");
     lock->lock();
     lock->lock();
     require(lock->tryLock(), "tryLock fails for the holder");
@@ -82,6 +81,38 @@ void excludes()
                 std::to_string(long(kThreads) * kRounds));
 }
 
+void counted()
+{
+    const Vx::Ptr<iLock> lock = threading()->createLock(0);
+    require(lock.useCount() == 1,
+            "one holder of a new lock is counted as " + std::to_string(lock.useCount()));
+}
+
+void anyFlags()
+{
+    for (const unsigned int flags : {0u, 1u, 2u, 0x80000000u, 0xFFFFFFFFu}) {
+        const Vx::Ptr<iLock> lock = threading()->createLock(flags);
+        require(bool(lock), "createLock(" + std::to_string(flags) + ") returns an empty pointer");
+        require(takenByAnother(*lock), "a new lock is held");
+    }
+}
+
+void tryAtOnce()
+{
+    const Vx::Ptr<iLock> lock = threading()->createLock(0);
+    require(lock->tryLock(), "tryLock fails for a free lock");
+    require(!takenByAnother(*lock), "tryLock does not take the lock");
+    lock->unlock();
+    require(takenByAnother(*lock), "unlock does not release what tryLock took");
+}
+
+void ownerEnds()
+{
+    static const Vx::Ptr<iLock> lock = threading()->createLock(0); // held to the end
+    std::thread([] { lock->lock(); }).join();
+    require(!lock->tryLock(), "the lock is free after the end of the thread that holds it");
+}
+
 void independent()
 {
     const Vx::Ptr<iLock> first = threading()->createLock(0);
@@ -93,27 +124,27 @@ void independent()
 
 void identifiers()
 {
+    constexpr unsigned int kThreads = 8;
     const unsigned int mine = threading()->currentThreadId();
-    require(mine != 0, "an identifier is 0");
     require(threading()->currentThreadId() == mine, "the identifier of a thread changes");
-    std::set<unsigned int> seen{mine};
     std::vector<std::thread> threads;
-    std::vector<unsigned int> found(8);
-    // Only identifiers of threads that live at the same time must differ.
-    const Vx::Ptr<iLock> gate = threading()->createLock(0);
-    gate->lock();
+    std::vector<unsigned int> found(kThreads);
+    std::atomic<unsigned int> asked{0}; // all threads live until the last one has asked
     for (unsigned int& id : found)
-        threads.emplace_back([&id, &gate] {
+        threads.emplace_back([&id, &asked] {
             id = threading()->currentThreadId();
-            gate->lock();
-            gate->unlock();
+            ++asked;
+            while (asked != kThreads)
+                std::this_thread::yield();
         });
-    gate->unlock();
     for (std::thread& thread : threads)
         thread.join();
-    for (unsigned int id : found)
+    found.push_back(mine);
+    std::set<unsigned int> seen;
+    for (unsigned int id : found) {
         require(id != 0, "an identifier is 0");
-    require(found[0] != mine && found[1] != mine, "another thread has this thread's identifier");
+        require(seen.insert(id).second, "two living threads have the same identifier");
+    }
 }
 
 void identifierAfterFork()
@@ -127,11 +158,24 @@ void identifierAfterFork()
 
 std::vector<Check> threadChecks()
 {
+    static constexpr char kThreading[] = "iThreading.h";
     return {
-        {"lock.reentrant", "the holder may enter again, other threads may not", reentrant},
-        {"lock.excludes", "one thread at a time holds a lock", excludes},
-        {"lock.independent", "locks are independent", independent},
-        {"thread-id", "never 0, constant, different for live threads", identifiers},
-        {"thread-id.fork", "a forked child has a different identifier", identifierAfterFork},
+        {"lock.counted", Contract, "OS.h", "The count of a new object starts at 0", counted},
+        {"lock.flags", Contract, kThreading, "Returns a new, free lock, never null.", anyFlags},
+        {"lock.reentrant", Contract, kThreading, "The holder may enter again", reentrant},
+        {"lock.excludes", Contract, kThreading, "Blocks until the calling thread holds the lock.",
+         excludes},
+        {"lock.try", Contract, kThreading, "Takes the lock if it is free or the caller holds it.",
+         tryAtOnce},
+        {"lock.owner-ends", Contract, kThreading, "A lock whose holder has ended stays held.",
+         ownerEnds},
+        {"lock.independent", Contract, kThreading, "Returns a new, free lock, never null.",
+         independent},
+        {"thread-id", Contract, kThreading,
+         "Returns a number that identifies the calling thread among the living threads of the "
+         "process, the same at every call. Never 0",
+         identifiers},
+        {"thread-id.fork", Reference, kGuide, "Forked children get identifiers of their own",
+         identifierAfterFork},
     };
 }

@@ -19,27 +19,34 @@ namespace {
 constexpr int kSeconds = 60; // until a silent check counts as hanging
 
 // Passes if a process starts with the platform at all.
-const Check kStarts = {"starts", "a process starts with the library", nullptr};
+const Check kStarts = {"starts", Contract, "", "a process starts with the library", nullptr};
+
+const char* const kLevels[] = {"contract", "desktop", "reference"};
 
 const char kUsage[] =
-    "usage: platform-check LIBRARY [CHECK...]\n"
+    "usage: platform-check [--level LEVEL] LIBRARY [CHECK...]\n"
     "       platform-check --list\n"
     "\n"
-    "Checks LIBRARY against the contract that Vx expects of a platform. Each check runs in a\n"
-    "process of its own with LIBRARY as its platform. CHECK is the name of a check or the\n"
-    "beginning of one; without any, all checks run.\n"
+    "Checks that LIBRARY keeps the promises of a platform. Each check runs in a process of its\n"
+    "own with LIBRARY as its platform. CHECK is the name of a check or the beginning of one;\n"
+    "without any, all checks of the level run. Those of higher levels are listed as skipped.\n"
+    "\n"
+    "  --level contract   what the headers demand of every platform; the default\n"
+    "  --level desktop    and what desktop applications expect: files and settings on disk\n"
+    "  --level reference  and what only the platform that comes with the library promises\n"
+    "  --list             list the checks: name, level, and the sentence that each verifies\n"
     "\n"
     "Exit status: 0 if all checks pass, 1 if some fail or no process starts with LIBRARY, 2 for\n"
     "a usage error.\n"
     "\n"
     "  platform-check build/release/platforms/linux/libOS.so\n"
-    "  platform-check ./libOS.so files. settings.processes\n";
+    "  platform-check --level desktop ./libOS.so files. disk.settings\n";
 
 std::vector<Check> allChecks()
 {
     std::vector<Check> all;
-    for (auto* part :
-         {memoryChecks, textChecks, systemChecks, threadChecks, fileChecks, shellChecks})
+    for (auto* part : {memoryChecks, textChecks, systemChecks, threadChecks, fileChecks,
+                       shellChecks, diskChecks})
         for (const Check& check : part())
             all.push_back(check);
     return all;
@@ -180,26 +187,67 @@ std::vector<Check> chosenChecks(int count, char** names)
     return chosen;
 }
 
-int checkLibrary(const char* name, const std::vector<Check>& checks, const std::string& folder)
+struct Options {
+    Level level = Contract;
+    const char* library = nullptr;
+    std::vector<Check> checks;
+};
+
+int checkLibrary(const Options& options, const std::string& folder)
 {
     const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
     if (const Outcome outcome = runInChild(self, kStarts, folder); !outcome.passed) {
         std::fprintf(stderr, "platform-check: no process starts with %s as its platform: %s\n",
-                     name, outcome.reason.c_str());
+                     options.library, outcome.reason.c_str());
         return 1;
     }
     int passed = 0;
     int failed = 0;
-    for (const Check& check : checks) {
-        const Outcome outcome = runInChild(self, check, folder);
-        (outcome.passed ? passed : failed)++;
-        std::printf("%s %-28s %s\n", outcome.passed ? "ok  " : "FAIL", check.name, check.claim);
-        if (!outcome.passed)
-            std::printf("     %s\n", outcome.reason.c_str());
+    int skipped = 0;
+    for (const Check& check : options.checks) {
+        const bool skip = check.level > options.level;
+        const Outcome outcome = skip ? Outcome{} : runInChild(self, check, folder);
+        (skip ? skipped : outcome.passed ? passed : failed)++;
+        std::printf("%s %-23s %s\n",
+                    skip             ? "skip"
+                    : outcome.passed ? "ok  "
+                                     : "FAIL",
+                    check.name, skip ? kLevels[check.level] : check.sentence);
+        if (!skip && !outcome.passed)
+            std::printf("     %s\n     promised in %s\n", outcome.reason.c_str(), check.source);
         std::fflush(stdout);
     }
-    std::printf("%d checks passed, %d failed\n", passed, failed);
+    std::printf("%d checks passed, %d failed, %d skipped at level %s\n", passed, failed, skipped,
+                kLevels[options.level]);
     return failed == 0 ? 0 : 1;
+}
+
+// Fills \p options from the arguments, or says on standard error what is wrong with them.
+bool understand(int argc, char** argv, Options& options)
+{
+    int next = 1;
+    if (argc > 2 && std::string_view(argv[1]) == "--level") {
+        const auto* const level =
+            std::find(std::begin(kLevels), std::end(kLevels), std::string_view(argv[2]));
+        if (level == std::end(kLevels)) {
+            std::fprintf(stderr, "platform-check: no level named %s; see --help\n", argv[2]);
+            return false;
+        }
+        options.level = static_cast<Level>(level - kLevels);
+        next = 3;
+    }
+    if (next >= argc || argv[next][0] == '-') {
+        std::fputs(kUsage, stderr);
+        return false;
+    }
+    options.library = argv[next++];
+    options.checks = chosenChecks(argc - next, argv + next);
+    const bool any = std::any_of(options.checks.begin(), options.checks.end(),
+                                 [&](const Check& check) { return check.level <= options.level; });
+    if (!any && !options.checks.empty())
+        std::fprintf(stderr, "platform-check: %s is a check of --level %s\n",
+                     options.checks[0].name, kLevels[options.checks[0].level]);
+    return any;
 }
 
 } // namespace
@@ -210,22 +258,22 @@ int main(int argc, char** argv)
         return runOne(argv[2]);
     if (argc == 2 && std::string_view(argv[1]) == "--list") {
         for (const Check& check : allChecks())
-            std::printf("%-28s %s\n", check.name, check.claim);
+            std::printf("%-23s %-9s %s: %s\n", check.name, kLevels[check.level], check.source,
+                        check.sentence);
         return 0;
     }
-    if (argc < 2 || argv[1][0] == '-') {
-        const bool asked = argc == 2 && std::string_view(argv[1]) == "--help";
-        std::fputs(kUsage, asked ? stdout : stderr);
-        return asked ? 0 : 2;
+    if (argc == 2 && std::string_view(argv[1]) == "--help") {
+        std::fputs(kUsage, stdout);
+        return 0;
     }
+    Options options;
+    if (!understand(argc, argv, options))
+        return 2;
     char library[PATH_MAX];
-    if (realpath(argv[1], library) == nullptr) {
-        std::fprintf(stderr, "platform-check: %s: %s\n", argv[1], std::strerror(errno));
+    if (realpath(options.library, library) == nullptr) {
+        std::fprintf(stderr, "platform-check: %s: %s\n", options.library, std::strerror(errno));
         return 2;
     }
-    const std::vector<Check> checks = chosenChecks(argc - 2, argv + 2);
-    if (checks.empty())
-        return 2;
 
     // A folder that the loader searches first, with the library under a platform's name.
     char folder[] = "/tmp/platform-check-XXXXXX";
@@ -236,7 +284,7 @@ int main(int argc, char** argv)
     const std::filesystem::path place(folder);
     std::filesystem::create_directory(place / "library");
     std::filesystem::create_symlink(library, place / "library" / "libOS.so");
-    const int status = checkLibrary(argv[1], checks, folder);
+    const int status = checkLibrary(options, folder);
     std::filesystem::remove_all(place);
     return status;
 }

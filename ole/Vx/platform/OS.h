@@ -11,6 +11,8 @@
 /// Ownership: the root and the services belong to the platform and live as long as the process.
 ///   Do not free or keep them: call OS() and the accessor at every use, since a host may replace
 ///   a service at any time.
+/// Objects: files, locks and settings are handed out as Vx::Ptr(count, object). The count of a new
+///   object starts at 0, and the last holder deletes the object.
 /// Thread safety: every accessor and every service may be called from any thread.
 /// Lifetime: memoryAllocator() is called before the first static constructor has run and after
 ///   the last destructor has. The root and the allocator must work throughout.

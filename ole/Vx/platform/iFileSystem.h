@@ -5,6 +5,8 @@
 
 /// An open file. Closed when the last Vx::Ptr to it is released.
 ///
+/// Each open file has a position of its own, which starts at 0. A file that is open for reading is
+/// never changed through it.
 /// A file opened for writing is published (becomes visible under its path, in place of the file
 /// that was there) when it is committed or, without a commit, when it is closed.
 /// Thread safety: one thread at a time.
@@ -46,7 +48,7 @@ public:
     virtual Vx::Ptr<iFile> openFile(const LightweightString<wchar_t>& path, int access,
                                     int disposition, int flags, int reserved) = 0;
 
-    /// Returns the character between the components of a path.
+    /// Returns the character between the components of a path, never 0.
     virtual wchar_t pathSeparator() = 0;
 
 protected:

@@ -5,7 +5,8 @@
 
 /// A store of values, each under a section and a key. iShell::getSettings() returns it.
 ///
-/// Strings are bytes, usually UTF-8, and come back exactly as they were stored.
+/// Strings are bytes, usually UTF-8, and come back exactly as they were stored, embedded zeros
+/// included. Two keys or sections are different if any byte is.
 /// Thread safety: every operation may be called from any thread at any time.
 class iSettings {
 public:

@@ -33,15 +33,16 @@ public:
     /// empty.
     virtual LightweightString<wchar_t> fromUTF8(const char* bytes, unsigned int length) = 0;
 
-    /// Returns milliseconds since an origin of the platform's choice. Never runs backwards.
+    /// Returns the milliseconds of real time since an origin of the platform's choice, a finite
+    /// number. Never runs backwards.
     virtual double msecsNow() = 0;
 
-    /// Returns a new, globally unique identifier.
+    /// Returns a new, globally unique identifier, on any thread.
     virtual SimpleUUID generateUUID() = 0;
 
-    /// Appends one string per stack frame of the caller to \p frames, innermost first. May
-    /// append nothing. Called while an exception is constructed: throwing here terminates the
-    /// process.
+    /// Appends one non-empty string per stack frame of the caller to \p frames, innermost first.
+    /// May append nothing. Called while an exception is constructed: throwing here terminates
+    /// the process.
     virtual void captureCallStack(
         std::vector<LightweightString<char>, StdAllocator<LightweightString<char>>>& frames) = 0;
 

@@ -32,7 +32,7 @@ public:
     virtual Vx::Ptr<iLock> createLock(unsigned int flags) = 0;
 
     /// Returns a number that identifies the calling thread among the living threads of the
-    /// process. Never 0, which means "no owner".
+    /// process, the same at every call. Never 0, which means "no owner".
     virtual unsigned int currentThreadId() = 0;
 
 protected:
