@@ -3,6 +3,7 @@
 
 #include <Vx/VxFwd.h>
 #include <Vx/VxObject.h>
+#include <Vx/detail/RefCount.h>
 #include <cstddef>
 #include <type_traits>
 #include <utility>
@@ -117,7 +118,7 @@ public:
     /// The number of pointers that hold the object right now; 0 when empty.
     unsigned int useCount() const noexcept
     {
-        return object != nullptr ? __atomic_load_n(count, __ATOMIC_ACQUIRE) : 0;
+        return object != nullptr ? detail::readCount(count) : 0;
     }
 
     /// Increments the count, unless empty. For code that counts references itself; every
@@ -134,9 +135,7 @@ public:
     /// and the destructor, overwrite or abandon them.
     void decRef() noexcept
     {
-        if (object == nullptr)
-            return;
-        if (__atomic_sub_fetch(count, 1u, __ATOMIC_SEQ_CST) != 0)
+        if (object == nullptr || !detail::dropCount(count))
             return;
         Count::freeCounter(count);
         Destroy::destroy(object);

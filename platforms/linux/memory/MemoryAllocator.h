@@ -4,8 +4,8 @@
 #include <Vx/platform/iMemoryAllocator.h>
 
 /// Allocates small blocks from SmallBlocks and everything else with the C library's malloc, or
-/// whatever the host has put in its place. Builds with a sanitizer, VX_PLAIN or without
-/// VX_SMALL_BLOCKS use malloc only, so that memory checkers see every block.
+/// whatever the host has put in its place. In a process with a sanitizer or under Valgrind, and
+/// built with VX_PLAIN or without VX_SMALL_BLOCKS, it uses malloc only.
 ///
 /// Errors: throws std::bad_alloc when memory is exhausted. Freeing the wrong address aborts, see
 ///   SmallBlocks. Built with VX_HARDENED, freed blocks of malloc are overwritten, too.

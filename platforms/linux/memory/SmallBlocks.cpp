@@ -9,6 +9,9 @@
 #include <sys/mman.h>
 #include <utility>
 
+// Defined by the sanitizers that watch the blocks of malloc: address, leak, memory and thread.
+extern "C" [[gnu::weak]] std::size_t __sanitizer_get_allocated_size(const volatile void* block);
+
 constinit void* SmallBlocks::Bin::nothing[2] = {};
 constinit SmallBlocks::Cache SmallBlocks::none = {};
 [[gnu::tls_model("initial-exec")]] constinit thread_local SmallBlocks::Cache* SmallBlocks::own =
@@ -332,7 +335,8 @@ constexpr std::size_t SmallBlocks::cacheSize() noexcept
 
 void SmallBlocks::start() noexcept
 {
-    usable = pthread_key_create(&threadKey, threadEnds) == 0 && SpanHeap::start();
+    usable = __sanitizer_get_allocated_size == nullptr &&
+             pthread_key_create(&threadKey, threadEnds) == 0 && SpanHeap::start();
 }
 
 // Returns the cache of a thread that has ended, or null.

@@ -45,6 +45,8 @@
 ///   were moving.
 /// Start and end: works before the first constructor and after the last destructor. A thread
 ///   that ends returns its blocks; what still runs in it afterwards allocates with malloc.
+/// Memory checkers: never returns a block in a process with a sanitizer or under Valgrind, so that
+///   all blocks come from malloc, where these can watch them.
 class SmallBlocks {
 public:
     static constexpr std::size_t kLargest = SizeClasses::kLargest;
