@@ -1,4 +1,4 @@
-// Parsing UUIDs in both widths, compared with the scanning functions.
+// Parsing and printing UUIDs in both widths, compared with the functions of the C library.
 #include "Fuzz.h"
 
 #include <Reference.h>
@@ -20,7 +20,9 @@ template <class Ch> void check(const std::basic_string<Ch>& text, unsigned int l
     FUZZ_CLAIM(std::memcmp(id.data(), expected.bytes, 16) == 0);
     if (length == text.size())
         FUZZ_CLAIM(Vx::UUID(ours(text)) == id);
-    FUZZ_CLAIM(Vx::UUID(id.asString()) == id && Vx::UUID(id.asWString()) == id);
+    const std::string printed = reference::printedUuid(expected);
+    FUZZ_CLAIM(plain(id.asString()) == printed);
+    FUZZ_CLAIM(plain(id.asWString()) == std::wstring(printed.begin(), printed.end()));
 }
 
 // 36 or 38 characters, without or with braces, if the input has that many.
@@ -36,6 +38,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     Input input(data, size);
     const unsigned int choice = input.take<std::uint8_t>();
+    if ((choice & 8) != 0) {
+        const std::string valid = reference::printedUuid(input.take<SimpleUUID>());
+        check(valid, 36);
+        check(std::wstring(valid.begin(), valid.end()), 36);
+        return 0;
+    }
     Input same = input;
     const std::string text = same.rest();
     check(text, lengthOf(text.size(), choice & 3));
