@@ -4,7 +4,6 @@
 #include <ctime>
 
 #include <Failures.h>
-#include <Reference.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 using namespace std::string_view_literals;
@@ -32,11 +31,10 @@ std::string dump(const VxIniFile& ini)
     return text.str();
 }
 
-std::string dumpOf(ScriptedPlatform& platform, std::string_view content, char separator = '\n',
-                   bool caseSensitive = true)
+std::string dumpOf(ScriptedPlatform& platform, std::string_view content, char separator = '\n')
 {
     platform.addFile(L"a.ini", std::string(content));
-    VxIniFile ini(caseSensitive);
+    VxIniFile ini(true);
     return ini.load(L"a.ini", separator) ? dump(ini) : "refused";
 }
 
@@ -189,20 +187,9 @@ TEST(VxIniFile, CopiesAreIndependent)
     EXPECT_EQ(dump(copy), ""); // NOLINT(bugprone-use-after-move)
 }
 
-// Loading.
+// Loading. The fuzz targets "ini-load" and "ini-roundtrip" test any content.
 
-TEST(VxIniFileLoad, ReadsWhatRandomFilesRarelyHave)
-{
-    ScriptedPlatform platform;
-    EXPECT_EQ(dumpOf(platform, "[S]\na=1\n[T]\nb=2\n[S]\nc=3\n"), "<S>{a=1}{c=3}<T>{b=2}");
-    EXPECT_EQ(dumpOf(platform, "[@@@ANONYMOUS_SECTION_RESERVED_NAME@@@]\nx=1\n"), "<*>{x=1}");
-    EXPECT_EQ(dumpOf(platform, "\xEF\xBB\xBF[S]\nk=v\n"), "<*>{\xEF\xBB\xBF[S]}{k=v}")
-        << "a header after a byte-order mark is a pair";
-    EXPECT_EQ(dumpOf(platform, "a=caf\xC3\xA9\nb=\xE6\x97\xA5!\n"), "<*>{a=caf}{b=\xE6\x97\xA5!}")
-        << "deliberate: non-ASCII ends are lost";
-}
-
-TEST(VxIniFileLoad, AsksTheLocaleWhatIsPrintable)
+TEST(VxIniFileLoad, DeliberatelyLosesEndsThatTheLocaleCannotPrint)
 {
     ScriptedPlatform platform;
     constexpr std::string_view kContent = "a=caf\xE9\n\xE9=b\nc=\xFF\nd=\x80\ne\xE9"sv;
@@ -225,9 +212,6 @@ TEST(VxIniFileLoad, MergesIntoTheDocument)
         ASSERT_TRUE(ini.load(i == 0 ? L"a.ini" : L"", '\n'));
     EXPECT_EQ(dump(ini), "<New>{n=1}{n=1}<Other>{o=0}<s>{old=0}{x=1}{x=1}");
     EXPECT_EQ(&ini["S"], section);
-
-    EXPECT_EQ(dumpOf(platform, "[A]\nx=1\n[a]\ny=2\n", '\n', false), "<A>{x=1}{y=2}");
-    EXPECT_EQ(dumpOf(platform, "[A]\nx=1\n[a]\ny=2\n", '\n', true), "<A>{x=1}<a>{y=2}");
 
     platform.addFile(L"a.ini",
                      "[A]\nname=value\n" + std::string(63, 'x') + "\n[B]\ny=1\n[A]\nx=1\n");
@@ -320,43 +304,6 @@ TEST(VxIniFileLoad, RefusesALineThatNoStringCanHold)
     add(ini, "S", "old=0");
     EXPECT_FALSE(ini.load(L"a.ini", '\n'));
     EXPECT_EQ(dump(ini), "<S>{old=0}");
-}
-
-namespace {
-
-std::string loadedByReference(const std::string& content, char separator)
-{
-    VxIniFile ini(true);
-    reference::IniDocument document;
-    reference::loadIni(document, content, separator, true);
-    for (const auto& [name, lines] : document)
-        for (const std::string& line : lines)
-            ini.getSection(Text(std::string_view(name)))
-                .emplace_back(Text(std::string_view(line)), '=');
-    return dump(ini);
-}
-
-std::string randomFile(std::mt19937& random)
-{
-    static constexpr std::string_view kBytes = "ab=<[] \t\1\n\n\r;\0\x7F\x80\xC3\xA9\xFF"sv;
-    std::string content(1 + random() % 40, ' ');
-    for (char& c : content)
-        c = kBytes[random() % kBytes.size()];
-    return content;
-}
-
-} // namespace
-
-TEST(VxIniFileLoad, AgreesWithTheReference)
-{
-    ScriptedPlatform platform;
-    std::mt19937 random(20260108);
-    for (int i = 0; i < 20000; ++i) {
-        const std::string content = randomFile(random);
-        const char separator = "\n\n;\r\0\xFF "[random() % 7];
-        ASSERT_EQ(dumpOf(platform, content, separator), loadedByReference(content, separator))
-            << "file " << i << ", separator " << int(separator);
-    }
 }
 
 // Saving.
@@ -467,21 +414,4 @@ TEST(VxIniFileSaveAll, ProtectsEndsThatLoadingWouldStripByABlank)
               "\xEF\xBB\xBF; a byte-order mark stays first\r\n \tindented\r\n\r\n"
               "[S]\r\nname=Zo\xC3\xAB \r\nplain=\r\n");
     EXPECT_EQ(dump(VxIniFile(L"a.ini", true, true)), dump(ini));
-}
-
-TEST(VxIniFileSaveAll, LoadedDocumentsAreEqualAfterwards)
-{
-    ScriptedPlatform platform;
-    std::mt19937 random(4711);
-    for (int i = 0; i < 20000; ++i) {
-        const std::string content = randomFile(random);
-        platform.addFile(L"a.ini", content);
-        VxIniFile ini(true);
-        ASSERT_TRUE(ini.load(L"a.ini", '\n'));
-        ASSERT_TRUE(ini.saveAll(L"b.ini"));
-        const std::string saved = platform.file(L"b.ini");
-        ASSERT_EQ(dump(VxIniFile(L"b.ini", true, true)), dump(ini)) << "file " << i << content;
-        ASSERT_TRUE(ini.saveAll(L"b.ini"));
-        ASSERT_EQ(platform.file(L"b.ini"), saved);
-    }
 }

@@ -54,27 +54,30 @@ void expectReadsAsLibc(const std::string& text)
         [&] { return std::strtod(text.c_str(), nullptr); });
 }
 
-// Strings with numbers: what programs write, what people type, and damaged forms of both.
-class Inputs {
+/// Numbers with everything before and after them that could be taken for a part of them.
+void compareReading()
+{
+    std::istringstream numbers(
+        "0 7 42 007 123456789 2147483648 4294967296 9223372036854775808 18446744073709551616 "
+        "9007199254740993 123456789012345678901234567890 1.5 . .25 12. 1,5 ,5 1,234.5 1.5.5 "
+        "0.1234567890123456789 1\u066B5 \u066B5 1\u0135 1\u00A0000 0x1f 0x 0x1p3 inf infinity nan "
+        "NAN(12) 4.9e-324 1.8e308 1e-330 0e999 0.0e-5");
+    expectReadsAsLibc("");
+    for (std::string number; numbers >> number;)
+        for (const std::string before : {"", " \t\n\v\f\r", "-", "+", "+-", "\xA0"})
+            for (const char* after : {"", "e", "e+", "e5", "E-300", ".", "px", " 12", "\x01"}) {
+                expectReadsAsLibc(before + number + after);
+                if (testing::Test::HasFatalFailure())
+                    return;
+            }
+}
+
+/// Doubles of all kinds, many close to where printing rounds.
+class Doubles {
 public:
-    explicit Inputs(std::uint64_t seed) : random_(seed) {}
+    explicit Doubles(std::uint64_t seed) : random_(seed) {}
 
-    std::string next()
-    {
-        std::string text;
-        while (random_() % 4 == 0)
-            text += " \t\n\v\f\r"[random_() % 6];
-        if (random_() % 3 == 0)
-            text += "-+"[random_() % 2];
-        text += number();
-        if (random_() % 4 == 0)
-            text += random_() % 2 == 0 ? word("abc 12 . , ,5 \u066B5 e px \t") : oddCharacter();
-        if (random_() % 8 == 0 && !text.empty())
-            text.replace(random_() % text.size(), 1, oddCharacter());
-        return text;
-    }
-
-    double nextDouble()
+    double next()
     {
         const std::int64_t units = static_cast<std::int64_t>(random_());
         switch (random_() % 4) {
@@ -90,51 +93,8 @@ public:
     }
 
 private:
-    std::string digits(std::uint64_t most)
-    {
-        std::string text(random_() % (most + 1), '0');
-        for (char& c : text)
-            c = static_cast<char>('0' + random_() % 10);
-        return text;
-    }
-    std::string word(const char* list)
-    {
-        std::istringstream stream(list);
-        const std::vector<std::string> words(std::istream_iterator<std::string>(stream), {});
-        return words[random_() % words.size()];
-    }
-    std::string oddCharacter()
-    {
-        return std::string(1, "0123456789+-.,eExXinfap \t\v\xA0\xD9\x01"[random_() % 28]);
-    }
-    std::string number()
-    {
-        switch (random_() % 6) {
-        case 0: return digits(9);
-        case 1: return digits(random_() % 8 == 0 ? 90 : 25);
-        case 2: return digits(12) + "." + digits(12);
-        case 3:
-            return digits(3) + "." + digits(3) + "eE"[random_() % 2] + "-+"[random_() % 2] +
-                   digits(3);
-        case 4: return digits(2) + "e" + std::to_string(static_cast<int>(random_() % 700) - 350);
-        default:
-            return word(
-                "0x1f 0x inf nan infinity NAN(12) . 1e 1e+ - +-1 1,5 1,234.5 4294967296 "
-                "-1 2147483648 1.5.5 1e5.5 1\u0135 1\u066B5 ,5 \u066B5 0x1p3 4.9e-324 1.8e308 "
-                "1e-330 0e999 -0 -0.0e-5 9223372036854775808 18446744073709551616 \xA0\x31 "
-                "1\u00A0000");
-        }
-    }
-
     std::mt19937_64 random_;
 };
-
-void compareReading(std::uint64_t seed, int count)
-{
-    Inputs inputs(seed);
-    for (int i = 0; i < count && !testing::Test::HasFatalFailure(); ++i)
-        expectReadsAsLibc(inputs.next());
-}
 
 void expectWritesAsLibc(double value, int precision)
 {
@@ -147,9 +107,9 @@ void expectWritesAsLibc(double value, int precision)
 
 void compareWriting(std::uint64_t seed, int count)
 {
-    Inputs inputs(seed);
+    Doubles doubles(seed);
     for (int i = 0; i < count && !testing::Test::HasFatalFailure(); ++i)
-        expectWritesAsLibc(inputs.nextDouble(), i % 14 - 2); // beyond both ends
+        expectWritesAsLibc(doubles.next(), i % 14 - 2); // beyond both ends
 }
 
 } // namespace
@@ -262,22 +222,17 @@ TEST(NumericLocale, LeavesAloneWhatItCannotRepair)
     freelocale(own);
 }
 
-TEST(NumbersDifferential, InTheCLocale)
-{
-    const ScratchLocale plain("C");
-    compareReading(1, scaled(100'000));
-    compareWriting(2, scaled(60'000));
-}
+// The fuzz target "numbers" goes on with random texts.
 
-TEST(NumbersDifferential, WithOtherDecimalPoints)
+TEST(NumbersDifferential, InEveryLocale)
 {
-    {
-        const ScratchLocale german("de_DE");
-        compareReading(3, scaled(40'000));
+    for (const char* name : {"C", "de_DE", "ps_AF"}) {
+        SCOPED_TRACE(name);
+        const ScratchLocale locale(name);
+        compareReading();
+        if (name != std::string("de_DE")) // printing would change it
+            compareWriting(2, scaled(60'000));
     }
-    const ScratchLocale pashto("ps_AF");
-    compareReading(5, scaled(40'000));
-    compareWriting(6, scaled(5'000));
 }
 
 TEST(NumbersDifferential, InEveryPairOfRoundingModes)
@@ -286,7 +241,7 @@ TEST(NumbersDifferential, InEveryPairOfRoundingModes)
         for (const int x87 : kRoundingModes) {
             SCOPED_TRACE(std::to_string(sse) + " and " + std::to_string(x87));
             setRounding(sse, x87);
-            compareReading(7, scaled(2'000));
+            compareReading();
             compareWriting(8, scaled(1'000));
             setRounding(FE_TONEAREST, FE_TONEAREST);
         }
@@ -294,9 +249,9 @@ TEST(NumbersDifferential, InEveryPairOfRoundingModes)
 
 TEST(WriteFixed, AgreesWithItsPlainTwin)
 {
-    Inputs inputs(9);
+    Doubles doubles(9);
     for (int i = 0; i < scaled(100'000); ++i) {
-        const double value = inputs.nextDouble();
+        const double value = doubles.next();
         const auto written = [&](auto write) {
             char buffer[Vx::detail::kFixedDecimalsSize];
             return std::string(buffer, write(buffer, value, i % 10));
