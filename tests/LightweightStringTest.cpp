@@ -150,6 +150,21 @@ TYPED_TEST(LightweightStringOf, RefusesTooManyCharactersAtOnce)
     }
 }
 
+TEST(WidePrefix, EndsAtTheFirstDifference)
+{
+    for (unsigned int count = 0; count <= 40; ++count)
+        for (unsigned int at = 0; at <= count; ++at) {
+            const std::wstring a(count, L'a');
+            std::wstring b = a;
+            if (at < count)
+                b[at] = static_cast<wchar_t>(0x80000061u);
+            b.replace(std::min(at + 2, count), std::wstring::npos, count, L'b');
+            ASSERT_EQ(Vx::detail::commonPrefix(a.data(), b.data(), count), at) << count;
+            ASSERT_EQ(Vx::detail::commonPrefixPlain(a.data(), b.data(), count), at) << count;
+            EXPECT_EQ(LightweightString<wchar_t>(a.c_str()) < b.substr(0, count), at < count);
+        }
+}
+
 TYPED_TEST(LightweightStringOf, ComparesUnsignedCharactersThenLengths)
 {
     using String = LightweightString<TypeParam>;

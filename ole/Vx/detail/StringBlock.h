@@ -2,6 +2,7 @@
 #pragma once
 
 #include <Vx/VxFwd.h>
+#include <Vx/detail/WidePrefix.h>
 #include <cstddef>
 #include <cstring>
 #include <stdexcept>
@@ -83,9 +84,9 @@ inline int compare(std::string_view a, std::string_view b) noexcept { return a.c
 inline int compare(std::wstring_view a, std::wstring_view b) noexcept
 {
     const std::size_t common = a.size() < b.size() ? a.size() : b.size();
-    for (std::size_t i = 0; i < common; ++i)
-        if (a[i] != b[i])
-            return static_cast<unsigned int>(a[i]) < static_cast<unsigned int>(b[i]) ? -1 : 1;
+    const std::size_t i = commonPrefix(a.data(), b.data(), common);
+    if (i != common)
+        return static_cast<unsigned int>(a[i]) < static_cast<unsigned int>(b[i]) ? -1 : 1;
     return (a.size() > b.size()) - (a.size() < b.size());
 }
 
