@@ -1,38 +1,29 @@
 // Memory runs out in the reference platform: the first allocation of each service fails, then the
 // second, and so on until it succeeds. MemoryExhaustionTest.cpp covers locks and text conversion.
 #include <ScratchFolder.h>
-#include <Vx/testing/PlatformProxy.h>
+#include <Vx/testing/ScriptedPlatform.h>
 #include <fcntl.h>
 #include <sys/file.h>
 
 namespace {
 
-/// The reference platform, of which one allocation can fail.
-struct Memory : PlatformProxy {
-    void* allocate(unsigned long size) override
-    {
-        if (left != 0 && --left == 0) {
-            fired = true;
-            throw std::bad_alloc();
-        }
-        void* const block = PlatformProxy::allocate(size);
-        ++blocks;
-        return block;
-    }
-    void deallocate(void* block) override
-    {
-        blocks -= block != nullptr;
-        PlatformProxy::deallocate(block);
-    }
-
-    unsigned int left = 0; // until one fails; 0: none
-    bool fired = false;
-    long blocks = 0;
-};
-
-const std::string kDamaged = "no settings text\n";
 using Text = LightweightString<char>;
-using Frames = std::vector<Text, StdAllocator<Text>>;
+using Wide = LightweightString<wchar_t>;
+
+/// Allocations can fail; files, folders and settings are the reference platform's.
+struct Memory : ScriptedPlatform {
+    Vx::Ptr<iFile> openFile(const Wide& path, int access, int disposition, int flags,
+                            int reserved) override
+    {
+        return PlatformProxy::openFile(path, access, disposition, flags, reserved);
+    }
+    Wide getFolder(int kind) override { return PlatformProxy::getFolder(kind); }
+    void setOutputDiagnosticsFolder(const Wide& folder) override
+    {
+        PlatformProxy::setOutputDiagnosticsFolder(folder);
+    }
+    Vx::Ptr<iSettings> getSettings(int scope) override { return PlatformProxy::getSettings(scope); }
+};
 
 bool lockIsFree(const std::string& path)
 {
@@ -42,146 +33,95 @@ bool lockIsFree(const std::string& path)
     return free;
 }
 
-/// Work that makes at least so many allocations.
-struct Row {
-    const char* name;
-    unsigned int least;
-    std::function<void()> work;
-};
-
-/// The services, with all their files in a folder of their own.
-class Services {
-public:
-    Services()
+struct LinuxExhaustion : testing::Test {
+    /// Fails each of the allocations of \p work, which makes at least so many.
+    void exhaust(const char* name, unsigned int least, const std::function<void()>& work)
     {
-        std::filesystem::create_directories(folder.path(programs));
-        folder.put(own + ".ini", "[S]\nkey=stored\n");
-        folder.put("configuration/Vx/machine.ini", kDamaged);
-    }
-
-    /// Runs every row; if \p failing, once for each of its allocations. \returns how many blocks
-    /// stay allocated
-    long runAll(bool failing)
-    {
-        reported([&] {
-            for (const auto& rows : {generalRows(), settingsRows()})
-                for (const Row& row : rows)
-                    run(row, failing);
-        });
-        EXPECT_EQ(folder.get("new"), "new");
-        EXPECT_EQ(folder.get(own + ".ini"),
-                  "[S]\nkey=another value of many letters\na key of many letters=a value of many "
-                  "letters\n\n[a value of many letters]\nkey=a value of many letters\n");
-        EXPECT_EQ(folder.get("configuration/Vx/machine.ini"), kDamaged);
-        const std::string name = program_invocation_short_name;
-        EXPECT_EQ(folder.names(programs), name + ".ini " + name + ".journal " + name + ".lock ");
-        return memory.blocks;
-    }
-
-private:
-    std::vector<Row> generalRows()
-    {
-        const auto saves = [this](const LightweightString<wchar_t>& path) {
-            const Vx::Ptr<iFile> file = files.openFile(path, 2, 3, 0, 0);
-            EXPECT_TRUE(file && file->write("new", 3));
-        };
-        static const std::string malformed = "long enough for vectors \xC3\xA4 \xFF \xE2\x82";
-        static const LightweightString<wchar_t> stored = folder.wide(own + ".ini"),
-                                                written = folder.wide("new"), device = L"/dev/null",
-                                                deeper = folder.wide("diagnostics/deeper");
-        return {
-            {"read a file", 2,
-             [&] {
-                 char first = 'x';
-                 const Vx::Ptr<iFile> file = files.openFile(stored, 1, 0, 1, 0);
-                 EXPECT_TRUE(file && file->read(&first, 1) && first == '[');
-             }},
-            {"replace a file", 4, [saves] { saves(written); }},
-            {"write to a device", 2, [saves] { saves(device); }},
-            {"from malformed UTF-8", 1,
-             [&] { EXPECT_NE(utils.fromUTF8(malformed.data(), unsigned(malformed.size())), L""); }},
-            {"folder", 2, [&] { EXPECT_NE(shell.getFolder(4711), L""); }},
-            {"home folder", 2, [&] { EXPECT_NE(shell.getFolder(1), L""); }},
-            {"diagnostics folder", 2, [&] { shell.setOutputDiagnosticsFolder(deeper); }},
-            {kCapture, 2,
-             [&] {
-                 Frames frames;
-                 utils.captureCallStack(frames);
-             }},
-        };
-    }
-
-    std::vector<Row> settingsRows()
-    {
-        static const Text section = "S", key = "key", stored = "stored",
-                          added = "a key of many letters", value = "a value of many letters",
-                          another = "another value of many letters";
-        const auto expectValue = [this](int scope, const Text& name, const Text& expected) {
-            EXPECT_EQ(settings[scope]->getValue(name, value, section), expected);
-        };
-        return {
-            {"get settings", 1, [&] { settings[0] = shell.getSettings(0); }},
-            {"get the machine's", 1, [&] { settings[1] = shell.getSettings(1); }},
-            {"load", 10, [=] { expectValue(0, key, stored); }},
-            {"load damaged", 10, [=] { expectValue(1, key, value); }},
-            {"get none", 1, [=] { expectValue(0, added, value); }},
-            {"set", 4, [&] { settings[0]->setValue(added, value, section); }},
-            {"set in a new section", 4, [&] { settings[0]->setValue(key, value, value); }},
-            {"set another value", 2, [&] { settings[0]->setValue(key, another, section); }},
-            {"get", 1, [=] { expectValue(0, key, another); }},
-            {"save", 20, [&] { settings[0]->save(); }},
-        };
-    }
-
-    void run(const Row& row, bool failing)
-    {
-        SCOPED_TRACE(row.name);
+        SCOPED_TRACE(name);
+        const long blocks = memory.liveBlocks();
         const int descriptors = openDescriptors();
-        unsigned int n = 0;
-        do {
-            SCOPED_TRACE("failure " + std::to_string(n));
-            memory.fired = false;
-            memory.left = failing ? ++n : 0;
-            bool thrown = false;
-            try {
-                row.work();
-            } catch (const std::bad_alloc&) {
-                thrown = true;
-            }
-            memory.left = 0;
-            EXPECT_EQ(thrown, memory.fired && row.name != kCapture);
+        const unsigned int failures = failEachAllocation(memory, work, [&] {
+            EXPECT_EQ(memory.liveBlocks(), blocks);
             EXPECT_EQ(openDescriptors(), descriptors);
             for (const char* suffix : {".lock", ".journal"})
                 EXPECT_TRUE(lockIsFree(folder.path(own + suffix)));
-        } while (memory.fired && n < 500);
-        EXPECT_FALSE(memory.fired) << "never completes";
-        EXPECT_GE(n, failing ? row.least + 1 : 0) << "too few allocations";
+        });
+        EXPECT_GE(failures, least) << "allocates too little to be tested here";
     }
 
-    static constexpr const char* kCapture = "capture a call stack"; // does without what it lacks
-    Memory memory;
     const ScratchFolder folder{ScratchFolder::inMemory()};
     const ScopedEnvironment home{"HOME", folder.path("a home that takes a block").c_str()};
     const ScopedEnvironment config{"XDG_CONFIG_HOME", folder.path("configuration").c_str()};
     const ScopedEnvironment machine{"XDG_CONFIG_DIRS", folder.path("for all users").c_str()};
     const std::string programs = "configuration/Vx/programs/",
                       own = programs + program_invocation_short_name;
-    iFileSystem& files = *OS()->fileSystem();
+    Memory memory;
     iShell& shell = *OS()->shell();
-    iSystemUtils& utils = *OS()->systemUtils();
-    Vx::Ptr<iSettings> settings[2];
 };
 
 } // namespace
 
-TEST(LinuxExhaustion, AFailedAllocationAnywhereCostsNothing)
+TEST_F(LinuxExhaustion, FilesAndFolders)
 {
-    const ScratchFolder kept;
-    // In separate processes, because settings are loaded once per process.
-    for (const char* name : {"without", "with failures"})
-        EXPECT_TRUE(holdsInChild([&] {
-            kept.put(name, std::to_string(Services().runAll(name[4] == ' ')));
-            return std::fflush(stdout) == 0 && !testing::Test::HasFailure();
-        }));
-    EXPECT_EQ(kept.get("without"), kept.get("with failures")) << "blocks leak";
+    folder.put("stored", "old");
+    const Wide stored = folder.wide("stored"), written = folder.wide("new"), device = L"/dev/null",
+               deeper = folder.wide("diagnostics/deeper");
+    const auto save = [](const Wide& path) {
+        const Vx::Ptr<iFile> file = OS()->fileSystem()->openFile(path, 2, 3, 0, 0);
+        EXPECT_TRUE(file && file->write("new", 3));
+    };
+    exhaust("read", 2, [&] {
+        char first = 'x';
+        const Vx::Ptr<iFile> file = OS()->fileSystem()->openFile(stored, 1, 0, 1, 0);
+        EXPECT_TRUE(file && file->read(&first, 1) && first == 'o');
+    });
+    exhaust("replace", 4, [&] { save(written); });
+    EXPECT_EQ(folder.get("new"), "new");
+    exhaust("write to a device", 2, [&] { save(device); });
+    exhaust("folder", 2, [&] { EXPECT_NE(shell.getFolder(4711), L""); });
+    exhaust("home folder", 2, [&] { EXPECT_NE(shell.getFolder(1), L""); });
+    exhaust("diagnostics folder", 2, [&] { shell.setOutputDiagnosticsFolder(deeper); });
+    exhaust("from malformed UTF-8", 1,
+            [] { EXPECT_NE(OS()->systemUtils()->fromUTF8("ill-formed \xFF \xE2\x82", 14), L""); });
+}
+
+TEST_F(LinuxExhaustion, CallStacksAreShorter)
+{
+    unsigned int n = 0;
+    do {
+        memory.failAllocation(++n);
+        std::vector<Text, StdAllocator<Text>> frames;
+        EXPECT_NO_THROW(OS()->systemUtils()->captureCallStack(frames));
+    } while (memory.faultFired());
+    EXPECT_GT(n, 2u);
+}
+
+TEST_F(LinuxExhaustion, Settings)
+{
+    const std::string damaged = "no settings text\n", name = program_invocation_short_name;
+    std::filesystem::create_directories(folder.path(programs));
+    folder.put(own + ".ini", "[S]\nkey=stored\n");
+    folder.put("configuration/Vx/machine.ini", damaged);
+    const Text section = "S", key = "key", added = "a key of many letters",
+               value = "a value of many letters", another = "another value of many letters";
+    Vx::Ptr<iSettings> mine, machines;
+    reported([&] {
+        exhaust("get settings", 1, [&] { mine = shell.getSettings(0); });
+        exhaust("get the machine's", 1, [&] { machines = shell.getSettings(1); });
+        exhaust("load", 10, [&] { EXPECT_EQ(mine->getValue(added, "", section), ""); });
+        EXPECT_EQ(mine->getValue(key, value, section), "stored");
+        exhaust("load damaged", 10,
+                [&] { EXPECT_EQ(machines->getValue(key, value, section), value); });
+        exhaust("get none", 1, [&] { EXPECT_EQ(mine->getValue(added, value, section), value); });
+        exhaust("set", 4, [&] { mine->setValue(added, value, section); });
+        exhaust("set in a new section", 4, [&] { mine->setValue(key, value, value); });
+        exhaust("set another value", 2, [&] { mine->setValue(key, another, section); });
+        exhaust("get", 1, [&] { EXPECT_EQ(mine->getValue(key, value, section), another); });
+        exhaust("save", 20, [&] { mine->save(); });
+    });
+    EXPECT_EQ(folder.get(own + ".ini"),
+              "[S]\nkey=another value of many letters\na key of many letters=a value of many "
+              "letters\n\n[a value of many letters]\nkey=a value of many letters\n");
+    EXPECT_EQ(folder.get("configuration/Vx/machine.ini"), damaged);
+    EXPECT_EQ(folder.names(programs), name + ".ini " + name + ".journal " + name + ".lock ");
 }
