@@ -1,6 +1,6 @@
 // Text conversion of the Linux platform against two independent codecs: ICU defines what
 // malformed text decodes to, utfcpp what well-formed text is. Every input and output ends right
-// before an inaccessible page.
+// before an inaccessible page. platform-check converts every character both ways.
 
 #include "SystemUtils.h"
 #include "text/Utf8.h"
@@ -95,24 +95,6 @@ void expectEncodes(const Wide& text)
     Utf8::Sse::encode(input.begin(), chars.size(), fast.begin(), expected.size());
     ASSERT_EQ(std::string(fast.begin(), fast.end()), expected);
 #endif
-}
-
-TEST(Utf8, ConvertsEveryScalarValueBothWays)
-{
-    Wide all;
-    for (char32_t c = 0; c <= 0x10FFFF; ++c) {
-        if (c == 0xD800)
-            c = 0xE000;
-        all += c;
-        const Wide one(1, c);
-        const std::string bytes = encodeByUtfcpp(one);
-        if (Utf8::Plain::encodedLength(fromWide(one).c_str(), 1) != bytes.size() ||
-            std::string_view(Utf8::encode(fromWide(one).c_str(), 1)) != bytes ||
-            toWide(Utf8::decode(bytes.data(), bytes.size())) != one)
-            FAIL() << "U+" << std::hex << static_cast<unsigned int>(c);
-    }
-    expectEncodes(all);
-    expectDecodes(encodeByUtfcpp(all));
 }
 
 // Alone, cut off by the end of the text, and inside texts long enough for the kernels.
