@@ -31,18 +31,18 @@ TEST(AllocationOperators, EveryFormCallsThePlatformOnce)
         {"nothing", [] { return operator new(0); }, [](void* p) { operator delete(p); }},
     };
     for (const auto& row : rows) {
-        const unsigned long calls = platform.allocations();
-        const long live = platform.liveBlocks();
+        const auto counts = [&] {
+            return std::pair(platform.allocations(), platform.liveBlocks());
+        };
+        const auto [calls, live] = counts();
         void* const block = row.allocate();
-        const unsigned long callsAfter = platform.allocations();
-        const long liveAfter = platform.liveBlocks();
+        const auto held = counts();
         row.release(block);
-        const long liveAtTheEnd = platform.liveBlocks();
+        const auto released = counts();
         SCOPED_TRACE(row.name);
         EXPECT_NE(block, nullptr);
-        EXPECT_EQ(callsAfter, calls + 1);
-        EXPECT_EQ(liveAfter, live + 1);
-        EXPECT_EQ(liveAtTheEnd, live);
+        EXPECT_EQ(held, std::pair(calls + 1, live + 1));
+        EXPECT_EQ(released, std::pair(calls + 1, live));
     }
 }
 

@@ -34,21 +34,6 @@ void expectFree(Namespace& names)
 
 } // namespace
 
-TEST(NamedObjects, FindsWhatWasCreatedByTypeAndName)
-{
-    Namespace names("test");
-    EXPECT_EQ(names.find<Cache>("a"), nullptr);
-    EXPECT_EQ(names.findInfo_(typeid(Cache), "a"), nullptr) << "find created an entry";
-    Registry registry;
-    names.create<Cache>("a", &one);
-    names.create<Cache>("", &two);
-    names.create<Registry>("a", &registry);
-    EXPECT_EQ(names.find<Cache>("a"), &one);
-    EXPECT_EQ(names.find<Cache>(""), &two);
-    EXPECT_EQ(names.find<Registry>("a"), &registry);
-    EXPECT_EQ(names.find<Registry>(""), nullptr);
-}
-
 TEST(NamedObjects, EntryHoldsNamesAndChecksumsAndOutlivesItsNamespace)
 {
     auto names = std::make_unique<Namespace>(nullptr);
@@ -91,7 +76,6 @@ TEST(NamedObjects, MisuseIsReportedWithMessageAndLine)
     for (const auto& row : rows) {
         EXPECT_EQ(failureOf(row.operation),
                   std::string("RuntimeError: ole/Vx/VxNamedObjects") + row.failure);
-        expectFree(names);
         std::thread([&] { EXPECT_EQ(names.find<Cache>("taken"), &one); }).join();
     }
     EXPECT_EQ(names.findInfo_(type, "n"), nullptr);
@@ -176,40 +160,23 @@ TEST(NamedObjects, MemoryFailuresLeaveTheNamespaceAsItWas)
         expectFree(names);
     };
     // Enough names for the index to grow, each time without memory for it first.
+    std::vector<Cache*> made;
     for (std::size_t round = 0; round < 40; ++round) {
         SCOPED_TRACE(round);
         name = "object" + std::to_string(round);
         EXPECT_GE(failEachAllocation(platform, operations[round % 4], check), 5u);
-        names.create_(typeid(int), name.c_str(), &one);
         expected += round % 4 == 0;
-        Cache* const found = names.find<Cache>(name.c_str());
-        EXPECT_EQ(found != nullptr, round % 4 != 3);
+        made.push_back(names.find<Cache>(name.c_str()));
+        EXPECT_EQ(made.back() != nullptr, round % 4 != 3);
+        for (std::size_t n = 0; n <= round; ++n)
+            ASSERT_EQ(names.find<Cache>(("object" + std::to_string(n)).c_str()), made[n]);
         if (round % 4 == 0)
-            delete found;
+            delete made.back();
     }
     name = "no lock";
     platform.failCall("createLock");
     EXPECT_THROW(names.create_(type, "no lock", &one), ScriptedFault);
     check();
-}
-
-TEST(NamedObjects, NamesAreFoundWhenTheIndexCannotGrow)
-{
-    ScriptedPlatform platform;
-    Namespace names("test");
-    unsigned long allocations = 0; // of a name for which the index need not grow
-    for (int n = 0; n < 40; ++n) {
-        const unsigned long before = platform.allocations();
-        if (n > 1)
-            platform.failAllocation(static_cast<unsigned int>(allocations) + 1);
-        names.create_(typeid(Cache), std::to_string(n).c_str(), n % 2 != 0 ? &one : &two);
-        EXPECT_EQ(platform.faultFired(), n > 15) << n;
-        platform.failAllocation(0);
-        allocations = n == 1 ? platform.allocations() - before : allocations;
-    }
-    for (int n = 0; n < 40; ++n)
-        ASSERT_EQ(names.find<Cache>(std::to_string(n).c_str()), n % 2 != 0 ? &one : &two);
-    ASSERT_EQ(names.find<Cache>("unknown"), nullptr);
 }
 
 TEST(NamedObjects, OldestOfEqualEntriesIsFound)
