@@ -1,22 +1,24 @@
 #include "CommandLine.h"
 
+#include "Strings.h"
 #include "Terminal.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 namespace tool {
 namespace {
 
-/// The message for a command line that cannot be parsed.
-std::string explained(const CLI::App* app, const CLI::Error& error)
+/// Complains about a command line that cannot be parsed.
+Status explained(const CLI::App& app, const CLI::Error& error)
 {
     std::string command;
-    const CLI::App* deepest = app;
-    for (; deepest != nullptr; deepest = deepest->get_subcommands().empty()
-                                             ? nullptr
-                                             : deepest->get_subcommands().front())
+    for (const CLI::App* deepest = &app; deepest != nullptr;) {
         command += (command.empty() ? "" : " ") + deepest->get_name();
-    const std::vector<std::string> rest = app->remaining(true);
+        const auto chosen = deepest->get_subcommands();
+        deepest = chosen.empty() ? nullptr : chosen.front();
+    }
+    const std::vector<std::string> rest = app.remaining(true);
     // CLI11 reports an unknown command as a missing one.
     const bool unknown =
         error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError) && !rest.empty();
@@ -24,7 +26,35 @@ std::string explained(const CLI::App* app, const CLI::Error& error)
                                           (rest.front()[0] == '-' ? "option " : "command ") +
                                           inQuotes(rest.front())
                                     : shown(error.what());
-    return "vx: " + why + "\nSee '" + command + " --help'.\n";
+    return complain("command-line", {why, command});
+}
+
+/// \throws Failure unless every argument is valid UTF-8; others could not be printed, and file
+///   names would be converted to those of different files
+void requireUtf8(int argc, const char* const* argv)
+{
+    for (int i = 1; i < argc; ++i)
+        if (view(toUtf8(fromUtf8(argv[i]))) != argv[i])
+            throw Failure("not-utf-8-argument", {inQuotes(argv[i])});
+}
+
+/// Parses the command line. \returns what is left to do
+Action parsed(CLI::App& app, int argc, const char* const* argv, const Action& chosen)
+{
+    requireUtf8(argc, argv);
+    try {
+        app.parse(argc, argv);
+        return chosen;
+    } catch (const CLI::CallForVersion& e) {
+        fmt::print("{}\n", e.what());
+    } catch (const CLI::CallForAllHelp&) {
+        fmt::print("{}", app.help("", CLI::AppFormatMode::All));
+    } catch (const CLI::CallForHelp&) {
+        fmt::print("{}", app.help());
+    } catch (const CLI::ParseError& e) {
+        return [&app, e] { return explained(app, e); };
+    }
+    return [] { return kYes; };
 }
 
 } // namespace
@@ -100,7 +130,6 @@ Status runCommandLine(int argc, const char* const* argv, const char* description
     app.get_formatter()->label("TEXT", "");
     app.set_version_flag("--version", version);
     std::string colour = "auto";
-    app.failure_message(explained);
     app.add_option("--color", colour, "Colour: auto, always or never")
         ->type_name("WHEN")
         ->check(CLI::IsMember({"auto", "always", "never"}).description(""));
@@ -108,13 +137,11 @@ Status runCommandLine(int argc, const char* const* argv, const char* description
 
     Action chosen;
     declare(Command(app, chosen));
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? kYes : kUsage;
-    }
-    chooseColour(colour);
-    return run(chosen);
+    return run([&] {
+        const Action action = parsed(app, argc, argv, chosen);
+        chooseColour(colour);
+        return action();
+    });
 }
 
 } // namespace tool

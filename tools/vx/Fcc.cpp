@@ -116,11 +116,8 @@ Status showAll(bool json)
 Status showOne(const std::string& given, bool asCode, bool json)
 {
     const std::optional<unsigned int> code = read(given, asCode);
-    if (!code) {
-        complain(inQuotes(given) +
-                 " is neither a code of up to four characters nor a 32-bit number");
-        return kUsage;
-    }
+    if (!code)
+        return complain("bad-code", {inQuotes(given)});
     const unsigned int playout = Vx::lookupPlayoutFCC(*code);
     const auto table = wholeTable();
     const auto sources = table.find(*code);

@@ -5,7 +5,6 @@
 #include "Terminal.h"
 
 #include <algorithm>
-#include <fmt/format.h>
 
 namespace tool {
 namespace {
@@ -46,41 +45,33 @@ private:
         return std::all_of(part.begin(), part.end(), isAscii);
     }
 
-    void warn(std::size_t column, const char* code, std::string message)
+    void warn(std::size_t column, MessageRef message, MessageParts parts = {})
     {
-        findings_.push_back({number_, column, true, code, std::move(message)});
+        findings_.push_back({number_, column, &*message, filled(message->text, parts)});
     }
     std::size_t keptColumn() const { return line_.head().size() + 1; }
 
     void checkMark()
     {
-        const std::string_view raw = line_.raw;
-        const std::string_view start = raw.substr(0, 2);
         if (hasMark_)
             warn(1, "byte-order-mark",
-                 raw.substr(3, 1) == "["
-                     ? "byte-order mark before the header: the line does not load as a header"
-                     : "byte-order mark: it becomes part of the line");
-        if (start == "\xFF\xFE" || start == "\xFE\xFF")
-            warn(1, "utf-16", "looks like UTF-16; INI files are read as bytes, normally UTF-8");
+                 {line_.raw.substr(3, 1) == "[" ? ", which does not load as a header" : ""});
     }
 
     void checkControls()
     {
         const std::string_view kept = line_.kept;
         if (contains(kept, '\0'))
-            warn(keptColumn() + kept.find('\0'), "zero-byte",
-                 "NUL byte: keys, values and section names are compared only up to it");
+            warn(keptColumn() + kept.find('\0'), "zero-byte");
         const auto control =
             std::find_if(kept.begin(), kept.end(), [](char c) { return c != 0 && isControl(c); });
         if (control == kept.end())
             return;
         const std::size_t column = keptColumn() + static_cast<std::size_t>(control - kept.begin());
         if (*control == '\r')
-            warn(column, "carriage-return",
-                 "carriage return inside the line: only line feeds end lines");
+            warn(column, "carriage-return");
         else
-            warn(column, "control-character", "control character inside the line");
+            warn(column, "control-character");
     }
 
     void checkLetters()
@@ -95,16 +86,14 @@ private:
         const LightweightString<char> again = toUtf8(wide);
         const auto broken = std::mismatch(kept.begin(), kept.end(), again.begin(), again.end());
         if (broken.first != kept.end())
-            warn(column + static_cast<std::size_t>(broken.first - kept.begin()), "not-utf-8",
-                 "invalid UTF-8: wide strings get U+FFFD instead");
+            warn(column + static_cast<std::size_t>(broken.first - kept.begin()), "not-utf-8");
         const auto hidden = std::find_if(wide.begin(), wide.end(), isInvisible);
         if (hidden == wide.end())
             return;
         const auto before = static_cast<unsigned int>(hidden - wide.begin());
         warn(column + toUtf8(LightweightString<wchar_t>(wide.c_str(), before)).length(),
              "invisible-character",
-             fmt::format("{} is invisible in most editors or changes the text direction",
-                         inQuotes(view(toUtf8(LightweightString<wchar_t>(hidden, 1))))));
+             {inQuotes(view(toUtf8(LightweightString<wchar_t>(hidden, 1))))});
     }
 
     void checkLosses()
@@ -112,14 +101,11 @@ private:
         const std::string result = line_.kept.empty() ? "nothing remains of the line"
                                                       : "the line loads as " + inQuotes(line_.kept);
         if (!isAllAscii(line_.head()))
-            warn(1, "lost-start",
-                 fmt::format("{} at the start of the line is lost: {}", inQuotes(line_.head()),
-                             result));
+            warn(1, "lost-start", {inQuotes(line_.head()), result});
         if (!isAllAscii(line_.tail())) {
             std::string_view lost = line_.tail();
             lost.remove_suffix(lost.size() - 1 - lost.find_last_not_of(" \t\r"));
-            warn(keptColumn() + line_.kept.size(), "lost-end",
-                 fmt::format("{} at the end of the line is lost: {}", inQuotes(lost), result));
+            warn(keptColumn() + line_.kept.size(), "lost-end", {inQuotes(lost), result});
         }
     }
 

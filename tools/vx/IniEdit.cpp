@@ -175,8 +175,8 @@ std::string withValue(const IniText& before, const IniPlace& place, const std::s
     takeFirst(was, place);
     const auto taken = takeFirst(is, place);
     if (!taken || view(taken->value) != value || !sameSections(was, is))
-        throw Failure(fmt::format("{}={} would not read back: {}", shown(view(place.key)),
-                                  shown(value), reason(place, value)));
+        throw Failure("not-read-back",
+                      {shown(view(place.key)) + "=" + shown(value), reason(place, value)});
     return after;
 }
 
@@ -197,7 +197,7 @@ std::size_t removeKey(const IniText& before, const IniPlace& place, std::string&
 void replaceIni(const std::string& path, const IniText& before, const std::string& after)
 {
     if (fileExists(path) ? readFile(path) != before.bytes() : !before.bytes().empty())
-        throw Failure(inQuotes(path) + " has changed since it was read; nothing was written");
+        throw Failure("changed", {inQuotes(path)});
     replaceFile(path, after);
 }
 

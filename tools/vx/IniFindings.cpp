@@ -18,6 +18,21 @@ bool hasOuterBlanks(std::string_view name)
     return !name.empty() && (isBlank(name.front()) || isBlank(name.back()));
 }
 
+/// Whether every second byte of the first characters is NUL, or a UTF-16 mark precedes them.
+bool isUtf16(std::string_view bytes)
+{
+    const std::string_view start = bytes.substr(0, std::min<std::size_t>(bytes.size(), 64));
+    if (start.substr(0, 2) == "\xFF\xFE" || start.substr(0, 2) == "\xFE\xFF")
+        return true;
+    bool little = start.size() >= 4, big = little;
+    for (std::size_t i = 0; i < start.size(); ++i) {
+        const bool odd = i % 2 == 1, zero = start[i] == 0;
+        little = little && zero == odd;
+        big = big && zero != odd;
+    }
+    return little || big;
+}
+
 class Checker {
 public:
     Checker(const IniText& text, bool caseSensitive)
@@ -26,9 +41,14 @@ public:
 
     std::vector<IniFinding> run()
     {
+        number_ = 1;
+        // Every line of a UTF-16 file would have findings, which all mean the same.
+        if (isUtf16(text_.bytes())) {
+            warn(1, "utf-16");
+            return std::move(findings_);
+        }
         if (text_.lines().empty())
-            findings_.push_back(
-                {1, 1, true, "empty-file", "the file is empty: load() returns false"});
+            warn(1, "empty-file");
         for (number_ = 1; number_ <= text_.lines().size(); ++number_) {
             line_ = &text_.lines()[number_ - 1];
             addByteFindings(findings_, *line_, number_);
@@ -53,13 +73,13 @@ private:
         std::map<LightweightString<char>, std::size_t> keys; ///< key to its first line
     };
 
-    void warn(std::size_t column, const char* code, std::string message)
+    void find(std::size_t line, std::size_t column, MessageRef message, MessageParts parts)
     {
-        findings_.push_back({number_, column, true, code, std::move(message)});
+        findings_.push_back({line, column, &*message, filled(message->text, parts)});
     }
-    void note(std::size_t line, const char* code, std::string message)
+    void warn(std::size_t column, MessageRef message, MessageParts parts = {})
     {
-        findings_.push_back({line, 1, false, code, std::move(message)});
+        find(number_, column, message, parts);
     }
     std::size_t keptColumn() const { return line_->head().size() + 1; }
 
@@ -69,31 +89,38 @@ private:
         inSection_ = true;
         current_ = line_->name;
         headerLine_ = number_;
-        if (hasOuterBlanks(view(current_)))
-            warn(keptColumn() + 1, "blanks-around-section",
-                 fmt::format("the section name includes the blanks: {}", inQuotes(view(current_))));
-        const auto less = sections_.key_comp();
-        if (!less(current_, VxIniFile::kAnonymousSection()) &&
-            !less(VxIniFile::kAnonymousSection(), current_))
-            warn(keptColumn(), "reserved-name",
-                 "reserved section name: its lines join those before the first section");
+        checkName(view(current_));
         Section& section = sections_[current_];
         if (section.firstHeader == 0) {
             section.firstHeader = number_;
             section.spelling = current_;
             return;
         }
-        warn(
-            keptColumn(), "duplicate-section",
-            fmt::format("duplicate section {} (merged with {}line {})", sectionTitle(current_),
-                        section.spelling != current_ ? sectionTitle(section.spelling) + " in " : "",
-                        section.firstHeader));
+        warn(keptColumn(), "duplicate-section",
+             {sectionTitle(current_),
+              section.spelling != current_ ? sectionTitle(section.spelling) + " in " : "",
+              fmt::format("{}", section.firstHeader)});
+    }
+
+    void checkName(std::string_view name)
+    {
+        const std::size_t column = keptColumn() + 1;
+        if (name.empty())
+            warn(column, "nameless-section");
+        else if (name.front() == '[' || name.back() == ']')
+            warn(column, "nested-brackets", {inQuotes(name)});
+        if (hasOuterBlanks(name))
+            warn(column, "blanks-around-section", {inQuotes(name)});
+        const auto less = sections_.key_comp();
+        if (!less(current_, VxIniFile::kAnonymousSection()) &&
+            !less(VxIniFile::kAnonymousSection(), current_))
+            warn(keptColumn(), "reserved-name");
     }
 
     void endSection()
     {
         if (headerLine_ != 0)
-            note(headerLine_, "empty-section", "empty section: it does not exist after loading");
+            find(headerLine_, 1, "empty-section", {});
         headerLine_ = 0;
     }
 
@@ -102,20 +129,18 @@ private:
         headerLine_ = 0; // the section is not empty
         if (!inSection_ && !topReported_) {
             topReported_ = true;
-            note(number_, "top-lines",
-                 "lines before the first section: the application must save with saveAll(),"
-                 " since save() never returns");
+            find(number_, 1, "top-lines", {});
         }
-        if (line_->kept.front() == '[')
+        if (isConflictMark(*line_))
+            warn(keptColumn(), "conflict-mark");
+        else if (line_->kept.front() == '[')
             warn(keptColumn(), "unclosed-header",
-                 fmt::format("{} ']': loads as a line {}, not as a header",
-                             line_->kept.find(']') == std::string_view::npos ? "missing"
-                                                                             : "text after",
-                             place()));
+                 {line_->kept.find(']') == std::string_view::npos ? "missing" : "text after",
+                  place()});
         else if (looksLikeComment(line_->pair))
             return;
         else if (!isSplit(line_->pair))
-            warn(keptColumn(), "stray-line", "neither key=value nor a comment");
+            warn(keptColumn(), "stray-line");
         else
             checkKey();
     }
@@ -124,23 +149,21 @@ private:
     {
         const LightweightString<char>& key = line_->pair.name;
         const std::string_view value(line_->pair.value);
+        const std::size_t valueColumn = keptColumn() + key.length() + 1;
         if (!inSection_)
-            warn(keptColumn(), "top-key",
-                 fmt::format("key {} before the first section", inQuotes(view(key))));
+            warn(keptColumn(), "top-key", {inQuotes(view(key))});
         if (key.empty())
-            warn(keptColumn(), "no-key", "value without a key");
+            warn(keptColumn(), "no-key");
         else if (hasOuterBlanks(view(key)))
-            warn(keptColumn(), "blanks-around-key",
-                 fmt::format("the blanks count: the key is {}, the value {}", inQuotes(view(key)),
-                             inQuotes(value)));
+            warn(keptColumn(), "blanks-around-key", {inQuotes(view(key)), inQuotes(value)});
         else if (!value.empty() && isBlank(value.front()))
-            warn(keptColumn() + key.length() + 1, "blanks-before-value",
-                 fmt::format("the value includes the blanks: {}", inQuotes(value)));
+            warn(valueColumn, "blanks-before-value", {inQuotes(value)});
+        const std::size_t blanks = std::min(value.find_first_not_of(" \t"), value.size());
+        addValueFindings(findings_, value.substr(blanks), number_, valueColumn + blanks);
         const auto [first, isNew] = sections_[current_].keys.emplace(key, number_);
         if (!isNew)
-            warn(
-                keptColumn(), "duplicate-key",
-                fmt::format("duplicate key {} (line {} wins)", inQuotes(view(key)), first->second));
+            warn(keptColumn(), "duplicate-key",
+                 {inQuotes(view(key)), fmt::format("{}", first->second)});
     }
 
     std::string place() const

@@ -37,11 +37,7 @@ Status get(const Options& options)
     }
     if (options.json)
         printJson(options.all ? values : last);
-    if (values.empty()) {
-        complain(notFound(ini.sections, section, options.key));
-        return kNo;
-    }
-    return kYes;
+    return values.empty() ? missingKey(options.file, ini.sections, section, options.key) : kYes;
 }
 
 } // namespace

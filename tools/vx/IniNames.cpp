@@ -24,26 +24,30 @@ bool isClose(std::string_view a, std::string_view b)
 
 } // namespace
 
-std::string notFound(const VxIniFile::Sections& sections, const LightweightString<char>& section,
-                     const std::string& key)
+Status missingSection(const std::string& file, const VxIniFile::Sections& sections,
+                      const LightweightString<char>& section)
+{
+    if (section == VxIniFile::kAnonymousSection())
+        return complain("missing-top-lines", {inQuotes(file)});
+    for (const auto& [other, pairs] : sections)
+        if (isClose(view(other), view(section)))
+            return complain("near-section",
+                            {inQuotes(file), sectionTitle(section), sectionTitle(other)});
+    return complain("missing-section", {inQuotes(file), sectionTitle(section)});
+}
+
+Status missingKey(const std::string& file, const VxIniFile::Sections& sections,
+                  const LightweightString<char>& section, const std::string& key)
 {
     const auto found = sections.find(section);
-    if (found == sections.end()) {
-        if (section == VxIniFile::kAnonymousSection())
-            return "no lines before the first section";
-        const std::string message = "no section " + sectionTitle(section);
-        for (const auto& [other, pairs] : sections)
-            if (isClose(view(other), view(section)))
-                return message + "; did you mean " + sectionTitle(other) + "?";
-        return message;
-    }
-    const bool top = section == VxIniFile::kAnonymousSection();
-    const std::string message =
-        "no key " + inQuotes(key) + (top ? " " : " in ") + sectionTitle(section);
+    if (found == sections.end())
+        return missingSection(file, sections, section);
+    const std::string place = sectionPlace(section);
     for (const Vx::AttribValuePair& pair : found->second)
         if (isSplit(pair) && isClose(view(pair.name), key))
-            return message + "; did you mean " + inQuotes(view(pair.name)) + "?";
-    return message;
+            return complain("near-key",
+                            {inQuotes(file), inQuotes(key), place, inQuotes(view(pair.name))});
+    return complain("missing-key", {inQuotes(file), inQuotes(key), place});
 }
 
 } // namespace tool

@@ -1,14 +1,20 @@
-// IniNames.h - Suggests the key or section that a mistyped one may have meant.
+// IniNames.h - Says that there is no such key or section.
 #pragma once
+
+#include "Tool.h"
 
 #include <Vx/VxIniFile.h>
 #include <string>
 
 namespace tool {
 
-/// The message for a missing key or section. Suggests one that differs only in case or in
+/// Complains about a section that \p file lacks. Suggests one that differs only in case or in
 /// surrounding blanks.
-std::string notFound(const VxIniFile::Sections& sections, const LightweightString<char>& section,
-                     const std::string& key);
+Status missingSection(const std::string& file, const VxIniFile::Sections& sections,
+                      const LightweightString<char>& section);
+
+/// Complains about a missing key in the same way, or about its section if that is missing.
+Status missingKey(const std::string& file, const VxIniFile::Sections& sections,
+                  const LightweightString<char>& section, const std::string& key);
 
 } // namespace tool

@@ -27,7 +27,7 @@ Status set(const Options& options)
     const IniPlace place{sectionArgument(options.section), vxString(options.key),
                          options.caseSensitive};
     const std::string after = withValue(before, place, options.value);
-    if (options.dryRun)
+    if (options.dryRun || isStandardInput(options.file))
         fmt::print("{}", after);
     else if (isNew || after != before.bytes())
         replaceIni(options.file, before, after);

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "IniNames.h"
 #include "IniText.h"
 #include "Json.h"
 #include "Strings.h"
@@ -58,10 +59,8 @@ Status show(const Options& options)
 {
     const VxIniFile ini = loadIni(options.file, options.caseSensitive);
     const LightweightString<char> wanted = sectionArgument(options.section.value_or(std::string()));
-    if (options.section && !ini.sectionExists(wanted)) {
-        complain(fmt::format("{} has no section {}", inQuotes(options.file), sectionTitle(wanted)));
-        return kNo;
-    }
+    if (options.section && !ini.sectionExists(wanted))
+        return missingSection(options.file, ini.sections, wanted);
     Json sections = Json::array();
     bool first = true;
     const auto one = [&](const LightweightString<char>& name, const VxIniFile::Pairs& pairs) {

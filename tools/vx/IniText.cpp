@@ -58,6 +58,14 @@ bool looksLikeComment(const Vx::AttribValuePair& pair)
     return !pair.text.empty() && (pair.text[0] == ';' || pair.text[0] == '#');
 }
 
+bool isConflictMark(const IniLine& line)
+{
+    for (const std::string_view mark : {"<<<<<<< ", "||||||| ", ">>>>>>> "})
+        if (line.kept.substr(0, mark.size()) == mark)
+            return true;
+    return line.kept == "=======";
+}
+
 std::string_view IniLine::head() const
 {
     return raw.substr(0, static_cast<std::size_t>(kept.data() - raw.data()));
@@ -102,23 +110,26 @@ bool sameSections(const VxIniFile::Sections& a, const VxIniFile::Sections& b)
 
 VxIniFile loadIni(const std::string& path, bool caseSensitive)
 {
+    const LoadableFile file(path);
     VxIniFile ini(caseSensitive);
-    if (ini.load(platformPath(path), '\n'))
+    if (ini.load(file.path(), '\n'))
         return ini;
-    if (readFile(path).empty()) // throws the reason if the file cannot be read
-        throw Failure(inQuotes(path) + " is empty; the library does not load empty files");
-    throw Failure(inQuotes(path) + " cannot be read");
+    if (file.bytes().empty())
+        throw Failure("no-lines", {inQuotes(path)});
+    throw Failure("read-failed", {inQuotes(path), "the library cannot load it"});
 }
 
 IniText readIni(const std::string& path, bool caseSensitive)
 {
-    IniText lines(readFile(path));
+    const LoadableFile file(path);
+    IniText lines(file.bytes());
     VxIniFile ini(caseSensitive);
-    ini.load(platformPath(path), '\n'); // fails for an empty file, which has no lines either
-    if (!sameSections(ini.sections, lines.sections(caseSensitive)))
-        throw Failure(inQuotes(path) + " loads differently than vx reads its lines; unless it"
-                                       " changed just now, this is a bug in vx");
-    return lines;
+    ini.load(file.path(), '\n'); // fails for an empty file, which has no lines either
+    if (sameSections(ini.sections, lines.sections(caseSensitive)))
+        return lines;
+    if (file.bytes() != readFile(path))
+        throw Failure("changed", {inQuotes(path)});
+    throw std::logic_error(path + " loads differently than vx reads its lines");
 }
 
 LightweightString<char> sectionArgument(const std::string& word)
@@ -131,6 +142,11 @@ std::string sectionTitle(const LightweightString<char>& name)
     if (name == VxIniFile::kAnonymousSection())
         return "before the first section";
     return "[" + shown(view(name)) + "]";
+}
+
+std::string sectionPlace(const LightweightString<char>& name)
+{
+    return (name == VxIniFile::kAnonymousSection() ? "" : "in ") + sectionTitle(name);
 }
 
 } // namespace tool

@@ -34,6 +34,9 @@ bool isSplit(const Vx::AttribValuePair& pair);
 /// Whether \p pair starts like a comment. The library itself has no comments.
 bool looksLikeComment(const Vx::AttribValuePair& pair);
 
+/// Whether \p line is one of the lines that mark a merge conflict.
+bool isConflictMark(const IniLine& line);
+
 /// An INI file, split into lines by the rules of VxIniFile::load().
 class IniText {
 public:
@@ -65,5 +68,7 @@ IniText readIni(const std::string& path, bool caseSensitive);
 LightweightString<char> sectionArgument(const std::string& word);
 /// The name of a section for messages: "[Video]" or "before the first section".
 std::string sectionTitle(const LightweightString<char>& name);
+/// Where its lines are: "in [Video]" or "before the first section".
+std::string sectionPlace(const LightweightString<char>& name);
 
 } // namespace tool

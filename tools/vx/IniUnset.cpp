@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "Files.h"
 #include "IniEdit.h"
 #include "IniNames.h"
 #include "Strings.h"
@@ -22,11 +23,10 @@ Status unset(const Options& options)
     const IniPlace place{sectionArgument(options.section), vxString(options.key),
                          options.caseSensitive};
     std::string after;
-    if (removeKey(before, place, after) == 0) {
-        complain(notFound(before.sections(options.caseSensitive), place.section, options.key));
-        return kNo;
-    }
-    if (options.dryRun)
+    if (removeKey(before, place, after) == 0)
+        return missingKey(options.file, before.sections(options.caseSensitive), place.section,
+                          options.key);
+    if (options.dryRun || isStandardInput(options.file))
         fmt::print("{}", after);
     else
         replaceIni(options.file, before, after);

@@ -63,12 +63,11 @@ void printJsonOf(const PoolLog& log)
 Status show(const Options& options)
 {
     PoolLog log = readPoolLog(readFile(options.file));
-    for (std::size_t i = 0; i < std::min<std::size_t>(log.strays.size(), 5); ++i)
+    if (!log.strays.empty())
         complain(
-            fmt::format("{}:{}: not a pool log line, ignored", shown(options.file), log.strays[i]));
-    if (log.strays.size() > 5)
-        complain(
-            fmt::format("{}: {} more lines ignored", shown(options.file), log.strays.size() - 5));
+            "stray-log-line",
+            {shown(options.file), fmt::format("{}", log.strays.front()),
+             log.strays.size() == 1 ? "" : fmt::format(" like {} more", log.strays.size() - 1)});
     if (!options.pool.empty())
         keepOnly(log, options.pool);
     const bool found = std::any_of(log.runs.begin(), log.runs.end(),
@@ -76,13 +75,12 @@ Status show(const Options& options)
     if (!found) {
         if (options.json)
             printJsonOf(log);
-        complain(options.pool.empty()
-                     ? inQuotes(options.file) + " contains no pools"
-                     : inQuotes(options.file) + " does not contain pool " + inQuotes(options.pool));
-        return kNo;
+        if (options.pool.empty())
+            return complain("no-pools", {inQuotes(options.file)});
+        return complain("no-such-pool", {inQuotes(options.file), inQuotes(options.pool)});
     }
     if (!options.svg.empty())
-        replaceFile(options.svg, svgChart(log));
+        writeOutput(options.svg, svgChart(log));
     else if (options.plot)
         fmt::print("Peak demand, allocations per second\n\n{}", terminalChart(log));
     else if (options.json)

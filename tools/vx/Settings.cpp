@@ -14,6 +14,7 @@
 #include <set>
 #include <sstream>
 #include <sys/wait.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace tool {
@@ -31,7 +32,7 @@ fs::path userDataFolder()
         return named;
     const char* const home = std::getenv("HOME");
     if (home == nullptr || *home != '/')
-        throw Failure("HOME does not name a folder");
+        throw Failure("no-home");
     return fs::path(home) / ".config";
 }
 
@@ -78,7 +79,7 @@ std::optional<bool> endedCleanly(std::string program)
 {
     const pid_t child = fork();
     if (child == -1)
-        throw Failure("cannot create a process");
+        throw std::system_error(errno, std::generic_category(), "fork");
     if (child == 0) {
         program_invocation_short_name = program.data();
         const auto marker =
@@ -121,10 +122,8 @@ Status show(bool json)
     }
     if (json)
         printJson({{"programs", list}, {"shared", shared}});
-    if (list.empty() && shared.empty()) {
-        complain("no settings in " + inQuotes(programs.string()));
-        return kNo;
-    }
+    if (list.empty() && shared.empty())
+        return complain("no-settings", {inQuotes(programs.string())});
     if (!json)
         table.print();
     return kYes;

@@ -2,6 +2,7 @@
 
 #include "Strings.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fmt/format.h>
@@ -59,6 +60,9 @@ std::string paint(Colour colour, std::string_view text)
 
 std::string shown(std::string_view bytes)
 {
+    const auto isPlain = [](char c) { return c >= 0x20 && c < 0x7F; };
+    if (std::all_of(bytes.begin(), bytes.end(), isPlain)) // most are, and files may be large
+        return std::string(bytes);
     std::string result;
     for (const wchar_t c : fromUtf8(bytes)) {
         const unsigned int code = static_cast<unsigned int>(c);

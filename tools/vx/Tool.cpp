@@ -6,11 +6,35 @@
 #include <new>
 
 namespace tool {
+namespace {
 
-void complain(const std::string& message)
+std::string printed(const Message& message, MessageParts parts)
 {
-    // A single write keeps the line whole when standard output is the same terminal.
-    std::fputs(("vx: " + message + "\n").c_str(), stderr);
+    return fmt::format("vx: {}\n    {}\n", filled(message.text, parts),
+                       filled(message.remedy, parts));
+}
+
+Status statusOf(const Message& message)
+{
+    switch (message.kind) {
+    case MessageKind::remark: return kYes;
+    case MessageKind::usage: return kUsage;
+    case MessageKind::failure: return kFailed;
+    default: return kNo;
+    }
+}
+
+} // namespace
+
+Failure::Failure(MessageRef message, MessageParts parts)
+    : std::runtime_error(printed(*message, parts)), status_(statusOf(*message))
+{}
+
+Status complain(MessageRef message, MessageParts parts)
+{
+    // A single write keeps the lines together when standard output is the same terminal.
+    std::fputs(printed(*message, parts).c_str(), stderr);
+    return statusOf(*message);
 }
 
 Status run(const Action& action)
@@ -19,20 +43,19 @@ Status run(const Action& action)
     try {
         status = action();
     } catch (const Failure& failure) {
-        complain(failure.what());
+        std::fputs(failure.what(), stderr);
         status = failure.status();
     } catch (const Vx::Exception::Base& e) {
-        complain(fmt::format("{}: {} ({}:{})", e.typeName, e.message, e.file, e.line));
+        complain("internal",
+                 {fmt::format("{}: {} ({}:{})", e.typeName, e.message, e.file, e.line)});
     } catch (const std::bad_alloc&) {
-        complain("out of memory");
+        complain("out-of-memory");
     } catch (const std::exception& e) {
-        complain(e.what());
+        complain("internal", {e.what()});
     }
     // Output redirected to a full disk must not look like success.
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        complain("cannot write to standard output");
-        status = kFailed;
-    }
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+        status = complain("output-failed");
     return status;
 }
 

@@ -1,6 +1,8 @@
 // Tool.h - What every command of vx returns, and how it fails.
 #pragma once
 
+#include "Messages.h"
+
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -15,12 +17,10 @@ enum Status : int {
     kFailed = 3, ///< a file, memory or the output failed
 };
 
-/// An error that ends the command. Printed as one line on standard error.
+/// An error that ends the command with the exit status of its message.
 class Failure : public std::runtime_error {
 public:
-    explicit Failure(const std::string& message, Status status = kFailed)
-        : std::runtime_error(message), status_(status)
-    {}
+    explicit Failure(MessageRef message, MessageParts parts = {});
     Status status() const { return status_; }
 
 private:
@@ -33,7 +33,8 @@ using Action = std::function<Status()>;
 /// Runs \p action. Never throws: an exception becomes a message and an exit status.
 Status run(const Action& action);
 
-/// Prints `vx: message` on standard error.
-void complain(const std::string& message);
+/// Prints a message and its remedy on standard error.
+/// \returns the exit status that the message stands for
+Status complain(MessageRef message, MessageParts parts = {});
 
 } // namespace tool

@@ -57,7 +57,7 @@ Status show(const std::string& given, bool json)
         if (json)
             printJson({{"text", given}, {"valid", false}, {"reason", why}});
         else
-            complain(inQuotes(given) + " is not a valid UUID: " + why);
+            complain("invalid-uuid", {inQuotes(given), why});
         return kNo;
     }
     const unsigned char* bytes = id.data();
@@ -83,7 +83,7 @@ Status show(const std::string& given, bool json)
     fmt::print("{}\n  stored bytes  {}\n  version       {} ({})\n", canonical(id), stored, version,
                variant);
     if (lenient)
-        complain(inQuotes(given) + " is malformed; the library accepts it, other programs may not");
+        complain("lenient-uuid", {inQuotes(given)});
     return kYes;
 }
 
@@ -94,14 +94,15 @@ void addUuid(Command top)
     Command uuid = top.add("uuid", "Generates and parses UUIDs");
     uuid.footer("Examples:\n  vx uuid\n  vx uuid new --count 3\n"
                 "  vx uuid show '{0123ABCD-4567-89EF-0123-456789ABCDEF}'");
-    uuid.runs([] { return makeNew(1, false); });
-
-    Command make = uuid.add("new", "Generates random UUIDs");
     auto json = std::make_shared<bool>(false);
     auto count = std::make_shared<unsigned int>(1);
-    make.option("-n,--count", *count, 1000000, "NUMBER", "How many");
-    make.jsonFlag(*json);
-    make.runs([json, count] { return makeNew(*count, *json); });
+    const auto makes = [json, count](Command command) {
+        command.option("-n,--count", *count, 1000000, "NUMBER", "How many");
+        command.jsonFlag(*json);
+        command.runs([json, count] { return makeNew(*count, *json); });
+    };
+    makes(uuid);
+    makes(uuid.add("new", "Generates random UUIDs"));
 
     Command read = uuid.add("show", "Parses a UUID as the library does");
     auto given = std::make_shared<std::string>();

@@ -47,11 +47,12 @@ _vx()
         local options="--help"
         case "${words[0]-} ${words[1]-}" in
             " ") options+=" --version --color" ;;
-            "ini show" | "ini check" | "ini diff") options+=" --case-sensitive --json" ;;
+            "ini check") options+=" --explain --for-programmers --case-sensitive --json" ;;
+            "ini show" | "ini diff") options+=" --case-sensitive --json" ;;
             "ini get") options+=" --all --case-sensitive --json" ;;
             "ini set") options+=" --create --dry-run --case-sensitive" ;;
             "ini unset") options+=" --dry-run --case-sensitive" ;;
-            "uuid new") options+=" --count --json" ;;
+            "uuid " | "uuid new") options+=" --count --json" ;;
             "uuid show" | "meta "* | "settings "* | "version "*) options+=" --json" ;;
             "fcc "*) options+=" --code --json" ;;
             "pools "*) options+=" --pool --plot --output --json" ;;
