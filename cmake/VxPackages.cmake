@@ -10,7 +10,10 @@ set(CPACK_COMPONENTS_ALL runtime development testing tools)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_STRIP_FILES ON)
+# Debug information goes to packages of its own, libvx17-dbgsym and vx-tools-dbgsym, where tools
+# find it by build ID.
+set(CPACK_DEBIAN_RUNTIME_DEBUGINFO_PACKAGE ON)
+set(CPACK_DEBIAN_TOOLS_DEBUGINFO_PACKAGE ON)
 # Where our own libraries stand while the dependencies of what links them are worked out.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS
     ${PROJECT_BINARY_DIR}/ole/Vx ${PROJECT_BINARY_DIR}/platforms/linux)

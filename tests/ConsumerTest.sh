@@ -31,7 +31,11 @@ with_cmake()
 case $way in
     package)
         installed
-        with_cmake -DCMAKE_PREFIX_PATH="$scratch/moved" ;;
+        with_cmake -DCMAKE_PREFIX_PATH="$scratch/moved"
+        # Without the test platform, CMake says what to install.
+        find "$scratch/moved" -name 'VxTestPlatform*.cmake' -delete
+        reason=$(cmake "$scratch/build" 2>&1) && { echo "found: $reason"; exit 1; }
+        [[ $reason == *libvx-test-dev* ]] || { echo "no reason: $reason"; exit 1; } ;;
     source)
         with_cmake -DVX_SOURCE="$source" -DCMAKE_BUILD_TYPE=RelWithDebInfo
         # A build in another folder gives the same bytes. Only a compiler cache that makes paths
