@@ -221,6 +221,16 @@ TEST(VxIniFileLoad, MergesIntoTheDocument)
     for (const AttribValuePair& pair : fresh["A"])
         for (const Text* text : {&pair.text, &pair.name, &pair.value})
             EXPECT_EQ(text->capacity(), text->empty() ? 0 : text->length() + 1) << "no spare room";
+
+    std::string repeated, expected;
+    for (char c = 'a'; c <= 'z'; ++c) {
+        repeated += std::string(c % 2 != 0 ? "[T]\nn=" : "[t]\nn=") + c + "\n[s]\nn=\n";
+        expected += std::string("{n=") + c + '}';
+    }
+    platform.addFile(L"a.ini", repeated);
+    const VxIniFile twice(L"a.ini", true, false);
+    EXPECT_EQ(dump(twice).substr(dump(twice).find("<T>")), "<T>" + expected) << "in file order";
+    EXPECT_EQ(twice["s"][9].name.c_str(), twice["t"][9].name.c_str()) << "equal names share";
 }
 
 TEST(VxIniFileLoad, ReadsWithOneCallAndClosesTheFile)

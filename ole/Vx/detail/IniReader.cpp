@@ -60,8 +60,7 @@ struct Line {
 // Collects the lines of a section, so that its pairs are allocated at once.
 class SectionReader {
 public:
-    SectionReader(const Text& firstName, Sections& sections) : sections_(sections), name_(firstName)
-    {}
+    explicit SectionReader(const Text& firstName) : name_(firstName) {}
 
     /// \returns false if the line is too long
     bool take(const char* begin, const char* end)
@@ -84,28 +83,65 @@ public:
         return true;
     }
 
-    /// Appends the lines since the last header to their section. A header without lines creates
-    /// no section.
+    /// Moves everything that was read to \p sections, which is empty.
+    void finish(Sections& sections)
+    {
+        finishSection();
+        const auto before = [less = sections.key_comp()](const Section& a, const Section& b) {
+            return less(a.name, b.name);
+        };
+        // Entering sections in order is several times faster than searching each one's place.
+        // Saved files are in order already.
+        if (!std::is_sorted(sections_.begin(), sections_.end(), before))
+            std::stable_sort(sections_.begin(), sections_.end(), before);
+        for (auto& [name, pairs] : sections_) {
+            Pairs& to = sections.try_emplace(sections.end(), name)->second;
+            if (to.empty()) {
+                to = std::move(pairs);
+            } else {
+                reserveMore(to, pairs.size());
+                std::move(pairs.begin(), pairs.end(), std::back_inserter(to));
+            }
+        }
+    }
+
+private:
+    struct Section {
+        Text name;
+        Pairs pairs;
+    };
+
+    // A header without lines creates no section.
     void finishSection()
     {
         if (lines_.empty())
             return;
-        // Saved files are sorted, so the section usually belongs at the end.
-        Pairs& pairs = sections_.try_emplace(sections_.end(), name_)->second;
-        reserveMore(pairs, lines_.size());
+        Pairs pairs;
+        pairs.reserve(lines_.size());
         for (const auto& [begin, end] : lines_) {
             AttribValuePair& pair = pairs.emplace_back(blank_);
             copyExactly(begin, end, pair.text);
             if (const char* const separator = findSeparator(begin, end)) {
-                copyExactly(begin, separator, pair.name);
+                takeName(begin, separator, pairs.size() - 1, pair.name);
                 copyExactly(separator + 1, end, pair.value);
             }
         }
         lines_.clear();
+        sections_.push_back({name_, std::move(pairs)});
     }
 
-private:
-    Sections& sections_;
+    // Sections of a list often have the same names in the same lines: those share their block.
+    void takeName(const char* begin, const char* end, std::size_t line, Text& name)
+    {
+        const std::string_view chars(begin, static_cast<std::size_t>(end - begin));
+        if (!sections_.empty() && line < sections_.back().pairs.size() &&
+            sections_.back().pairs[line].name == chars)
+            name = sections_.back().pairs[line].name;
+        else
+            copyExactly(begin, end, name);
+    }
+
+    std::vector<Section> sections_; // in the order of the file; names may repeat
     Text name_;
     std::vector<Line> lines_;
     const AttribValuePair blank_{Text(), '='};
@@ -116,7 +152,7 @@ private:
 bool readIniSections(const char* data, std::size_t size, char separator, const Text& firstName,
                      Sections& sections)
 {
-    SectionReader reader(firstName, sections);
+    SectionReader reader(firstName);
     const char* const dataEnd = data + size;
     for (const char* line = data; line != dataEnd;) {
         const void* const found =
@@ -137,12 +173,14 @@ bool readIniSections(const char* data, std::size_t size, char separator, const T
         while (line != dataEnd && !isPrintable(*line) && *line != separator)
             ++line;
     }
-    reader.finishSection();
+    reader.finish(sections);
     return true;
 }
 
 void mergeIniSections(Sections& loaded, Sections& into)
 {
+    if (into.empty())
+        return into.swap(loaded);
     for (const auto& [name, pairs] : loaded) {
         const auto found = into.find(name);
         if (found != into.end())
