@@ -80,13 +80,18 @@ void uuidUnique()
     std::set<Bytes> seen;
     for (int i = 0; i < 100000; ++i)
         require(seen.insert(newUUID()).second, "an identifier is repeated");
-    std::set<Bytes> other;
-    std::thread([&] {
-        for (int i = 0; i < 1000; ++i)
-            other.insert(newUUID());
-    }).join();
-    for (const Bytes& bytes : other)
-        require(seen.count(bytes) == 0, "two threads got the same identifier");
+    std::array<std::vector<Bytes>, 4> others;
+    std::vector<std::thread> threads;
+    for (std::vector<Bytes>& other : others)
+        threads.emplace_back([&other] {
+            for (int i = 0; i < 20000; ++i)
+                other.push_back(newUUID());
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+    for (const std::vector<Bytes>& other : others)
+        for (const Bytes& bytes : other)
+            require(seen.insert(bytes).second, "two threads got the same identifier");
 }
 
 void uuidFork()
