@@ -12,6 +12,10 @@ Compiles and runs the programs of a page in a temporary folder, in order. The fe
 A program without a ```text block prints nothing. In a ```text block "…" matches any characters of
 a line, and a line of only "…" any number of lines.
 
+In a table `| Does not compile | Write |` the code on the left of each row does not compile below the
+last ```cpp block without main(), and that on the right does. Under another heading than "Does not
+compile" only the right is checked.
+
 Links to files must have a target.
 """
 
@@ -24,6 +28,7 @@ from pathlib import Path
 
 SOURCES = Path(__file__).resolve().parent.parent
 FENCE = re.compile(r"^```(\w*)(?: ([^\n]*))?\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+TABLE = re.compile(r"^\| ([^|\n]+) \| Write \|\n\|[-|]+\|\n((?:\|.*\n)+)", re.MULTILINE)
 LINK = re.compile(r"\]\(([^)#\s]+)(?:#[^)]*)?\)")
 
 
@@ -104,6 +109,29 @@ class Page:
             program.symlink_to(self.program)
         self.command = ["sh", "-ec", typed]
 
+    def failing(self, declarations, statements):
+        """Returns those of the statements that do not compile."""
+        source = declarations + "".join("void row%d() { %s; }\n" % row
+                                        for row in enumerate(statements))
+        Path(self.folder, "rows.cpp").write_text(source, encoding="utf-8")
+        compiler, *options = self.compile_command
+        done = subprocess.run([compiler, "-fsyntax-only", *options, "-w", "rows.cpp"],
+                              cwd=self.folder, capture_output=True, check=False)
+        lines = set(re.findall(r"^rows\.cpp:(\d+):", done.stderr.decode(), re.MULTILINE))
+        first = declarations.count("\n") + 1
+        return [code for number, code in enumerate(statements, first) if str(number) in lines]
+
+    def table(self, declarations, heading, rows):
+        cells = [row.strip("| ").split(" | ") for row in rows.splitlines()]
+        left, right = ([re.search("`([^`]+)`", row[i])[1] for row in cells] for i in (0, -1))
+        wrong = self.failing(declarations, right)
+        if wrong:
+            raise Wrong("does not compile: " + "; ".join(wrong))
+        if heading == "Does not compile":
+            wrong = sorted(set(left) - set(self.failing(declarations, left)))
+            if wrong:
+                raise Wrong("compiles: " + "; ".join(wrong))
+
     def finish(self):
         """Runs a program without a ```text block."""
         if self.command is not None:
@@ -136,6 +164,10 @@ def check(path, compile_command):
         for language, name, content in FENCE.findall(text):
             page.block(language, name, content)
         page.finish()
+        for table in TABLE.finditer(text):
+            blocks = FENCE.findall(text[:table.start()])
+            page.table([code for language, _, code in blocks
+                        if language == "cpp" and "int main(" not in code][-1], *table.groups())
     print("%s: %d programs" % (path.name, page.programs))
 
 
