@@ -21,15 +21,23 @@ inline std::string encodeUTF8(std::wstring_view wide)
     return text;
 }
 
+/// The bytes of a code point that begins with \p lead; 0 if none does.
+inline unsigned int sizeFrom(unsigned int lead)
+{
+    if (lead < 0x80)
+        return 1;
+    if (lead < 0xC2 || lead > 0xF4)
+        return 0;
+    return lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+}
+
 /// Removes the first code point from \p text and returns it, or U+FFFD for the longest beginning
 /// of a code point that is there instead, or for one byte that begins none.
 inline wchar_t takeCodePoint(std::string_view& text)
 {
     const auto at = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     const unsigned int lead = at(0);
-    unsigned int size = lead < 0x80 ? 1 : lead < 0xC2 ? 0 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-    if (lead > 0xF4)
-        size = 0;
+    const unsigned int size = sizeFrom(lead);
     unsigned int c = size < 2 ? lead : lead & (0x7Fu >> size);
     unsigned int taken = 1;
     // The second byte shows a form that is not the shortest, a surrogate, or more than U+10FFFF.
