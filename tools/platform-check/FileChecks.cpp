@@ -142,7 +142,13 @@ void writes()
     for (const std::size_t size :
          {1u, 4095u, 4096u, 4097u, 65535u, 65537u, 1u << 20, (1u << 20) + 1, (24u << 20) + 5}) {
         const std::string bytes = pattern(size);
-        put(path, bytes);
+        Vx::Ptr<iFile> file = openToReplace(path);
+        require(bool(file), "a file does not open for writing");
+        if (!writeAll(*file, bytes)) {
+            require(size > 1u << 20, "a write of " + std::to_string(size) + " bytes fails");
+            break; // a platform may run out of space
+        }
+        file.reset();
         const std::string found = content(path);
         require(found.size() == size, "of " + std::to_string(size) + " bytes written at once, " +
                                           std::to_string(found.size()) + " arrive");
