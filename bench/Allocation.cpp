@@ -81,14 +81,14 @@ template <class Source> void freedElsewhere(bench::State& state)
 {
     constexpr std::size_t kBlocks = 20000;
     std::vector<void*> blocks(kBlocks);
-    for (auto _ : state) {
+    bench::run(state, true, [&] {
         for (void*& block : blocks)
             block = Source::allocate(88);
         std::thread([&] {
             for (void* block : blocks)
                 Source::release(block);
         }).join();
-    }
+    });
 }
 
 template <class Body> void addTo(const char* operation, Body add)

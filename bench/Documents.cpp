@@ -85,6 +85,7 @@ void loadOursKept(State& state)
     const auto path = bench::widePath(sample().path);
     if (!oursIsRight())
         return state.SkipWithError("the answer is wrong");
+    bench::cleanVectorRegisters();
     for (auto _ : state) {
         auto* const document = new VxIniFile(path, true, true);
         keep(document->sections.size());

@@ -1,6 +1,14 @@
 #include "Table.h"
 
+#if __x86_64__
+#include <immintrin.h>
+#endif
+
 namespace {
+
+#if __x86_64__
+[[gnu::target("avx")]] void zeroUpperHalves() { _mm256_zeroupper(); }
+#endif
 
 // Passes what report.py needs besides the times, in the context of the JSON output.
 std::string announce(const std::string& kind, const std::string& name, const std::string& fields)
@@ -12,6 +20,14 @@ std::string announce(const std::string& kind, const std::string& name, const std
 }
 
 } // namespace
+
+void bench::cleanVectorRegisters()
+{
+#if __x86_64__
+    if (__builtin_cpu_supports("avx"))
+        zeroUpperHalves();
+#endif
+}
 
 bench::Row::Row(std::string family, std::string operation, Goal goal)
     : prefix_(announce("row", family + ": " + operation,

@@ -78,6 +78,10 @@ private:
     std::string prefix_;
 };
 
+/// Zeroes the upper halves of the vector registers (`vzeroupper`). Some libraries leave them set,
+/// and every later mix of SSE and AVX code pays for it; notes.md has the effect.
+void cleanVectorRegisters();
+
 /// Measures \p operation. If \p answerIsRight is false, reports an error that fails the whole
 /// run instead.
 template <class Operation> void run(State& state, bool answerIsRight, Operation operation)
@@ -86,6 +90,7 @@ template <class Operation> void run(State& state, bool answerIsRight, Operation 
         state.SkipWithError("the answer is wrong");
         return;
     }
+    cleanVectorRegisters();
     for (auto _ : state)
         operation();
 }

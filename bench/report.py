@@ -1,14 +1,19 @@
-"""Turns benchmark results into a table, a document and a chart.
+"""Turns benchmark results into a table, and into the pages below docs.
 
-usage: report.py RESULTS.json LIBRARY-FOLDER [--write DOCS-FOLDER]
+usage: report.py [--write DOCS-FOLDER] LIBRARY-FOLDER RESULTS...
+       report.py --index DOCS-FOLDER
 
-Prints the table. With --write also writes benchmarks.md and benchmarks.svg.
+RESULTS are files of Google Benchmark (.json) and of bench-memory (.tsv). Prints the table. With
+--write also writes benchmarks/PROCESSOR.md with its chart and its figures (.svg, .json), and
+benchmarks.md, which compares the processors; --index writes only the latter, from those figures.
 """
 import datetime
+import glob
 import json
 import math
 import os
 import random
+import re
 import statistics
 import subprocess
 import sys
@@ -16,15 +21,17 @@ from xml.sax.saxutils import escape
 
 OURS = "Vx"
 FLOOR = "floor: "
+NO_RIVAL = re.compile("UTF-16|^Vx,")  # half the bytes; Vx itself under other conditions
 
 
 class Times:
-    """The repetitions of one benchmark, in nanoseconds."""
+    """The repetitions of one benchmark, in nanoseconds or another unit."""
 
-    def __init__(self, repetitions, rates):
+    def __init__(self, repetitions, rates=None, unit="ns"):
         self.repetitions = repetitions
         self.median = statistics.median(repetitions)
         self.rate = statistics.median(rates) if rates else None
+        self.unit = unit
 
     def resampled(self, dice):
         return statistics.median(dice.choices(self.repetitions, k=len(self.repetitions)))
@@ -43,29 +50,59 @@ class Ratio:
         return f"{self.value:.2f} ({self.low:.2f} to {self.high:.2f})"
 
 
-def load(path):
-    with open(path, encoding="utf-8") as file:
-        data = json.load(file)
-    samples = {}  # benchmark -> times of its repetitions in nanoseconds
-    rates = {}
-    wrong = []
-    for run in data["benchmarks"]:
-        if run.get("run_type") == "aggregate":
-            continue
-        name = run["run_name"]
-        if run.get("error_occurred"):
-            wrong.append(f"{name}: {run['error_message']}")
-            continue
-        scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[run["time_unit"]]
-        # Processor time excludes other programs. Benchmarks of several threads or processes use
-        # wall-clock time.
-        wall = name.endswith("/real_time") or "/real_time/" in name
-        time = run["real_time"] if wall else run["cpu_time"]
-        samples.setdefault(name, []).append(time * scale)
-        if "bytes_per_second" in run:
-            rates.setdefault(name, []).append(run["bytes_per_second"] / 1e9)
-    times = {name: Times(values, rates.get(name)) for name, values in samples.items()}
-    return data["context"], times, wrong
+class Results:
+    """What all result files hold together."""
+
+    def __init__(self, paths):
+        self.context = {}
+        self.rows, self.curves = [], []  # announced: the fields after their kind, in order
+        self.times = {}                  # benchmark -> Times
+        self.wrong = []
+        for path in paths:
+            if os.path.getsize(path) == 0:  # no benchmark of the family matched
+                continue
+            with open(path, encoding="utf-8") as file:
+                if path.endswith(".tsv"):
+                    self.add_figures([line.rstrip("\n").split("\t") for line in file])
+                else:
+                    self.add_benchmarks(json.load(file))
+
+    def add_figures(self, lines):
+        samples = {}
+        for kind, *fields in lines:
+            if kind == "row":
+                if fields not in self.rows:
+                    self.rows.append(fields)
+            else:
+                name, value, unit = fields
+                samples.setdefault((name, unit), []).append(float(value))
+        for (name, unit), values in samples.items():
+            self.times[name] = Times(values, unit=unit)
+
+    def add_benchmarks(self, data):
+        context = data["context"]
+        self.context = self.context or context
+        for kind, found in (("row", self.rows), ("curve", self.curves)):
+            for key in sorted(k for k in context if re.fullmatch(kind + r"\d+", k)):
+                found.append(context[key].split("\t"))
+        samples, rates = {}, {}
+        for run in data["benchmarks"]:
+            if run.get("run_type") == "aggregate":
+                continue
+            name = run["run_name"]
+            if run.get("error_occurred"):
+                self.wrong.append(f"{name}: {run['error_message']}")
+                continue
+            scale = {"ns": 1, "us": 1e3, "ms": 1e6, "s": 1e9}[run["time_unit"]]
+            # Processor time excludes other programs. Benchmarks of several processes, and those
+            # that show how threads hinder each other, use wall-clock time.
+            wall = name.endswith("/real_time") or "/real_time/" in name
+            time = run["real_time"] if wall else run["cpu_time"]
+            samples.setdefault(name, []).append(time * scale)
+            if "bytes_per_second" in run:
+                rates.setdefault(name, []).append(run["bytes_per_second"] / 1e9)
+        for name, values in samples.items():
+            self.times[name] = Times(values, rates.get(name))
 
 
 def split(name):
@@ -73,28 +110,23 @@ def split(name):
     return row, who.split("/")[0]
 
 
-def announced(context, kind):
-    for key in sorted(k for k in context if k.startswith(kind) and k[len(kind):].isdigit()):
-        yield context[key].split("\t")
-
-
 def fastest(times):
     return min(times, key=lambda who: times[who].median, default=None)
 
 
-def rows(context, all_times):
+def rows(results):
     found = {}
-    for name, times in all_times.items():
+    for name, times in results.times.items():
         row, who = split(name)
         found.setdefault(row, {})[who] = times
-    for row, factor, against in announced(context, "row"):
+    for row, factor, against in results.rows:
         times = found.get(row)
         if not times or OURS not in times:
             continue
         ours = times[OURS]
         floors = {who.removeprefix(FLOOR): times[who] for who in times if who.startswith(FLOOR)}
         peers = {who: times[who] for who in times if who != OURS and not who.startswith(FLOOR)}
-        best = fastest({who: peers[who] for who in peers if "UTF-16" not in who})
+        best = fastest({who: peers[who] for who in peers if not NO_RIVAL.search(who)})
         named = against.split("|") if against else list(peers)
         rival = fastest({who: peers[who] for who in named if who in peers})
         goal = float(factor)
@@ -121,15 +153,23 @@ def verdict(row):
     return "unsure" if row["towards"].low <= goal else "no"
 
 
-def duration(nanoseconds):
-    for unit, scale in (("s", 1e9), ("ms", 1e6), ("us", 1e3)):
-        if nanoseconds >= scale:
-            return f"{nanoseconds / scale:.3g} {unit}"
-    return f"{nanoseconds:.3g} ns"
+def scaled(value, units):
+    for unit, scale in units:
+        if value >= scale:
+            return f"{value / scale:.3g} {unit}"
+    return f"{value / units[-1][1]:.3g} {units[-1][0]}"
+
+
+def quantity(value, unit="ns"):
+    if unit == "ns":
+        return scaled(value, (("s", 1e9), ("ms", 1e6), ("us", 1e3), ("ns", 1)))
+    if unit == "bytes":
+        return scaled(value, (("MB", 1e6), ("bytes", 1)))
+    return f"{value:.3g} {unit}"
 
 
 def measured(times):
-    return duration(times.median) + (f" ({times.rate:.3g} GB/s)" if times.rate else "")
+    return quantity(times.median, times.unit) + (f" ({times.rate:.3g} GB/s)" if times.rate else "")
 
 
 def goal_text(row):
@@ -141,7 +181,7 @@ def goal_text(row):
 
 
 def floor_text(row):
-    return "; ".join(f"{name} {duration(floor.median)}: {ratio}"
+    return "; ".join(f"{name} {measured(floor)}: {ratio}"
                      for name, (floor, ratio) in row["floors"].items())
 
 
@@ -157,19 +197,19 @@ def table(all_rows):
             str(row["ratio"]) if best else "",
             *goal_text(row),
             floor_text(row),
-            "; ".join(f"{who} {duration(times.median)}" for who, times in others),
+            "; ".join(f"{who} {quantity(times.median, times.unit)}" for who, times in others),
         ])
     return lines
 
 
-def curves(context, all_times):
+def curves(results):
     found = {}
-    for name, times in all_times.items():
+    for name, times in results.times.items():
         row, _ = split(name)
         size = int(name.partition(" @ ")[2].split("/")[0].split(":")[0]) if row.startswith("growth") else 0
         found.setdefault(row, []).append((size, times.median))
     lines = [["Operation", "Expected growth", "Cost by size", "Steepest step"]]
-    for row, expected in announced(context, "curve"):
+    for row, expected in results.curves:
         points = sorted(found.get(row, []))
         if not points:
             continue
@@ -180,7 +220,7 @@ def curves(context, all_times):
         lines.append([
             row.removeprefix("growth: "),
             expected,
-            ", ".join(f"{size:,}: {duration(time)}" for size, time in points),
+            ", ".join(f"{size:,}: {quantity(time)}" for size, time in points),
             f"n^{max(steps):.2f}" if steps else "",
         ])
     return lines
@@ -211,20 +251,23 @@ def sizes(folder):
     return lines
 
 
-def machine(context):
-    model = "unknown processor"
+def processor():
+    """The processor's name and a short one for files. Virtual machines hide the exact name, so the
+    latter has the family and the model as well."""
     with open("/proc/cpuinfo", encoding="utf-8") as file:
-        for line in file:
-            if line.startswith("model name"):
-                model = line.split(":", 1)[1].strip()
-                break
-    return f"{model}, {context['num_cpus']} processors at {context['mhz_per_cpu']} MHz"
+        fields = dict(re.split(r"\s*:\s*", line.strip(), maxsplit=1)
+                      for line in file.read().split("\n\n")[0].splitlines())
+    name = fields.get("model name", "unknown")
+    words = re.sub(r"\(R\)|\(TM\)|\b(CPU|Processor)\b|@.*|\d+-Core", "", name, flags=re.I)
+    numbers = [fields.get(key, "0") for key in ("cpu family", "model")]
+    slug = "-".join(re.findall(r"[a-z0-9]+", words.lower()) + numbers)
+    return f"{name}, family {numbers[0]}, model {numbers[1]}", slug
 
 
 def picture(all_rows):
     """A bar chart of the ratios to the best peer, on a logarithmic scale."""
     drawn = [row for row in all_rows if row["ratio"] and not row["row"].startswith("allocation")]
-    left, width, height, step = 370, 420, 16, 20
+    left, width, height, step = 430, 420, 16, 20
     low, high = math.log(1 / 32), math.log(8)
 
     def x(ratio):
@@ -236,8 +279,8 @@ def picture(all_rows):
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{left + width + 70}" height="{bottom + 20}"'
         ' font-family="sans-serif" font-size="12">',
         '<rect width="100%" height="100%" fill="white"/>',
-        '<text x="10" y="20" font-size="15">Time of Vx divided by that of the best peer'
-        " (shorter is faster; the mark is the goal)</text>",
+        '<text x="10" y="20" font-size="15">Vx divided by the best peer'
+        " (shorter is better; the mark is the goal)</text>",
     ]
     for power in range(-5, 4):
         mark = 2.0 ** power
@@ -267,36 +310,40 @@ def notes():
         return file.read()
 
 
-def document(context, all_rows, growth, size_lines):
+def bullets(lines):
+    return "\n".join(f"- {line}" for line in lines) or "None."
+
+
+def document(results, all_rows, growth, size_lines, name, slug):
+    context = results.context
     lost = [row for row in all_rows if row["ratio"] and row["ratio"].value > 1.005
             and not row["row"].startswith("allocation")]
     short = [row for row in all_rows if verdict(row) in ("no", "unsure")]
     text = [
-        "# Benchmarks",
+        f"# Benchmarks: {name}",
         "",
-        "Generated by `./dev bench`; the remarks are in `bench/notes.md`.",
+        "Generated by `./dev bench`; [Benchmarks](../benchmarks.md) compares processors and says how"
+        " these figures are measured.",
         "",
-        f"- Machine: {machine(context)}",
+        f"- Machine: {name}, {context['num_cpus']} processors at {context['mhz_per_cpu']} MHz",
         f"- Compiler and flags: {context['compiler']}, `{context['flags']}`",
         f"- Date: {datetime.date.today().isoformat()}",
         f"- Peers: {context['peers'].rstrip(', ')}, and the C++ library and libc",
         f"- Peers not installed: {context['missing'].rstrip(', ') or 'none'}",
         f"- Load average at the start: {', '.join(str(round(x, 1)) for x in context['load_avg'])}",
         "",
-        notes().strip(),
+        "## Rows that miss their goal",
+        "",
+        bullets(f"{row['row']}: {row['towards']} of {row['rival']}, goal {row['goal']:.2f}"
+                + (f"; floor {floor_text(row)}" if row["floors"] else "") for row in short),
         "",
         "## Rows that a peer wins",
         "",
-        "\n".join(f"- {row['row']}: {row['ratio']} of {row['best']}" for row in lost) or "None.",
-        "",
-        "## Rows that miss their goal",
-        "",
-        "\n".join(f"- {row['row']}: {row['towards']} of {row['rival']}, goal {row['goal']:.2f}"
-                  + (f"; floor {floor_text(row)}" if row["floors"] else "") for row in short) or "None.",
+        bullets(f"{row['row']}: {row['ratio']} of {row['best']}" for row in lost),
         "",
         "## All rows",
         "",
-        "![Time of Vx divided by that of the best peer](benchmarks.svg)",
+        f"![Vx divided by the best peer]({slug}.svg)",
         "",
         markdown(table(all_rows)),
         "",
@@ -314,29 +361,130 @@ def document(context, all_rows, growth, size_lines):
     return "\n".join(text)
 
 
+def figures(all_rows, name):
+    """What the index needs of one processor's results, and the medians for other programs."""
+    return {
+        "processor": name,
+        "date": datetime.date.today().isoformat(),
+        "rows": [{
+            "row": row["row"],
+            "goal": row["goal"],
+            "rival": row["rival"],
+            "towards": row["towards"] and round(row["towards"].value, 3),
+            "met": verdict(row),
+            "best": row["best"],
+            "ratio": row["ratio"] and round(row["ratio"].value, 3),
+            "unit": row["ours"].unit,
+            "medians": {who: float(f"{times.median:.4g}")
+                        for who, times in {OURS: row["ours"], **row["peers"]}.items()},
+        } for row in all_rows],
+    }
+
+
+def compared(rows_of, slugs, wanted):
+    """A table with a line for each wanted row, the worst first, and a column for each processor."""
+    lines = [["Operation", "Goal", *slugs]]
+    found = {}
+    for slug in slugs:
+        for row in rows_of[slug]:
+            found.setdefault(row["row"], {})[slug] = row
+
+    def excess(row):
+        return (row["towards"] / row["goal"] if row["goal"] and row["towards"] else 0,
+                row["ratio"] or 0)
+
+    for name, by_slug in sorted(found.items(), key=lambda item: max(map(excess, item[1].values())),
+                                reverse=True):
+        if not wanted(list(by_slug.values())):
+            continue
+        goal = next((row["goal"] for row in by_slug.values() if row["goal"]), None)
+        cells = []
+        for slug in slugs:
+            row = by_slug.get(slug)
+            which = ("towards", "rival") if row and row["goal"] else ("ratio", "best")
+            if not row:
+                cells.append("")
+            elif not row[which[0]]:
+                cells.append(quantity(row["medians"][OURS], row["unit"]))
+            else:
+                unsure = ", unsure" if row["met"] == "unsure" else ""
+                cells.append(f"{row[which[0]]:.2f} of {row[which[1]]}{unsure}")
+        lines.append([name, f"{goal:.2f}" if goal else "", *cells])
+    return markdown(lines) if len(lines) > 1 else "None."
+
+
+def write_index(docs):
+    """Writes benchmarks.md from the figures in benchmarks/."""
+    found = {}
+    for path in sorted(glob.glob(os.path.join(docs, "benchmarks", "*.json"))):
+        with open(path, encoding="utf-8") as file:
+            found[os.path.splitext(os.path.basename(path))[0]] = json.load(file)
+    rows_of = {slug: each["rows"] for slug, each in found.items()}
+
+    def misses(of_row):
+        return any(row["met"] in ("no", "unsure") for row in of_row)
+
+    def lost(of_row):
+        return any((row["ratio"] or 0) > 1.005 for row in of_row)
+
+    sections = [
+        ("Rows that miss their goal", misses),
+        ("Rows within their goal, or without one, that a peer wins",
+         lambda of_row: lost(of_row) and not misses(of_row)),
+        ("All other rows", lambda of_row: not lost(of_row) and not misses(of_row)),
+    ]
+    text = ["# Benchmarks", "", "Generated by `./dev bench`; the remarks are in `bench/notes.md`.",
+            "Each processor has a page with all peers, intervals, growth and sizes:", ""]
+    text += [f"- [{each['processor']}](benchmarks/{slug}.md), measured on {each['date']}"
+             for slug, each in found.items()]
+    text += ["", "A cell is the time or memory of Vx divided by that of the peer the goal names, or of the best",
+             "peer where there is no goal. Below 1 Vx wins. Rows that fall short come first."]
+    for title, wanted in sections:
+        text += ["", f"## {title}", "", compared(rows_of, list(found), wanted)]
+    text += ["", "## Method and remarks", "", notes().strip(), ""]
+    with open(os.path.join(docs, "benchmarks.md"), "w", encoding="utf-8") as file:
+        file.write("\n".join(text))
+
+
+def write_pages(docs, results, all_rows, growth, size_lines):
+    name, slug = processor()
+    pages = {
+        "md": document(results, all_rows, growth, size_lines, name, slug),
+        "svg": picture(all_rows),
+        "json": json.dumps(figures(all_rows, name), indent=1) + "\n",
+    }
+    os.makedirs(os.path.join(docs, "benchmarks"), exist_ok=True)
+    for kind, text in pages.items():
+        with open(os.path.join(docs, "benchmarks", f"{slug}.{kind}"), "w", encoding="utf-8") as file:
+            file.write(text)
+    write_index(docs)
+
+
 def main():
-    results, libraries = sys.argv[1:3]
-    context, times, wrong = load(results)
-    all_rows = list(rows(context, times))
-    growth = curves(context, times)
+    arguments = sys.argv[1:]
+    if arguments[:1] == ["--index"]:
+        write_index(arguments[1])
+        return
+    docs = None
+    if arguments[:1] == ["--write"]:
+        docs, arguments = arguments[1], arguments[2:]
+    libraries, *paths = arguments
+    results = Results(paths)
+    all_rows = list(rows(results))
+    growth = curves(results)
     for lines in (table(all_rows), growth):
         widths = [max(len(line[i]) for line in lines) for i in range(len(lines[0]) - 1)]
         if len(lines) > 1:
             for line in lines:
                 print("  ".join([cell.ljust(w) for cell, w in zip(line, widths)] + line[-1:]))
             print()
-    if "--write" in sys.argv and not wrong:
-        folder = sys.argv[sys.argv.index("--write") + 1]
-        size_lines = sizes(libraries)
-        with open(os.path.join(folder, "benchmarks.md"), "w", encoding="utf-8") as file:
-            file.write(document(context, all_rows, growth, size_lines))
-        with open(os.path.join(folder, "benchmarks.svg"), "w", encoding="utf-8") as file:
-            file.write(picture(all_rows))
-    if context["missing"]:
-        print("not installed:", context["missing"].rstrip(", "))
-    for line in wrong:
+    if docs and not results.wrong:
+        write_pages(docs, results, all_rows, growth, sizes(libraries))
+    if results.context.get("missing"):
+        print("not installed:", results.context["missing"].rstrip(", "))
+    for line in results.wrong:
         print("wrong answer:", line)
-    sys.exit(1 if wrong else 0)
+    sys.exit(1 if results.wrong else 0)
 
 
 main()
