@@ -1,14 +1,18 @@
-// The values that GdbPrintersTest.gdb.py prints in the callers of lookHere(). A line "//> expression:
-// output" says what gdb prints; an … stands for any text.
+// The values that GdbPrintersTest.gdb.py and LldbPrintersTest.py print in the callers of lookHere().
+// A line "//> expression: output" says what gdb prints; an … stands for any text.
 #include <Vx/CriticalSection.h>
+#include <Vx/Image/BufferFormat.h>
+#include <Vx/Image/Core.h>
 #include <Vx/Image/FormatUID.h>
 #include <Vx/Image/UUID.h>
+#include <Vx/Image/Video.h>
 #include <Vx/LightweightString.h>
 #include <Vx/LightweightVector.h>
 #include <Vx/VxAttribValuePair.h>
 #include <Vx/VxException.h>
 #include <Vx/VxIniFile.h>
 #include <Vx/VxObject.h>
+#include <Vx/VxPooledObjectDebug.h>
 #include <cstring>
 #include <string>
 
@@ -59,7 +63,7 @@ void strings()
     const LightweightString<char> broken("x\xFFy");
     //> broken: "x\377y" (length 3, sharers 1)
     const LightweightString<char> large(std::string(300000, 'a').c_str());
-    //> large: 'a' <repeats 200 times>... (length 300000, sharers 1)
+    //> large: "aaa…aaa"... (length 300000, sharers 1)
     const LightweightString<wchar_t> wide(L"Z\u00FCrich \U0001F3AC");
     //> wide: L"Zürich 🎬" (length 8, sharers 1)
     const Raw<LightweightString<char>> zeroString(0), rawString(0xA5);
@@ -84,7 +88,7 @@ void pointers()
     const Shared<Counter> counter(new Counter);
     //> counter: Vx::Ptr<…Counter> (count 1, a counter of its own) = …
     const Raw<Vx::Ptr<Clip>> rawPtr(0xA5);
-    //> rawPtr.object: <unreadable: …> = …
+    //> rawPtr.object: <unreadable: …>
     lookHere();
 }
 
@@ -156,6 +160,15 @@ void formats()
     //> noFormat: "0" (no format)
     //> standard: "25" (standard)
     //> custom: "1080p5994" (custom)
+    using namespace Vx::Image;
+    [[maybe_unused]] const Core::Data core(1920, 1080, Format{5}, 10, 20, eLayout{-1}, true);
+    [[maybe_unused]] const BufferFormat::Data buffer(true, 3840, false);
+    [[maybe_unused]] const Video::Data video(ScanMode{2}, AspectRatio{3}, standard, true);
+    //> core: "Metadata::Core,1,1920,1080,5,-1,10,20,1,"
+    //> buffer: "Metadata::BufferFormat,1,1,3840,1,0,"
+    //> video: "Metadata::Video,1,2,3,25,1,"
+    const Raw<Video::Data> rawVideo(0xA5);
+    //> rawVideo.object: <unreadable: …>
     lookHere();
 }
 
@@ -174,6 +187,16 @@ void locks()
     held.leave();
 }
 
+void pools()
+{
+    Vx::PooledObjectDebug::LoggingTraitsBase frames("Frames"), clips("Clips");
+    frames.ltb_afterPop(nullptr, 0);
+    frames.ltb_afterPop(nullptr, 0);
+    frames.ltb_afterPush(nullptr, 0);
+    //> Vx::PooledObjectDebug::gAllLoggers: 2 pools: "Clips" (in use 0, at most 0), "Frames" (in use 1, at most 2)
+    lookHere();
+}
+
 void exceptions()
 {
     const Vx::Exception::LogicError logic("Not \"yet\"!", "ole/Vx/VxIniFile", 305);
@@ -182,7 +205,7 @@ void exceptions()
     runtime.callStack.clear();
     runtime.callStack.emplace_back("inner+0x10");
     runtime.callStack.emplace_back("outer+0x20");
-    //> runtime: Vx::Exception::RuntimeError "out of frames" at ole/Vx/Example(7), 2 frames = {[0] = "inner+0x10", [1] = "outer+0x20"}
+    //> runtime: Vx::Exception::RuntimeError "out of frames" at ole/Vx/Example(7), 2 frames = {"inner+0x10"…, "outer+0x20"…}
     const Raw<Vx::Exception::RuntimeError> rawError(0xA5);
     //> rawError.object: <unreadable: …>
     lookHere();
@@ -194,6 +217,6 @@ void exceptions()
 int main()
 {
     for (const auto group :
-         {strings, pointers, pairs, documents, lists, formats, locks, exceptions})
+         {strings, pointers, pairs, documents, lists, formats, locks, pools, exceptions})
         group();
 }
