@@ -1,5 +1,6 @@
 // The text form of the five metadata records: parsing any string, printing, parsing again.
 #include "Fuzz.h"
+#include "Pieces.h"
 
 #include <Reference.h>
 #include <Vx/Image/BufferFormat.h>

@@ -1,5 +1,6 @@
 // Parsing and joining pair lists, and look-ups in them, against a simple model.
 #include "Fuzz.h"
+#include "Pieces.h"
 
 #include <Reference.h>
 #include <Vx/VxAttribValuePair.h>

@@ -1,5 +1,6 @@
 // Finding separators, splitting, packing and unpacking, in both widths.
 #include "Fuzz.h"
+#include "Pieces.h"
 
 #include <Reference.h>
 
