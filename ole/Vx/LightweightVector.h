@@ -15,8 +15,8 @@
 ///     same.push_back(pair); // pairs.size() is 1, too
 ///
 /// Layout: a virtual-table pointer and a Vx::Ptr, which is never empty: moving copies.
-/// Sharing: copies are not made on write. A change through one handle is visible through all of
-///   its copies, and so it is after assignment.
+/// Sharing: copies and assigned handles share the elements, which are not copied on write: a
+///   change through one handle is visible through all of them.
 /// Ownership: the last handle destroys the elements.
 /// Errors: only exhausted memory, which throws what the platform throws; the elements are
 ///   unchanged then.
