@@ -1,16 +1,10 @@
 // Utf8Decode.h - Validates and decodes UTF-8, 16 bytes at a time.
 #pragma once
 
+#include "text/Utf8Sse.h"
+
 #include <cstddef>
 #include <cstdint>
-
-#ifndef VX_UTF8_SSE
-#if defined(__SSE4_1__) && !VX_PLAIN
-#define VX_UTF8_SSE 1
-#else
-#define VX_UTF8_SSE 0
-#endif
-#endif
 
 #if VX_UTF8_SSE
 /// Plain::decodedLength() and Plain::decode() for well-formed input.

@@ -1,15 +1,9 @@
 // Utf8Encode.h - Encodes UTF-8, 16 characters at a time.
 #pragma once
 
-#include <cstddef>
+#include "text/Utf8Sse.h"
 
-#ifndef VX_UTF8_SSE
-#if defined(__SSE4_1__) && !VX_PLAIN
-#define VX_UTF8_SSE 1
-#else
-#define VX_UTF8_SSE 0
-#endif
-#endif
+#include <cstddef>
 
 #if VX_UTF8_SSE
 /// Plain::encodedLength() and Plain::encode() for any input.
