@@ -174,31 +174,29 @@ TEST(Case, ConvertsInPlaceAndLeavesSharersUnchanged)
 
 TEST(Strip, RemovesTheRunAtOneEnd)
 {
-    const wchar_t* const rows[][3] = {
-        // a text, without leading x, without trailing x
+    const struct {
+        const wchar_t *text, *withoutLeading, *withoutTrailing;
+    } rows[] = {
         {L"", L"", L""},
         {L"xxxxxxabcxxxxxxx", L"abcxxxxxxx", L"xxxxxxabc"},
         {L"XaxbX", L"XaxbX", L"XaxbX"},
         {L"xxx", L"xxx", L"xxx"}, // deliberately kept if there is nothing else
     };
-    for (const auto& [characters, withoutLeading, withoutTrailing] : rows) {
-        const Wide text(characters);
-        const auto check = [&](auto strip, const Wide& expected) {
-            SCOPED_TRACE(toUTF8(text + L", " + expected));
-            Wide stripped(text);
-            EXPECT_EQ(&strip(stripped, L'x'), &stripped);
+    for (const auto& row : rows) {
+        const Wide text(row.text);
+        SCOPED_TRACE(toUTF8(text));
+        Wide leading(text), trailing(text), alone(row.text);
+        const wchar_t* const block = alone.c_str();
+        EXPECT_EQ(&Vx::stripLeadingChars(leading, L'x'), &leading);
+        EXPECT_EQ(&Vx::stripTrailingChars(trailing, L'x'), &trailing);
+        EXPECT_EQ(Vx::stripTrailingChars(alone, L'x').c_str(), block) << "in place";
+        for (const auto& [stripped, expected] : {std::pair(leading, Wide(row.withoutLeading)),
+                                                 std::pair(trailing, Wide(row.withoutTrailing))}) {
             EXPECT_EQ(stripped, expected);
             EXPECT_EQ(stripped.capacity(), expected.capacity());
             EXPECT_EQ(stripped.c_str() == text.c_str(), expected == text) << "nothing to copy";
-        };
-        check([](Wide& s, wchar_t c) -> Wide& { return Vx::stripLeadingChars(s, c); },
-              withoutLeading);
-        check([](Wide& s, wchar_t c) -> Wide& { return Vx::stripTrailingChars(s, c); },
-              withoutTrailing);
-        EXPECT_EQ(text, characters);
-        Wide alone(characters);
-        const wchar_t* const block = alone.c_str();
-        EXPECT_EQ(Vx::stripTrailingChars(alone, L'x').c_str(), block) << "in place";
+        }
+        EXPECT_EQ(text, row.text);
     }
 }
 
