@@ -1,5 +1,6 @@
 #include <Vx/CriticalSection.h>
 
+#include <Vx/detail/Inspect.h>
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iThreading.h>
 #include <atomic>
@@ -86,3 +87,26 @@ void CriticalSection::setName(const char* name)
 
 // Deliberate: empty. Hosts call it from their own diagnostics and expect silence.
 void CriticalSection::debugPrint() {}
+
+using StringBlock = LightweightString<char>::Impl;
+static_assert(offsetof(StringBlock, length) == offsetof(LightweightString<wchar_t>::Impl, length),
+              "wide strings have the same layout");
+
+constinit const Vx::detail::InspectLocks Vx::detail::Inspect::locks = {
+    .size = sizeof(InspectLocks),
+    .repInSection = kObjectInPtr,
+    .self = &Inspect::locks,
+    .platformLock = offsetof(CriticalSection::Rep, lock) + kObjectInPtr,
+    .entryCount = offsetof(CriticalSection::Rep, entryCount),
+    .ownerThread = offsetof(CriticalSection::Rep, ownerThread),
+    .name = offsetof(CriticalSection::Rep, name),
+    .blockInString = kObjectInPtr,
+    .dataInBlock = offsetof(StringBlock, data),
+    .lengthInBlock = offsetof(StringBlock, length),
+    .capacityInBlock = offsetof(StringBlock, capacity),
+#if defined(_GLIBCXX_USE_CXX11_ABI) && _GLIBCXX_USE_CXX11_ABI
+    .standardLibrary = 1,
+#else
+    .standardLibrary = 0,
+#endif
+};

@@ -8,6 +8,12 @@
 #include <Vx/platform/iThreading.h>
 #include <cstddef>
 
+namespace Vx {
+namespace detail {
+struct Inspect;
+}
+} // namespace Vx
+
 /// A recursive lock around a lock of the platform. It knows its owner and can carry a name
 /// for diagnostic tools.
 ///
@@ -71,6 +77,8 @@ public:
     void unlock() { leave(); }
 
 private:
+    friend struct Vx::detail::Inspect;
+
     struct Rep {
         Vx::Ptr<iLock> lock;
         unsigned int entryCount = 0;  // nested entries of the owner; guarded by lock

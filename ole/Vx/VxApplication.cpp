@@ -1,6 +1,7 @@
 #include <Vx/VxApplication.h>
 
 #include <Vx/VxException.h>
+#include <Vx/detail/Inspect.h>
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iFileSystem.h>
 #include <Vx/platform/iSettings.h>
@@ -131,5 +132,19 @@ void Application::atShutdown(const Vx::Ptr<iCallbackBase<void, Shutdown::eExitTy
 {
     Shutdown::addCallback(callback, priority);
 }
+
+// Offsets in a class with virtual operations: its members have no other place.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+constinit const detail::InspectApplication detail::Inspect::application = {
+    .size = sizeof(InspectApplication),
+    .name = offsetof(Application, appName),
+    .instance = &Application::instance_,
+    .version = offsetof(Application, version),
+    .logsPath = offsetof(Application, logsPath),
+    .userDataPath = offsetof(Application, userDataPath),
+    .previousExitWasNormal = offsetof(Application, previousExitWasNormal_),
+};
+#pragma GCC diagnostic pop
 
 } // namespace Vx

@@ -90,6 +90,8 @@ protected:
     ~Application() = default;
 
 private:
+    friend struct detail::Inspect;
+
     void initFoldersAndMarker();
 
     static Application* instance_;

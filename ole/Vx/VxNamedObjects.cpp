@@ -2,6 +2,7 @@
 
 #include <Vx/VxCRC.h>
 #include <Vx/VxException.h>
+#include <Vx/detail/Inspect.h>
 #include <Vx/detail/NameIndex.h>
 #include <atomic>
 #include <cstring>
@@ -70,10 +71,15 @@ NamedObjectsNamespace::NamedObjectsNamespace(const char* ownName)
 
 NamedObjectsNamespace::~NamedObjectsNamespace() = default;
 
+namespace {
+
+constinit std::atomic<NamedObjectsNamespace*> global = nullptr;
+
+} // namespace
+
 NamedObjectsNamespace* NamedObjectsNamespace::getGlobalNamespaceInstance()
 {
     static CriticalSection guard;
-    static constinit std::atomic<NamedObjectsNamespace*> global = nullptr;
 
     if (global.load(std::memory_order_acquire) == nullptr) {
         const Hold hold(guard);
@@ -245,5 +251,20 @@ auto NamedObjectsNamespace::addListEntry_(const std::type_info& type, const char
     NewEntry prepared = prepare(key);
     return append(key, prepared, object);
 }
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+constinit const detail::InspectNames detail::Inspect::names = {
+    .size = sizeof(InspectNames),
+    .entries = offsetof(NamedObjectsNamespace, entries),
+    .global = &global,
+    .namespaceLock = offsetof(NamedObjectsNamespace, namespaceLock),
+    .namespaceName = offsetof(NamedObjectsNamespace, name),
+    .object = offsetof(NamedObjectsNamespace::Entry, object),
+    .lock = offsetof(NamedObjectsNamespace::Entry, lock),
+    .typeName = offsetof(NamedObjectsNamespace::Entry, typeName),
+    .objectName = offsetof(NamedObjectsNamespace::Entry, objectName),
+};
+#pragma GCC diagnostic pop
 
 } // namespace Vx

@@ -160,6 +160,8 @@ public:
     Entry* addListEntry_(const std::type_info& type, const char* objectName, void* object);
 
 private:
+    friend struct detail::Inspect;
+
     struct Key;
     struct IndexedEntry;
     struct NewEntry;

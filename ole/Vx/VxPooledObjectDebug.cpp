@@ -6,6 +6,7 @@
 #include <Vx/VxClock.h>
 #include <Vx/VxNamedObjects.h>
 #include <Vx/VxStringUtils.h>
+#include <Vx/detail/Inspect.h>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -228,4 +229,22 @@ void LoggingTraitsBase_exit(Shutdown::eExitType)
 }
 
 } // namespace PooledObjectDebug
+
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+constinit const detail::InspectPools detail::Inspect::pools = {
+    .size = sizeof(InspectPools),
+    .recordInLogger = offsetof(PooledObjectDebug::LoggingTraitsBase, record_),
+    .stack = &PooledObjectDebug::gAllLoggers,
+    .nextInNode = offsetof(PooledObjectDebug::LoggerStack::Node, next),
+    .loggerInNode = offsetof(PooledObjectDebug::LoggerStack::Node, logger),
+    .name = offsetof(PooledObjectDebug::LoggingTraitsBase::Record, name),
+    .inUse = offsetof(PooledObjectDebug::LoggingTraitsBase::Record, inUse),
+    .maxInUse = offsetof(PooledObjectDebug::LoggingTraitsBase::Record, maxInUse),
+    .peakDemand = offsetof(PooledObjectDebug::LoggingTraitsBase::Record, peakDemand),
+    .peakTime = offsetof(PooledObjectDebug::LoggingTraitsBase::Record, peakTime),
+    .peakWallTime = offsetof(PooledObjectDebug::LoggingTraitsBase::Record, peakWallTime),
+};
+#pragma GCC diagnostic pop
+
 } // namespace Vx

@@ -53,6 +53,7 @@ public:
     void dump();
 
 private:
+    friend struct Vx::detail::Inspect;
     friend VX_API void LoggingTraitsBase_exit(Shutdown::eExitType);
 
     void appendLine();

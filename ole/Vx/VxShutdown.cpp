@@ -1,5 +1,6 @@
 #include <Vx/VxShutdown.h>
 
+#include <Vx/detail/Inspect.h>
 #include <atomic>
 #include <cstdio>
 #include <mutex>
@@ -37,10 +38,33 @@ void setStatus(Status next)
 
 constinit std::atomic<unsigned int> nextSequence = 0;
 
+// Only diagnostic tools read it.
+constinit Vx::detail::InspectShutdownProgress progress = {nullptr, nullptr, 0};
+
+// Notes something in the progress until the end of the scope. Callbacks may run callbacks.
+class Note {
+public:
+    Note(const void*& place, const void* value) : place_(place), before_(place) { place = value; }
+    ~Note() { place_ = before_; }
+    Note(const Note&) = delete;
+    Note& operator=(const Note&) = delete;
+
+private:
+    const void*& place_;
+    const void* const before_;
+};
+
 void run(const Shutdown::CallbackItem& item, Shutdown::eExitType type)
 {
     if (item.callback)
         item.callback->execute(type);
+}
+
+// The same for an item of the process's list.
+void runNoted(const Shutdown::CallbackItem& item, Shutdown::eExitType type)
+{
+    const Note running(progress.running, &item);
+    run(item, type);
 }
 
 } // namespace
@@ -100,17 +124,20 @@ void Shutdown::CallbackItemList::remove(const Vx::Ptr<Callback>& callback)
 // not keep that thread out of the list.
 void Shutdown::CallbackItemList::execute(eExitType type)
 {
+    const auto runItem = this == &shutdownCallbacks_ ? runNoted : run;
     if (currentStatus() == kFirstPass) {
         std::set<CallbackItem> due;
         while (!items_.empty() && items_.begin()->priority <= kLastOfFirstPass)
             due.insert(due.end(), items_.extract(items_.begin()));
+        const void* unlisted = nullptr;
+        const Note noted(this == &shutdownCallbacks_ ? progress.due : unlisted, &due);
         for (const CallbackItem& item : due)
-            run(item, type);
+            runItem(item, type);
         return;
     }
     while (!items_.empty()) {
         const auto item = items_.extract(items_.begin());
-        run(item.value(), type);
+        runItem(item.value(), type);
     }
 }
 
@@ -149,6 +176,7 @@ void Shutdown::executeCallbacks(eExitType type)
     setStatus(kFinalPass);
     std::fflush(stdout);
     shutdownCallbacks_.execute(type);
+    progress.ended = 1;
 }
 
 void addSplatCallback(void (*function)(const char*)) { splatCallbacks_.push_back(function); }
@@ -159,3 +187,20 @@ void callSplatCallbacks(const char* text)
     for (std::size_t i = 0; i < splatCallbacks_.size(); ++i)
         splatCallbacks_[i](text);
 }
+
+// FunctionCallback has a virtual base, whose own place the offset of a plain member does not need.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+constinit const Vx::detail::InspectShutdown Vx::detail::Inspect::shutdown = {
+    .size = sizeof(InspectShutdown),
+    .lockInList = offsetof(Shutdown::CallbackItemList, lock_),
+    .status = &Shutdown::status,
+    .list = &Shutdown::shutdownCallbacks_,
+    .progress = &progress,
+    .itemsInList = offsetof(Shutdown::CallbackItemList, items_),
+    .priority = offsetof(Shutdown::CallbackItem, priority),
+    .sequence = offsetof(Shutdown::CallbackItem, sequence),
+    .callback = offsetof(Shutdown::CallbackItem, callback) + kObjectInPtr,
+    .function = offsetof(Shutdown::FunctionCallback, function_),
+};
+#pragma GCC diagnostic pop

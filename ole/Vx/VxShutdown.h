@@ -57,6 +57,8 @@ public:
     void execute(const eExitType& type) override;
 
 private:
+    friend struct Vx::detail::Inspect;
+
     std::function<void(eExitType)> function_;
 };
 
@@ -112,6 +114,8 @@ public:
     void execute(eExitType type);
 
 private:
+    friend struct Vx::detail::Inspect;
+
     CriticalSection lock_;
     std::set<CallbackItem> items_; // guarded by lock_, except in execute()
     bool closed_ = false;          // rejects additions; set by the destructor

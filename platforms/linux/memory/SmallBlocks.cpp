@@ -428,6 +428,39 @@ void SmallBlocks::threadEnds(void* argument) noexcept
     pushCache(cache);
 }
 
+// --- For diagnostic tools
+
+namespace {
+
+constexpr Vx::detail::InspectBlocks withBlockSizes(Vx::detail::InspectBlocks layout) noexcept
+{
+    for (std::size_t i = 0; i < SizeClasses::kClasses; ++i)
+        layout.blockSizes[i] = static_cast<std::uint32_t>(SizeClasses::blockSize(i));
+    return layout;
+}
+
+static_assert(SizeClasses::kClasses <= Vx::detail::kInspectMostClasses);
+
+} // namespace
+
+constinit const Vx::detail::InspectBlocks SmallBlocks::layout = withBlockSizes({
+    .size = sizeof(Vx::detail::InspectBlocks),
+    .spanSize = SpanHeap::kSpan,
+    .base = &SpanHeap::base,
+    .chunksTried = &SpanHeap::chunksTried,
+    .chunks = SpanHeap::chunks,
+    .classOfSpan = classOfSpan,
+    .classes = kClasses,
+    .spansPerChunk = SpanHeap::kChunkSpans,
+    .maxSpans = SpanHeap::kSpans,
+    .chunkSize = sizeof(SpanHeap::Chunk),
+    .mappedInChunk = offsetof(SpanHeap::Chunk, mapped),
+    .recordSize = SpanHeap::kRecord,
+    .freeInRecord = offsetof(Span, free),
+    .wordsInRecord = kWords,
+    .blockSizes = {},
+});
+
 // --- Slow paths
 
 void* SmallBlocks::allocateMore(std::size_t size) noexcept

@@ -4,6 +4,7 @@
 #include "memory/SizeClasses.h"
 #include "memory/SpanHeap.h"
 
+#include <Vx/detail/Inspect.h>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -89,6 +90,9 @@ public:
     /// Frees \p block, or aborts if it is not an allocated one.
     /// \returns false, having done nothing, if it is not from here, as null is not
     static bool deallocateMore(void* block) noexcept;
+
+    /// How the spans are laid out, for diagnostic tools.
+    static const Vx::detail::InspectBlocks layout;
 
 private:
     static constexpr std::size_t kClasses = SizeClasses::kClasses;

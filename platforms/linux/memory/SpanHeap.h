@@ -72,6 +72,8 @@ public:
     static void putBack(std::uint32_t span) noexcept;
 
 private:
+    friend class SmallBlocks; // for its layout
+
     static constexpr std::uint32_t kChunkSpans = kChunk / kSpan;
     static constexpr std::uint32_t kChunks = kRange / kChunk;
 

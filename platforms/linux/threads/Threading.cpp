@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cassert>
+#include <cstddef>
 #include <mutex>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -20,12 +21,23 @@ struct Self {
 };
 [[gnu::tls_model("initial-exec")]] constinit thread_local Self self = {0, 0, 0};
 
-constinit std::atomic<std::uint64_t> lastNumber = 0;
+constinit std::atomic<std::uint64_t> threadsNumbered = 0;
 
-[[gnu::noinline]] std::uint64_t takeNumber() noexcept { return self.number = ++lastNumber; }
+// The kernel's identifiers have 22 bits at most.
+constexpr std::uint32_t kThreadIdBits = 24;
+
+// By number, since older C libraries have no gettid().
+unsigned int kernelId() noexcept { return static_cast<unsigned int>(syscall(SYS_gettid)); }
+
+[[gnu::noinline]] std::uint64_t takeNumber() noexcept
+{
+    return self.number = ++threadsNumbered << kThreadIdBits | kernelId();
+}
 
 // Returns the calling thread's number: never 0, and never that of another thread, even of one
-// that has ended. It survives a fork, in which the kernel's identifier changes.
+// that has ended. It survives a fork, in which the kernel's identifier changes. Its low bits are
+// the identifier that the thread had at first, so that diagnostic tools can name the holder of
+// a lock.
 std::uint64_t threadNumber() noexcept { return self.number != 0 ? self.number : takeNumber(); }
 
 /// A recursive lock: a plain mutex, its owner, and how often that has entered again.
@@ -69,6 +81,8 @@ public:
         mutex_.unlock();
     }
 
+    static constexpr Vx::detail::InspectPlatformLocks layout() noexcept;
+
     unsigned int refCount = 0;
 
 private:
@@ -83,11 +97,26 @@ private:
     std::mutex mutex_;
 };
 
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Winvalid-offsetof"
+constexpr Vx::detail::InspectPlatformLocks RecursiveLock::layout() noexcept
+{
+    return {
+        .size = sizeof(Vx::detail::InspectPlatformLocks),
+        .lockSize = sizeof(RecursiveLock),
+        .self = &Threading::lockLayout,
+        .recursion = offsetof(RecursiveLock, recursion_),
+        .owner = offsetof(RecursiveLock, owner_),
+        .futex = offsetof(RecursiveLock, mutex_), // the first member of the C library's mutex
+        .threadIdBits = kThreadIdBits,
+    };
+}
+#pragma GCC diagnostic pop
+
 // Out of line so that the cached case needs no stack frame.
 [[gnu::noinline]] unsigned int askForId(std::uint64_t epoch) noexcept
 {
-    // By number, since older C libraries have no gettid().
-    const auto id = static_cast<unsigned int>(syscall(SYS_gettid));
+    const unsigned int id = kernelId();
     self.epoch = epoch;
     self.id = id;
     return id;
@@ -106,3 +135,5 @@ unsigned int Threading::currentThreadId()
     const std::uint64_t epoch = forkEpoch();
     return epoch != 0 && self.epoch == epoch ? self.id : askForId(epoch);
 }
+
+constinit const Vx::detail::InspectPlatformLocks Threading::lockLayout = RecursiveLock::layout();

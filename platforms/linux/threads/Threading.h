@@ -2,6 +2,7 @@
 #pragma once
 
 #include <Vx/VxPtr.h>
+#include <Vx/detail/Inspect.h>
 #include <Vx/platform/iThreading.h>
 
 /// Locks from the C library's mutex, thread identifiers from the kernel.
@@ -18,4 +19,7 @@ public:
 
     /// Returns the kernel's thread identifier, as debuggers and /proc show it.
     unsigned int currentThreadId() override;
+
+    /// How the locks are laid out, for diagnostic tools.
+    static const Vx::detail::InspectPlatformLocks lockLayout;
 };
