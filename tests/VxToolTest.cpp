@@ -383,6 +383,10 @@ const struct {
     {"missing-top-lines", "ini show a.ini -"},
     {"missing-key", "ini get a.ini A y"},
     {"near-key", "ini unset a.ini A X"},
+    {"cannot-inspect", "inspect 4194304"},
+    {"inspect-output-failed", "inspect --json >/dev/full"},
+    {"inspect-usage", "inspect nothing"},
+    {"inspect-what", "inspect locks"},
     {"no-such-code", "ini check --explain output-failed"},
     {"invalid-uuid", "uuid show 1"},
     {"lenient-uuid", "uuid show 0x23abcd-4567-89ef-0123-456789abcdef"},
@@ -403,7 +407,7 @@ TEST_F(VxTool, SaysWhatIsWrongAndWhatToDo)
     put("set", "trap '' XFSZ; ulimit -f 1; '" VX_TOOL "' ini set a.ini A x $(seq -s. 9999)");
     fs::create_directory(path("folder"));
     // A failure of vx itself, and one that sanitizers do not survive.
-    std::set<std::string_view> seen{"internal", "out-of-memory"};
+    std::set<std::string_view> seen{"internal", "out-of-memory", "no-process"};
     for (const auto& row : kComplaints) {
         const auto* const message =
             std::find_if(std::begin(tool::kMessages), std::end(tool::kMessages),
@@ -480,7 +484,7 @@ TEST_F(VxTool, CompletionOffersWhatIsAccepted)
         for (const std::string& name : commands)
             lines.push_back(line + " " + name);
     }
-    EXPECT_EQ(lines.size(), 16u);
+    EXPECT_EQ(lines.size(), 17u);
 
     put("a.ini", "[Video In]\nrate=1\n; no=1\n[Audio]\nx=1\n");
     EXPECT_EQ(offered("ini get a.ini ''"), (Set{"Audio", "Video\\ In"}));

@@ -10,6 +10,7 @@ static constexpr const char* kExamples = R"(Examples:
   vx fcc xd5c                           translates the code of a stored essence
   vx pools --plot PooledObjects.log     draws the peak demand of each run
   vx settings                           shows which programs crashed
+  vx inspect 4107                       tells why a process hangs
 
 Exit status: 0 yes, done; 1 no, not found, different, warnings; 2 usage; 3 failed.
 See 'vx COMMAND --help' for one command, and 'man vx'.)";
@@ -25,6 +26,7 @@ Status runVx(int argc, const char* const* argv)
                               addMeta(top);
                               addPools(top);
                               addSettings(top);
+                              addInspect(top);
                               addVersion(top);
                           });
 }

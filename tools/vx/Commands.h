@@ -9,6 +9,7 @@ namespace tool {
 Status runVx(int argc, const char* const* argv);
 
 // Each adds one command below another.
+void addInspect(Command top);
 void addIni(Command top);
 void addIniShow(Command ini);
 void addIniGet(Command ini);

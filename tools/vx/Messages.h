@@ -102,6 +102,17 @@ inline constexpr Message kMessages[] = {
     {MessageKind::answer, "no-settings", "no settings in {0}",
      "Run as the user whose settings you mean; XDG_CONFIG_HOME may name another folder."},
 
+    // Processes.
+    {MessageKind::answer, "cannot-inspect", "{0}", "{1}"},
+    {MessageKind::answer, "no-process", "no process that may be read has libVx.so loaded",
+     "Start the application, or run vx as its user or as root."},
+    {MessageKind::answer, "inspect-output-failed", "cannot write to standard output",
+     "Free space on the disk, or check the program that reads the output."},
+    {MessageKind::usage, "inspect-usage", "{0} is neither a process identifier nor a section",
+     "Sections: {1}."},
+    {MessageKind::usage, "inspect-what", "expected a process identifier or --core FILE, one of them",
+     "'vx inspect' lists the processes."},
+
     // Findings of `vx ini check`.
     {MessageKind::warning, "utf-16", "the file is UTF-16; INI files are read as bytes",
      "Convert it: iconv -f UTF-16 -t UTF-8."},

@@ -37,8 +37,11 @@ _vx()
         --color)
             mapfile -t COMPREPLY < <(compgen -W "auto always never" -- "$cur")
             return ;;
-        -o | --output)
+        -o | --output | --core)
             mapfile -t COMPREPLY < <(compgen -f -- "$cur")
+            return ;;
+        --sysroot)
+            mapfile -t COMPREPLY < <(compgen -d -- "$cur")
             return ;;
         --pool | -n | --count)
             [[ ${words[0]-} == ini ]] || return ;;
@@ -55,15 +58,21 @@ _vx()
             "uuid " | "uuid new") options+=" --count --json" ;;
             "uuid show" | "meta "* | "settings "* | "version "*) options+=" --json" ;;
             "fcc "*) options+=" --code --json" ;;
+            "inspect "*) options+=" --core --sysroot --watch --stacks --json" ;;
             "pools "*) options+=" --pool --plot --output --json" ;;
         esac
         mapfile -t COMPREPLY < <(compgen -W "$options" -- "$cur")
         return
     fi
     case ${#words[@]}:${words[0]-}:${words[1]-} in
-        0:*) mapfile -t COMPREPLY < <(compgen -W "ini uuid fcc meta pools settings version" -- "$cur") ;;
+        0:*) mapfile -t COMPREPLY < <(compgen -W "ini uuid fcc meta pools settings inspect version" -- "$cur") ;;
         1:ini:*) mapfile -t COMPREPLY < <(
             compgen -W "show get set unset check diff" -- "$cur") ;;
+        1:inspect:* | 2:inspect:*) mapfile -t COMPREPLY < <(
+            # Sections come first; processes by identifier, from what /proc shows.
+            sections="deadlocks locks application shutdown names pools memory threads"
+            [[ ${#words[@]} == 1 ]] || sections=
+            compgen -W "$sections $(vx inspect 2>/dev/null | awk 'NR > 1 { print $1 }')" -- "$cur") ;;
         1:uuid:*) mapfile -t COMPREPLY < <(compgen -W "new show" -- "$cur") ;;
         2:ini:* | 1:pools:* | 3:ini:diff)
             compopt -o filenames 2>/dev/null

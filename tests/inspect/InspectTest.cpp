@@ -1,0 +1,254 @@
+#include "Host.h"
+#include "ScratchFolder.h"
+
+#include <filesystem>
+
+namespace {
+
+using nlohmann::json;
+
+// A core file of the host, as gdb writes it; empty if gdb may not attach.
+std::string coreOf(const Host& host, const ScratchFolder& folder)
+{
+    const std::string file = folder.path() + "/core";
+    const Result result =
+        runCommand("gdb -nx -batch -p " + host.word() + " -ex 'gcore " + file + "'");
+    return result.output.find("Saved corefile") != std::string::npos ? file : "";
+}
+
+} // namespace
+
+TEST(Inspect, TellsADeadlockInOneSentenceAndByStatus3)
+{
+    struct {
+        const char* state;
+        std::size_t threads;
+        const char* sentence; // with the thread of the first step left out
+    } const cases[] = {
+        {"deadlock2", 2, " 'render' holds 'MediaCache' and waits for 'ProjectFile'"},
+        {"deadlock3", 3, " 'render' holds 'MediaCache' and waits for 'Timeline'"},
+        {"private", 2, " holds 'lock at 0x"},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.state);
+        const Host host({row.state});
+        VX_NEED_READABLE(host);
+        const json live = report(host.word(), 3);
+        ASSERT_EQ(live["deadlocks"].size(), 1u);
+        EXPECT_EQ(live["deadlocks"][0]["steps"].size(), row.threads);
+        EXPECT_NE(live["deadlocks"][0]["sentence"].get<std::string>().find(row.sentence),
+                  std::string::npos)
+            << live["deadlocks"];
+        EXPECT_EQ(inspect("deadlocks " + host.word()).output.substr(0, 17), "DEADLOCK: thread ");
+
+        const ScratchFolder folder;
+        const std::string core = coreOf(host, folder);
+        if (core.empty())
+            GTEST_SKIP() << "gdb may not attach to a child";
+        // A core file has no names of threads, but the same identifiers.
+        EXPECT_EQ(report("--core " + core, 3)["deadlocks"][0]["steps"],
+                  live["deadlocks"][0]["steps"]);
+    }
+}
+
+TEST(Inspect, CoreFileShowsWhatTheProcessDid)
+{
+    const std::vector<std::vector<std::string>> states = {
+        {"ended"}, {"held"}, {"first-pass"}, {"final-pass"}, {"application"}, {"names", "100"}};
+    for (const auto& state : states) {
+        SCOPED_TRACE(state[0]);
+        const Host host(state);
+        VX_NEED_READABLE(host);
+        const ScratchFolder folder;
+        const std::string core = coreOf(host, folder);
+        if (core.empty())
+            GTEST_SKIP() << "gdb may not attach to a child";
+        const json live = report(host.word());
+        const json dead = report("--core " + core);
+        for (const char* section : {"locks", "application", "shutdown", "names", "pools"})
+            EXPECT_EQ(dead[section], live[section]) << section;
+        EXPECT_EQ(dead["notes"], json::array());
+    }
+}
+
+TEST(Inspect, SurvivesTruncatedCoreFiles)
+{
+    const Host host({"first-pass"});
+    VX_NEED_READABLE(host);
+    const ScratchFolder folder;
+    const std::string core = coreOf(host, folder);
+    if (core.empty())
+        GTEST_SKIP() << "gdb may not attach to a child";
+    for (std::uintmax_t size = std::filesystem::file_size(core); size > 0; size = size * 2 / 3) {
+        std::filesystem::resize_file(core, size);
+        const int status = inspect("--stacks --core " + core).status;
+        EXPECT_TRUE(status == 0 || status == 1) << size << " bytes: " << status;
+    }
+}
+
+TEST(Inspect, FindsLocksOfThreadsThatEnded)
+{
+    const Host host({"ended"});
+    VX_NEED_READABLE(host);
+    const json lock = lockNamed(report(host.word()), "left");
+    EXPECT_TRUE(lock["ownerEnded"].get<bool>());
+    EXPECT_EQ(lock["depth"], 1);
+    EXPECT_NE(inspect("deadlocks " + host.word()).output.find("lock 'left' is held by thread"),
+              std::string::npos);
+}
+
+TEST(Inspect, ShowsTheCallbackThatRuns)
+{
+    struct {
+        const char* state;
+        const char* stateText;
+        json priorities;
+        std::size_t running;
+    } const cases[] = {
+        {"first-pass", "first pass of the shutdown", {5, 100, 400}, 1},
+        {"final-pass", "final pass of the shutdown", {300, 400}, 0},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.state);
+        const Host host({row.state});
+        VX_NEED_READABLE(host);
+        const json found = report(host.word());
+        EXPECT_EQ(found["application"]["state"], row.stateText);
+        const json& callbacks = found["shutdown"]["callbacks"];
+        ASSERT_EQ(callbacks.size(), row.priorities.size());
+        for (std::size_t i = 0; i < callbacks.size(); ++i) {
+            EXPECT_EQ(callbacks[i]["priority"], row.priorities[i]);
+            EXPECT_EQ(callbacks[i]["running"], i == row.running);
+            EXPECT_NE(callbacks[i]["function"].get<std::string>().find("atShutdown"),
+                      std::string::npos)
+                << callbacks[i];
+        }
+    }
+}
+
+TEST(Inspect, ShowsApplicationAndPools)
+{
+    const Host host({"application"});
+    VX_NEED_READABLE(host);
+    const json found = report(host.word());
+    EXPECT_EQ(found["application"]["name"], "Editor Ä");
+    EXPECT_EQ(found["application"]["version"], "2026.1");
+    ASSERT_EQ(found["pools"].size(), 1u);
+    EXPECT_EQ(found["pools"][0]["pool"], "frames");
+    EXPECT_EQ(found["pools"][0]["inUse"], 4);
+    EXPECT_EQ(found["pools"][0]["mostInUse"], 5);
+    EXPECT_EQ(found["shutdown"]["callbacks"][0]["function"],
+              "Vx::PooledObjectDebug::LoggingTraitsBase_exit(Shutdown::eExitType)");
+}
+
+TEST(Inspect, ReadsTenThousandNames)
+{
+    const Host host({"names", "10000"});
+    VX_NEED_READABLE(host);
+    const json found = report(host.word());
+    ASSERT_EQ(found["names"].size(), 10000u);
+    EXPECT_EQ(found["names"][9999]["name"], "object 9999");
+    EXPECT_NE(found["names"][9999]["object"], nullptr);
+    EXPECT_GE(found["memory"]["bytesOfSpans"], 10000 * 64);
+}
+
+TEST(Inspect, NeverMistakesABusyLockForAnythingElse)
+{
+    Host host({"busy"});
+    VX_NEED_READABLE(host);
+    for (int i = 0; i < INSPECTIONS; ++i) {
+        const json found = report(host.word());
+        ASSERT_EQ(found["deadlocks"], json::array());
+        ASSERT_EQ(found["notes"], json::array());
+        for (const json& lock : found["locks"]) {
+            ASSERT_FALSE(lock["ownerEnded"].get<bool>()) << lock;
+            const bool known = !lock["changing"].get<bool>();
+            ASSERT_EQ(known && lock["owner"] != 0, known && lock["depth"] == 1) << lock;
+        }
+    }
+}
+
+TEST(Inspect, SurvivesRootsThatWereOverwritten)
+{
+    const std::vector<std::vector<std::string>> states = {
+        {"scribbled", "1"}, {"scribbled", "127"}, {"scribbled", "255"}, {"circles"}};
+    for (const auto& state : states) {
+        SCOPED_TRACE(state.back());
+        const Host host(state);
+        VX_NEED_READABLE(host);
+        EXPECT_GT(report(host.word())["notes"].size(), 1u);
+    }
+}
+
+TEST(Inspect, SurvivesAProcessThatEndsMeanwhile)
+{
+    for (int i = 0; i < 20; ++i) {
+        Host host({"names", "1000"});
+        VX_NEED_READABLE(host);
+        host.end();
+        const Result result = inspect("--json --stacks " + host.word());
+        EXPECT_TRUE(result.status == 0 || result.status == 1) << result.output;
+    }
+}
+
+TEST(Inspect, NeedsNeitherSymbolsNorDebugFilesForLocks)
+{
+    const ScratchFolder folder;
+    const std::string copies = folder.path();
+    for (const std::string library : {VX_LIBRARY, OS_LIBRARY}) {
+        const std::string copy = copies + "/$(basename " + library + ")";
+        ASSERT_EQ(runCommand("objcopy --only-keep-debug " + library + " " + copy + ".debug && " +
+                             "objcopy --strip-all --add-gnu-debuglink=" + copy + ".debug " +
+                             library + " " + copy)
+                      .status,
+                  0);
+    }
+    ASSERT_EQ(runCommand("cd " + copies + " && ln -s libVx.so.17.*[0-9] libVx.so.17").status, 0);
+    const Host host({"deadlock2"}, copies + ":" IPP_FOLDER);
+    VX_NEED_READABLE(host);
+    // The debug file has the name of a function that is not exported.
+    EXPECT_NE(inspect("--stacks threads " + host.word()).output.find("RecursiveLock::lock()"),
+              std::string::npos);
+    ASSERT_EQ(runCommand("rm " + copies + "/*.debug").status, 0);
+    const Result without = inspect("--stacks " + host.word());
+    EXPECT_EQ(without.status, 3) << without.output;
+    EXPECT_EQ(without.output.find("RecursiveLock"), std::string::npos);
+    EXPECT_NE(without.output.find("waits for 'MediaCache'"), std::string::npos);
+}
+
+TEST(Inspect, ExplainsWhatItCannotRead)
+{
+    const Host host({""});
+    VX_NEED_READABLE(host);
+    const std::string shell = "$$"; // that runs the command
+    struct {
+        std::string arguments;
+        int status;
+        const char* message;
+    } const cases[] = {
+        {"4194304", 1, "there is no process 4194304"},
+        {shell, 1, "does not have libVx.so loaded"},
+        {"--core /nonexistent", 1, "cannot be opened"},
+        {std::string("--core ") + INSPECT_HOST, 1, "is not a core file"},
+        {"--core /dev/null", 1, "is not a core file"},
+        {"nonsense", 2, "neither a process identifier nor a section"},
+        {"locks", 2, "expected a process identifier"},
+        {shell + " --core x", 2, "one of them"},
+    };
+    for (const auto& row : cases) {
+        const Result result = inspect(row.arguments);
+        EXPECT_EQ(result.status, row.status) << row.arguments;
+        EXPECT_NE(result.output.find(row.message), std::string::npos) << result.output;
+    }
+    EXPECT_NE(inspect("").output.find(" " + host.word() + "  InspectHost"), std::string::npos);
+}
+
+TEST(Inspect, WatchPrintsALineEachTimeInAPipe)
+{
+    const Host host({"held"});
+    VX_NEED_READABLE(host);
+    const std::string line = "InspectHost (" + host.word() + "): no deadlock, 1 lock held, running";
+    const Result result =
+        runCommand(std::string(VX_TOOL) + " inspect --watch 1 " + host.word() + " | head -n 2");
+    EXPECT_EQ(result.output, line + "\n" + line + "\n");
+}
