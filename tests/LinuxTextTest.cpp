@@ -1,6 +1,7 @@
 // Text conversion of the Linux platform against two independent codecs: ICU defines what
 // malformed text decodes to, utfcpp what well-formed text is. Every input and output ends right
-// before an inaccessible page. platform-check converts every character both ways.
+// before an inaccessible page. platform-check converts every character both ways, the fuzz target
+// utf8 random text.
 
 #include "SystemUtils.h"
 #include "text/Utf8.h"
@@ -131,40 +132,6 @@ TEST(Utf8, FindsAnIncompleteSequenceAtEveryPositionInAscii)
         for (std::size_t before = 0; before < 70 && !HasFatalFailure(); ++before)
             for (std::size_t after : {0u, 1u, 40u})
                 expectDecodes(std::string(before, 'a') + part + std::string(after, 'b'));
-}
-
-// Runs of characters of one encoded length or of mixed lengths, since the kernels distinguish them.
-Wide randomText(Seeded& random)
-{
-    static constexpr char32_t kFirst[] = {0, 0, 0x80, 0x800, 0x10000};
-    static constexpr char32_t kLast[] = {0, 0x7F, 0x7FF, 0xFFFF, 0x10FFFF};
-    Wide text;
-    for (unsigned long runs = random() % 6; runs > 0; --runs) {
-        const unsigned long kind = random() % 5; // 0: mixed
-        for (unsigned long count = random() % 70; count > 0; --count) {
-            const unsigned long bytes = kind != 0 ? kind : 1 + random() % 4;
-            unsigned long c = kFirst[bytes] + random() % (kLast[bytes] - kFirst[bytes] + 1);
-            if (c >= 0xD800 && c <= 0xDFFF)
-                c -= 0x800;
-            text += static_cast<char32_t>(c);
-        }
-    }
-    return text;
-}
-
-TEST(Utf8, ConvertsRandomTextBothWaysAndItsErrorsAsIcuDoes)
-{
-    Seeded random;
-    for (int round = 0; round < 4000 && !HasFatalFailure(); ++round) {
-        const Wide wellFormed = randomText(random);
-        expectEncodes(wellFormed);
-        std::string text = encodeByUtfcpp(wellFormed);
-        expectDecodes(text);
-        for (unsigned long errors = random() % 4; errors > 0 && !text.empty(); --errors)
-            text[random() % text.size()] =
-                static_cast<char>(random() % 2 != 0 ? random() % 256 : 0x80u + random() % 64);
-        expectDecodes(text);
-    }
 }
 
 TEST(Utf8, EncodesValuesThatAreNoScalarsAsReplacements)
