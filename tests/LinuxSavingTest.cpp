@@ -178,10 +178,7 @@ TEST_F(Saving, AKillBeforeAnyCallLosesNothing)
             reported([&] {
                 status = statusOfChild([&] {
                     Calls script(row);
-                    script.before = [&](const std::string&) {
-                        if (script.calls() == n)
-                            raise(SIGKILL);
-                    };
+                    script.beforeCall(n, [] { raise(SIGKILL); });
                     return work(row);
                 });
             });
@@ -239,17 +236,10 @@ int notedMkdir(int folder, const char* path, mode_t mode)
     return result;
 }
 
-int notedLink(int from, const char* path, int folder, const char* name, int flags)
+template <auto Call, class Flags>
+int notedName(int from, const char* path, int folder, const char* name, Flags flags)
 {
-    const int result = realCalls.linkat(from, path, folder, name, flags);
-    if (result == 0)
-        noteName(folder, name);
-    return result;
-}
-
-int notedRename(int from, const char* path, int folder, const char* name, unsigned int flags)
-{
-    const int result = realCalls.renameat2(from, path, folder, name, flags);
+    const int result = (realCalls.*Call)(from, path, folder, name, flags);
     if (result == 0)
         noteName(folder, name);
     return result;
@@ -284,8 +274,8 @@ TEST_F(Saving, APowerFailureAnywhereLosesNothing)
             unsynced = {};
             unsynced.forgotten = forgotten;
             systemCalls.mkdirat = notedMkdir;
-            systemCalls.linkat = notedLink;
-            systemCalls.renameat2 = notedRename;
+            systemCalls.linkat = notedName<&SystemCalls::linkat>;
+            systemCalls.renameat2 = notedName<&SystemCalls::renameat2>;
             systemCalls.write = notedWrite;
             systemCalls.fsync = notedSync;
             {

@@ -430,10 +430,7 @@ TEST_F(Settings, SurviveAKillBeforeAnyCall)
         killed = WIFSIGNALED(statusOfChild([&] {
             SystemCallScript script;
             script.cutShort(); // kills in the middle of writes, too
-            script.before = [&](const std::string&) {
-                if (script.calls() == n)
-                    raise(SIGKILL);
-            };
+            script.beforeCall(n, [] { raise(SIGKILL); });
             SettingsStore& store = started();
             for (const int value : {1, 2, 3}) {
                 store.set(kKey, std::to_string(value));

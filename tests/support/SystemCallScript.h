@@ -61,6 +61,15 @@ public:
     /// Called before each call with its name.
     std::function<void(const std::string& name)> before;
 
+    /// Calls \p action before the n-th call from now.
+    void beforeCall(int n, const std::function<void()>& action)
+    {
+        before = [this, last = calls_ + n, action](const std::string&) {
+            if (calls_ == last)
+                action();
+        };
+    }
+
     /// The number of calls that were made to fail.
     int attempts = 0;
 
