@@ -42,14 +42,3 @@ TEST(Reclaimable, AFailedRegistrationIsNotRemoved)
     EXPECT_THROW(Cache(), ScriptedFault);
     EXPECT_EQ(platform.takeLog(), "add");
 }
-
-TEST(ReclaimableDeathTest, AnExceptionInTheDestructorTerminatesTheProcess)
-{
-    EXPECT_EXIT(
-        {
-            ScriptedPlatform platform;
-            Cache cache;
-            platform.failCall("remove");
-        },
-        testing::KilledBySignal(SIGABRT), "");
-}
