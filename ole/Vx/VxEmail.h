@@ -1,8 +1,8 @@
 // VxEmail.h - A plausibility check for e-mail addresses.
 #pragma once
 
+#include <Vx/LightweightString.h>
 #include <Vx/VxExport.h>
-#include <Vx/VxFwd.h>
 
 namespace Vx {
 

@@ -83,6 +83,9 @@ public:
     /// and "video" are one section, spelled as it was first.
     explicit VxIniFile(bool sectionNameCaseSensitive);
 
+    /// A path alone does not say whether to load it: write `VxIniFile ini(path, true, false)`.
+    template <class T> explicit VxIniFile(const T* path) = delete;
+
     /// Stores \p path and, if \p loadNow, loads it with lines separated by '\n'. The result of
     /// the load is dropped: a missing or empty file gives an empty document.
     VxIniFile(const LightweightString<wchar_t>& path, bool loadNow, bool sectionNameCaseSensitive);

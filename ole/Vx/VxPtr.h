@@ -153,7 +153,7 @@ private:
 /// Destroys with the object's own destructor.
 struct DtorTraits {
     /// Deletes the object.
-    template <class T> static void destroy(T* object) noexcept { delete object; }
+    template <class T> [[gnu::noinline]] static void destroy(T* object) noexcept { delete object; }
 };
 
 /// Stores the count inside the object: in its Vx::InternalRefCount base, or else in its public
@@ -176,7 +176,7 @@ struct ExternalRefCountTraits {
     /// Allocates a counter.
     template <class T> static unsigned int* counterOf(T*) { return new unsigned int(0); }
     /// Frees the counter.
-    static void freeCounter(unsigned int* counter) noexcept { delete counter; }
+    [[gnu::noinline]] static void freeCounter(unsigned int* counter) noexcept { delete counter; }
 };
 
 /// Pointers are equal if they hold the same object.
