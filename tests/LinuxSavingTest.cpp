@@ -303,7 +303,7 @@ std::mutex publishing;
 std::set<std::string> published; // every content that the file has had
 
 // All writers wait for each other here once, so that all have a temporary name at the same time.
-std::barrier meeting(kWriters);
+Barrier meeting(kWriters);
 thread_local bool hasMet = false;
 void meet()
 {

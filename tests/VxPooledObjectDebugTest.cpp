@@ -247,7 +247,7 @@ TEST_F(PooledObjectLog, ThreadsCountExactly)
     Host host(*this);
     LoggingTraitsBase logger("shared");
     platform.advanceClock(8000);
-    std::barrier<> allOut(kThreads);
+    Barrier allOut(kThreads);
     onThreads(kThreads, [&](int) {
         pops(logger, kRounds);
         allOut.arrive_and_wait();

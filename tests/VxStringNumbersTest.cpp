@@ -1,6 +1,5 @@
 #include <Vx/VxStringNumbers.h>
 
-#include <bit>
 #include <cerrno>
 #include <cfloat>
 #include <climits>
@@ -83,7 +82,7 @@ public:
     {
         const std::int64_t units = static_cast<std::int64_t>(random_());
         switch (random_() % 4) {
-        case 0: return std::bit_cast<double>(random_());
+        case 0: return bitCast<double>(random_());
         case 1: // exact ties and their neighbours, at every scale
             return std::nextafter(std::ldexp(static_cast<double>(units % 4096) + 0.5,
                                              static_cast<int>(random_() % 40) - 34),

@@ -1,22 +1,21 @@
 #include <Vx/VxTolerance.h>
 
 #include <Testing.h>
-#include <bit>
 #include <cmath>
 
 namespace {
 
-float floatOf(std::uint32_t bits) { return std::bit_cast<float>(bits); }
-double doubleOf(std::uint64_t bits) { return std::bit_cast<double>(bits); }
+float floatOf(std::uint32_t bits) { return bitCast<float>(bits); }
+double doubleOf(std::uint64_t bits) { return bitCast<double>(bits); }
 
 /// The number \p places away from zero.
 float beyond(float value, int places)
 {
-    return floatOf(std::bit_cast<std::uint32_t>(value) + static_cast<std::uint32_t>(places));
+    return floatOf(bitCast<std::uint32_t>(value) + static_cast<std::uint32_t>(places));
 }
 double beyond(double value, int places)
 {
-    return doubleOf(std::bit_cast<std::uint64_t>(value) + static_cast<std::uint64_t>(places));
+    return doubleOf(bitCast<std::uint64_t>(value) + static_cast<std::uint64_t>(places));
 }
 
 template <class T> struct Tolerance : testing::Test {};

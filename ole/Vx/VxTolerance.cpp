@@ -1,9 +1,18 @@
 #include <Vx/VxTolerance.h>
 
-#include <bit>
 #include <cstdint>
+#include <cstring>
 
 namespace {
+
+// std::bit_cast, which g++ 10 lacks.
+template <class Bits, class Number> Bits bitsOf(Number number)
+{
+    static_assert(sizeof(Bits) == sizeof(Number));
+    Bits bits;
+    std::memcpy(&bits, &number, sizeof bits);
+    return bits;
+}
 
 // Bit patterns as unsigned numbers, so that all arithmetic wraps.
 template <class Bits> bool within99(Bits a, Bits b)
@@ -26,12 +35,12 @@ template <class Bits> bool within99(Bits a, Bits b)
 
 template <> bool TolerantEq<float>(float a, float b)
 {
-    return within99(std::bit_cast<std::uint32_t>(a), std::bit_cast<std::uint32_t>(b));
+    return within99(bitsOf<std::uint32_t>(a), bitsOf<std::uint32_t>(b));
 }
 
 template <> bool TolerantEq<double>(double a, double b)
 {
-    return within99(std::bit_cast<std::uint64_t>(a), std::bit_cast<std::uint64_t>(b));
+    return within99(bitsOf<std::uint64_t>(a), bitsOf<std::uint64_t>(b));
 }
 
 template <> bool TolerantGt<double>(double a, double b) { return !TolerantEq(a, b) && a > b; }

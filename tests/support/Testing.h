@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <barrier>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -26,10 +25,42 @@
 #include <utility>
 #include <vector>
 
+/// std::bit_cast, which g++ 10 lacks.
+template <class To, class From> To bitCast(From from)
+{
+    static_assert(sizeof(To) == sizeof(From));
+    To to;
+    std::memcpy(&to, &from, sizeof to);
+    return to;
+}
+
+/// std::barrier, which g++ 10 lacks.
+class Barrier {
+public:
+    explicit Barrier(int count) : count_(count) {}
+
+    void arrive_and_wait()
+    {
+        const unsigned int round = round_;
+        if (++arrived_ == count_) {
+            arrived_ = 0;
+            ++round_;
+        } else {
+            while (round_ == round)
+                std::this_thread::yield();
+        }
+    }
+
+private:
+    const int count_;
+    std::atomic<int> arrived_ = 0;
+    std::atomic<unsigned int> round_ = 0;
+};
+
 /// Runs body(0) to body(count - 1), each on a thread of its own, starting at the same time.
 template <class Body> void onThreads(int count, Body&& body)
 {
-    std::barrier start(count);
+    Barrier start(count);
     std::vector<std::thread> threads;
     for (int i = 0; i < count; ++i)
         threads.emplace_back([&, i] {

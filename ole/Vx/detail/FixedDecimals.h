@@ -5,19 +5,18 @@
 
 #include <charconv>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
 
 namespace Vx::detail {
 
-inline constexpr unsigned int kFixedDecimalsSize = 32; // sign, 20 digits, point, 9 decimals
+inline constexpr unsigned int kFixedDecimalsSize = 32; // sign, 20 digits, point, 9 decimals, NUL
 
-/// Writes \p value to \p buffer, unterminated. \returns the number of characters
+/// Writes \p value to \p buffer, of kFixedDecimalsSize characters. \returns how many it wrote
 inline unsigned int writeFixedPlain(char* buffer, double value, int decimals)
 {
-    return static_cast<unsigned int>(std::to_chars(buffer, buffer + kFixedDecimalsSize, value,
-                                                   std::chars_format::fixed, decimals)
-                                         .ptr -
-                                     buffer);
+    return static_cast<unsigned int>(
+        std::snprintf(buffer, kFixedDecimalsSize, "%.*f", decimals, value));
 }
 
 #if !VX_PLAIN

@@ -42,10 +42,11 @@ template <class Ch> std::optional<long> readInteger([[maybe_unused]] const Ch* c
     return {};
 }
 
-/// Reads the number at the start of \p text, which a NUL follows, as "%lf" and strtod do.
+/// Reads the number at the start of \p text, which a NUL follows, as "%lf" and strtod do. The
+/// C++ library of g++ 10 has no std::from_chars for it; there libc answers.
 inline std::optional<double> readDouble([[maybe_unused]] std::string_view text)
 {
-#if !VX_PLAIN
+#if !VX_PLAIN && defined(__cpp_lib_to_chars)
     const char* first = skipBlanks(text.data());
     const char* const last = text.data() + text.size();
     const bool negative = *first == '-';

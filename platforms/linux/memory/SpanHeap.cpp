@@ -1,6 +1,7 @@
 #include "memory/SpanHeap.h"
 
 #include <cerrno>
+#include <initializer_list>
 #include <sys/mman.h>
 
 constinit std::atomic<std::uintptr_t> SpanHeap::base = std::uintptr_t{1} << 63;
