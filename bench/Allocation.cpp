@@ -5,10 +5,18 @@
 #include <Vx/VxMemory.h>
 #include <cstring>
 #include <memory>
+#include <stdexcept>
 #include <thread>
 #include <vector>
 
+#if BENCH_MIMALLOC
+#include <dlfcn.h>
+#endif
+
 namespace {
+
+using bench::Row;
+using bench::State;
 
 struct Malloc {
     static void* allocate(std::size_t size) { return std::malloc(size); }
@@ -24,6 +32,36 @@ struct Operators {
     static void* allocate(std::size_t size) { return ::operator new(size); }
     static void release(void* block) { ::operator delete(block); }
 };
+
+#if BENCH_MIMALLOC
+// Its functions have names of their own; loaded privately, it does not replace malloc.
+struct Mimalloc {
+    static void* allocate(std::size_t size) { return allocate_(size); }
+    static void release(void* block) { release_(block); }
+
+private:
+    template <class Function> static Function* named(const char* name)
+    {
+        static void* const library = dlopen(BENCH_MIMALLOC_FILE, RTLD_NOW | RTLD_LOCAL);
+        void* const found = library != nullptr ? dlsym(library, name) : nullptr;
+        if (found == nullptr)
+            throw std::runtime_error(dlerror());
+        return reinterpret_cast<Function*>(found);
+    }
+    static inline void* (*const allocate_)(std::size_t) = named<void*(std::size_t)>("mi_malloc");
+    static inline void (*const release_)(void*) = named<void(void*)>("mi_free");
+};
+#endif
+
+#if BENCH_JEMALLOC
+extern "C" void* bench_je_malloc(std::size_t size);
+extern "C" void bench_je_free(void* block);
+
+struct Jemalloc {
+    static void* allocate(std::size_t size) { return bench_je_malloc(size); }
+    static void release(void* block) { bench_je_free(block); }
+};
+#endif
 
 template <class Source> void oneBlock(bench::State& state)
 {
@@ -91,30 +129,28 @@ template <class Source> void freedElsewhere(bench::State& state)
     });
 }
 
-template <class Body> void addTo(const char* operation, Body add)
-{
-    bench::Row row("allocation", operation);
-    add(row);
-}
-
 } // namespace
 
 void bench::addAllocation()
 {
-    addTo("one block of 88 bytes, made and freed", [](Row& row) {
-        row.ours(oneBlock<Platform>).peer("operator new", oneBlock<Operators>);
-        row.peer("malloc", oneBlock<Malloc>);
-    });
-    addTo("replace one of 20,000 live blocks", [](Row& row) {
-        row.ours(amongManyBlocks<Platform>).peer("operator new", amongManyBlocks<Operators>);
-        row.peer("malloc", amongManyBlocks<Malloc>);
-    });
-    addTo("make 10,000 blocks, free them", [](Row& row) {
-        row.ours(buildAndDrop<Platform>).peer("operator new", buildAndDrop<Operators>);
-        row.peer("malloc", buildAndDrop<Malloc>);
-    });
-    addTo("20,000 blocks freed by another thread", [](Row& row) {
-        row.ours(freedElsewhere<Platform>).peer("operator new", freedElsewhere<Operators>);
-        row.peer("malloc", freedElsewhere<Malloc>);
-    });
+    const auto add = [](const char* operation, auto work) {
+        const auto with = [=](auto source) { return [=](State& state) { work(state, source); }; };
+        Row row("allocation", operation);
+        row.ours(with(Platform())).peer("operator new", with(Operators()));
+        row.peer("malloc", with(Malloc()));
+#if BENCH_MIMALLOC
+        row.peer("mimalloc", with(Mimalloc()));
+#endif
+#if BENCH_JEMALLOC
+        row.peer("jemalloc", with(Jemalloc()));
+#endif
+    };
+    add("one block of 88 bytes, made and freed",
+        [](State& state, auto source) { oneBlock<decltype(source)>(state); });
+    add("replace one of 20,000 live blocks",
+        [](State& state, auto source) { amongManyBlocks<decltype(source)>(state); });
+    add("make 10,000 blocks, free them",
+        [](State& state, auto source) { buildAndDrop<decltype(source)>(state); });
+    add("20,000 blocks freed by another thread",
+        [](State& state, auto source) { freedElsewhere<decltype(source)>(state); });
 }

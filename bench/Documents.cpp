@@ -222,6 +222,105 @@ void addLoad()
 #endif
 }
 
+// The names of sections and pairs to look up: 1,000 at random places of the sample.
+std::vector<std::pair<std::string, std::string>> probes()
+{
+    bench::Numbers numbers(42);
+    std::vector<std::pair<std::string, std::string>> found;
+    for (int i = 0; i < 1000; ++i) {
+        char section[32];
+        char name[32];
+        std::snprintf(section, sizeof section, "Section%05u", numbers.below(kSections));
+        std::snprintf(name, sizeof name, "property%04u", numbers.below(kPairs));
+        found.emplace_back(section, name);
+    }
+    return found;
+}
+
+// Each value becomes a string of its own, as the caller keeps it.
+void addLookUp()
+{
+    Row row("documents", "look up 1,000 values in 4 MB", {1.2, "GKeyFile"});
+    row.ours([](State& state) {
+        const VxIniFile document(bench::widePath(sample().path), true, true);
+        std::vector<std::pair<LightweightString<char>, LightweightString<char>>> wanted;
+        for (const auto& [section, name] : probes())
+            wanted.emplace_back(bench::narrow(section), bench::narrow(name));
+        const auto valueOf = [&](const auto& section, const auto& name) {
+            for (const Vx::AttribValuePair& pair : document.getSection(section))
+                if (pair.name == name)
+                    return pair.value;
+            return LightweightString<char>();
+        };
+        bench::run(state, valueOf(kProbeSection, kProbeName) == sample().probe.c_str(), [&] {
+            for (const auto& [section, name] : wanted)
+                keep(valueOf(section, name).c_str());
+        });
+    });
+#if BENCH_GLIB
+    row.peer("GKeyFile", [](State& state) {
+        GKeyFile* const file = g_key_file_new();
+        g_key_file_load_from_file(file, sample().path.c_str(), G_KEY_FILE_NONE, nullptr);
+        const auto wanted = probes();
+        const auto valueOf = [&](const char* section, const char* name) {
+            return g_key_file_get_value(file, section, name, nullptr);
+        };
+        char* const first = valueOf(kProbeSection, kProbeName);
+        const bool right = first != nullptr && first == sample().probe;
+        g_free(first);
+        bench::run(state, right, [&] {
+            for (const auto& [section, name] : wanted)
+                g_free(valueOf(section.c_str(), name.c_str()));
+        });
+        g_key_file_free(file);
+    });
+#endif
+#if BENCH_SIMPLEINI
+    row.peer("SimpleIni", [](State& state) {
+        CSimpleIniCaseA file;
+        file.LoadFile(sample().path.c_str());
+        const auto wanted = probes();
+        bench::run(state, file.GetValue(kProbeSection, kProbeName, "") == sample().probe, [&] {
+            for (const auto& [section, name] : wanted)
+                keep(std::string(file.GetValue(section.c_str(), name.c_str(), "")).data());
+        });
+    });
+#endif
+}
+
+// Loads 100,000 sections of one pair, and drops them.
+void addRandomOrder()
+{
+    constexpr std::size_t kMany = 100000;
+    const auto load = [](bench::Order order) {
+        return [order](State& state) {
+            const bench::Folder folder;
+            const std::string path = folder.file("sections.ini");
+            bench::writeFile(path, bench::iniText(kMany, 1, order));
+            const auto wide = bench::widePath(path);
+            const bool right = VxIniFile(wide, true, true).getNumSections() == kMany;
+            bench::run(state, right, [&] { keep(VxIniFile(wide, true, true).sections.size()); });
+        };
+    };
+    Row row("documents", "load 100,000 sections in random order", {3.0, "Vx, sorted"});
+    row.ours(load(bench::Order::kRandom)).peer("Vx, sorted", load(bench::Order::kByName));
+#if BENCH_GLIB
+    row.peer("GKeyFile", [](State& state) {
+        const bench::Folder folder;
+        const std::string path = folder.file("sections.ini");
+        bench::writeFile(path, bench::iniText(kMany, 1, bench::Order::kRandom));
+        const auto load = [&] {
+            GKeyFile* const file = g_key_file_new();
+            g_key_file_load_from_file(file, path.c_str(), G_KEY_FILE_NONE, nullptr);
+            const bool right = g_key_file_has_group(file, "Section99999") != FALSE;
+            g_key_file_free(file);
+            return right;
+        };
+        bench::run(state, load(), [&] { keep(load()); });
+    });
+#endif
+}
+
 #if BENCH_GLIB
 void saveDurablyByGKeyFile(State& state)
 {
@@ -297,5 +396,7 @@ void addSave()
 void bench::addDocuments()
 {
     addLoad();
+    addLookUp();
+    addRandomOrder();
     addSave();
 }

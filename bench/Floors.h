@@ -3,24 +3,22 @@
 
 #include "Table.h"
 
-#include <Vx/platform/OS.h>
-#include <Vx/platform/iMemoryAllocator.h>
+#include <cstdlib>
 #include <utility>
 #include <vector>
 
 namespace bench {
 
-/// A benchmark body that allocates blocks of these sizes and frees them as strings must: through
-/// OS(), since the host may replace the platform at any time.
+/// A benchmark body that allocates blocks of these sizes with malloc and frees them.
 inline auto blocks(std::vector<std::size_t> sizes)
 {
     return [sizes = std::move(sizes)](State& state) {
         std::vector<void*> made(sizes.size());
         run(state, true, [&] {
             for (std::size_t i = 0; i < sizes.size(); ++i)
-                made[i] = OS()->memoryAllocator()->allocate(sizes[i]);
+                keep(made[i] = std::malloc(sizes[i]));
             for (void* const block : made)
-                OS()->memoryAllocator()->deallocate(block);
+                std::free(block);
         });
     };
 }

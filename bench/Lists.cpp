@@ -26,12 +26,13 @@ using bench::keep;
 using bench::Row;
 using bench::State;
 
-std::vector<std::string> fields(std::size_t count)
+// Fields of \p length characters, the last four of which are digits.
+std::vector<std::string> fields(std::size_t count, std::size_t length)
 {
     bench::Numbers numbers(31);
     std::vector<std::string> list;
     for (std::size_t i = 0; i < count; ++i)
-        list.push_back("field" + std::to_string(numbers.below(10000)));
+        list.push_back(bench::letters(length - 4, i) + std::to_string(1000 + numbers.below(9000)));
     return list;
 }
 
@@ -43,10 +44,22 @@ std::string joined(const std::vector<std::string>& list)
     return text;
 }
 
-void addSplit(const std::string& operation, std::size_t count)
+std::vector<std::wstring> splitByHand(const std::wstring& text)
 {
-    Row row("lists", operation, {1.0});
-    const std::vector<std::string> list = fields(count);
+    std::vector<std::wstring> pieces;
+    std::size_t start = 0;
+    for (std::size_t end; (end = text.find(L',', start)) != std::wstring::npos; start = end + 1)
+        pieces.emplace_back(text, start, end - start);
+    pieces.emplace_back(text, start);
+    return pieces;
+}
+
+// std::string keeps up to 15 characters in itself and std::wstring 3, without a block, so short
+// fields have no goal.
+void addSplit(const std::string& operation, std::size_t count, std::size_t length, double goal)
+{
+    Row row("lists", operation, {goal});
+    const std::vector<std::string> list = fields(count, length);
     const std::string text = joined(list);
     row.ours([=](State& state) {
         const auto source = bench::wide(bench::widened(text));
@@ -58,6 +71,12 @@ void addSplit(const std::string& operation, std::size_t count)
     });
     row.floor("a block a piece",
               bench::blocks(count, bench::blockSize(bench::wide(bench::widened(list.front())))));
+    row.peer("std::wstring", [=](State& state) {
+        const std::wstring source = bench::widened(text);
+        const auto pieces = splitByHand(source);
+        bench::run(state, pieces.size() == count && pieces.back() == bench::widened(list.back()),
+                   [&] { keep(splitByHand(source).data()); });
+    });
 #if BENCH_QT
     row.peer("QString", [=](State& state) {
         const QString source = QString::fromStdString(text);
@@ -97,7 +116,7 @@ void addSplit(const std::string& operation, std::size_t count)
 void addJoin(const std::string& operation, std::size_t count)
 {
     Row row("lists", operation, {1.0});
-    const std::vector<std::string> list = fields(count);
+    const std::vector<std::string> list = fields(count, 9);
     const std::string text = joined(list);
     row.ours([=](State& state) {
         std::vector<LightweightString<wchar_t>, StdAllocator<LightweightString<wchar_t>>> items;
@@ -105,6 +124,23 @@ void addJoin(const std::string& operation, std::size_t count)
             items.push_back(bench::wide(bench::widened(field)));
         bench::run(state, Vx::pack(items, L',') == bench::widened(text).c_str(),
                    [&] { keep(Vx::pack(items, L',').c_str()); });
+    });
+    row.peer("std::wstring", [=](State& state) {
+        std::vector<std::wstring> items;
+        for (const std::string& field : list)
+            items.push_back(bench::widened(field));
+        const auto join = [&] {
+            std::size_t length = items.size();
+            for (const std::wstring& item : items)
+                length += item.size();
+            std::wstring all;
+            all.reserve(length);
+            for (const std::wstring& item : items)
+                (all += item) += L',';
+            all.pop_back();
+            return all;
+        };
+        bench::run(state, join() == bench::widened(text), [&] { keep(join().data()); });
     });
 #if BENCH_QT
     row.peer("QStringList", [=](State& state) {
@@ -133,8 +169,10 @@ void addJoin(const std::string& operation, std::size_t count)
 
 void bench::addLists()
 {
-    addSplit("split 10 fields", 10);
-    addSplit("split 10,000 fields", 10000);
+    addSplit("split 10 fields of 9 characters", 10, 9, 0);
+    addSplit("split 10,000 fields of 9 characters", 10000, 9, 0);
+    addSplit("split 10 fields of 24 characters", 10, 24, 1.0);
+    addSplit("split 10,000 fields of 24 characters", 10000, 24, 1.0);
     addJoin("join 10 fields", 10);
     addJoin("join 10,000 fields", 10000);
 }

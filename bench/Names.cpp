@@ -1,12 +1,16 @@
-// Looking up one named object among few and among many.
+// Looking up one named object among few and among many, by type and name.
 #include "Inputs.h"
 #include "Table.h"
 
 #include <Vx/VxNamedObjects.h>
+#include <cstring>
+#include <deque>
 #include <memory>
 #include <mutex>
+#include <typeindex>
 #include <typeinfo>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #if BENCH_QT
@@ -59,144 +63,228 @@ template <class Find> void findInTurn(State& state, Names& names, Find find)
     run(state, right, [&] { keep(find(names.texts[names.order[at++ & 4095]].c_str())); });
 }
 
-template <class Map> void inMap(State& state, std::size_t count)
-{
-    Names names(count);
-    Map map;
-    for (std::size_t i = 0; i < count; ++i)
-        map.emplace(names.texts[i], &names.objects[i]);
-    std::mutex mutex;
-    findInTurn(state, names, [&](const char* name) -> void* {
-        const std::lock_guard<std::mutex> lock(mutex);
-        const auto found = map.find(name);
-        return found != map.end() ? found->second : nullptr;
-    });
-}
-
-// The minimum of a look-up: an entry per name, found under the namespace's lock, and the object
-// read under the entry's own lock.
+// What a peer's table finds. An entry's lock, like the namespace's, may be entered again by the
+// thread that holds it.
 struct Entry {
-    CriticalSection lock;
+    explicit Entry(Object& object) : object(&object) {}
+
+    std::recursive_mutex lock;
     Object* object;
 };
 
-struct Entries {
-    explicit Entries(Names& names)
+struct Registry {
+    explicit Registry(std::vector<Object>& objects)
     {
-        for (Object& object : names.objects) {
-            entries.push_back(std::make_unique<Entry>());
-            entries.back()->object = &object;
-        }
+        for (Object& object : objects)
+            entries.emplace_back(object);
     }
 
-    template <class Find> Object* objectOf(Find findEntry)
+    // As Vx: finds the entry under one lock, and reads the object under the entry's own.
+    template <class Find> Object* underBothLocks(Find find)
     {
-        lock.enter();
-        Entry* const entry = findEntry();
-        lock.leave();
+        lock.lock();
+        Entry* const entry = find();
+        lock.unlock();
         if (entry == nullptr)
             return nullptr;
-        const std::lock_guard<CriticalSection> hold(entry->lock);
+        const std::lock_guard hold(entry->lock);
         return entry->object;
     }
 
-    std::vector<std::unique_ptr<Entry>> entries;
-    CriticalSection lock;
+    template <class Find> Object* underOneLock(Find find)
+    {
+        const std::lock_guard hold(plainLock);
+        Entry* const entry = find();
+        return entry != nullptr ? entry->object : nullptr;
+    }
+
+    std::deque<Entry> entries;
+    std::recursive_mutex lock;
+    std::mutex plainLock;
 };
 
-#if BENCH_QT
-QByteArray asKey(const char* name)
+// Finds std::pair<std::type_index, std::string_view> among such pairs of std::string.
+struct Hash {
+    using is_transparent = void;
+    template <class Key> std::size_t operator()(const Key& key) const
+    {
+        return key.first.hash_code() * 31 + std::hash<std::string_view>()(key.second);
+    }
+};
+struct Equal {
+    using is_transparent = void;
+    template <class A, class B> bool operator()(const A& a, const B& b) const
+    {
+        return a.first == b.first && a.second == b.second;
+    }
+};
+template <class Map> auto inMap(const Names& names, Registry& registry)
 {
-    return QByteArray::fromRawData(name, qsizetype(std::strlen(name)));
+    Map map;
+    for (std::size_t i = 0; i < names.texts.size(); ++i)
+        map.emplace(std::pair(std::type_index(typeid(Object)), names.texts[i]),
+                    &registry.entries[i]);
+    return [map = std::move(map)](const char* name) {
+        const auto found =
+            map.find(std::pair(std::type_index(typeid(Object)), std::string_view(name)));
+        return found != map.end() ? found->second : nullptr;
+    };
+}
+using Key = std::pair<std::type_index, std::string>;
+constexpr auto inUnorderedMap = inMap<std::unordered_map<Key, Entry*, Hash, Equal>>;
+#if BENCH_ABSL
+constexpr auto inFlatMap = inMap<absl::flat_hash_map<Key, Entry*, Hash, Equal>>;
+#endif
+
+#if BENCH_QT
+struct QtKey {
+    const std::type_info* type;
+    QByteArray name;
+
+    bool operator==(const QtKey& other) const { return *type == *other.type && name == other.name; }
+    friend std::size_t qHash(const QtKey& key, std::size_t seed)
+    {
+        return qHashMulti(seed, key.type->hash_code(), key.name);
+    }
+};
+
+auto inQHash(const Names& names, Registry& registry)
+{
+    QHash<QtKey, Entry*> map;
+    for (std::size_t i = 0; i < names.texts.size(); ++i)
+        map.insert({&typeid(Object), QByteArray::fromStdString(names.texts[i])},
+                   &registry.entries[i]);
+    return [map](const char* name) {
+        return map.value(
+            {&typeid(Object), QByteArray::fromRawData(name, qsizetype(std::strlen(name)))});
+    };
 }
 #endif
 
-void addFloors(Row& row, std::size_t count)
-{
-    row.floor("both locks, the entry known", [=](State& state) {
-        Names names(count);
-        Entries entries(names);
-        const auto objectAt = [&](std::size_t i) {
-            return entries.objectOf([&] { return entries.entries[i].get(); });
-        };
-        bool right = true;
-        for (std::size_t i = 0; i < count; ++i)
-            right = right && objectAt(i) == &names.objects[i];
-        std::size_t at = 0;
-        run(state, right, [&] { keep(objectAt(names.order[at++ & 4095])); });
-    });
-#if BENCH_QT
-    row.floor("QHash, both locks", [=](State& state) {
-        Names names(count);
-        Entries entries(names);
-        QHash<QByteArray, Entry*> map;
-        for (std::size_t i = 0; i < count; ++i)
-            map.insert(QByteArray::fromStdString(names.texts[i]), entries.entries[i].get());
-        findInTurn(state, names, [&](const char* name) {
-            return entries.objectOf([&] { return map.value(asKey(name)); });
-        });
-    });
-#endif
-}
-
-void addLockedPeers([[maybe_unused]] Row& row, [[maybe_unused]] std::size_t count)
-{
-#if BENCH_QT
-    row.peer("QHash, QMutex", [=](State& state) {
-        Names names(count);
-        QHash<QByteArray, Object*> map;
-        for (std::size_t i = 0; i < count; ++i)
-            map.insert(QByteArray::fromStdString(names.texts[i]), &names.objects[i]);
-        QMutex mutex;
-        findInTurn(state, names, [&](const char* name) -> void* {
-            const QMutexLocker lock(&mutex);
-            return map.value(asKey(name));
-        });
-    });
-#endif
 #if BENCH_GLIB
-    row.peer("GHashTable, GMutex", [=](State& state) {
-        Names names(count);
-        GHashTable* const map = g_hash_table_new_full(g_str_hash, g_str_equal, g_free, nullptr);
-        for (std::size_t i = 0; i < count; ++i)
-            g_hash_table_insert(map, g_strdup(names.texts[i].data()), &names.objects[i]);
-        GMutex mutex;
-        g_mutex_init(&mutex);
-        findInTurn(state, names, [&](const char* name) -> void* {
-            g_mutex_lock(&mutex);
-            void* const found = g_hash_table_lookup(map, name);
-            g_mutex_unlock(&mutex);
-            return found;
-        });
-        g_mutex_clear(&mutex);
-        g_hash_table_destroy(map);
-    });
+struct GlibKey {
+    const std::type_info* type;
+    const char* name;
+};
+
+auto inGHashTable(const Names& names, Registry& registry)
+{
+    const auto hash = [](gconstpointer key) {
+        const auto& [type, name] = *static_cast<const GlibKey*>(key);
+        return static_cast<guint>(type->hash_code()) ^ g_str_hash(name);
+    };
+    const auto equal = [](gconstpointer left, gconstpointer right) {
+        const auto& a = *static_cast<const GlibKey*>(left);
+        const auto& b = *static_cast<const GlibKey*>(right);
+        return gboolean{*a.type == *b.type && std::strcmp(a.name, b.name) == 0};
+    };
+    auto keys = std::make_shared<std::vector<GlibKey>>();
+    for (const std::string& text : names.texts)
+        keys->push_back({&typeid(Object), text.c_str()});
+    const std::shared_ptr<GHashTable> map(g_hash_table_new(hash, equal), g_hash_table_destroy);
+    for (std::size_t i = 0; i < keys->size(); ++i)
+        g_hash_table_insert(map.get(), &(*keys)[i], &registry.entries[i]);
+    return [keys, map](const char* name) {
+        const GlibKey key{&typeid(Object), name};
+        return static_cast<Entry*>(g_hash_table_lookup(map.get(), &key));
+    };
+}
 #endif
+
+// Adds a peer's table behind one lock and behind both. \p makeFind fills the table and returns a
+// function from a name to its entry.
+template <class MakeFind>
+void addPeer(Row& row, const std::string& table, std::size_t count, MakeFind makeFind)
+{
+    row.peer(table + ", one lock", [=](State& state) {
+        Names names(count);
+        Registry registry(names.objects);
+        const auto find = makeFind(names, registry);
+        findInTurn(state, names, [&](const char* name) {
+            return registry.underOneLock([&] { return find(name); });
+        });
+    });
+    row.peer(table + ", both locks", [=](State& state) {
+        Names names(count);
+        Registry registry(names.objects);
+        const auto find = makeFind(names, registry);
+        findInTurn(state, names, [&](const char* name) {
+            return registry.underBothLocks([&] { return find(name); });
+        });
+    });
+}
+
+// Entries deliberately outlive their namespace, so each row has one for all runs.
+Vx::NamedObjectsNamespace& spaceOf(const std::string& row, Names& names)
+{
+    static std::unordered_map<std::string, std::unique_ptr<Vx::NamedObjectsNamespace>> spaces;
+    std::unique_ptr<Vx::NamedObjectsNamespace>& space = spaces[row];
+    if (space == nullptr)
+        space = std::make_unique<Vx::NamedObjectsNamespace>("bench");
+    for (std::size_t i = 0; i < names.texts.size(); ++i)
+        space->createOrReplace_(typeid(Object), names.texts[i].c_str(), &names.objects[i]);
+    return *space;
 }
 
 void addFind(const std::string& operation, std::size_t count)
 {
-    Row row("names", operation, {1.0});
+    Row row("names", operation,
+            {1.0, "std::unordered_map, both locks|absl::flat_hash_map, both locks|"
+                  "QHash, both locks|GHashTable, both locks"});
     row.ours([=](State& state) {
         Names names(count);
-        // Entries deliberately outlive their namespace, so each size has one for all runs.
-        static std::unordered_map<std::size_t, std::unique_ptr<Vx::NamedObjectsNamespace>> spaces;
-        std::unique_ptr<Vx::NamedObjectsNamespace>& space = spaces[count];
-        if (space == nullptr)
-            space = std::make_unique<Vx::NamedObjectsNamespace>("bench");
-        for (std::size_t i = 0; i < count; ++i)
-            space->createOrReplace_(typeid(Object), names.texts[i].c_str(), &names.objects[i]);
+        Vx::NamedObjectsNamespace& space = spaceOf(operation, names);
         findInTurn(state, names,
-                   [&](const char* name) { return space->find_(typeid(Object), name); });
+                   [&](const char* name) { return space.find_(typeid(Object), name); });
     });
-    row.peer("std::unordered_map, std::mutex",
-             [=](State& state) { inMap<std::unordered_map<std::string, Object*>>(state, count); });
+    row.floor("both locks, the entry known", [=](State& state) {
+        Names names(count);
+        Registry registry(names.objects);
+        std::size_t at = 0;
+        run(state, true, [&] {
+            keep(registry.underBothLocks(
+                [&] { return &registry.entries[names.order[at++ & 4095]]; }));
+        });
+    });
+    addPeer(row, "std::unordered_map", count, inUnorderedMap);
 #if BENCH_ABSL
-    row.peer("absl::flat_hash_map, std::mutex",
-             [=](State& state) { inMap<absl::flat_hash_map<std::string, Object*>>(state, count); });
+    addPeer(row, "absl::flat_hash_map", count, inFlatMap);
 #endif
-    addFloors(row, count);
-    addLockedPeers(row, count);
+#if BENCH_QT
+    addPeer(row, "QHash", count, inQHash);
+#endif
+#if BENCH_GLIB
+    addPeer(row, "GHashTable", count, inGHashTable);
+#endif
+}
+
+// Processor time of all threads, per look-up.
+void addThreads()
+{
+    Row row("names", "look-up among 1,000 names by 16 threads");
+    row.onThreads(16);
+    row.ours([](State& state) {
+        static Names names(1000);
+        static Vx::NamedObjectsNamespace& space = spaceOf("threads", names);
+        findInTurn(state, names,
+                   [](const char* name) { return space.find_(typeid(Object), name); });
+    });
+    row.peer("std::unordered_map, both locks", [](State& state) {
+        static Names names(1000);
+        static Registry registry(names.objects);
+        static const auto find = inUnorderedMap(names, registry);
+        findInTurn(state, names, [](const char* name) {
+            return registry.underBothLocks([&] { return find(name); });
+        });
+    });
+    row.peer("std::unordered_map, one lock", [](State& state) {
+        static Names names(1000);
+        static Registry registry(names.objects);
+        static const auto find = inUnorderedMap(names, registry);
+        findInTurn(state, names, [](const char* name) {
+            return registry.underOneLock([&] { return find(name); });
+        });
+    });
 }
 
 } // namespace
@@ -206,4 +294,5 @@ void bench::addNames()
     addFind("look-up among 10 names", 10);
     addFind("look-up among 1,000 names", 1000);
     addFind("look-up among 100,000 names", 100000);
+    addThreads();
 }

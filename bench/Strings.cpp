@@ -3,6 +3,12 @@
 #include "Inputs.h"
 #include "Table.h"
 
+#include <Vx/VxStringNumbers.h>
+#include <charconv>
+#include <map>
+#include <utility>
+#include <vector>
+
 #if BENCH_QT
 #include <QByteArray>
 #include <QString>
@@ -18,6 +24,7 @@ namespace {
 
 using Ours = LightweightString<char>;
 using bench::keep;
+using bench::Row;
 using bench::run;
 using bench::State;
 
@@ -180,6 +187,74 @@ template <> void copyThenAppend<QString>(State& state)
 }
 #endif
 
+// Two strings that differ in the last character.
+template <class String> void lessWide(State& state, std::size_t length)
+{
+    std::wstring text = bench::widened(bench::letters(length));
+    text.back() = L'a';
+    const String a(text.c_str());
+    text.back() = L'b';
+    const String b(text.c_str());
+    run(state, a < b && !(b < a), [&] {
+        benchmark::ClobberMemory();
+        keep(a < b);
+    });
+}
+
+// 1,000 paths of clips in a project, looked up in random order.
+template <class String> void findPath(State& state)
+{
+    constexpr std::uint32_t kPaths = 1000;
+    std::map<String, int> map;
+    std::vector<String> paths;
+    for (std::uint32_t i = 0; i < kPaths; ++i) {
+        const std::wstring path = L"/projects/documentary/media/reel " + std::to_wstring(i % 20) +
+                                  L"/clip " + std::to_wstring(10000 + i) + L".mov";
+        paths.push_back(String(path.c_str()));
+        map.emplace(paths.back(), int(i));
+    }
+    bench::Numbers numbers(8);
+    std::vector<std::uint32_t> order(4096);
+    for (std::uint32_t& index : order)
+        index = numbers.below(kPaths);
+    bool right = map.size() == kPaths;
+    for (std::uint32_t i = 0; right && i < kPaths; ++i)
+        right = map.find(paths[i])->second == int(i);
+    std::size_t at = 0;
+    run(state, right, [&] { keep(map.find(paths[order[at++ & 4095]])->second); });
+}
+
+void addNumber(std::string& line, int number)
+{
+    char digits[16];
+    line.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+}
+void addNumber(Ours& line, int number) { line += number; }
+#if BENCH_QT
+void addNumber(QByteArray& line, int number) { line += QByteArray::number(number); }
+#endif
+
+template <class String> String logLine(int frame)
+{
+    String line;
+    line += "frame ";
+    addNumber(line, frame);
+    line += " of reel ";
+    addNumber(line, frame % 24);
+    line += ": decoded in ";
+    addNumber(line, frame * 7 % 1000);
+    line += " us";
+    return line;
+}
+
+template <class String> void logLines(State& state)
+{
+    run(state, isText(logLine<String>(9999), "frame 9999 of reel 15: decoded in 993 us"), [] {
+        for (int frame = 0; frame < 10000; ++frame)
+            keep(chars(logLine<String>(frame)));
+    });
+}
+
 #if BENCH_GLIB
 void gstringOnes(State& state)
 {
@@ -195,6 +270,30 @@ void gstringOnes(State& state)
     run(state, right, [&] { g_string_free(build(), TRUE); });
 }
 #endif
+
+// Work that hosts do often.
+void addWork()
+{
+    for (const std::size_t length : {64, 256}) {
+        Row less("strings", "wide <, " + std::to_string(length) + " characters", {1.2});
+        less.ours([=](State& state) { lessWide<LightweightString<wchar_t>>(state, length); });
+        less.peer("std::wstring", [=](State& state) { lessWide<std::wstring>(state, length); });
+    }
+
+    Row paths("strings", "find in a std::map of 1,000 wide paths", {1.2});
+    paths.ours(findPath<LightweightString<wchar_t>>).peer("std::wstring", findPath<std::wstring>);
+
+    Row log("strings", "10,000 log lines built with +=", {1.0});
+    log.ours(logLines<Ours>).peer("std::string, to_chars", logLines<std::string>);
+
+#if BENCH_QT
+    log.peer("QByteArray", logLines<QByteArray>);
+#endif
+
+    Row own("strings", "make and drop 64 characters in each of 16 threads");
+    own.onThreads(16).ours(makeAndDrop<Ours>).peer("std::string", makeAndDrop<std::string>);
+    own.peer("std::string, malloc", makeAndDrop<bench::MallocString>);
+}
 
 } // namespace
 
@@ -253,4 +352,5 @@ void bench::addStrings()
         });
     });
 #endif
+    addWork();
 }

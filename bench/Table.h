@@ -32,7 +32,17 @@ public:
 
     template <class Body> Row& peer(const std::string& name, Body body)
     {
-        benchmark::RegisterBenchmark((prefix_ + name).c_str(), std::move(body));
+        auto* const added = benchmark::RegisterBenchmark((prefix_ + name).c_str(), std::move(body));
+        if (threads_ != 1)
+            added->Threads(threads_);
+        return *this;
+    }
+
+    /// Runs the bodies added from now on in \p count threads at once, and measures the processor
+    /// time of all of them.
+    Row& onThreads(int count)
+    {
+        threads_ = count;
         return *this;
     }
 
@@ -48,6 +58,7 @@ public:
 
 private:
     std::string prefix_;
+    int threads_ = 1;
 };
 
 /// How the cost of an operation grows. The body reads the size from state.range(0) and performs
