@@ -53,6 +53,8 @@ std::string lineOf(const std::string& key, std::string_view value)
     return escapeSetting(key, "[#;", "=") + "=" + escapeSetting(value);
 }
 
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF"; // some editors leave one
+
 } // namespace
 
 std::string escapeSetting(std::string_view text, std::string_view atStart,
@@ -101,7 +103,6 @@ bool unescapeSetting(std::string_view text, std::string& result)
 
 SettingsText::Unreadable SettingsText::parse(std::string_view bytes)
 {
-    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF"; // some editors leave one
     if (bytes.substr(0, kByteOrderMark.size()) == kByteOrderMark)
         bytes.remove_prefix(kByteOrderMark.size());
     Section section;
@@ -192,6 +193,9 @@ void SettingsText::set(const SettingsKey& key, std::string_view value)
 std::string SettingsText::bytes() const
 {
     std::string all;
+    // parse() takes a mark away: a first line that begins with one needs another.
+    if (!lines_.empty() && lines_.front().starts_with(kByteOrderMark))
+        all = kByteOrderMark;
     for (const std::string& line : lines_)
         all.append(line).append(1, '\n');
     return all;
