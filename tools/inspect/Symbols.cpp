@@ -103,18 +103,27 @@ std::string callableOf(const std::string& function)
 }
 
 struct Symbols::Modules {
+    explicit Modules(const Process& process);
+    ~Modules()
+    {
+        if (dwfl != nullptr)
+            dwfl_end(dwfl);
+    }
+    Modules(const Modules&) = delete;
+    Modules& operator=(const Modules&) = delete;
+
     Dwfl_Callbacks callbacks = {};
     Dwfl* dwfl = nullptr;
     Unwinding unwinding{};
     bool unwinds = false;
 };
 
-Symbols::Symbols(const Process& process) : modules_(std::make_unique<Modules>()), process_(process)
+Symbols::Modules::Modules(const Process& process)
 {
-    modules_->callbacks.find_debuginfo = dwfl_standard_find_debuginfo;
-    modules_->callbacks.section_address = dwfl_offline_section_address;
-    modules_->unwinding.process = &process;
-    Dwfl* const dwfl = modules_->dwfl = dwfl_begin(&modules_->callbacks);
+    callbacks.find_debuginfo = dwfl_standard_find_debuginfo;
+    callbacks.section_address = dwfl_offline_section_address;
+    unwinding.process = &process;
+    dwfl = dwfl_begin(&callbacks);
     if (dwfl == nullptr)
         return;
     std::set<std::string> reported;
@@ -130,20 +139,26 @@ Symbols::Symbols(const Process& process) : modules_(std::make_unique<Modules>())
             reported.insert(mapping.path);
     }
     dwfl_report_end(dwfl, nullptr, nullptr);
-    modules_->unwinds = dwfl_attach_state(dwfl, nullptr, static_cast<pid_t>(process.id()),
-                                          &kThreadCallbacks, &modules_->unwinding);
+    unwinds = dwfl_attach_state(dwfl, nullptr, static_cast<pid_t>(process.id()), &kThreadCallbacks,
+                                &unwinding);
 }
 
-Symbols::~Symbols()
+Symbols::Symbols(const Process& process) : process_(process) {}
+
+Symbols::~Symbols() = default;
+
+// Opening the modules takes longer than all the rest, and most reports need few names or none.
+auto Symbols::modules() const -> Modules&
 {
-    if (modules_->dwfl != nullptr)
-        dwfl_end(modules_->dwfl);
+    if (modules_ == nullptr)
+        modules_ = std::make_unique<Modules>(process_);
+    return *modules_;
 }
 
 std::string Symbols::function(Address address) const
 {
     Dwfl_Module* const module =
-        modules_->dwfl != nullptr ? dwfl_addrmodule(modules_->dwfl, address) : nullptr;
+        modules().dwfl != nullptr ? dwfl_addrmodule(modules().dwfl, address) : nullptr;
     GElf_Off offset = 0;
     GElf_Sym symbol;
     const char* const name =
@@ -165,13 +180,13 @@ std::string Symbols::module(Address address) const
 auto Symbols::stack(const Thread& thread) const -> std::vector<Frame>
 {
     std::vector<Frame> frames;
-    if (!thread.registers[kProgramCounter] || !modules_->unwinds)
+    if (!thread.registers[kProgramCounter] || !modules().unwinds)
         return frames;
-    modules_->unwinding.thread = &thread;
-    modules_->unwinding.counters.clear();
-    dwfl_getthread_frames(modules_->dwfl, static_cast<pid_t>(thread.id), noteFrame,
-                          &modules_->unwinding);
-    for (const Address counter : modules_->unwinding.counters)
+    modules().unwinding.thread = &thread;
+    modules().unwinding.counters.clear();
+    dwfl_getthread_frames(modules().dwfl, static_cast<pid_t>(thread.id), noteFrame,
+                          &modules().unwinding);
+    for (const Address counter : modules().unwinding.counters)
         frames.push_back({counter, function(counter), module(counter)});
     return frames;
 }

@@ -38,7 +38,8 @@ public:
 
 private:
     struct Modules;
-    std::unique_ptr<Modules> modules_;
+    Modules& modules() const;
+    mutable std::unique_ptr<Modules> modules_; // made when first needed
     const Process& process_;
 };
 
