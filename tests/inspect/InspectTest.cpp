@@ -2,6 +2,7 @@
 #include "ScratchFolder.h"
 
 #include <filesystem>
+#include <sys/resource.h>
 
 namespace {
 
@@ -68,6 +69,57 @@ TEST(Inspect, CoreFileShowsWhatTheProcessDid)
         for (const char* section : {"locks", "application", "shutdown", "names", "pools"})
             EXPECT_EQ(dead[section], live[section]) << section;
         EXPECT_EQ(dead["notes"], json::array());
+    }
+}
+
+TEST(Inspect, ReadsCoreFilesOfTheKernel)
+{
+    const ScratchFolder folder;
+    const rlimit unlimited{RLIM_INFINITY, RLIM_INFINITY};
+    if (runCommand("cat /proc/sys/kernel/core_pattern").output != "core\n" ||
+        setrlimit(RLIMIT_CORE, &unlimited) != 0)
+        GTEST_SKIP() << "the kernel is set up to write core files elsewhere, or not at all";
+    ASSERT_EQ(chdir(folder.path().c_str()), 0);
+    const Host host({"deadlock2"});
+    VX_NEED_READABLE(host);
+    const json live = report(host.word(), 3);
+    kill(host.id(), SIGSEGV);
+    int status = 0;
+    waitpid(host.id(), &status, 0);
+    if (!WCOREDUMP(status))
+        GTEST_SKIP() << "the kernel wrote no core file";
+    const json dead = report("--core core*", 3);
+    EXPECT_EQ(dead["deadlocks"][0]["steps"], live["deadlocks"][0]["steps"]);
+    for (const char* section : {"locks", "shutdown", "names"})
+        EXPECT_EQ(dead[section], live[section]) << section;
+}
+
+TEST(Inspect, GdbShowsTheSame)
+{
+    struct {
+        const char* state;
+        const char* command;
+        const char* output;
+    } const cases[] = {
+        {"deadlock2", "locks", "'render') holds 'MediaCache' and waits for 'ProjectFile'"},
+        {"ended", "locks", "(ended)"},
+        {"held", "names", "MediaCache  'kept'  none    LWP"},
+        {"application", "pools", "\nframes  4       5            0.00"},
+        {"first-pass", "shutdown", "atShutdown"},
+        {"final-pass", "shutdown", "RUNNING"},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.state);
+        const Host host({row.state});
+        VX_NEED_READABLE(host);
+        const std::string output =
+            runCommand("gdb -nx -batch -p " + host.word() +
+                       " -ex 'source " VX_GDB "' -ex 'info vx " + row.command + "'")
+                .output;
+        if (output.find("ptrace: ") != std::string::npos ||
+            output.find("not found") != std::string::npos)
+            GTEST_SKIP() << "gdb is missing or may not attach to a child";
+        EXPECT_NE(output.find(row.output), std::string::npos) << output;
     }
 }
 
