@@ -181,6 +181,74 @@ TEST_F(VxTool, WritesOnlyWhatWasAskedFor)
     expect("ini set - A x 1 <new.ini", 0, "; x=0\n[A]\nx=1\n; kept\n[B]\nx=3\n[a]\n");
 }
 
+TEST_F(VxTool, MergesBySectionAndKey)
+{
+    const struct {
+        const char *name, *base, *ours, *theirs, *merged;
+    } rows[] = {
+        {"both sides' changes", "[A]\nx=1\ny=1\nz=1\n", "[A]\ny=2\nx=1\n", "[A]\nx=3\ny=1\nz=1\n",
+         "[A]\ny=2\nx=3\n"},
+        {"the same change", "[A]\nx=1\n", "[a]\nx=2", "[A]\nx=2\n", "[a]\nx=2"},
+        {"additions after their predecessors", "[A]\nx=1\n[B]\nx=1\n", "[A]\nx=1\nq=1\n[B]\nx=1",
+         "[N]\nn=1\n[A]\nx=1\ny=1\n\n; C\n[C]\nx=1\n[B]\nx=1\n; end\n",
+         "[N]\nn=1\n[A]\nx=1\ny=1\nq=1\n\n; C\n[C]\nx=1\n[B]\nx=1\n; end\n"},
+        {"removals with their comments", "; about A\n[A]\n; x\nx=1\n[B]\n; y\ny=1\nz=1\n",
+         "; about A\n[A]\n; x\nx=1\n[B]\n; y\n; why\ny=1\nz=1\n", "[B]\nz=1\n",
+         "[B]\n; why\nz=1\n"},
+        {"comments of both", "; x\nx=1\n", "; x\n; ours\nx=1\n", "; theirs\nx=2\n",
+         "; x\n; ours\n; theirs\nx=2\n"},
+        {"line endings of ours", "[A]\r\nx=1\r\n", "[A]\r\nx=1\r\n", "[A]\nx=2\ny=1\n",
+         "[A]\r\nx=2\r\ny=1\r\n"},
+        {"duplicate keys by position", "[A]\nx=1\nx=2\n", "[A]\nx=1\nx=3\n", "[A]\nx=4\nx=2\n",
+         "[A]\nx=4\nx=3\n"},
+        {"conflict: changed", "[A]\nx=1\n", "[A]\nx=2", "[A]\nx=3\n",
+         "[A]\n<<<<<<< ours\nx=2\n=======\nx=3\n>>>>>>> theirs\n"},
+        {"conflict: removed", "[A]\nx=1\n", "", "[A]\nx=3\n",
+         "[A]\n<<<<<<< ours\n=======\nx=3\n>>>>>>> theirs\n"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        put("base", row.base), put("ours", row.ours), put("theirs", row.theirs);
+        const bool conflict = std::strstr(row.merged, "<<<<<<<") != nullptr;
+        expect("ini merge base ours theirs", conflict, "", conflict ? "1 conflict in 'ours'" : "");
+        EXPECT_EQ(get("ours"), row.merged);
+        expect("ini merge -n base theirs base", 0, row.theirs);
+        expect("ini merge base base theirs && '" VX_TOOL "' ini diff base theirs", 0, "");
+    }
+}
+
+// A merge driver of git: a clean merge is committed, a conflict is left in the file.
+TEST_F(VxTool, MergesInARepository)
+{
+    put("all", R"(git() { command git -c user.name=n -c user.email=e "$@"; }
+        commit() { printf "$1" >e.ini; git commit -qam "$1"; }
+        git init -q . && git config merge.vx-ini.driver "')" VX_TOOL R"(' ini merge %O %A %B"
+        echo '*.ini merge=vx-ini' >.gitattributes; touch e.ini; git add e.ini && git commit -qm 0
+        commit '[A]\nx=1\ny=1\n'; git checkout -qb side
+        commit '[A]\nx=2\ny=1\n'; git checkout -q -
+        commit '[A]\nx=1\ny=2\n'; git merge -q side -m m >/dev/null && cat e.ini; git checkout -q side
+        commit '[A]\nx=2\ny=3\n'; git checkout -q -; git merge side >/dev/null
+        git status --short e.ini; cat e.ini)");
+    EXPECT_EQ(run("bash", "./all").out,
+              "[A]\nx=2\ny=2\n"
+              "UU e.ini\n[A]\nx=2\n<<<<<<< ours\ny=2\n=======\ny=3\n>>>>>>> theirs\n");
+}
+
+TEST_F(VxTool, FormatsWithoutChangingTheMeaning)
+{
+    put("a.ini",
+        "\r\n\n[A] \t\r\n\tx = 1 \n\n\n\ny=caf\xC3\xA9\n; B\n[B]\n\n; d\n\n; e\n\n[C]\nz=1\n\n"
+        "[D]\n[E]");
+    put("before.ini", get("a.ini"));
+    const char* const formatted = "[A]\r\nx = 1\r\n\r\ny=caf\xC3\xA9\r\n\r\n; B\r\n[B]\r\n\r\n"
+                                  "; d\r\n\r\n; e\r\n\r\n[C]\r\nz=1\r\n\r\n[D]\r\n\r\n[E]\r\n";
+    expect("ini fmt - <a.ini", 0, formatted);
+    expect("ini fmt a.ini", 0, "");
+    EXPECT_EQ(get("a.ini"), formatted);
+    expect("ini fmt --check a.ini", 0, "");
+    expect("ini diff a.ini before.ini", 0, "");
+}
+
 TEST_F(VxTool, AnswersAboutIniFiles)
 {
     put("a.ini", "v=1\n[A]\nx=1\nlonger=\x1b[31m\nx=2\nk = v\n[b]\n; note\n");
@@ -310,15 +378,38 @@ TEST_F(VxTool, ReadsAndDrawsThePoolLog)
            "vx: pool.log:10: not a pool log line, ignored\n");
     EXPECT_EQ(json("pools pool.log")[1]["pools"][0]["peakPerSecond"], 500.25);
     EXPECT_EQ(vx("pools --plot --pool Frames pool.log").out,
-              "Peak demand, allocations per second\n\nFrames\n"
-              "  Thu Jan  8 10:00:00 2026      250.00  ####################\n"
-              "  Fri Jan  9 11:00:00 2026      500.25  ########################################\n");
+              "Peak demand, allocations per second\nEach pool has its own scale.\n\nFrames\n"
+              "  Thu Jan  8 10:00:00 2026  250.00  " +
+                  std::string(22, '#') + "\n  Fri Jan  9 11:00:00 2026  500.25  " +
+                  std::string(44, '#') + "\n");
     ASSERT_EQ(vx("pools --plot -o peaks.svg pool.log").status, 0);
     const std::string svg = get("peaks.svg");
     EXPECT_EQ(svg.substr(0, 4), "<svg");
     EXPECT_NE(svg.find("A: maxInUse 3 &lt;b&gt;"), std::string::npos);
     EXPECT_EQ(svg.find("nan"), std::string::npos);
     EXPECT_NE(svg.find("Frames: 500.25, Fri Jan  9 11:00:00 2026"), std::string::npos);
+    EXPECT_EQ(svg.find("<path class=\"band\""), std::string::npos);
+}
+
+// Small pools stay visible beside large ones, names are whole, and many runs become a band.
+TEST_F(VxTool, DrawsPoolsOfAnyDemandAndManyRuns)
+{
+    const std::string name(150, 'n');
+    std::string log;
+    for (int run = 0; run < 400; ++run)
+        log += std::string(59, '-') + " D\n" + name + ": maxInUse 1 Peak Demand 0." +
+               std::to_string(10 + run % 17) + " allocs/sec @ 1 D\n" +
+               "Big: maxInUse 1 Peak Demand 900000 allocs/sec @ 1 D\n";
+    put("pool.log", log);
+    const std::string terminal = vx("pools --plot pool.log").out;
+    EXPECT_NE(terminal.find("\n" + name + "\n  runs 1-17     0.10 - 0.26  ####"), std::string::npos)
+        << terminal;
+    EXPECT_EQ(std::count(terminal.begin(), terminal.end(), '\n'), 2 + 2 * 2 + 2 * 24);
+    const std::string svg = vx("pools --plot -o - pool.log").out;
+    EXPECT_NE(svg.find("<path class=\"band\""), std::string::npos);
+    EXPECT_NE(svg.find(">" + std::string(96, 'n') + "<"), std::string::npos);
+    EXPECT_NE(svg.find(">" + std::string(54, 'n') + "<"), std::string::npos);
+    EXPECT_NE(svg.find(">0.3<"), std::string::npos) << "the small pool's own scale";
 }
 
 TEST_F(VxTool, ListsTheSettingsOfEveryProgramAndCreatesNothing)
@@ -387,6 +478,10 @@ const struct {
     {"inspect-output-failed", "inspect --json >/dev/full"},
     {"inspect-usage", "inspect nothing"},
     {"inspect-what", "inspect locks"},
+    {"binary-file", "ini fmt nul.ini"},
+    {"conflicts", "ini merge empty a.ini other.ini -n"},
+    {"unresolved", "ini merge a.ini a.ini marked.ini"},
+    {"not-formatted", "ini fmt --check bad.log"},
     {"no-such-code", "ini check --explain output-failed"},
     {"invalid-uuid", "uuid show 1"},
     {"lenient-uuid", "uuid show 0x23abcd-4567-89ef-0123-456789abcdef"},
@@ -403,6 +498,9 @@ TEST_F(VxTool, SaysWhatIsWrongAndWhatToDo)
 {
     put("a.ini", "[A]\nx=1\n");
     put("empty", "");
+    put("nul.ini", "[A]\nx=\0\n"s);
+    put("other.ini", "[A]\nx=2\n");
+    put("marked.ini", "[A]\n=======\n");
     put("bad.log", std::string(kPoolLog) + "torn\n");
     put("set", "trap '' XFSZ; ulimit -f 1; '" VX_TOOL "' ini set a.ini A x $(seq -s. 9999)");
     fs::create_directory(path("folder"));
@@ -484,7 +582,7 @@ TEST_F(VxTool, CompletionOffersWhatIsAccepted)
         for (const std::string& name : commands)
             lines.push_back(line + " " + name);
     }
-    EXPECT_EQ(lines.size(), 17u);
+    EXPECT_EQ(lines.size(), 19u);
 
     put("a.ini", "[Video In]\nrate=1\n; no=1\n[Audio]\nx=1\n");
     EXPECT_EQ(offered("ini get a.ini ''"), (Set{"Audio", "Video\\ In"}));

@@ -17,6 +17,8 @@ void addIniSet(Command ini);
 void addIniUnset(Command ini);
 void addIniCheck(Command ini);
 void addIniDiff(Command ini);
+void addIniMerge(Command ini);
+void addIniFmt(Command ini);
 void addUuid(Command top);
 void addFcc(Command top);
 void addMeta(Command top);

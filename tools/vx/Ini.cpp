@@ -14,6 +14,8 @@ void addIni(Command top)
     addIniUnset(ini);
     addIniCheck(ini);
     addIniDiff(ini);
+    addIniMerge(ini);
+    addIniFmt(ini);
 }
 
 } // namespace tool

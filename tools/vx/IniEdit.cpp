@@ -54,15 +54,6 @@ Found find(const IniText& text, const IniPlace& place)
     return found;
 }
 
-/// The line ending of the file; by default the one that the library writes.
-std::string lineEnd(const IniText& text)
-{
-    if (text.lines().empty() || !text.lines().front().ended)
-        return "\r\n";
-    const std::string_view raw = text.lines().front().raw;
-    return !raw.empty() && raw.back() == '\r' ? "\r\n" : "\n";
-}
-
 /// Builds the edited file from lines of the old one and new lines.
 class Writer {
 public:

@@ -73,6 +73,14 @@ std::string_view IniLine::head() const
 
 std::string_view IniLine::tail() const { return raw.substr(head().size() + kept.size()); }
 
+std::string lineEnd(const IniText& text)
+{
+    if (text.lines().empty() || !text.lines().front().ended)
+        return "\r\n";
+    const std::string_view raw = text.lines().front().raw;
+    return !raw.empty() && raw.back() == '\r' ? "\r\n" : "\n";
+}
+
 IniText::IniText(std::string bytes) : bytes_(std::make_shared<const std::string>(std::move(bytes)))
 {
     const std::string_view all(*bytes_);
@@ -130,6 +138,14 @@ IniText readIni(const std::string& path, bool caseSensitive)
     if (file.bytes() != readFile(path))
         throw Failure("changed", {inQuotes(path)});
     throw std::logic_error(path + " loads differently than vx reads its lines");
+}
+
+IniText readTextIni(const std::string& path, bool caseSensitive)
+{
+    IniText text = readIni(path, caseSensitive);
+    if (text.bytes().find('\0') != std::string::npos)
+        throw Failure("binary-file", {inQuotes(path)});
+    return text;
 }
 
 LightweightString<char> sectionArgument(const std::string& word)

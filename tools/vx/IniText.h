@@ -53,6 +53,9 @@ private:
     std::vector<IniLine> lines_;
 };
 
+/// The line ending of the file; by default the one that the library writes.
+std::string lineEnd(const IniText& text);
+
 /// Whether two documents have equal sections with equal lines in the same order.
 bool sameSections(const VxIniFile::Sections& a, const VxIniFile::Sections& b);
 
@@ -63,6 +66,9 @@ VxIniFile loadIni(const std::string& path, bool caseSensitive);
 /// Reads the lines of a file and checks them against the document that load() makes of it.
 /// \throws Failure if the file cannot be read, or the two disagree
 IniText readIni(const std::string& path, bool caseSensitive);
+
+/// readIni(), but refuses a file with NUL bytes, such as UTF-16.
+IniText readTextIni(const std::string& path, bool caseSensitive);
 
 /// The section that a command line argument names: "-" means the lines before the first.
 LightweightString<char> sectionArgument(const std::string& word);

@@ -16,16 +16,29 @@ using PoolPeaks = std::map<std::string, std::vector<std::optional<double>>>;
 /// A pool logged twice in a run, by two loggers of one name, gets the larger peak.
 PoolPeaks peaksOf(const PoolLog& log);
 
-/// 0 if there are no peaks.
-double highestOf(const PoolPeaks& peaks);
+/// Neighbouring runs that are drawn as one.
+struct RunGroup {
+    std::size_t first; ///< index of its first run
+    std::size_t last;  ///< index of its last run
+    /// Of the runs that have the pool; all are empty if none has.
+    std::optional<double> least, median, most;
+};
+
+/// Divides the runs into at most \p groups groups of equal size; the last one may be smaller.
+std::vector<RunGroup> groupsOf(const PoolPeaks::mapped_type& peaks, std::size_t groups);
+
+/// The largest of them, or 0.
+double highestOf(const PoolPeaks::mapped_type& peaks);
 
 /// The date of a run, or "run N".
 std::string runName(const PoolLog& log, std::size_t run);
 
-/// A bar chart for a terminal, one group per pool and one line per run.
-std::string terminalChart(const PoolLog& log);
+/// Bar charts for a terminal of \p columns columns, one per pool, each with its own scale. Many
+/// runs are drawn in groups, with the range of their peaks.
+std::string terminalChart(const PoolLog& log, std::size_t columns);
 
-/// A line chart as an SVG document, one line per pool.
+/// An SVG document with a small line chart for each pool, each with its own scale. Many runs
+/// become a band with the median in it.
 std::string svgChart(const PoolLog& log);
 
 } // namespace tool

@@ -82,7 +82,7 @@ Status show(const Options& options)
     if (!options.svg.empty())
         writeOutput(options.svg, svgChart(log));
     else if (options.plot)
-        fmt::print("Peak demand, allocations per second\n\n{}", terminalChart(log));
+        fmt::print("{}", terminalChart(log, terminalColumns()));
     else if (options.json)
         printJsonOf(log);
     else

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fmt/format.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace tool {
@@ -24,14 +25,6 @@ bool terminalTakesColour()
     const char* kind = std::getenv("TERM");
     return isatty(STDOUT_FILENO) == 1 && !isSet("NO_COLOR") && kind != nullptr &&
            std::string_view(kind) != "dumb";
-}
-
-/// The display width of \p text in columns.
-std::size_t width(const std::string& text)
-{
-    // fmt knows display widths but exposes them only through its padding.
-    const std::size_t wide = text.size() + 1;
-    return wide - (fmt::format("{:<{}}", text, wide).size() - text.size());
 }
 
 /// Whether a terminal acts on the code: C0, DEL and C1.
@@ -78,6 +71,19 @@ std::string shown(std::string_view bytes)
 
 std::string inQuotes(std::string_view bytes) { return "'" + shown(bytes) + "'"; }
 
+std::size_t displayWidth(const std::string& text)
+{
+    // fmt knows display widths but exposes them only through its padding.
+    const std::size_t wide = text.size() + 1;
+    return wide - (fmt::format("{:<{}}", text, wide).size() - text.size());
+}
+
+std::size_t terminalColumns()
+{
+    winsize size = {};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col != 0 ? size.ws_col : 80;
+}
+
 bool utf8Terminal()
 {
     for (const char* variable : {"LC_ALL", "LC_CTYPE", "LANG"}) {
@@ -99,7 +105,7 @@ void Table::print() const
     for (std::size_t c = 0; c < columns_.size(); ++c) {
         std::size_t widest = columns_[c].heading.size();
         for (const auto& row : rows_)
-            widest = std::max(widest, width(row[c]));
+            widest = std::max(widest, displayWidth(row[c]));
         widths.push_back(widest);
     }
     const auto line = [&](auto&& cell, Colour colour) {

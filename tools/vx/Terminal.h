@@ -25,6 +25,12 @@ std::string shown(std::string_view bytes);
 /// shown() in single quotes.
 std::string inQuotes(std::string_view bytes);
 
+/// The display width of \p text in columns.
+std::size_t displayWidth(const std::string& text);
+
+/// The width of the terminal that standard output is, otherwise 80.
+std::size_t terminalColumns();
+
 /// Whether the environment selects a UTF-8 locale.
 bool utf8Terminal();
 

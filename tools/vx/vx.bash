@@ -54,7 +54,8 @@ _vx()
             "ini show" | "ini diff") options+=" --case-sensitive --json" ;;
             "ini get") options+=" --all --case-sensitive --json" ;;
             "ini set") options+=" --create --dry-run --case-sensitive" ;;
-            "ini unset") options+=" --dry-run --case-sensitive" ;;
+            "ini unset" | "ini merge") options+=" --dry-run --case-sensitive" ;;
+            "ini fmt") options+=" --check --dry-run" ;;
             "uuid " | "uuid new") options+=" --count --json" ;;
             "uuid show" | "meta "* | "settings "* | "version "*) options+=" --json" ;;
             "fcc "*) options+=" --code --json" ;;
@@ -67,14 +68,14 @@ _vx()
     case ${#words[@]}:${words[0]-}:${words[1]-} in
         0:*) mapfile -t COMPREPLY < <(compgen -W "ini uuid fcc meta pools settings inspect version" -- "$cur") ;;
         1:ini:*) mapfile -t COMPREPLY < <(
-            compgen -W "show get set unset check diff" -- "$cur") ;;
+            compgen -W "show get set unset check diff merge fmt" -- "$cur") ;;
         1:inspect:* | 2:inspect:*) mapfile -t COMPREPLY < <(
             # Sections come first; processes by identifier, from what /proc shows.
             sections="deadlocks locks application shutdown names pools memory threads"
             [[ ${#words[@]} == 1 ]] || sections=
             compgen -W "$sections $(vx inspect 2>/dev/null | awk 'NR > 1 { print $1 }')" -- "$cur") ;;
         1:uuid:*) mapfile -t COMPREPLY < <(compgen -W "new show" -- "$cur") ;;
-        2:ini:* | 1:pools:* | 3:ini:diff)
+        2:ini:* | 1:pools:* | 3:ini:diff | [34]:ini:merge)
             compopt -o filenames 2>/dev/null
             mapfile -t COMPREPLY < <(compgen -f -- "$cur") ;;
         3:ini:show | 3:ini:get | 3:ini:set | 3:ini:unset)
