@@ -434,7 +434,17 @@ TEST_F(VxTool, ListsTheSettingsOfEveryProgramAndCreatesNothing)
     expect("settings", 0, table);
     const Json listed = json("settings")["programs"];
     EXPECT_TRUE(listed[1]["normalExit"] == true && listed[2]["normalExit"] == false) << listed;
+    const std::string editor = below + "Editor.ini";
+    expect("settings show Editor", 0, editor + "\n\n[Configuration]\n  Normal Exit = true\n");
+    expect("settings get Editor Configuration 'Normal Exit'", 0, "true\n");
+    EXPECT_EQ(json("settings get Editor Configuration 'Normal Exit'")["file"], editor);
     EXPECT_EQ(count(), before);
+    expect("settings set Editor Playback 'a=b' ' 1\n2 '", 0,
+           editor + ": [Playback] a=b= 1\\x0a2 \n");
+    expect("settings get Editor Playback a=b", 0, " 1\n2 \n");
+    EXPECT_EQ(json("settings show Editor")["settings"][1]["key"], "a=b");
+    expect("settings set New.er A x 1 --create", 0, below + "New.er.ini: [A] x=1\n");
+    expect("settings get New.er A x", 0, "1\n");
     fs::remove_all(path("home/.config"));
 }
 
@@ -491,6 +501,10 @@ const struct {
     {"no-such-pool", "pools bad.log --pool Nobody"},
     {"no-home", "settings", "env -u HOME '" VX_TOOL "'"},
     {"no-settings", "settings"},
+    {"no-program", "settings set Nobody A x 1"},
+    {"no-setting", "settings get E A x", "env XDG_CONFIG_HOME=\"$PWD/config\" '" VX_TOOL "'"},
+    {"setting-not-stored", "settings set E A x 1 --create",
+     "env XDG_CONFIG_HOME=\"$PWD/closed\" '" VX_TOOL "'"},
 };
 
 // Each message appears with its remedy and its exit status.
@@ -498,6 +512,10 @@ TEST_F(VxTool, SaysWhatIsWrongAndWhatToDo)
 {
     put("a.ini", "[A]\nx=1\n");
     put("empty", "");
+    fs::create_directories(path("closed"));
+    fs::create_directories(path("config/Vx/programs"));
+    put("closed/Vx", "");
+    put("config/Vx/programs/E.ini", "");
     put("nul.ini", "[A]\nx=\0\n"s);
     put("other.ini", "[A]\nx=2\n");
     put("marked.ini", "[A]\n=======\n");
@@ -582,7 +600,7 @@ TEST_F(VxTool, CompletionOffersWhatIsAccepted)
         for (const std::string& name : commands)
             lines.push_back(line + " " + name);
     }
-    EXPECT_EQ(lines.size(), 19u);
+    EXPECT_EQ(lines.size(), 22u);
 
     put("a.ini", "[Video In]\nrate=1\n; no=1\n[Audio]\nx=1\n");
     EXPECT_EQ(offered("ini get a.ini ''"), (Set{"Audio", "Video\\ In"}));

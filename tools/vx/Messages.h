@@ -109,6 +109,12 @@ inline constexpr Message kMessages[] = {
      "Set HOME or XDG_CONFIG_HOME to the folder of the user whose settings you mean."},
     {MessageKind::answer, "no-settings", "no settings in {0}",
      "Run as the user whose settings you mean; XDG_CONFIG_HOME may name another folder."},
+    {MessageKind::answer, "no-program", "no settings of {0} in {1}",
+     "List the programs with 'vx settings'. Case counts."},
+    {MessageKind::answer, "no-setting", "no setting {0} in section {1} in {2}",
+     "List the settings with 'vx settings show'. Case and blanks count."},
+    {MessageKind::failure, "setting-not-stored", "{0} did not store the setting",
+     "See the line above; check the permissions of the file and its folder."},
 
     // Processes.
     {MessageKind::answer, "cannot-inspect", "{0}", "{1}"},

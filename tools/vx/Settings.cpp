@@ -1,50 +1,26 @@
 #include "Commands.h"
 #include "Json.h"
+#include "SettingsStores.h"
 #include "Strings.h"
 #include "Terminal.h"
 
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iSettings.h>
 #include <Vx/platform/iShell.h>
-#include <cerrno>
 #include <charconv>
-#include <cstdlib>
-#include <filesystem>
+#include <fmt/format.h>
 #include <optional>
-#include <set>
-#include <sstream>
-#include <sys/wait.h>
-#include <system_error>
-#include <unistd.h>
 
 namespace tool {
 namespace {
 
 namespace fs = std::filesystem;
 
-// The files of the reference platform, see docs/settings.md. iShell::getFolder() would create the
-// folders, so vx finds them itself.
-
-fs::path userDataFolder()
-{
-    const char* const named = std::getenv("XDG_CONFIG_HOME");
-    if (named != nullptr && *named == '/')
-        return named;
-    const char* const home = std::getenv("HOME");
-    if (home == nullptr || *home != '/')
-        throw Failure("no-home");
-    return fs::path(home) / ".config";
-}
-
-fs::path machineFolder()
-{
-    const char* const named = std::getenv("XDG_CONFIG_DIRS");
-    std::istringstream folders(named != nullptr ? named : "");
-    for (std::string folder; std::getline(folders, folder, ':');)
-        if (!folder.empty() && folder.front() == '/')
-            return folder;
-    return "/etc/xdg";
-}
+struct Options {
+    std::string program, section, key, value;
+    bool create = false;
+    bool json = false;
+};
 
 /// The names of the programs with settings in \p folder, as file names without extension.
 std::set<std::string> storesIn(const fs::path& folder)
@@ -73,47 +49,55 @@ std::string programOf(const std::string& store)
     return program;
 }
 
-/// Whether the last run of a program ended cleanly; empty if there is no such value. Asks the
-/// platform in a child process, since the settings of scope 0 belong to one program per process.
-std::optional<bool> endedCleanly(std::string program)
+/// Asks the platform for a setting of the process's program.
+std::optional<std::string> valueOf(const SettingsStore& store, const std::string& section,
+                                   const std::string& key)
 {
-    const pid_t child = fork();
-    if (child == -1)
-        throw std::system_error(errno, std::generic_category(), "fork");
-    if (child == 0) {
-        program_invocation_short_name = program.data();
-        const auto marker =
-            OS()->shell()->getSettings(0)->getValue("Normal Exit", "", "Configuration");
-        _exit(marker == "true" ? 0 : marker == "false" ? 1 : 2);
-    }
-    int status = -1;
-    while (waitpid(child, &status, 0) == -1 && errno == EINTR)
-        ;
-    if (!WIFEXITED(status) || WEXITSTATUS(status) == 2)
+    // A stored value is the same whatever the default.
+    const auto read = [&](const char* fallback) {
+        return std::string(
+            view(OS()->shell()
+                     ->getSettings(store.scope)
+                     ->getValue(vxString(key), vxString(fallback), vxString(section))));
+    };
+    const std::string value = read("a");
+    if (value == "a" && read("b") != "a")
         return {};
-    return WEXITSTATUS(status) == 0;
+    return value;
 }
 
-Status show(bool json)
+/// Whether the last run of a program ended cleanly; empty if there is no such value.
+std::optional<bool> endedCleanly(const SettingsStore& store)
 {
-    const fs::path user = userDataFolder() / "Vx";
+    const int answer = runAs(store, [&] {
+        const auto marker = valueOf(store, "Configuration", "Normal Exit");
+        return marker == "true" ? 0 : marker == "false" ? 1 : 2;
+    });
+    if (answer != 0 && answer != 1)
+        return {};
+    return answer == 0;
+}
+
+Status list(bool json)
+{
+    const fs::path user = userSettingsFolder();
     const fs::path programs = user / "programs";
     Table table({{"PROGRAM"}, {"LAST EXIT"}, {"STORE"}});
-    Json list = Json::array();
-    for (const std::string& store : storesIn(programs)) {
-        const std::string program = programOf(store), file = programs / (store + ".ini");
-        const std::optional<bool> clean = endedCleanly(program);
+    Json found = Json::array();
+    for (const std::string& name : storesIn(programs)) {
+        const std::string program = programOf(name), file = programs / (name + ".ini");
+        const std::optional<bool> clean = endedCleanly({0, program, file});
         table.add({shown(program),
                    !clean   ? "unknown"
                    : *clean ? "clean"
                             : "crashed, or running",
                    shown(file)});
-        list.push_back({{"program", program},
-                        {"store", file},
-                        {"normalExit", clean ? Json(*clean) : Json(nullptr)}});
+        found.push_back({{"program", program},
+                         {"store", file},
+                         {"normalExit", clean ? Json(*clean) : Json(nullptr)}});
     }
     Json shared = Json::array();
-    for (const fs::path& file : {user / "machine.ini", machineFolder() / "Vx/machine.ini"}) {
+    for (const fs::path& file : {user / "machine.ini", machineSettingsFolder() / "machine.ini"}) {
         std::error_code error;
         if (!fs::exists(file, error))
             continue;
@@ -121,24 +105,126 @@ Status show(bool json)
         shared.push_back(file.string());
     }
     if (json)
-        printJson({{"programs", list}, {"shared", shared}});
-    if (list.empty() && shared.empty())
+        printJson({{"programs", found}, {"shared", shared}});
+    if (found.empty() && shared.empty())
         return complain("no-settings", {inQuotes(programs.string())});
     if (!json)
         table.print();
     return kYes;
 }
 
+/// \throws Failure unless the store exists
+SettingsStore existingStore(const std::string& program)
+{
+    SettingsStore store = settingsStore(program);
+    if (!store.exists())
+        throw Failure("no-program", {program == "-" ? "all programs" : inQuotes(program),
+                                     inQuotes(store.file.string())});
+    return store;
+}
+
+Status show(const Options& options)
+{
+    const SettingsStore store = existingStore(options.program);
+    return static_cast<Status>(runAs(store, [&] {
+        Json values = Json::array();
+        std::string section;
+        if (!options.json)
+            fmt::print("{}\n", paint(Colour::dim, shown(store.file.string())));
+        for (const auto& setting : settingsIn(store)) {
+            const std::string value = valueOf(store, setting.first, setting.second).value_or("");
+            if (options.json) {
+                values.push_back(
+                    {{"section", setting.first}, {"key", setting.second}, {"value", value}});
+                continue;
+            }
+            if (setting.first != section)
+                fmt::print("\n{}\n", paint(Colour::bold, "[" + shown(setting.first) + "]"));
+            section = setting.first;
+            fmt::print("  {} = {}\n", paint(Colour::blue, shown(setting.second)), shown(value));
+        }
+        if (options.json)
+            printJson({{"file", store.file.string()}, {"settings", values}});
+        return std::fflush(stdout) == 0 ? kYes : complain("output-failed");
+    }));
+}
+
+Status get(const Options& options)
+{
+    const SettingsStore store = existingStore(options.program);
+    return static_cast<Status>(runAs(store, [&] {
+        const auto value = valueOf(store, options.section, options.key);
+        if (options.json)
+            printJson(
+                {{"file", store.file.string()}, {"value", value ? Json(*value) : Json(nullptr)}});
+        else if (value)
+            fmt::print("{}\n", *value); // unescaped: scripts need the exact bytes
+        if (!value)
+            return complain("no-setting", {inQuotes(options.key), inQuotes(options.section),
+                                           inQuotes(store.file.string())});
+        return std::fflush(stdout) == 0 ? kYes : complain("output-failed");
+    }));
+}
+
+Status set(const Options& options)
+{
+    const SettingsStore store =
+        options.create ? settingsStore(options.program) : existingStore(options.program);
+    runAs(store, [&] {
+        const auto settings = OS()->shell()->getSettings(store.scope);
+        settings->setValue(vxString(options.key), vxString(options.value),
+                           vxString(options.section));
+        settings->save();
+        return 0;
+    });
+    // The platform has no result, and a process sees its own values in any case.
+    const int stored = runAs(store, [&] {
+        return valueOf(store, options.section, options.key) == options.value ? 0 : 1;
+    });
+    if (stored != 0)
+        return complain("setting-not-stored", {inQuotes(store.file.string())});
+    fmt::print("{}: [{}] {}={}\n", shown(store.file.string()), shown(options.section),
+               shown(options.key), shown(options.value));
+    return kYes;
+}
+
+void addPlace(Command& command, Options& options)
+{
+    command.argument("PROGRAM", options.program, "As 'vx settings' lists it; '-': all programs");
+    command.argument("SECTION", options.section, "Case and blanks count");
+    command.argument("KEY", options.key, "Case and blanks count");
+}
+
 } // namespace
 
 void addSettings(Command top)
 {
-    Command command = top.add("settings", "Lists the settings of each program and its last exit");
-    auto json = std::make_shared<bool>(false);
-    command.jsonFlag(*json);
-    command.footer("Lists the stores of the reference platform. Exit status 1 if there are none."
-                   "\n\nExample:\n  vx settings");
-    command.runs([json] { return show(*json); });
+    Command command = top.add("settings", "Shows and changes the settings of programs");
+    auto options = std::make_shared<Options>();
+    command.jsonFlag(options->json);
+    command.footer("Without a command, lists the stores of the reference platform, and how the last"
+                   " run of\neach program ended. Exit status 1 if there are none.\n\nExamples:\n"
+                   "  vx settings\n  vx settings show Editor\n"
+                   "  vx settings set Editor Playback volume 0.6");
+    command.runs([options] { return list(options->json); });
+
+    Command shows = command.add("show", "Shows the settings of a program and their file");
+    shows.argument("PROGRAM", options->program, "As 'vx settings' lists it; '-': all programs");
+    shows.jsonFlag(options->json);
+    shows.runs([options] { return show(*options); });
+
+    Command gets = command.add("get", "Prints a setting");
+    addPlace(gets, *options);
+    gets.jsonFlag(options->json);
+    gets.footer("Exit status 1 if there is no such setting.");
+    gets.runs([options] { return get(*options); });
+
+    Command sets = command.add("set", "Changes a setting and names its file");
+    addPlace(sets, *options);
+    sets.argument("VALUE", options->value, "Used unchanged");
+    sets.flag("--create", options->create, "Create the store if the program has none");
+    sets.footer("The program may be running: it sees the value when it starts or saves.");
+    sets.runs([options] { return set(*options); });
 }
 
 } // namespace tool

@@ -55,9 +55,10 @@ _vx()
             "ini get") options+=" --all --case-sensitive --json" ;;
             "ini set") options+=" --create --dry-run --case-sensitive" ;;
             "ini unset" | "ini merge") options+=" --dry-run --case-sensitive" ;;
+            "settings set") options+=" --create" ;;
             "ini fmt") options+=" --check --dry-run" ;;
             "uuid " | "uuid new") options+=" --count --json" ;;
-            "uuid show" | "meta "* | "settings "* | "version "*) options+=" --json" ;;
+            "uuid show" | "meta "* | "settings " | "settings show" | "settings get" | "version "*) options+=" --json" ;;
             "fcc "*) options+=" --code --json" ;;
             "inspect "*) options+=" --core --sysroot --watch --stacks --json" ;;
             "pools "*) options+=" --pool --plot --output --json" ;;
@@ -74,6 +75,7 @@ _vx()
             sections="deadlocks locks application shutdown names pools memory threads"
             [[ ${#words[@]} == 1 ]] || sections=
             compgen -W "$sections $(vx inspect 2>/dev/null | awk 'NR > 1 { print $1 }')" -- "$cur") ;;
+        1:settings:*) mapfile -t COMPREPLY < <(compgen -W "show get set" -- "$cur") ;;
         1:uuid:*) mapfile -t COMPREPLY < <(compgen -W "new show" -- "$cur") ;;
         2:ini:* | 1:pools:* | 3:ini:diff | [34]:ini:merge)
             compopt -o filenames 2>/dev/null
