@@ -1,4 +1,4 @@
-// Floors.h - What the documented behaviour costs at least.
+// Floors.h - The least code that keeps a documented guarantee.
 #pragma once
 
 #include "Table.h"

@@ -274,7 +274,7 @@ void gstringOnes(State& state)
 // Work that hosts do often.
 void addWork()
 {
-    for (const std::size_t length : {64, 256}) {
+    for (const std::size_t length : {std::size_t{64}, std::size_t{256}}) {
         Row less("strings", "wide <, " + std::to_string(length) + " characters", {1.2});
         less.ours([=](State& state) { lessWide<LightweightString<wchar_t>>(state, length); });
         less.peer("std::wstring", [=](State& state) { lessWide<std::wstring>(state, length); });

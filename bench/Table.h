@@ -46,8 +46,7 @@ public:
         return *this;
     }
 
-    /// What the documented behaviour costs at least, such as one block from the platform for each
-    /// string.
+    /// The least code that keeps the documented guarantee, such as one block for each string.
     template <class Body> Row& floor(const std::string& name, Body body)
     {
         return peer("floor: " + name, std::move(body));

@@ -266,7 +266,7 @@ def processor():
 
 def picture(all_rows):
     """A bar chart of the ratios to the best peer, on a logarithmic scale."""
-    drawn = [row for row in all_rows if row["ratio"] and not row["row"].startswith("allocation")]
+    drawn = [row for row in all_rows if row["ratio"]]
     left, width, height, step = 430, 420, 16, 20
     low, high = math.log(1 / 32), math.log(8)
 
@@ -316,8 +316,7 @@ def bullets(lines):
 
 def document(results, all_rows, growth, size_lines, name, slug):
     context = results.context
-    lost = [row for row in all_rows if row["ratio"] and row["ratio"].value > 1.005
-            and not row["row"].startswith("allocation")]
+    lost = [row for row in all_rows if row["ratio"] and row["ratio"].value > 1.005]
     short = [row for row in all_rows if verdict(row) in ("no", "unsure")]
     text = [
         f"# Benchmarks: {name}",
