@@ -605,6 +605,11 @@ TEST_F(VxTool, CompletionOffersWhatIsAccepted)
     put("a.ini", "[Video In]\nrate=1\n; no=1\n[Audio]\nx=1\n");
     EXPECT_EQ(offered("ini get a.ini ''"), (Set{"Audio", "Video\\ In"}));
     EXPECT_EQ(offered("ini get a.ini 'Video In' ''"), Set{"rate"});
+    put("b.ini", "[Video]\nrate=1\n[VIDEO]\nsize=1\n");
+    EXPECT_EQ(offered("--color never ini get b.ini vi"), Set{"Video"});
+    EXPECT_EQ(offered("ini get b.ini video ''"), (Set{"rate", "size"}));
+    EXPECT_EQ(offered("ini get -c b.ini VI"), Set{"VIDEO"});
+    EXPECT_EQ(offered("uuid -n 3 ''"), (Set{"new", "show"}));
 }
 
 } // namespace

@@ -1,37 +1,53 @@
 # Bash completion for vx. Sections and keys come from the file on the command line.
 
 # _vx_ini_words FILE [SECTION]: prints the sections of FILE, or the keys of SECTION, one per line.
+# The case of section names counts only if $exact is 1. Each section is printed once.
 _vx_ini_words()
 {
     local file=$1 section=${2-}
     [ -r "$file" ] || return
     # Like vx, keep the blanks inside the brackets.
-    awk -v wanted="$section" -v all="$#" '
+    awk -v wanted="$section" -v all="$#" -v exact="$exact" '
+        function plain(text) { return exact ? text : tolower(text) }
         { sub(/[[:space:]]+$/, ""); sub(/^ +/, "") }
-        /^\[.*\]$/ { name = substr($0, 2, length($0) - 2); if (all == 1) print name; next }
-        all == 2 && !/^[;#]/ && /=/ && (name == wanted || (wanted == "-" && name == "")) {
+        /^\[.*\]$/ { name = substr($0, 2, length($0) - 2); 
+            if (all == 1 && !seen[plain(name)]++) print name
+            next }
+        all == 2 && !/^[;#]/ && /=/ && (plain(name) == plain(wanted) || (wanted == "-" && name == "")) {
             print substr($0, 1, index($0, "=") - 1) }' "$file" 2>/dev/null
 }
 
-# Offers the lines of standard input that start with the current word.
+# Offers the lines of standard input that start with the current word; "section" as argument:
+# sections, whose case may not count.
 _vx_offer()
 {
-    local line
+    local line lower=0
     COMPREPLY=()
+    [[ ${1-} == section && $exact == 0 ]] && lower=1
     while IFS= read -r line; do
-        [[ $line == "$cur"* ]] && COMPREPLY+=("$(printf '%q' "$line")")
+        if [[ $line == "$cur"* ]] || { [[ $lower == 1 ]] && [[ ${line,,} == "${cur,,}"* ]]; }; then
+            COMPREPLY+=("$(printf '%q' "$line")")
+        fi
     done
 }
 
 _vx()
 {
     local cur=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-    local words=() word i
+    local words=() word i exact=0
     COMPREPLY=()
-    # The words before the current one, without options.
+    # The words before the current one, without options and their values.
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
-        [[ $word == -* && $word != - ]] || words+=("$word")
+        case $word in
+            --color | --pool | --output | --count | --explain | --core) ((i++)) ;;
+            -o) ((i++)) ;;
+            -n) [[ ${words[0]-} == uuid ]] && ((i++)) ;;
+            -c | --case-sensitive) exact=1 ;;
+            -) words+=("$word") ;;
+            -*) ;;
+            *) words+=("$word") ;;
+        esac
     done
     case $previous in
         --color)
@@ -43,6 +59,7 @@ _vx()
         --sysroot)
             mapfile -t COMPREPLY < <(compgen -d -- "$cur")
             return ;;
+        --explain) return ;;
         --pool | -n | --count)
             [[ ${words[0]-} == ini ]] || return ;;
     esac
@@ -81,7 +98,7 @@ _vx()
             compopt -o filenames 2>/dev/null
             mapfile -t COMPREPLY < <(compgen -f -- "$cur") ;;
         3:ini:show | 3:ini:get | 3:ini:set | 3:ini:unset)
-            _vx_offer < <(_vx_ini_words "${words[2]}" | sort -u) ;;
+            _vx_offer section < <(_vx_ini_words "${words[2]}" | sort) ;;
         4:ini:get | 4:ini:set | 4:ini:unset)
             _vx_offer < <(_vx_ini_words "${words[2]}" "${words[3]}" | sort -u) ;;
     esac
