@@ -201,7 +201,9 @@ TEST(Inspect, ReadsTenThousandNames)
     ASSERT_EQ(found["names"].size(), 10000u);
     EXPECT_EQ(found["names"][9999]["name"], "object 9999");
     EXPECT_NE(found["names"][9999]["object"], nullptr);
-    EXPECT_GE(found["memory"]["bytesOfSpans"], 10000 * 64);
+    // Null where the platform was built without small blocks.
+    const json& spans = found["memory"]["bytesOfSpans"];
+    EXPECT_TRUE(spans.is_null() || spans >= 10000 * 64) << spans;
 }
 
 TEST(Inspect, NeverMistakesABusyLockForAnythingElse)
