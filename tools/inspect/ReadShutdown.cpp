@@ -123,7 +123,7 @@ bool Reader::readCallbacks(Address set, bool firstPass, Address running,
 }
 
 // Returns whether nothing changed meanwhile.
-bool Reader::readPasses(Shutdown& shutdown)
+bool Reader::readPasses(ShutdownList& shutdown)
 {
     const auto& layout = *roots_.shutdown;
     std::vector<Callback>& callbacks = shutdown.callbacks;
@@ -158,7 +158,7 @@ void Reader::readShutdown()
     const auto status = process_.get<std::int32_t>(addressOf(layout.status));
     if (!status || *status < 0 || *status > 2)
         return note("the state of the shutdown cannot be read");
-    Shutdown shutdown;
+    ShutdownList shutdown;
     shutdown.status = *status;
     for (int i = 0; i < kMostLooks && !shutdown.complete; ++i)
         shutdown.complete = readPasses(shutdown);

@@ -25,7 +25,7 @@ private:
     bool readCallbacks(Address set, bool firstPass, Address running, std::vector<Callback>& into);
     std::optional<Callback> readCallback(Address item);
     Address functionOf(Address function) const;
-    bool readPasses(Shutdown& shutdown);
+    bool readPasses(ShutdownList& shutdown);
     void readApplication();
     void readPools();
     bool readPool(Address logger);

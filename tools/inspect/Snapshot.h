@@ -35,7 +35,7 @@ struct Callback {
     bool firstPass = false; ///< taken off the list by the first pass
 };
 
-struct Shutdown {
+struct ShutdownList {
     int status = 0; ///< Shutdown::status
     bool ended = false;
     bool complete = false; ///< the list could be read without changing meanwhile
@@ -91,7 +91,7 @@ struct Snapshot {
     std::vector<Lock> locks;
     std::vector<Deadlock> deadlocks;
     std::optional<Application> application;
-    std::optional<Shutdown> shutdown;
+    std::optional<ShutdownList> shutdown;
     std::vector<NamedObject> names;
     std::vector<Pool> pools;
     Memory memory;

@@ -64,7 +64,7 @@ Json shutdownOf(const InspectReport& report)
 {
     if (!report.snapshot.shutdown)
         return nullptr;
-    const Shutdown& shutdown = *report.snapshot.shutdown;
+    const ShutdownList& shutdown = *report.snapshot.shutdown;
     Json callbacks = Json::array();
     for (const Callback& callback : shutdown.callbacks)
         callbacks.push_back({{"priority", callback.priority},

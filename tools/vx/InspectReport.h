@@ -34,7 +34,7 @@ std::string summaryOf(const InspectReport& report);
 /// "thread 4121 'render'", or what is known of a thread that ended.
 std::string threadText(const inspect::Snapshot& snapshot, unsigned int thread);
 std::string deadlockText(const inspect::Snapshot& snapshot, const inspect::Deadlock& deadlock);
-const char* stateText(const inspect::Shutdown& shutdown);
+const char* stateText(const inspect::ShutdownList& shutdown);
 /// What a callback calls, as far as symbols tell.
 std::string callbackText(const InspectReport& report, const inspect::Callback& callback);
 

@@ -130,7 +130,7 @@ void printShutdown(const InspectReport& report)
         fmt::print("unknown\n");
         return;
     }
-    const Shutdown& shutdown = *report.snapshot.shutdown;
+    const ShutdownList& shutdown = *report.snapshot.shutdown;
     fmt::print("{}, {}\n", stateText(shutdown),
                count(shutdown.callbacks.size(), "callback", "callbacks"));
     Table table({{"PASS"}, {"PRIORITY", true}, {"FUNCTION"}, {"MODULE"}, {"STATE"}});
@@ -273,7 +273,7 @@ std::string deadlockText(const Snapshot& snapshot, const Deadlock& deadlock)
     return text;
 }
 
-const char* stateText(const Shutdown& shutdown)
+const char* stateText(const ShutdownList& shutdown)
 {
     static constexpr const char* kStates[] = {"running", "first pass of the shutdown",
                                               "final pass of the shutdown"};
