@@ -397,9 +397,10 @@ TEST_F(VxTool, DrawsPoolsOfAnyDemandAndManyRuns)
     const std::string name(150, 'n');
     std::string log;
     for (int run = 0; run < 400; ++run)
-        log += std::string(59, '-') + " D\n" + name + ": maxInUse 1 Peak Demand 0." +
-               std::to_string(10 + run % 17) + " allocs/sec @ 1 D\n" +
-               "Big: maxInUse 1 Peak Demand 900000 allocs/sec @ 1 D\n";
+        log.append(59, '-')
+            .append(" D\n" + name + ": maxInUse 1 Peak Demand 0.")
+            .append(std::to_string(10 + run % 17) + " allocs/sec @ 1 D\n")
+            .append("Big: maxInUse 1 Peak Demand 900000 allocs/sec @ 1 D\n");
     put("pool.log", log);
     const std::string terminal = vx("pools --plot pool.log").out;
     EXPECT_NE(terminal.find("\n" + name + "\n  runs 1-17     0.10 - 0.26  ####"), std::string::npos)
