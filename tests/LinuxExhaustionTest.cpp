@@ -34,7 +34,7 @@ bool lockIsFree(const std::string& path)
 }
 
 struct LinuxExhaustion : testing::Test {
-    /// Fails each of the allocations of \p work, which makes at least so many.
+    /// Fails each allocation of \p work in turn; it must make at least \p least of them.
     void exhaust(const char* name, unsigned int least, const std::function<void()>& work)
     {
         SCOPED_TRACE(name);

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-/// Encodes every character; what is not a code point becomes U+FFFD.
+/// Encodes every character; one that is not a code point becomes U+FFFD.
 inline std::string encodeUTF8(std::wstring_view wide)
 {
     std::string text;

@@ -5,7 +5,7 @@
 
 namespace inspect {
 
-/// \p mangled in C++ notation, or unchanged if it is no mangled name.
+/// \p mangled in C++ notation, or unchanged if it is not a mangled name.
 std::string demangled(const std::string& mangled);
 
 /// What a std::function's invoker calls: "main::{lambda()#1}" out of

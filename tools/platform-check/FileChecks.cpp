@@ -233,7 +233,7 @@ void names()
     const Wide victim = newPath("i");
     put(victim, "victim");
     const Wide stem(victim.c_str(), victim.length() - 1);
-    // U+0069 after the loss of high bits, then what is not a code point.
+    // U+0069 if the high bits are lost; then a character that is not a code point.
     for (const unsigned int c : {0xE9u, 0x169u, 0x10069u, 0xD869u, 0x110069u, 0x80000069u}) {
         Wide path = stem;
         path.push_back(static_cast<wchar_t>(c));

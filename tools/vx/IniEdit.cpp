@@ -185,8 +185,15 @@ std::size_t removeKey(const IniText& before, const IniPlace& place, std::string&
     return found.withKey.size();
 }
 
-void replaceIni(const std::string& path, const IniText& before, const std::string& after)
+void replaceIni(const std::string& path, const IniText& before, const std::string& after,
+                bool dryRun)
 {
+    if (dryRun || isStandardInput(path)) {
+        fmt::print("{}", after);
+        return;
+    }
+    if (after == before.bytes())
+        return;
     if (fileExists(path) ? readFile(path) != before.bytes() : !before.bytes().empty())
         throw Failure("changed", {inQuotes(path)});
     replaceFile(path, after);

@@ -23,8 +23,10 @@ std::string withValue(const IniText& before, const IniPlace& place, const std::s
 /// \returns the number of lines removed
 std::size_t removeKey(const IniText& before, const IniPlace& place, std::string& after);
 
-/// Replaces the file.
+/// Replaces the file by \p after, or prints that in a dry run or for standard input. A file that
+/// would not change is left alone.
 /// \throws Failure if it has changed since \p before was read, or cannot be replaced
-void replaceIni(const std::string& path, const IniText& before, const std::string& after);
+void replaceIni(const std::string& path, const IniText& before, const std::string& after,
+                bool dryRun);
 
 } // namespace tool

@@ -4,7 +4,6 @@
 #include "Terminal.h"
 
 #include <algorithm>
-#include <fmt/format.h>
 
 namespace tool {
 namespace {
@@ -78,10 +77,7 @@ Status format(const Options& options)
         throw std::logic_error("formatting would change what the file means");
     if (options.check)
         return after == before.bytes() ? kYes : complain("not-formatted", {inQuotes(options.file)});
-    if (options.dryRun || isStandardInput(options.file))
-        fmt::print("{}", after);
-    else if (after != before.bytes())
-        replaceIni(options.file, before, after);
+    replaceIni(options.file, before, after, options.dryRun);
     return kYes;
 }
 

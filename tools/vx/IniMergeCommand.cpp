@@ -30,10 +30,7 @@ Status merge(const Options& options)
     const IniText ours = readSide(options.ours, options.caseSensitive);
     const IniText theirs = readSide(options.theirs, options.caseSensitive);
     const IniMerged merged = mergedIni(base, ours, theirs, options.caseSensitive);
-    if (options.dryRun || isStandardInput(options.ours))
-        fmt::print("{}", merged.bytes);
-    else if (merged.bytes != ours.bytes())
-        replaceIni(options.ours, ours, merged.bytes);
+    replaceIni(options.ours, ours, merged.bytes, options.dryRun);
     if (merged.conflicts.empty())
         return kYes;
     const std::size_t count = merged.conflicts.size();

@@ -1,4 +1,4 @@
-// IniNames.h - Says that there is no such key or section.
+// IniNames.h - Reports a key or section that does not exist.
 #pragma once
 
 #include "Tool.h"

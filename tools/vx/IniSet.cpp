@@ -4,8 +4,6 @@
 #include "Strings.h"
 #include "Terminal.h"
 
-#include <fmt/format.h>
-
 namespace tool {
 namespace {
 
@@ -27,10 +25,7 @@ Status set(const Options& options)
     const IniPlace place{sectionArgument(options.section), vxString(options.key),
                          options.caseSensitive};
     const std::string after = withValue(before, place, options.value);
-    if (options.dryRun || isStandardInput(options.file))
-        fmt::print("{}", after);
-    else if (isNew || after != before.bytes())
-        replaceIni(options.file, before, after);
+    replaceIni(options.file, before, after, options.dryRun);
     return kYes;
 }
 

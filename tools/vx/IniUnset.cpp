@@ -4,8 +4,6 @@
 #include "IniNames.h"
 #include "Strings.h"
 
-#include <fmt/format.h>
-
 namespace tool {
 namespace {
 
@@ -26,10 +24,7 @@ Status unset(const Options& options)
     if (removeKey(before, place, after) == 0)
         return missingKey(options.file, before.sections(options.caseSensitive), place.section,
                           options.key);
-    if (options.dryRun || isStandardInput(options.file))
-        fmt::print("{}", after);
-    else
-        replaceIni(options.file, before, after);
+    replaceIni(options.file, before, after, options.dryRun);
     return kYes;
 }
 

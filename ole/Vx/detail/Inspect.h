@@ -121,7 +121,7 @@ struct InspectPlatformLocks {
     std::uint32_t recursion;    ///< 32 bits: entries of the owner beyond the first
     std::uint32_t owner;        ///< 64 bits: the number of the holder, 0 if free
     std::uint32_t futex;        ///< 32 bits: the word on which waiting threads sleep, 0 if free
-    std::uint32_t threadIdBits; ///< so many low bits of the number are the thread's identifier
+    std::uint32_t threadIdBits; ///< how many low bits of the number hold the thread's identifier
 };
 
 constexpr std::uint32_t kInspectMostClasses = 96;
