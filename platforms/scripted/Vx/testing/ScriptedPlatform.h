@@ -31,6 +31,8 @@ struct ScriptedFault {
 class ScriptedPlatform : public PlatformProxy {
 public:
     ScriptedPlatform();
+    ScriptedPlatform(const ScriptedPlatform&) = delete;
+    ScriptedPlatform& operator=(const ScriptedPlatform&) = delete;
     ~ScriptedPlatform() override;
 
     // Faults: the n-th call from now on fails, only that one or all from there on. 0 cancels.
