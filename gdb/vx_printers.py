@@ -22,7 +22,7 @@ import gdb.printing
 # Not __file__, which is another's if a script made gdb load this one.
 sys.path.insert(0, os.path.dirname(os.path.abspath(sys._getframe().f_code.co_filename)))
 import vx_formatters as vx
-import vx_inspect  # the commands "info vx"
+import vx_info  # the commands "info vx"
 
 # gdb rejects values larger than its max-value-size, by default 64 KiB.
 MOST_BYTES = 60000

@@ -1,4 +1,5 @@
-"""Formatters for lldb: show what Vx objects contain (vx_formatters.py).
+"""Formatters for lldb: show what Vx objects contain (vx_formatters.py). Also loads the command "vx"
+(vx_commands.py).
 
 Load them at lldb's prompt or in ~/.lldbinit:
 
@@ -17,6 +18,7 @@ import lldb
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path[:0] = [HERE, os.path.join(HERE, "..", "gdb")]  # installed; in the source tree
+import vx_commands
 import vx_formatters as vx
 
 
@@ -176,3 +178,4 @@ def __lldb_init_module(debugger, _):
         debugger.HandleCommand("type summary add -e -F %s.summary %s" % (__name__, options))
         debugger.HandleCommand("type synthetic add -l %s.Children %s" % (__name__, options))
     debugger.HandleCommand("type category enable Vx")
+    debugger.HandleCommand("command script add -c %s.vx_commands.Command vx" % __name__)

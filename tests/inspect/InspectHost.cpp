@@ -84,7 +84,7 @@ void waitForEnd()
 }
 
 // Thread i holds lock i and waits for lock i + 1.
-[[noreturn]] void deadlock(std::size_t count, bool isPrivate)
+void deadlock(std::size_t count, bool isPrivate)
 {
     static const char* const kThreads[] = {"ui", "render", "loader"};
     static const char* const kLocks[] = {"ProjectFile", "MediaCache", "Timeline"};
@@ -111,7 +111,6 @@ void waitForEnd()
             std::this_thread::yield();
         awaitAsleep(ids[i]);
     }
-    stay();
 }
 
 void atShutdown(bool final)
@@ -208,6 +207,16 @@ void hold(bool byThreadThatEnds)
     }
 }
 
+// A namespace of a plugin's own, which the global one leads to.
+void publishNamespace()
+{
+    auto& names = *Vx::NamedObjectsNamespace::getGlobalNamespaceInstance();
+    static Vx::NamedObjectsNamespace plugin("plugin");
+    names.create<Vx::NamedObjectsNamespace>("of the plugin", &plugin);
+    plugin.create<Vx::NamedObjectsNamespace>("up", &names); // a circle
+    plugin.lock<MediaCache>("inside");
+}
+
 void makeApplication()
 {
     new Editor;
@@ -215,6 +224,21 @@ void makeApplication()
     for (int i = 0; i < 5; ++i)
         pool->ltb_afterPop(nullptr, 0);
     pool->ltb_afterPush(nullptr, 0);
+}
+
+// Every command of a debugger has something to show.
+void doEverything()
+{
+    publishNamespace();
+    hold(true);
+    deadlock(2, true);
+    Shutdown::addCallback(
+        [] {
+            makeApplication();
+            stay();
+        },
+        300);
+    Shutdown::executeCallbacks(Shutdown::kOrderlyExit);
 }
 
 } // namespace
@@ -232,8 +256,10 @@ int main(int argc, char** argv)
         {"held", [] { hold(false); }},
         {"first-pass", [] { atShutdown(false); }},
         {"final-pass", [] { atShutdown(true); }},
+        {"published", publishNamespace},
         {"application", makeApplication},
         {"names", [number] { makeNames(number); }},
+        {"everything", doEverything},
         {"busy", enterAllTheTime},
         {"scribbled", [number] { scribble(static_cast<unsigned char>(number)); }},
         {"circles", makeCircles},

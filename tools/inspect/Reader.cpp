@@ -10,6 +10,7 @@ namespace {
 // Larger than any host's; what is longer is damaged.
 constexpr std::uint32_t kLongestString = 1 << 16;
 constexpr std::size_t kMostEntries = 1 << 20;
+constexpr std::size_t kMostNamespaces = 1 << 12;
 constexpr std::size_t kMostPools = 1 << 16;
 constexpr std::uint32_t kMostSpans = 1 << 20;
 
@@ -93,38 +94,57 @@ std::optional<std::string> Reader::cString(Address from) const
     return std::nullopt;
 }
 
+// The global namespace, and those that are published under a name in one of them.
 void Reader::readNames()
 {
-    const auto& layout = *roots_.names;
-    const auto space = process_.get<Address>(addressOf(layout.global));
-    if (!space)
+    const auto global = process_.get<Address>(addressOf(roots_.names->global));
+    if (!global)
         return note("the namespace cannot be read");
-    if (*space == 0)
-        return;
-    addLock(*space + layout.namespaceLock, "namespace " + text(*space + layout.namespaceName),
-            "namespace");
+    std::vector<Address> spaces;
+    if (*global != 0)
+        spaces.push_back(*global);
+    std::size_t first = 0; // of the names that the next namespace adds
+    for (std::size_t i = 0; i < spaces.size(); ++i) {
+        readNamespace(spaces[i]);
+        for (; first < snapshot_.names.size(); ++first) {
+            const NamedObject& name = snapshot_.names[first];
+            if (name.type == "N2Vx21NamedObjectsNamespaceE" && name.object != 0 &&
+                spaces.size() < kMostNamespaces &&
+                std::find(spaces.begin(), spaces.end(), name.object) == spaces.end())
+                spaces.push_back(name.object);
+        }
+    }
+}
+
+void Reader::readNamespace(Address space)
+{
+    const auto& layout = *roots_.names;
+    const std::string name = text(space + layout.namespaceName);
+    addLock(space + layout.namespaceLock, "namespace " + name, "namespace");
     // Entries are only ever added, at the end.
-    const Address head = *space + layout.entries;
+    const Address head = space + layout.entries;
     Address before = head;
     auto at = process_.get<Address>(head + kListNext);
     std::size_t damaged = 0;
     for (std::size_t count = 0; at && *at != head; ++count) {
         const auto previous = process_.get<Address>(*at + kListPrevious);
         const auto entry = process_.get<Address>(*at + kListValue);
-        if (count == kMostEntries || !previous || *previous != before || !entry)
-            return note(
-                fmt::format("the list of named objects is damaged after {} entries", count));
-        damaged += !readEntry(*entry);
+        if (snapshot_.names.size() + damaged >= kMostEntries || !previous || *previous != before ||
+            !entry)
+            return note(fmt::format("the list of named objects of namespace '{}' is damaged after "
+                                    "{} entries",
+                                    name, count));
+        damaged += !readEntry(*entry, name);
         before = *at;
         at = process_.get<Address>(*at + kListNext);
     }
     if (!at)
-        note("the list of named objects is damaged");
+        note(fmt::format("the list of named objects of namespace '{}' is damaged", name));
     if (damaged != 0)
-        note(fmt::format("{} named objects are damaged", damaged));
+        note(fmt::format("{} named objects of namespace '{}' are damaged", damaged, name));
 }
 
-bool Reader::readEntry(Address entry)
+bool Reader::readEntry(Address entry, const std::string& space)
 {
     const auto& layout = *roots_.names;
     const auto object = process_.get<Address>(entry + layout.object);
@@ -132,7 +152,7 @@ bool Reader::readEntry(Address entry)
     const auto name = string(entry + layout.objectName);
     if (!object || !type || !name)
         return false;
-    NamedObject found{*type, *name, *object, 0};
+    NamedObject found{space, *type, *name, *object, 0};
     found.lock = addLock(entry + layout.lock, *name, "named object");
     // A lock that is itself published under a name.
     if (*type == "15CriticalSection" && *object != 0)

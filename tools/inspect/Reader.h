@@ -20,7 +20,8 @@ public:
 
 private:
     void readNames();
-    bool readEntry(Address entry);
+    void readNamespace(Address space);
+    bool readEntry(Address entry, const std::string& space);
     void readShutdown();
     bool readCallbacks(Address set, bool firstPass, Address running, std::vector<Callback>& into);
     std::optional<Callback> readCallback(Address item);

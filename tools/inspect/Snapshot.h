@@ -19,7 +19,8 @@ struct Lock {
 };
 
 struct NamedObject {
-    std::string type; ///< mangled
+    std::string space; ///< the name of its namespace
+    std::string type;  ///< mangled
     std::string name;
     Address object = 0;   ///< null if there is none
     std::size_t lock = 0; ///< in Snapshot::locks

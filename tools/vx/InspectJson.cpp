@@ -83,7 +83,8 @@ Json namesOf(const InspectReport& report)
     Json names = Json::array();
     for (const NamedObject& name : report.snapshot.names) {
         const Lock& lock = report.snapshot.locks[name.lock];
-        names.push_back({{"type", demangled(name.type)},
+        names.push_back({{"namespace", name.space},
+                         {"type", demangled(name.type)},
                          {"name", name.name},
                          {"object", name.object != 0 ? Json(hex(name.object)) : Json(nullptr)},
                          {"lockOwner", lock.changing ? Json(nullptr) : Json(lock.owner)}});

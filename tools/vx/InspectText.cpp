@@ -164,15 +164,23 @@ void printNames(const InspectReport& report)
         fmt::print("none\n");
         return;
     }
-    Table table({{"TYPE"}, {"NAME"}, {"OBJECT"}, {"LOCK"}});
+    const bool several = snapshot.names.back().space != snapshot.names.front().space;
+    std::vector<Table::Column> columns = {{"TYPE"}, {"NAME"}, {"OBJECT"}, {"LOCK"}};
+    if (several)
+        columns.insert(columns.begin(), {"NAMESPACE"});
+    Table table(columns);
     const std::size_t shown =
         report.section.empty() ? std::min(kMostRows, snapshot.names.size()) : snapshot.names.size();
     for (std::size_t i = 0; i < shown; ++i) {
         const NamedObject& name = snapshot.names[i];
         const Lock& lock = snapshot.locks[name.lock];
-        table.add({tool::shown(demangled(name.type)), inQuotes(name.name),
-                   name.object != 0 ? fmt::format("{:#x}", name.object) : "none",
-                   lock.owner == 0 && !lock.changing ? "free" : ownerText(snapshot, lock)});
+        std::vector<std::string> row = {
+            tool::shown(demangled(name.type)), inQuotes(name.name),
+            name.object != 0 ? fmt::format("{:#x}", name.object) : "none",
+            lock.owner == 0 && !lock.changing ? "free" : ownerText(snapshot, lock)};
+        if (several)
+            row.insert(row.begin(), inQuotes(name.space));
+        table.add(std::move(row));
     }
     table.print();
     more(report, snapshot.names.size() - shown, "names");
