@@ -3,7 +3,9 @@
 # GdbPrintersTest.cpp from a core file. Exits with 77 if a debugger is missing.
 set -euo pipefail
 program=$1 library=$(readlink -f "$2") formatters=$3
-command -v gdb lldb >/dev/null || { echo "skipped: gdb or lldb is not installed"; exit 77; }
+for debugger in gdb lldb; do
+    command -v $debugger >/dev/null || { echo "skipped: $debugger is not installed"; exit 77; }
+done
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 export LC_ALL=C.UTF-8

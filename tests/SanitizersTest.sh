@@ -29,7 +29,11 @@ expect()
 
 tested=0
 for compiler in g++ clang++; do
-    command -v $compiler >/dev/null || continue
+    # Some distributions package the runtimes of clang++ separately.
+    echo 'int main() {}' | $compiler -fsanitize=thread -x c++ - -o host >out 2>&1 || {
+        echo "$compiler: not installed, or without sanitizers"
+        continue
+    }
     for options in '-O0 -fsanitize=thread' '-O2 -fsanitize=thread' '-O1 -fsanitize=address' '-O1'; do
         # shellcheck disable=SC2086
         $compiler -std=c++17 -gdwarf-4 $options host.cpp -o host "-I$headers" "$@" -pthread \
