@@ -105,6 +105,7 @@ TEST_F(VxTool, CheckFindsLinesThatLoadDifferently)
          "2:1 conflict-mark, 3:1 conflict-mark, 4:1 conflict-mark"},
         {"\xFF\xFE[\0A\0]\0\n\0x\0"s, "1:1 utf-16"},
         {"\0[\0A\0]\0\n\0x"s, "1:1 utf-16"},
+        {"[A]\nx=1\0\n\0\0"s, "2:4 zero-byte, 3:1 zero-byte"},
         {"[A]\rx=1\r", "1:1 top-lines, 1:1 unclosed-header, 1:4 carriage-return"},
     };
     for (const auto& row : rows)
@@ -446,6 +447,16 @@ TEST_F(VxTool, ListsTheSettingsOfEveryProgramAndCreatesNothing)
     EXPECT_EQ(json("settings show Editor")["settings"][1]["key"], "a=b");
     expect("settings set New.er A x 1 --create", 0, below + "New.er.ini: [A] x=1\n");
     expect("settings get New.er A x", 0, "1\n");
+
+    // The store that all programs share: the machine's if this user may write to its folder.
+    fs::create_directories(path("machine/Vx"));
+    const auto shared = [&](const std::string& arguments) {
+        return run("env XDG_CONFIG_DIRS=\"$PWD/machine\" '" VX_TOOL "'", arguments).out;
+    };
+    const std::string machine = path("machine/Vx/machine.ini");
+    EXPECT_EQ(shared("settings set - A x 2 --create"), machine + ": [A] x=2\n");
+    EXPECT_EQ(shared("settings show -"), machine + "\n\n[A]\n  x = 2\n");
+    EXPECT_EQ(shared("settings get - A x"), "2\n");
     fs::remove_all(path("home/.config"));
 }
 
@@ -466,6 +477,8 @@ const struct {
     {"output-failed", "ini show a.ini >/dev/full"},
     {"output-failed", "ini get --help >/dev/full"},
     {"output-failed", "--version >/dev/full"},
+    {"output-failed", "uuid -n 9999 >/dev/full"}, // more than a buffer
+    {"output-failed", "ini show a.ini >&-"},
     {"missing-file", "ini show missing.ini"},
     {"missing-file", "pools missing.log"},
     {"folder", "ini show folder"},
@@ -489,6 +502,8 @@ const struct {
     {"inspect-output-failed", "inspect --json >/dev/full"},
     {"inspect-usage", "inspect nothing"},
     {"inspect-what", "inspect locks"},
+    {"utf-16-file", "ini set utf16.ini A x 1"},
+    {"utf-16-file", "ini get utf16.ini A x"},
     {"binary-file", "ini fmt nul.ini"},
     {"conflicts", "ini merge empty a.ini other.ini -n"},
     {"unresolved", "ini merge a.ini a.ini marked.ini"},
@@ -502,6 +517,10 @@ const struct {
     {"no-such-pool", "pools bad.log --pool Nobody"},
     {"no-home", "settings", "env -u HOME '" VX_TOOL "'"},
     {"no-settings", "settings"},
+    {"unreadable-file", "settings get loop A x",
+     "env XDG_CONFIG_HOME=\"$PWD/config\" '" VX_TOOL "'"},
+    {"empty-program", "settings set '' A x 1 --create"},
+    {"no-program", "settings show -"},
     {"no-program", "settings set Nobody A x 1"},
     {"no-setting", "settings get E A x", "env XDG_CONFIG_HOME=\"$PWD/config\" '" VX_TOOL "'"},
     {"setting-not-stored", "settings set E A x 1 --create",
@@ -517,6 +536,8 @@ TEST_F(VxTool, SaysWhatIsWrongAndWhatToDo)
     fs::create_directories(path("config/Vx/programs"));
     put("closed/Vx", "");
     put("config/Vx/programs/E.ini", "");
+    fs::create_symlink("loop.ini", path("config/Vx/programs/loop.ini"));
+    put("utf16.ini", "\xFF\xFE[\0A\0]\0\n\0"s);
     put("nul.ini", "[A]\nx=\0\n"s);
     put("other.ini", "[A]\nx=2\n");
     put("marked.ini", "[A]\n=======\n");

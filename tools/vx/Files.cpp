@@ -7,6 +7,7 @@
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iFileSystem.h>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -147,7 +148,7 @@ void replaceFile(const std::string& path, const std::string& bytes)
 void writeOutput(const std::string& path, const std::string& bytes)
 {
     if (path == "-") {
-        fmt::print("{}", bytes);
+        std::fwrite(bytes.data(), 1, bytes.size(), stdout);
         return;
     }
     std::error_code error;

@@ -3,6 +3,7 @@
 
 #include <Vx/LightweightString.h>
 #include <string>
+#include <utility>
 
 namespace tool {
 
@@ -36,6 +37,7 @@ public:
     LoadableFile& operator=(const LoadableFile&) = delete;
 
     const std::string& bytes() const { return bytes_; }
+    std::string takeBytes() { return std::move(bytes_); }
     const LightweightString<wchar_t>& path() const { return path_; }
 
 private:

@@ -92,7 +92,7 @@ Status check(const Options& options)
         return complain("command-line", {"name either FILE or --explain", "vx ini check"});
     if (!options.code.empty())
         return explain(options.code);
-    const IniText text = readIni(*options.file, options.caseSensitive);
+    const IniText text = readAnyIni(*options.file, options.caseSensitive);
     std::size_t warnings = 0;
     Json list = Json::array();
     Printer printer(options);

@@ -5,6 +5,7 @@
 #include "Terminal.h"
 #include "Tool.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 #include <optional>
 
@@ -35,7 +36,7 @@ Found find(const IniText& text, const IniPlace& place)
         const IniLine& line = text.lines()[i];
         if (line.kind == IniLine::Kind::header) {
             top = false;
-            current = line.name;
+            current = line.name();
             if (!found.header && sameSection(current, place.section, place.caseSensitive))
                 found.header = i;
         }
@@ -43,12 +44,12 @@ Found find(const IniText& text, const IniPlace& place)
             continue;
         if (top)
             found.lastTop = i;
-        if (!isSplit(line.pair) || !sameSection(current, place.section, place.caseSensitive))
+        if (!line.isSplit() || !sameSection(current, place.section, place.caseSensitive))
             continue;
         // New lines are not added after a comment that contains '='.
-        if (!looksLikeComment(line.pair))
+        if (!line.isComment())
             found.lastPair = i;
-        if (line.pair.name == place.key)
+        if (line.key() == view(place.key))
             found.withKey.push_back(i);
     }
     return found;
@@ -122,6 +123,19 @@ std::string edited(const IniText& before, const IniPlace& place, const std::stri
     return writer.take();
 }
 
+/// Whether two documents have equal sections with equal lines in the same order.
+bool sameSections(const VxIniFile::Sections& a, const VxIniFile::Sections& b)
+{
+    const auto sameText = [](const Vx::AttribValuePair& x, const Vx::AttribValuePair& y) {
+        return x.text == y.text && x.name == y.name && x.value == y.value;
+    };
+    const auto same = [&](const auto& x, const auto& y) {
+        return x.first == y.first && std::equal(x.second.begin(), x.second.end(), y.second.begin(),
+                                                y.second.end(), sameText);
+    };
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), same);
+}
+
 /// Removes and returns the first pair with the wanted key.
 std::optional<Vx::AttribValuePair> takeFirst(VxIniFile::Sections& sections, const IniPlace& place)
 {
@@ -150,9 +164,9 @@ std::string reason(const IniPlace& place, const std::string& value)
     const IniLine& read = alone.lines()[1];
     if (read.kind == IniLine::Kind::header)
         return "the line would load as a section header";
-    if (read.kind == IniLine::Kind::pair && isSplit(read.pair))
-        return fmt::format("the line would load as key {} with value {}",
-                           inQuotes(view(read.pair.name)), inQuotes(view(read.pair.value)));
+    if (read.kind == IniLine::Kind::pair && read.isSplit())
+        return fmt::format("the line would load as key {} with value {}", inQuotes(read.key()),
+                           inQuotes(read.value()));
     return "the line would not load as a key and a value";
 }
 
@@ -188,10 +202,8 @@ std::size_t removeKey(const IniText& before, const IniPlace& place, std::string&
 void replaceIni(const std::string& path, const IniText& before, const std::string& after,
                 bool dryRun)
 {
-    if (dryRun || isStandardInput(path)) {
-        fmt::print("{}", after);
-        return;
-    }
+    if (dryRun || isStandardInput(path))
+        return writeOutput("-", after);
     if (after == before.bytes())
         return;
     if (fileExists(path) ? readFile(path) != before.bytes() : !before.bytes().empty())

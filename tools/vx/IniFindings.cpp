@@ -18,21 +18,6 @@ bool hasOuterBlanks(std::string_view name)
     return !name.empty() && (isBlank(name.front()) || isBlank(name.back()));
 }
 
-/// Whether every second byte of the first characters is NUL, or a UTF-16 mark precedes them.
-bool isUtf16(std::string_view bytes)
-{
-    const std::string_view start = bytes.substr(0, std::min<std::size_t>(bytes.size(), 64));
-    if (start.substr(0, 2) == "\xFF\xFE" || start.substr(0, 2) == "\xFE\xFF")
-        return true;
-    bool little = start.size() >= 4, big = little;
-    for (std::size_t i = 0; i < start.size(); ++i) {
-        const bool odd = i % 2 == 1, zero = start[i] == 0;
-        little = little && zero == odd;
-        big = big && zero != odd;
-    }
-    return little || big;
-}
-
 class Checker {
 public:
     Checker(const IniText& text, bool caseSensitive)
@@ -70,7 +55,7 @@ private:
     struct Section {
         std::size_t firstHeader = 0;
         LightweightString<char> spelling;
-        std::map<LightweightString<char>, std::size_t> keys; ///< key to its first line
+        std::map<std::string_view, std::size_t> keys; ///< key to its first line
     };
 
     void find(std::size_t line, std::size_t column, MessageRef message, MessageParts parts)
@@ -87,7 +72,7 @@ private:
     {
         endSection();
         inSection_ = true;
-        current_ = line_->name;
+        current_ = line_->name();
         headerLine_ = number_;
         checkName(view(current_));
         Section& section = sections_[current_];
@@ -137,9 +122,9 @@ private:
             warn(keptColumn(), "unclosed-header",
                  {line_->kept.find(']') == std::string_view::npos ? "missing" : "text after",
                   place()});
-        else if (looksLikeComment(line_->pair))
+        else if (line_->isComment())
             return;
-        else if (!isSplit(line_->pair))
+        else if (!line_->isSplit())
             warn(keptColumn(), "stray-line");
         else
             checkKey();
@@ -147,23 +132,21 @@ private:
 
     void checkKey()
     {
-        const LightweightString<char>& key = line_->pair.name;
-        const std::string_view value(line_->pair.value);
-        const std::size_t valueColumn = keptColumn() + key.length() + 1;
+        const std::string_view key = line_->key(), value = line_->value();
+        const std::size_t valueColumn = keptColumn() + key.size() + 1;
         if (!inSection_)
-            warn(keptColumn(), "top-key", {inQuotes(view(key))});
+            warn(keptColumn(), "top-key", {inQuotes(key)});
         if (key.empty())
             warn(keptColumn(), "no-key");
-        else if (hasOuterBlanks(view(key)))
-            warn(keptColumn(), "blanks-around-key", {inQuotes(view(key)), inQuotes(value)});
+        else if (hasOuterBlanks(key))
+            warn(keptColumn(), "blanks-around-key", {inQuotes(key), inQuotes(value)});
         else if (!value.empty() && isBlank(value.front()))
             warn(valueColumn, "blanks-before-value", {inQuotes(value)});
         const std::size_t blanks = std::min(value.find_first_not_of(" \t"), value.size());
         addValueFindings(findings_, value.substr(blanks), number_, valueColumn + blanks);
         const auto [first, isNew] = sections_[current_].keys.emplace(key, number_);
         if (!isNew)
-            warn(keptColumn(), "duplicate-key",
-                 {inQuotes(view(key)), fmt::format("{}", first->second)});
+            warn(keptColumn(), "duplicate-key", {inQuotes(key), fmt::format("{}", first->second)});
     }
 
     std::string place() const

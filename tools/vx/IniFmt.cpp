@@ -29,10 +29,7 @@ std::string_view trimmed(const IniLine& line)
     return raw;
 }
 
-bool isComment(const IniLine& line)
-{
-    return line.kind == IniLine::Kind::pair && looksLikeComment(line.pair);
-}
+bool isComment(const IniLine& line) { return line.kind == IniLine::Kind::pair && line.isComment(); }
 
 std::string formatted(const IniText& text)
 {
@@ -73,7 +70,7 @@ Status format(const Options& options)
 {
     const IniText before = readTextIni(options.file, true);
     const std::string after = formatted(before);
-    if (!sameSections(before.sections(true), IniText(after).sections(true)))
+    if (!before.loadsAs(IniText(after).sections(true)))
         throw std::logic_error("formatting would change what the file means");
     if (options.check)
         return after == before.bytes() ? kYes : complain("not-formatted", {inQuotes(options.file)});

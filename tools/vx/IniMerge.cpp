@@ -64,10 +64,9 @@ struct Document {
         Block* current = &blocks.add(VxIniFile::kAnonymousSection(), {{}, nullptr});
         for (const IniLine& line : text.lines()) {
             if (line.kind == IniLine::Kind::header)
-                current = &blocks.add(line.name, {std::exchange(tail, {}), &line});
-            else if (line.kind == IniLine::Kind::pair && isSplit(line.pair) &&
-                     !looksLikeComment(line.pair))
-                current->items.add(line.pair.name, {std::exchange(tail, {}), &line});
+                current = &blocks.add(line.name(), {std::exchange(tail, {}), &line});
+            else if (line.kind == IniLine::Kind::pair && line.isSplit() && !line.isComment())
+                current->items.add(vxString(line.key()), {std::exchange(tail, {}), &line});
             else
                 tail.push_back(&line);
         }
@@ -205,7 +204,7 @@ private:
 
     static bool same(const Item* a, const Item* b)
     {
-        return a == nullptr || b == nullptr ? a == b : a->line->pair.value == b->line->pair.value;
+        return a == nullptr || b == nullptr ? a == b : a->line->value() == b->line->value();
     }
 
     void mergeItem(const LightweightString<char>& section, const Versions<Item>& versions)
@@ -220,7 +219,7 @@ private:
         }
         add(versions.lead());
         const Item& any = ours != nullptr ? *ours : *theirs;
-        result_.conflicts.push_back(shown(view(any.line->pair.name)) + " " + sectionPlace(section));
+        result_.conflicts.push_back(shown(any.line->key()) + " " + sectionPlace(section));
         mark("<<<<<<< ours");
         if (ours != nullptr)
             add(*ours->line);

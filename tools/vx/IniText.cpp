@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstring>
+#include <map>
 
 namespace tool {
 namespace {
@@ -33,15 +34,11 @@ std::string_view keptPart(std::string_view raw, bool first)
 IniLine makeLine(std::string_view raw, bool ended, bool first)
 {
     const std::string_view kept = keptPart(raw, first);
-    IniLine line{
-        raw, kept, ended, IniLine::Kind::pair, {}, Vx::AttribValuePair(vxString(kept), '=')};
-    if (isEssentiallyEmpty(vxString(kept))) {
+    IniLine line{raw, kept, ended, IniLine::Kind::pair};
+    if (isEssentiallyEmpty(vxString(kept)))
         line.kind = IniLine::Kind::blank;
-    } else if (kept.front() == '[' && kept.back() == ']') {
+    else if (kept.front() == '[' && kept.back() == ']')
         line.kind = IniLine::Kind::header;
-        if (kept.size() > 1)
-            line.name = vxString(kept.substr(1, kept.size() - 2));
-    }
     return line;
 }
 
@@ -73,6 +70,33 @@ std::string_view IniLine::head() const
 
 std::string_view IniLine::tail() const { return raw.substr(head().size() + kept.size()); }
 
+LightweightString<char> IniLine::name() const
+{
+    return kept.size() > 1 ? vxString(kept.substr(1, kept.size() - 2)) : LightweightString<char>();
+}
+
+bool IniLine::isSplit() const
+{
+    // The library finds '=' with strchr, so not after a NUL.
+    const std::size_t at = kept.find('=');
+    return at != kept.npos && kept.substr(0, at).find('\0') == kept.npos;
+}
+
+std::string_view IniLine::key() const
+{
+    return isSplit() ? kept.substr(0, kept.find('=')) : std::string_view();
+}
+
+std::string_view IniLine::value() const
+{
+    return isSplit() ? kept.substr(kept.find('=') + 1) : std::string_view();
+}
+
+bool IniLine::isComment() const
+{
+    return !kept.empty() && (kept.front() == ';' || kept.front() == '#');
+}
+
 std::string lineEnd(const IniText& text)
 {
     if (text.lines().empty() || !text.lines().front().ended)
@@ -84,6 +108,7 @@ std::string lineEnd(const IniText& text)
 IniText::IniText(std::string bytes) : bytes_(std::make_shared<const std::string>(std::move(bytes)))
 {
     const std::string_view all(*bytes_);
+    lines_.reserve(1 + static_cast<std::size_t>(std::count(all.begin(), all.end(), '\n')));
     for (std::size_t begin = 0; begin < all.size();) {
         const std::size_t end = std::min(all.find('\n', begin), all.size());
         lines_.push_back(makeLine(all.substr(begin, end - begin), end < all.size(), begin == 0));
@@ -97,28 +122,61 @@ VxIniFile::Sections IniText::sections(bool caseSensitive) const
     LightweightString<char> current = VxIniFile::kAnonymousSection();
     for (const IniLine& line : lines_) {
         if (line.kind == IniLine::Kind::header)
-            current = line.name;
+            current = line.name();
         else if (line.kind == IniLine::Kind::pair)
-            result[current].push_back(line.pair);
+            result[current].push_back(Vx::AttribValuePair(vxString(line.kept), '='));
     }
     return result;
 }
 
-bool sameSections(const VxIniFile::Sections& a, const VxIniFile::Sections& b)
+bool IniText::loadsAs(const VxIniFile::Sections& sections) const
 {
-    const auto sameText = [](const Vx::AttribValuePair& x, const Vx::AttribValuePair& y) {
-        return x.text == y.text && x.name == y.name && x.value == y.value;
-    };
-    const auto same = [&](const auto& x, const auto& y) {
-        return x.first == y.first && std::equal(x.second.begin(), x.second.end(), y.second.begin(),
-                                                y.second.end(), sameText);
-    };
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), same);
+    // The pair that the next line of each section must be. No second document is made: it would
+    // need as much memory as the first.
+    std::map<const VxIniFile::Pairs*, VxIniFile::Pairs::const_iterator> next;
+    LightweightString<char> name = VxIniFile::kAnonymousSection();
+    auto section = sections.find(name);
+    for (const IniLine& line : lines_) {
+        if (line.kind == IniLine::Kind::header)
+            section = sections.find(name = line.name());
+        if (line.kind != IniLine::Kind::pair)
+            continue;
+        if (section == sections.end())
+            return false;
+        const auto [expected, isFirst] =
+            next.try_emplace(&section->second, section->second.begin());
+        // A section is spelled as it was first.
+        if ((isFirst && section->first != name) || expected->second == section->second.end())
+            return false;
+        const Vx::AttribValuePair& pair = *expected->second++;
+        if (view(pair.text) != line.kept || view(pair.name) != line.key() ||
+            view(pair.value) != line.value())
+            return false;
+    }
+    return next.size() == sections.size() &&
+           std::all_of(next.begin(), next.end(),
+                       [](const auto& place) { return place.second == place.first->end(); });
+}
+
+bool isUtf16(std::string_view bytes)
+{
+    const std::string_view start = bytes.substr(0, std::min<std::size_t>(bytes.size(), 64));
+    if (start.substr(0, 2) == "\xFF\xFE" || start.substr(0, 2) == "\xFE\xFF")
+        return true;
+    bool little = start.size() >= 4, big = little;
+    for (std::size_t i = 0; i < start.size(); ++i) {
+        const bool odd = i % 2 == 1, zero = start[i] == 0;
+        little = little && zero == odd;
+        big = big && zero != odd;
+    }
+    return little || big;
 }
 
 VxIniFile loadIni(const std::string& path, bool caseSensitive)
 {
     const LoadableFile file(path);
+    if (isUtf16(file.bytes()))
+        throw Failure("utf-16-file", {inQuotes(path)});
     VxIniFile ini(caseSensitive);
     if (ini.load(file.path(), '\n'))
         return ini;
@@ -127,17 +185,25 @@ VxIniFile loadIni(const std::string& path, bool caseSensitive)
     throw Failure("read-failed", {inQuotes(path), "the library cannot load it"});
 }
 
-IniText readIni(const std::string& path, bool caseSensitive)
+IniText readAnyIni(const std::string& path, bool caseSensitive)
 {
-    const LoadableFile file(path);
-    IniText lines(file.bytes());
+    LoadableFile file(path);
+    IniText lines(file.takeBytes());
     VxIniFile ini(caseSensitive);
     ini.load(file.path(), '\n'); // fails for an empty file, which has no lines either
-    if (sameSections(ini.sections, lines.sections(caseSensitive)))
+    if (lines.loadsAs(ini.sections))
         return lines;
-    if (file.bytes() != readFile(path))
+    if (lines.bytes() != readFile(path))
         throw Failure("changed", {inQuotes(path)});
     throw std::logic_error(path + " loads differently than vx reads its lines");
+}
+
+IniText readIni(const std::string& path, bool caseSensitive)
+{
+    IniText text = readAnyIni(path, caseSensitive);
+    if (isUtf16(text.bytes()))
+        throw Failure("utf-16-file", {inQuotes(path)});
+    return text;
 }
 
 IniText readTextIni(const std::string& path, bool caseSensitive)

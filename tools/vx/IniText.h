@@ -10,7 +10,7 @@
 
 namespace tool {
 
-/// One line of the file.
+/// One line of the file. It refers to the file's bytes.
 struct IniLine {
     enum class Kind {
         blank,  ///< not part of the document
@@ -22,11 +22,15 @@ struct IniLine {
     std::string_view kept; ///< the part of raw that load() keeps
     bool ended;            ///< whether a '\n' follows
     Kind kind;
-    LightweightString<char> name; ///< of a header
-    Vx::AttribValuePair pair;     ///< of a pair; name and value are empty without '='
 
     std::string_view head() const; ///< the part of raw before kept
     std::string_view tail() const; ///< the part of raw after kept
+
+    LightweightString<char> name() const; ///< of a header
+    bool isSplit() const;                 ///< whether the library splits this pair at '='
+    std::string_view key() const;         ///< of a pair; key and value are empty unless it is split
+    std::string_view value() const;
+    bool isComment() const; ///< whether a pair starts like a comment
 };
 
 /// Whether the library split \p pair at '='.
@@ -48,6 +52,9 @@ public:
     /// The sections that these lines load as.
     VxIniFile::Sections sections(bool caseSensitive) const;
 
+    /// Whether they load as \p sections.
+    bool loadsAs(const VxIniFile::Sections& sections) const;
+
 private:
     std::shared_ptr<const std::string> bytes_; // shared by copies; the lines point into it
     std::vector<IniLine> lines_;
@@ -56,18 +63,21 @@ private:
 /// The line ending of the file; by default the one that the library writes.
 std::string lineEnd(const IniText& text);
 
-/// Whether two documents have equal sections with equal lines in the same order.
-bool sameSections(const VxIniFile::Sections& a, const VxIniFile::Sections& b);
+/// Whether \p bytes start with a UTF-16 mark, or with characters of which every second byte is NUL.
+bool isUtf16(std::string_view bytes);
 
 /// Loads a file with the library.
-/// \throws Failure if load() fails
+/// \throws Failure if load() fails, or the file is UTF-16
 VxIniFile loadIni(const std::string& path, bool caseSensitive);
 
 /// Reads the lines of a file and checks them against the document that load() makes of it.
-/// \throws Failure if the file cannot be read, or the two disagree
+/// \throws Failure if the file cannot be read or is UTF-16, or the two disagree
 IniText readIni(const std::string& path, bool caseSensitive);
 
-/// readIni(), but refuses a file with NUL bytes, such as UTF-16.
+/// readIni(), but accepts UTF-16.
+IniText readAnyIni(const std::string& path, bool caseSensitive);
+
+/// readIni(), but refuses a file with NUL bytes.
 IniText readTextIni(const std::string& path, bool caseSensitive);
 
 /// The section that a command line argument names: "-" means the lines before the first.

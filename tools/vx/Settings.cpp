@@ -26,6 +26,8 @@ struct Options {
 std::set<std::string> storesIn(const fs::path& folder)
 {
     std::set<std::string> stores;
+    if (!isReadable(folder))
+        return stores;
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(folder, error))
         if (const fs::path& file = entry.path();
@@ -98,8 +100,7 @@ Status list(bool json)
     }
     Json shared = Json::array();
     for (const fs::path& file : {user / "machine.ini", machineSettingsFolder() / "machine.ini"}) {
-        std::error_code error;
-        if (!fs::exists(file, error))
+        if (!isReadable(file))
             continue;
         table.add({"(all programs)", "", shown(file.string())});
         shared.push_back(file.string());
@@ -129,8 +130,11 @@ Status show(const Options& options)
     return static_cast<Status>(runAs(store, [&] {
         Json values = Json::array();
         std::string section;
+        const bool inherits = !store.inherited.empty() && isReadable(store.inherited);
         if (!options.json)
             fmt::print("{}\n", paint(Colour::dim, shown(store.file.string())));
+        if (!options.json && inherits)
+            fmt::print("{}\n", paint(Colour::dim, "inherits " + shown(store.inherited.string())));
         for (const auto& setting : settingsIn(store)) {
             const std::string value = valueOf(store, setting.first, setting.second).value_or("");
             if (options.json) {
@@ -144,8 +148,10 @@ Status show(const Options& options)
             fmt::print("  {} = {}\n", paint(Colour::blue, shown(setting.second)), shown(value));
         }
         if (options.json)
-            printJson({{"file", store.file.string()}, {"settings", values}});
-        return std::fflush(stdout) == 0 ? kYes : complain("output-failed");
+            printJson({{"file", store.file.string()},
+                       {"inherits", inherits ? Json(store.inherited.string()) : Json(nullptr)},
+                       {"settings", values}});
+        return kYes;
     }));
 }
 
@@ -162,7 +168,7 @@ Status get(const Options& options)
         if (!value)
             return complain("no-setting", {inQuotes(options.key), inQuotes(options.section),
                                            inQuotes(store.file.string())});
-        return std::fflush(stdout) == 0 ? kYes : complain("output-failed");
+        return kYes;
     }));
 }
 

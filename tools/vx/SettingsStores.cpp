@@ -1,14 +1,18 @@
 #include "SettingsStores.h"
 
 #include "Strings.h"
+#include "Terminal.h"
 #include "Tool.h"
 
 #include <cerrno>
 #include <charconv>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <sstream>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <unistd.h>
@@ -65,6 +69,43 @@ std::string unescaped(const std::string& text)
     return result;
 }
 
+bool mayReplaceFilesIn(const fs::path& folder)
+{
+    struct stat status = {};
+    if (access(folder.c_str(), W_OK | X_OK) != 0 || stat(folder.c_str(), &status) != 0)
+        return false;
+    return (status.st_mode & S_ISVTX) == 0 || geteuid() == 0 || geteuid() == status.st_uid;
+}
+
+using Names = std::set<std::pair<std::string, std::string>>;
+
+void addSaved(Names& names, const fs::path& file)
+{
+    std::string section, line;
+    std::ifstream saved(file);
+    while (std::getline(saved, line)) {
+        line = trimmed(line);
+        if (line.size() > 1 && line.front() == '[' && line.back() == ']')
+            section = unescaped(trimmed(line.substr(1, line.size() - 2)));
+        else if (!line.empty() && line[0] != ';' && line[0] != '#' && line.find('=') != line.npos)
+            names.emplace(section, unescaped(trimmed(line.substr(0, line.find('=')))));
+    }
+}
+
+/// Adds the names in a journal. A line has a checksum, section, key and value, separated by tabs.
+void addRecorded(Names& names, const fs::path& file)
+{
+    std::string line;
+    std::ifstream journal(file);
+    while (std::getline(journal, line)) {
+        std::istringstream fields(line);
+        std::string checksum, section, key;
+        if (std::getline(fields, checksum, '\t') && std::getline(fields, section, '\t') &&
+            std::getline(fields, key, '\t'))
+            names.emplace(unescaped(section), unescaped(key));
+    }
+}
+
 } // namespace
 
 fs::path userSettingsFolder()
@@ -88,44 +129,41 @@ fs::path machineSettingsFolder()
     return "/etc/xdg/Vx";
 }
 
+bool isReadable(const fs::path& path)
+{
+    if (access(path.c_str(), R_OK) == 0)
+        return true;
+    if (errno == ENOENT || errno == ENOTDIR)
+        return false;
+    throw Failure("unreadable-file", {inQuotes(path.string()), std::strerror(errno)});
+}
+
 bool SettingsStore::exists() const
 {
-    std::error_code error;
-    return fs::exists(file, error) ||
-           fs::exists(fs::path(file).replace_extension(".journal"), error);
+    const bool saved = isReadable(file);
+    const bool recorded = isReadable(fs::path(file).replace_extension(".journal"));
+    return saved || recorded || (!inherited.empty() && isReadable(inherited));
 }
 
 SettingsStore settingsStore(const std::string& program)
 {
+    if (program.empty())
+        throw Failure("empty-program");
     if (program != "-")
         return {0, program, userSettingsFolder() / "programs" / (fileNameOf(program) + ".ini")};
     const fs::path machine = machineSettingsFolder();
-    const bool ours = access(machine.c_str(), W_OK | X_OK) == 0;
-    return {1, "", (ours ? machine : userSettingsFolder()) / "machine.ini"};
+    if (mayReplaceFilesIn(machine))
+        return {1, "", machine / "machine.ini"};
+    return {1, "", userSettingsFolder() / "machine.ini", machine / "machine.ini"};
 }
 
 std::set<std::pair<std::string, std::string>> settingsIn(const SettingsStore& store)
 {
-    std::set<std::pair<std::string, std::string>> keys;
-    std::string section, line;
-    std::ifstream saved(store.file);
-    while (std::getline(saved, line)) {
-        line = trimmed(line);
-        if (line.size() > 1 && line.front() == '[' && line.back() == ']')
-            section = unescaped(trimmed(line.substr(1, line.size() - 2)));
-        else if (!line.empty() && line[0] != ';' && line[0] != '#' && line.find('=') != line.npos)
-            keys.emplace(section, unescaped(trimmed(line.substr(0, line.find('=')))));
-    }
-    // A line of the journal: checksum, section, key and value, separated by tabs.
-    std::ifstream journal(fs::path(store.file).replace_extension(".journal"));
-    while (std::getline(journal, line)) {
-        std::istringstream fields(line);
-        std::string checksum, key, value;
-        if (std::getline(fields, checksum, '\t') && std::getline(fields, section, '\t') &&
-            std::getline(fields, key, '\t'))
-            keys.emplace(unescaped(section), unescaped(key));
-    }
-    return keys;
+    Names names;
+    addSaved(names, store.inherited);
+    addSaved(names, store.file);
+    addRecorded(names, fs::path(store.file).replace_extension(".journal"));
+    return names;
 }
 
 int runAs(const SettingsStore& store, const std::function<int()>& action)
@@ -138,19 +176,14 @@ int runAs(const SettingsStore& store, const std::function<int()>& action)
         std::string name = store.program;
         if (!name.empty())
             program_invocation_short_name = name.data();
-        int status = 3;
-        try {
-            status = action();
-        } catch (const std::exception&) {
-            status = 3; // the parent says what did not happen
-        }
-        std::fflush(stdout);
-        _exit(status);
+        _exit(run([&] { return static_cast<Status>(action()); }));
     }
     int status = -1;
     while (waitpid(child, &status, 0) == -1 && errno == EINTR)
         ;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    if (WIFSIGNALED(status))
+        std::raise(WTERMSIG(status)); // as SIGPIPE when a pipe's reader has gone
+    return WIFEXITED(status) ? WEXITSTATUS(status) : kFailed;
 }
 
 } // namespace tool

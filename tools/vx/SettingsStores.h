@@ -20,19 +20,25 @@ struct SettingsStore {
     int scope;                  ///< for iShell::getSettings()
     std::string program;        ///< empty if shared
     std::filesystem::path file; ///< where values are saved; it may not exist yet
+    /// The file that gives the values that are missing in the store; empty if none does.
+    std::filesystem::path inherited = {};
 
-    /// Whether the store or its journal exists.
+    /// Whether there are settings. \throws Failure if their files may not be read
     bool exists() const;
 };
 
 /// \param program "-" means the settings that programs share.
+/// \throws Failure if it is empty
 SettingsStore settingsStore(const std::string& program);
 
-/// Section and key of every setting in the store and its journal, in order.
+/// Section and key of every setting in the store, its journal and what it inherits, in order.
 std::set<std::pair<std::string, std::string>> settingsIn(const SettingsStore& store);
 
-/// Runs \p action in a child process that counts as \p store's program, and returns its exit
-/// status or -1. Each process has the settings of one program, as of when it first asks.
+/// Whether \p path exists. \throws Failure if it may not be read
+bool isReadable(const std::filesystem::path& path);
+
+/// Runs \p action as run() does, in a child process that counts as \p store's program, and returns
+/// its exit status. Each process has the settings of one program, as of when it first asks.
 int runAs(const SettingsStore& store, const std::function<int()>& action);
 
 } // namespace tool

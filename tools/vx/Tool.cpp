@@ -51,7 +51,9 @@ Status run(const Action& action)
     } catch (const std::bad_alloc&) {
         complain("out-of-memory");
     } catch (const std::exception& e) {
-        complain("internal", {e.what()});
+        // fmt throws when standard output fails, which is reported below.
+        if (std::ferror(stdout) == 0)
+            complain("internal", {e.what()});
     }
     // Output redirected to a full disk must not look like success.
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
