@@ -21,6 +21,10 @@ from xml.sax.saxutils import escape
 
 OURS = "Vx"
 FLOOR = "floor: "
+DARK_SCHEME = (
+    '<style>@media (prefers-color-scheme: dark) { [fill="white"] { fill: #17191d }'
+    ' text { fill: #d7dde4 } [fill="#555"] { fill: #9aa5b1 } [stroke="#ddd"] { stroke: #343941 }'
+    ' [stroke="#333"], [stroke="#222"] { stroke: #d7dde4 } }</style>')
 NO_RIVAL = re.compile("UTF-16|^Vx,")  # half the bytes; Vx itself under other conditions
 
 
@@ -278,6 +282,7 @@ def picture(all_rows):
     parts = [
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{left + width + 70}" height="{bottom + 20}"'
         ' font-family="sans-serif" font-size="12">',
+        DARK_SCHEME,
         '<rect width="100%" height="100%" fill="white"/>',
         '<text x="10" y="20" font-size="15">Vx divided by the best peer'
         " (shorter is better; the mark is the goal)</text>",
