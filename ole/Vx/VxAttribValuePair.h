@@ -49,7 +49,7 @@ public:
 
     ~AttribValuePair();
 
-    /// Assigns what the form of \p other says:
+    /// Assigns the parts that the form of \p other names.
     ///   0: everything.
     ///   1: its text, split at '='; the form becomes 0.
     ///   2: its name and value; the text of this pair is kept, the form becomes 2.
@@ -59,7 +59,7 @@ public:
     /// Returns whether name and value are both non-empty; false in form 1.
     bool valid() const;
 
-    /// Compares what counts in the two forms:
+    /// Compares the parts that count in the two forms.
     ///   0 and 0: names and values, or else the texts.
     ///   1 and 1, 0 and 1: the texts.
     ///   2 and 2, 0 and 2: names and values.

@@ -34,7 +34,7 @@ public:
     /// All sections by name.
     using Sections = VxIniFile_Private::Sections;
 
-    /// Visits the sections in map order:
+    /// Visits the sections in map order.
     ///
     ///     for (auto it = ini.getSectionIterator(); it.valid(); ++it) show(it.name(), *it);
     ///

@@ -1,5 +1,7 @@
-"""doxygen-filter.py HEADER: prints the header in the form that Doxygen expects.
+"""filter.py FILE: prints a header or a guide in the form that Doxygen expects.
 
+In a guide, code between backticks that has a quote in it gets two backticks, since Doxygen takes
+`'` for the end of a quotation. In a header:
 - The first comment of a header describes the file.
 - A line of a docstring that starts with a label ("Thread safety: any thread.") becomes a paragraph
   with a title; one that starts with a number ("0: everything.") becomes a list item.
@@ -68,9 +70,16 @@ def statements(lines):
     yield "other", pending
 
 
-def main():
-    with open(sys.argv[1], encoding="utf-8") as header:
-        lines = header.read().splitlines()
+def print_guide(lines):
+    fenced = False
+    for line in lines:
+        fenced ^= line.startswith("```")
+        if not fenced and not line.startswith("    "):
+            line = re.sub(r"(?<!`)`([^`]*'[^`]*)`(?!`)", r"``\1``", line)
+        print(line)
+
+
+def print_header(lines):
     about = re.match(r"// \S+ - (.)(.*)", lines[0]) if lines else None
     if about:
         lines[0] = "/// \\brief " + about[1].upper() + about[2]
@@ -99,6 +108,15 @@ def main():
                 text = words + text
             fresh = False
         print("\n".join(text))
+
+
+def main():
+    with open(sys.argv[1], encoding="utf-8") as file:
+        lines = file.read().splitlines()
+    if sys.argv[1].endswith(".md"):
+        print_guide(lines)
+    else:
+        print_header(lines)
 
 
 main()
