@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cctype>
 #include <iterator>
+#include <string_view>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace Vx::detail {
 
@@ -52,18 +54,27 @@ void reserveMore(Pairs& pairs, std::size_t count)
         pairs.reserve(std::max(needed, 2 * pairs.capacity()));
 }
 
+// Positions in the file, which take half the memory of pointers.
 struct Line {
-    const char* begin;
-    const char* end;
+    unsigned int begin;
+    unsigned int length;
 };
 
-// Collects the lines of a section, so that its pairs are allocated at once.
+// The lines after one header. Names may repeat.
+struct Section {
+    std::string_view name; // with a NUL after it
+    std::size_t firstLine;
+    std::size_t endLine;
+};
+
+// Notes where the lines of the sections are, and makes the pairs once it has seen them all: made in
+// map order, sections enter the map without a search and lie in memory as they will be visited.
 class SectionReader {
 public:
-    explicit SectionReader(const Text& firstName) : name_(firstName) {}
+    SectionReader(char* data, const Text& firstName) : data_(data), sections_{{firstName, 0, 0}} {}
 
     /// \returns false if the line is too long
-    bool take(const char* begin, const char* end)
+    bool take(char* begin, char* end)
     {
         while (begin != end && *begin == ' ')
             ++begin;
@@ -71,95 +82,105 @@ public:
             --end;
         if (begin == end)
             return true;
-        if (static_cast<std::size_t>(end - begin) > kLongestLine)
+        const auto length = static_cast<std::size_t>(end - begin);
+        if (length > kLongestLine)
             return false;
         if (*begin == '[' && end[-1] == ']') {
-            finishSection();
-            name_.clear();
-            copyExactly(begin + 1, end - 1, name_);
+            removeEmptySection();
+            end[-1] = 0; // The order of sections is that of C strings.
+            sections_.push_back({{begin + 1, length - 2}, lines_.size(), lines_.size()});
         } else {
-            lines_.push_back({begin, end});
+            lines_.push_back(
+                {static_cast<unsigned int>(begin - data_), static_cast<unsigned int>(length)});
+            sections_.back().endLine = lines_.size();
         }
         return true;
     }
 
-    /// Moves everything that was read to \p sections, which is empty.
+    /// Makes everything that was read. \p sections is empty.
     void finish(Sections& sections)
     {
-        finishSection();
+        removeEmptySection();
         const auto before = [less = sections.key_comp()](const Section& a, const Section& b) {
-            return less(a.name, b.name);
+            return less.before(a.name.data(), b.name.data());
         };
-        // Entering sections in order is several times faster than searching each one's place.
         // Saved files are in order already.
         if (!std::is_sorted(sections_.begin(), sections_.end(), before))
             std::stable_sort(sections_.begin(), sections_.end(), before);
-        for (auto& [name, pairs] : sections_) {
-            Pairs& to = sections.try_emplace(sections.end(), name)->second;
-            if (to.empty()) {
-                to = std::move(pairs);
-            } else {
-                reserveMore(to, pairs.size());
-                std::move(pairs.begin(), pairs.end(), std::back_inserter(to));
-            }
+        const Pairs* previous = &noPairs_;
+        for (auto first = sections_.cbegin(); first != sections_.cend();) {
+            const auto last =
+                std::find_if(first + 1, sections_.cend(),
+                             [&](const Section& section) { return before(*first, section); });
+            Text name;
+            copyExactly(first->name.data(), first->name.data() + first->name.size(), name);
+            Pairs& pairs = sections.try_emplace(sections.end(), std::move(name))->second;
+            makePairs(first, last, *previous, pairs);
+            previous = &pairs;
+            first = last;
         }
     }
 
 private:
-    struct Section {
-        Text name;
-        Pairs pairs;
-    };
+    using Position = std::vector<Section>::const_iterator;
 
     // A header without lines creates no section.
-    void finishSection()
+    void removeEmptySection()
     {
-        if (lines_.empty())
-            return;
-        Pairs pairs;
-        pairs.reserve(lines_.size());
-        for (const auto& [begin, end] : lines_) {
-            AttribValuePair& pair = pairs.emplace_back(blank_);
-            copyExactly(begin, end, pair.text);
-            if (const char* const separator = findSeparator(begin, end)) {
-                takeName(begin, separator, pairs.size() - 1, pair.name);
-                copyExactly(separator + 1, end, pair.value);
+        if (sections_.back().firstLine == lines_.size())
+            sections_.pop_back();
+    }
+
+    // Makes the pairs of sections that have one name.
+    void makePairs(Position first, Position last, const Pairs& previous, Pairs& pairs) const
+    {
+        std::size_t count = 0;
+        for (auto section = first; section != last; ++section)
+            count += section->endLine - section->firstLine;
+        pairs.reserve(count);
+        for (; first != last; ++first)
+            for (std::size_t i = first->firstLine; i != first->endLine; ++i) {
+                const char* const begin = data_ + lines_[i].begin;
+                const char* const end = begin + lines_[i].length;
+                AttribValuePair& pair = pairs.emplace_back(blank_);
+                copyExactly(begin, end, pair.text);
+                if (const char* const separator = findSeparator(begin, end)) {
+                    takeName(begin, separator, previous, pairs.size() - 1, pair.name);
+                    copyExactly(separator + 1, end, pair.value);
+                }
             }
-        }
-        lines_.clear();
-        sections_.push_back({name_, std::move(pairs)});
     }
 
     // Sections of a list often have the same names in the same lines: those share their block.
-    void takeName(const char* begin, const char* end, std::size_t line, Text& name)
+    static void takeName(const char* begin, const char* end, const Pairs& previous,
+                         std::size_t line, Text& name)
     {
         const std::string_view chars(begin, static_cast<std::size_t>(end - begin));
-        if (!sections_.empty() && line < sections_.back().pairs.size() &&
-            sections_.back().pairs[line].name == chars)
-            name = sections_.back().pairs[line].name;
+        if (line < previous.size() && previous[line].name == chars)
+            name = previous[line].name;
         else
             copyExactly(begin, end, name);
     }
 
-    std::vector<Section> sections_; // in the order of the file; names may repeat
-    Text name_;
+    const char* const data_;
     std::vector<Line> lines_;
+    std::vector<Section> sections_; // in the order of the file
     const AttribValuePair blank_{Text(), '='};
+    const Pairs noPairs_;
 };
 
 } // namespace
 
-bool readIniSections(const char* data, std::size_t size, char separator, const Text& firstName,
+bool readIniSections(char* data, std::size_t size, char separator, const Text& firstName,
                      Sections& sections)
 {
-    SectionReader reader(firstName);
-    const char* const dataEnd = data + size;
-    for (const char* line = data; line != dataEnd;) {
-        const void* const found =
-            std::memchr(line, separator, static_cast<std::size_t>(dataEnd - line));
-        const char* const stop = found != nullptr ? static_cast<const char*>(found) : dataEnd;
+    SectionReader reader(data, firstName);
+    char* const dataEnd = data + size;
+    for (char* line = data; line != dataEnd;) {
+        void* const found = std::memchr(line, separator, static_cast<std::size_t>(dataEnd - line));
+        char* const stop = found != nullptr ? static_cast<char*>(found) : dataEnd;
         // Trims from the separator inclusive; keeps it if printable.
-        const char* end = stop;
+        char* end = stop;
         if (isPrintable(*end))
             ++end;
         else

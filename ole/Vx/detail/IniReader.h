@@ -7,9 +7,10 @@
 namespace Vx::detail {
 
 /// Reads \p size bytes of lines into \p sections, which is empty. Lines before the first header
-/// go to the section \p firstName. data[size] must be 0 and readable.
+/// go to the section \p firstName. data[size] must be 0 and readable. Overwrites the closing
+/// brackets of headers.
 /// \returns false if a line is too long for a string; \p sections is then unspecified
-bool readIniSections(const char* data, std::size_t size, char separator,
+bool readIniSections(char* data, std::size_t size, char separator,
                      const LightweightString<char>& firstName,
                      VxIniFile_Private::Sections& sections);
 

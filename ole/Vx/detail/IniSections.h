@@ -21,8 +21,13 @@ struct StringLT_Fancy {
     /// Returns whether \p a comes before \p b.
     bool operator()(const LightweightString<char>& a, const LightweightString<char>& b) const
     {
-        return (caseSensitive ? std::strcmp(a.c_str(), b.c_str())
-                              : strcasecmp(a.c_str(), b.c_str())) < 0;
+        return before(a.c_str(), b.c_str());
+    }
+
+    /// The same for C strings.
+    bool before(const char* a, const char* b) const
+    {
+        return (caseSensitive ? std::strcmp(a, b) : strcasecmp(a, b)) < 0;
     }
 };
 
