@@ -5,6 +5,7 @@
 #include <ScratchFolder.h>
 #include <SystemCallScript.h>
 #include <Vx/platform/OS.h>
+#include <climits>
 #include <csignal>
 #include <fcntl.h>
 #include <grp.h>

@@ -12,6 +12,7 @@
 #include "GuardedBlock.h"
 
 #include <Testing.h>
+#include <iterator>
 #include <unicode/utf8.h>
 #include <utf8.h>
 
@@ -45,7 +46,9 @@ std::string encodeByUtfcpp(const Wide& text)
     Wide valid;
     for (char32_t c : text)
         valid += c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF) ? U'\xFFFD' : c;
-    return utf8::utf32to8(valid);
+    std::string encoded;
+    utf8::utf32to8(valid.begin(), valid.end(), std::back_inserter(encoded));
+    return encoded;
 }
 
 // The service, the plain code and the kernel must all agree with ICU.
@@ -65,7 +68,7 @@ void expectDecodes(const std::string& text)
     ASSERT_EQ(Wide(plain.begin(), plain.end()), expected) << shown;
 
 #if VX_UTF8_SSE
-    const bool wellFormed = utf8::is_valid(text);
+    const bool wellFormed = utf8::is_valid(text.begin(), text.end());
     ASSERT_EQ(Utf8::Sse::countWellFormed(input.begin(), text.size()),
               wellFormed ? expected.size() : Utf8::Sse::kMalformed)
         << shown;

@@ -9,8 +9,8 @@
 // Types: LightweightString of both widths, in format strings of the same width;
 //   Vx::AttribValuePair as its asString('='), Vx::UUID as its 36 characters and
 //   Vx::Image::FormatUID as its text, in narrow format strings. Embedded zeros are written.
-// Libraries: std::format where the C++ library has it, and fmt if one of its headers is included
-//   before this one. Vx itself needs neither.
+// Libraries: std::format where the C++ library has it, and fmt 8 or newer if one of its headers
+//   is included before this one. Vx itself needs neither.
 #pragma once
 
 #include <Vx/Image/FormatUID.h>

@@ -3,6 +3,7 @@
 
 #include "files/SystemCalls.h"
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
@@ -147,7 +148,7 @@ template <class Body> int forEachFault(std::initializer_list<int> errors, Body b
     int points = 0;
     for (const int error : errors)
         for (int n = 1;; ++n, ++points) {
-            SCOPED_TRACE(std::string(strerrorname_np(error)) + " in call " + std::to_string(n));
+            SCOPED_TRACE(std::string(std::strerror(error)) + " in call " + std::to_string(n));
             if (n < 200 && body(error, n))
                 continue;
             EXPECT_LT(n, 200) << "never completes";
