@@ -5,10 +5,12 @@ background, and when search, menu or side bar do not work. Leaves a picture of e
 """
 
 import base64
+import os
 import pathlib
 import sys
 
 from selenium import webdriver
+from selenium.common.exceptions import TimeoutException
 from selenium.webdriver.common.by import By
 from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.chrome.service import Service
@@ -84,9 +86,11 @@ class Browser:
     def __init__(self, folder, pictures):
         options = webdriver.ChromeOptions()
         options.binary_location = "/usr/bin/chromium"
-        for option in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage",
+        for option in ("--headless=new", "--disable-gpu", "--disable-dev-shm-usage",
                        "--hide-scrollbars", "--force-device-scale-factor=1"):
             options.add_argument(option)
+        if os.geteuid() == 0:  # chromium refuses its sandbox to root
+            options.add_argument("--no-sandbox")
         options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
         self.driver = webdriver.Chrome(service=Service("/usr/bin/chromedriver"), options=options)
         self.folder, self.pictures = folder.resolve(), pictures
@@ -110,6 +114,14 @@ class Browser:
     def expect(self, condition, text):
         if not condition:
             self.fault(text)
+
+    def reaches(self, condition, text):
+        """Waits for a condition. The time is that of a hang, not of a slow machine."""
+        try:
+            return WebDriverWait(self.driver, 60).until(condition)
+        except TimeoutException:
+            self.fault(text)
+            return False
 
     def run(self, script):
         return self.driver.execute_script(script)
@@ -147,7 +159,8 @@ class Browser:
         self.open("classLightweightString.html")
         self.view += f", search for '{words}'"
         self.find("#query")[0].send_keys(words)
-        WebDriverWait(self.driver, 20).until(lambda _: self.find("#results > *"))
+        if not self.reaches(lambda _: self.find("#results > *"), "nothing is shown"):
+            return
         self.check_view("search-" + words.replace(" ", "-"), whole=False)
         rows = self.run("return [...document.querySelectorAll('#results a, #results h2')].map("
                         "e => e.getAttribute('href') || e.textContent)")
@@ -158,15 +171,15 @@ class Browser:
         self.expect(0 <= boxes[0] and boxes[1] <= boxes[2], f"the results reach from {boxes}")
         if rows[:2] == [group, first]:
             self.find("#query")[0].send_keys(Keys.ENTER)
-            WebDriverWait(self.driver, 20).until(lambda d: d.current_url.endswith(first))
+            self.reaches(lambda driver: driver.current_url.endswith(first), "Enter leads nowhere")
 
     def check_menu(self):
         """The side bar is beside the page, or on narrow screens behind a button."""
         self.open("md_docs_strings.html")
+        self.check_content_width()
         nav, button = self.find("#nav")[0], self.find("#menu")[0]
         if button.is_displayed():
             self.expect(not nav.is_displayed(), "the menu is open at the start")
-            self.check_content_width()
             button.click()
         self.expect(nav.is_displayed(), "there is no side bar")
         self.expect(self.run("return [...document.querySelectorAll('#nav h2')].map("
