@@ -92,7 +92,7 @@ TYPED_TEST(LightweightStringOf, AppendingReadsNothingAfterAZero)
         << "null appends zeros to a new block";
 }
 
-TYPED_TEST(LightweightStringOf, PushBackTakesEveryCharacterAppendingDeliberatelyNoZero)
+TYPED_TEST(LightweightStringOf, PushBackAndExtendTakeEveryCharacterAppendingDeliberatelyNoZero)
 {
     LightweightString<TypeParam> text;
     for (TypeParam c : widen<TypeParam>(std::string("ab\0c", 4))) {
@@ -103,6 +103,13 @@ TYPED_TEST(LightweightStringOf, PushBackTakesEveryCharacterAppendingDeliberately
     }
     EXPECT_EQ(read(text + TypeParam(0)), widen<TypeParam>(std::string("ab\0c", 4)));
     EXPECT_EQ(text.capacity(), 8u);
+    const LightweightString<TypeParam> sharer(text);
+    for (unsigned int count : {0u, 3u, 1u, 0u, 9u})
+        std::fill_n(text.extendFor(count), count, TypeParam('z'));
+    EXPECT_EQ(read(text), widen<TypeParam>(std::string("ab\0c", 4) + std::string(13, 'z')));
+    EXPECT_EQ(*text.end(), TypeParam(0));
+    EXPECT_EQ(sharer.length(), 4u);
+    EXPECT_EQ(*LightweightString<TypeParam>().extendFor(0), TypeParam(0)) << "has no block";
 }
 
 TYPED_TEST(LightweightStringOf, RefusesTooManyCharactersAtOnce)
@@ -116,6 +123,8 @@ TYPED_TEST(LightweightStringOf, RefusesTooManyCharactersAtOnce)
     } rows[] = {
         {"resizeFor 2^31", [](String& s) { s.resizeFor(0x80000000u); }},
         {"resizeFor most", [](String& s) { s.resizeFor(0xFFFFFFFFu); }},
+        {"extend 2^31", [](String& s) { s.extendFor(0x80000000u); }},
+        {"extend beyond 2^32", [](String& s) { s.extendFor(0xFFFFFFFFu); }},
         {"append 2^31", [&](String& s) { s.append(some, 0x80000000u); }},
         {"append beyond 2^32", [&](String& s) { s.append(some, 0xFFFFFFFFu); }},
         {"construct 2^31", [&](String& s) { s = String(some, 0x80000000u); }},

@@ -135,6 +135,11 @@ public:
     /// releases the block.
     LightweightString& resizeFor(unsigned int length);
 
+    /// Makes the string \p count characters longer and returns the first new one, for the
+    /// caller to write: `std::memcpy(text.extendFor(n), digits, n)`. Keeps the others. Allocates
+    /// only if the block is shared or too small. 0 does nothing.
+    Ch* extendFor(unsigned int count);
+
     /// Appends \p count characters as strncpy copies them: zeros from the first zero on, while
     /// the length grows by \p count. Allocates only if the block is shared or too small.
     /// \p chars may point into this string and may end at a zero before \p count; it must not
@@ -161,16 +166,7 @@ public:
     }
 
     /// Appends one character, which may be zero.
-    void push_back(Ch character)
-    {
-        const unsigned int oldLength = length();
-        if (!hasRoomFor(1))
-            impl_ = newGrownCopy(1);
-        Ch* const end = impl_->data + oldLength;
-        impl_->length = oldLength + 1;
-        end[0] = character;
-        end[1] = 0;
-    }
+    void push_back(Ch character) { *extendFor(1) = character; }
 
     /// Makes the string empty and releases the block.
     LightweightString& clear() noexcept
@@ -195,10 +191,12 @@ private:
     static Handle newBlock(unsigned int length, bool powerOfTwo);
     static Handle newCopy(const Ch* chars, unsigned int count);
     Handle newGrownCopy(unsigned int count) const;
-    bool hasRoomFor(unsigned int count) const noexcept;
+    Impl* blockWithRoomFor(unsigned int count) const noexcept;
     template <class Copy>
     LightweightString& appendBy(Copy copy, const Ch* chars, unsigned int count);
-    LightweightString& appendInNewBlock(const Ch* chars, unsigned int count);
+    // Out of line, so that the fast path around a call stays short.
+    [[gnu::noinline]] LightweightString& appendInNewBlock(const Ch* chars, unsigned int count);
+    [[gnu::noinline]] Impl* extendInNewBlock(unsigned int count);
 
     Handle impl_;
 };
@@ -402,6 +400,27 @@ template <class Ch> LightweightString<Ch>& LightweightString<Ch>::resizeFor(unsi
     return *this;
 }
 
+template <class Ch> inline Ch* LightweightString<Ch>::extendFor(unsigned int count)
+{
+    if (count == 0)
+        return const_cast<Ch*>(end());
+    Impl* block = blockWithRoomFor(count);
+    if (block != nullptr)
+        block->length += count;
+    else
+        block = extendInNewBlock(count);
+    Ch* const newEnd = block->data + block->length;
+    *newEnd = 0;
+    return newEnd - count;
+}
+
+template <class Ch> auto LightweightString<Ch>::extendInNewBlock(unsigned int count) -> Impl*
+{
+    Handle grown = newGrownCopy(count);
+    impl_.swap(grown);
+    return impl_.get();
+}
+
 template <class Ch>
 template <class Copy>
 inline LightweightString<Ch>& LightweightString<Ch>::appendBy(Copy copy, const Ch* chars,
@@ -409,11 +428,11 @@ inline LightweightString<Ch>& LightweightString<Ch>::appendBy(Copy copy, const C
 {
     if (count == 0)
         return *this;
-    if (!hasRoomFor(count))
+    Impl* const block = blockWithRoomFor(count);
+    if (block == nullptr)
         return appendInNewBlock(chars, count);
-    const unsigned int oldLength = impl_->length;
-    Ch* const end = impl_->data + oldLength;
-    impl_->length = oldLength + count;
+    Ch* const end = block->data + block->length;
+    block->length += count;
     copy(end, chars, count);
     end[count] = 0;
     return *this;
@@ -427,7 +446,7 @@ LightweightString<Ch>& LightweightString<Ch>::appendInNewBlock(const Ch* chars, 
         Vx::detail::copyUpToZeroPlain(grown->data + length(), chars, count);
     else
         std::memset(grown->data + length(), 0, sizeof(Ch) * std::size_t(count));
-    impl_ = std::move(grown);
+    impl_.swap(grown);
     return *this;
 }
 
@@ -474,10 +493,14 @@ template <class Ch> auto LightweightString<Ch>::newGrownCopy(unsigned int count)
     return grown;
 }
 
-/// Whether \p count more characters can be written in place.
-template <class Ch> bool LightweightString<Ch>::hasRoomFor(unsigned int count) const noexcept
+/// The block if \p count more characters can be written into it, else null.
+template <class Ch>
+auto LightweightString<Ch>::blockWithRoomFor(unsigned int count) const noexcept -> Impl*
 {
-    return useCount() == 1 && count < impl_->capacity - impl_->length;
+    Impl* const block = impl_.get();
+    if (block == nullptr || Vx::detail::readCount(&block->refCount) != 1)
+        return nullptr;
+    return count < block->capacity - block->length ? block : nullptr;
 }
 
 // Compiled into the library; other modules may inline them or call them there.

@@ -106,6 +106,14 @@ template <class Number> unsigned int writeInteger(char (&buffer)[kIntegerSize], 
     return static_cast<unsigned int>(std::to_chars(buffer, std::end(buffer), value).ptr - buffer);
 }
 
+// append() would look for a zero first.
+LightweightString<char>& appendDigits(LightweightString<char>& to, const char* digits,
+                                      unsigned int count)
+{
+    std::memcpy(to.extendFor(count), digits, count);
+    return to;
+}
+
 // Deliberate: room for 126 characters and a terminator. Longer numbers lose their tail.
 constexpr std::size_t kSixDecimalsSize = 127;
 
@@ -129,19 +137,19 @@ unsigned int printFixed(char* buffer, std::size_t size, int decimals, double val
 LightweightString<char>& operator+=(LightweightString<char>& to, int value)
 {
     char digits[kIntegerSize];
-    return to.append(digits, writeInteger(digits, value));
+    return appendDigits(to, digits, writeInteger(digits, value));
 }
 
 LightweightString<char>& operator+=(LightweightString<char>& to, unsigned int value)
 {
     char digits[kIntegerSize];
-    return to.append(digits, writeInteger(digits, value));
+    return appendDigits(to, digits, writeInteger(digits, value));
 }
 
 LightweightString<char>& operator+=(LightweightString<char>& to, double value)
 {
     char buffer[kSixDecimalsSize];
-    return to.append(buffer, printFixed(buffer, sizeof buffer, 6, value));
+    return appendDigits(to, buffer, printFixed(buffer, sizeof buffer, 6, value));
 }
 
 LightweightString<char> Vx::StringFromInteger(int value)
