@@ -2,6 +2,7 @@
 #include "Inputs.h"
 #include "Table.h"
 
+#include <Vx/CriticalSection.h>
 #include <Vx/VxNamedObjects.h>
 #include <cstring>
 #include <deque>
@@ -65,14 +66,14 @@ template <class Find> void findInTurn(State& state, Names& names, Find find)
 
 // What a peer's table finds. An entry's lock, like the namespace's, may be entered again by the
 // thread that holds it.
-struct Entry {
+template <class Lock> struct Entry {
     explicit Entry(Object& object) : object(&object) {}
 
-    std::recursive_mutex lock;
+    Lock lock;
     Object* object;
 };
 
-struct Registry {
+template <class Lock> struct Registry {
     explicit Registry(std::vector<Object>& objects)
     {
         for (Object& object : objects)
@@ -83,7 +84,7 @@ struct Registry {
     template <class Find> Object* underBothLocks(Find find)
     {
         lock.lock();
-        Entry* const entry = find();
+        Entry<Lock>* const entry = find();
         lock.unlock();
         if (entry == nullptr)
             return nullptr;
@@ -94,14 +95,17 @@ struct Registry {
     template <class Find> Object* underOneLock(Find find)
     {
         const std::lock_guard hold(plainLock);
-        Entry* const entry = find();
+        Entry<Lock>* const entry = find();
         return entry != nullptr ? entry->object : nullptr;
     }
 
-    std::deque<Entry> entries;
-    std::recursive_mutex lock;
+    std::deque<Entry<Lock>> entries;
+    Lock lock;
     std::mutex plainLock;
 };
+
+using StandardLocks = Registry<std::recursive_mutex>;
+using OurLocks = Registry<CriticalSection>;
 
 // Finds std::pair<std::type_index, std::string_view> among such pairs of std::string.
 struct Hash {
@@ -118,22 +122,23 @@ struct Equal {
         return a.first == b.first && a.second == b.second;
     }
 };
-template <class Map> auto inMap(const Names& names, Registry& registry)
-{
-    Map map;
-    for (std::size_t i = 0; i < names.texts.size(); ++i)
-        map.emplace(std::pair(std::type_index(typeid(Object)), names.texts[i]),
-                    &registry.entries[i]);
-    return [map = std::move(map)](const char* name) {
-        const auto found =
-            map.find(std::pair(std::type_index(typeid(Object)), std::string_view(name)));
-        return found != map.end() ? found->second : nullptr;
-    };
-}
-using Key = std::pair<std::type_index, std::string>;
-constexpr auto inUnorderedMap = inMap<std::unordered_map<Key, Entry*, Hash, Equal>>;
+template <template <class...> class Table> struct InTable {
+    template <class Lock> auto operator()(const Names& names, Registry<Lock>& registry) const
+    {
+        Table<std::pair<std::type_index, std::string>, Entry<Lock>*, Hash, Equal> map;
+        for (std::size_t i = 0; i < names.texts.size(); ++i)
+            map.emplace(std::pair(std::type_index(typeid(Object)), names.texts[i]),
+                        &registry.entries[i]);
+        return [map = std::move(map)](const char* name) {
+            const auto found =
+                map.find(std::pair(std::type_index(typeid(Object)), std::string_view(name)));
+            return found != map.end() ? found->second : nullptr;
+        };
+    }
+};
+constexpr InTable<std::unordered_map> inUnorderedMap;
 #if BENCH_ABSL
-constexpr auto inFlatMap = inMap<absl::flat_hash_map<Key, Entry*, Hash, Equal>>;
+constexpr InTable<absl::flat_hash_map> inFlatMap;
 #endif
 
 #if BENCH_QT
@@ -148,9 +153,9 @@ struct QtKey {
     }
 };
 
-auto inQHash(const Names& names, Registry& registry)
+auto inQHash(const Names& names, StandardLocks& registry)
 {
-    QHash<QtKey, Entry*> map;
+    QHash<QtKey, Entry<std::recursive_mutex>*> map;
     for (std::size_t i = 0; i < names.texts.size(); ++i)
         map.insert({&typeid(Object), QByteArray::fromStdString(names.texts[i])},
                    &registry.entries[i]);
@@ -167,7 +172,7 @@ struct GlibKey {
     const char* name;
 };
 
-auto inGHashTable(const Names& names, Registry& registry)
+auto inGHashTable(const Names& names, StandardLocks& registry)
 {
     const auto hash = [](gconstpointer key) {
         const auto& [type, name] = *static_cast<const GlibKey*>(key);
@@ -186,32 +191,39 @@ auto inGHashTable(const Names& names, Registry& registry)
         g_hash_table_insert(map.get(), &(*keys)[i], &registry.entries[i]);
     return [keys, map](const char* name) {
         const GlibKey key{&typeid(Object), name};
-        return static_cast<Entry*>(g_hash_table_lookup(map.get(), &key));
+        return static_cast<Entry<std::recursive_mutex>*>(g_hash_table_lookup(map.get(), &key));
     };
 }
 #endif
 
-// Adds a peer's table behind one lock and behind both. \p makeFind fills the table and returns a
-// function from a name to its entry.
-template <class MakeFind>
-void addPeer(Row& row, const std::string& table, std::size_t count, MakeFind makeFind)
+// Adds a peer's table behind both locks. \p makeFind fills the table and returns a function from a
+// name to its entry.
+template <class Locks, class MakeFind>
+void addBehindBoth(Row& row, const std::string& peer, std::size_t count, MakeFind makeFind)
 {
-    row.peer(table + ", one lock", [=](State& state) {
+    row.peer(peer, [=](State& state) {
         Names names(count);
-        Registry registry(names.objects);
-        const auto find = makeFind(names, registry);
-        findInTurn(state, names, [&](const char* name) {
-            return registry.underOneLock([&] { return find(name); });
-        });
-    });
-    row.peer(table + ", both locks", [=](State& state) {
-        Names names(count);
-        Registry registry(names.objects);
+        Locks registry(names.objects);
         const auto find = makeFind(names, registry);
         findInTurn(state, names, [&](const char* name) {
             return registry.underBothLocks([&] { return find(name); });
         });
     });
+}
+
+// Adds it behind one lock and behind both, of the standard library.
+template <class MakeFind>
+void addPeer(Row& row, const std::string& table, std::size_t count, MakeFind makeFind)
+{
+    row.peer(table + ", one lock", [=](State& state) {
+        Names names(count);
+        StandardLocks registry(names.objects);
+        const auto find = makeFind(names, registry);
+        findInTurn(state, names, [&](const char* name) {
+            return registry.underOneLock([&] { return find(name); });
+        });
+    });
+    addBehindBoth<StandardLocks>(row, table + ", both locks", count, makeFind);
 }
 
 // Entries deliberately outlive their namespace, so each row has one for all runs.
@@ -229,8 +241,7 @@ Vx::NamedObjectsNamespace& spaceOf(const std::string& row, Names& names)
 void addFind(const std::string& operation, std::size_t count)
 {
     Row row("names", operation,
-            {1.0, "std::unordered_map, both locks|absl::flat_hash_map, both locks|"
-                  "QHash, both locks|GHashTable, both locks"});
+            {1.0, "std::unordered_map, CriticalSections|absl::flat_hash_map, CriticalSections"});
     row.ours([=](State& state) {
         Names names(count);
         Vx::NamedObjectsNamespace& space = spaceOf(operation, names);
@@ -239,7 +250,7 @@ void addFind(const std::string& operation, std::size_t count)
     });
     row.floor("both locks, the entry known", [=](State& state) {
         Names names(count);
-        Registry registry(names.objects);
+        StandardLocks registry(names.objects);
         std::size_t at = 0;
         run(state, true, [&] {
             keep(registry.underBothLocks(
@@ -247,8 +258,10 @@ void addFind(const std::string& operation, std::size_t count)
         });
     });
     addPeer(row, "std::unordered_map", count, inUnorderedMap);
+    addBehindBoth<OurLocks>(row, "std::unordered_map, CriticalSections", count, inUnorderedMap);
 #if BENCH_ABSL
     addPeer(row, "absl::flat_hash_map", count, inFlatMap);
+    addBehindBoth<OurLocks>(row, "absl::flat_hash_map, CriticalSections", count, inFlatMap);
 #endif
 #if BENCH_QT
     addPeer(row, "QHash", count, inQHash);
@@ -271,7 +284,7 @@ void addThreads()
     });
     row.peer("std::unordered_map, both locks", [](State& state) {
         static Names names(1000);
-        static Registry registry(names.objects);
+        static StandardLocks registry(names.objects);
         static const auto find = inUnorderedMap(names, registry);
         findInTurn(state, names, [](const char* name) {
             return registry.underBothLocks([&] { return find(name); });
@@ -279,7 +292,7 @@ void addThreads()
     });
     row.peer("std::unordered_map, one lock", [](State& state) {
         static Names names(1000);
-        static Registry registry(names.objects);
+        static StandardLocks registry(names.objects);
         static const auto find = inUnorderedMap(names, registry);
         findInTurn(state, names, [](const char* name) {
             return registry.underOneLock([&] { return find(name); });
