@@ -72,6 +72,20 @@ protected:
         return list;
     }
 
+    using Set = std::set<std::string>;
+
+    /// What the shells offer after some words.
+    Set offered(const std::string& words) const
+    {
+        const Outcome done = vx("__complete plain " + words);
+        EXPECT_EQ(done.err, "") << words;
+        Set found;
+        std::istringstream all(done.out);
+        for (std::string line; std::getline(all, line);)
+            found.insert(line.substr(0, line.find('\t')));
+        return done.status == 0 ? found : Set{"status " + std::to_string(done.status)};
+    }
+
     std::set<std::string> codes_; ///< of all findings so far
 };
 
@@ -589,21 +603,8 @@ TEST_F(VxTool, ReadsAndWritesPipes)
     EXPECT_TRUE(std::regex_match(done.out, std::regex("1\n1\n1\n[1-9]\\d*\n<svg<svg"))) << done.out;
 }
 
-// Completion offers exactly the commands, options, sections and keys that there are.
 TEST_F(VxTool, CompletionOffersWhatIsAccepted)
 {
-    using Set = std::set<std::string>;
-    // The line is split at blanks; the word to complete is its last one.
-    const auto offered = [&](const std::string& line) {
-        put("complete", "source '" VX_SOURCES "/vx.bash'\nCOMP_WORDS=(vx " + line +
-                            ")\nCOMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_vx\n"
-                            "printf '%s\n' \"${COMPREPLY[@]}\"\n");
-        Set words;
-        std::istringstream all(run("bash", "complete").out);
-        for (std::string word; std::getline(all, word);)
-            words.insert(word);
-        return words;
-    };
     const auto listed = [&](const std::string& line, const std::regex& pattern) {
         const std::string help = vx(line + " --help").out;
         Set words;
@@ -623,15 +624,56 @@ TEST_F(VxTool, CompletionOffersWhatIsAccepted)
             lines.push_back(line + " " + name);
     }
     EXPECT_EQ(lines.size(), 22u);
+}
 
-    put("a.ini", "[Video In]\nrate=1\n; no=1\n[Audio]\nx=1\n");
-    EXPECT_EQ(offered("ini get a.ini ''"), (Set{"Audio", "Video\\ In"}));
-    EXPECT_EQ(offered("ini get a.ini 'Video In' ''"), Set{"rate"});
-    put("b.ini", "[Video]\nrate=1\n[VIDEO]\nsize=1\n");
-    EXPECT_EQ(offered("--color never ini get b.ini vi"), Set{"Video"});
-    EXPECT_EQ(offered("ini get b.ini video ''"), (Set{"rate", "size"}));
-    EXPECT_EQ(offered("ini get -c b.ini VI"), Set{"VIDEO"});
-    EXPECT_EQ(offered("uuid -n 3 ''"), (Set{"new", "show"}));
+TEST_F(VxTool, CompletionOffersWhatTheLineIsAbout)
+{
+    put("a.ini", "top=1\n[Video In]\nrate=1\n; no=1\n-n=1\n[Audio]\nx=1\n[bad\xFF]\ny=1\n");
+    put("b.ini", "[Video]\nrate=1\nsize=2\n[VIDEO]\nsize=1\n");
+    put("pool.log", kPoolLog);
+    fs::create_directories(path("home/.config/Vx/programs"));
+    put("home/.config/Vx/programs/My %25.ini", "[A]\nx=1\nX=2\n[B]\ny=1\n");
+    const Set files{"status 100"}, folders{"status 101"}, none;
+    const struct {
+        const char* words;
+        Set expected;
+    } rows[] = {
+        {"ini show ''", files},
+        {"ini merge a b ''", files},
+        {"pools --plot -o ''", files},
+        {"pools -ox.svg --plot ''", files},
+        {"inspect --core=c --sysroot ''", folders},
+        {"--color ''", {"always", "auto", "never"}},
+        {"--color never ini g", {"get"}},
+        {"uuid -n 3 ''", {"new", "show"}},
+        {"ini get a.ini ''", {"-", "Audio", "Video In"}},
+        {"ini get a.ini -", {"--all", "--case-sensitive", "--help", "--json"}},
+        {"ini get a.ini 'Video In' ''", {"rate"}},
+        {"ini get a.ini -- 'video in' ''", {"rate", "-n"}},
+        {"ini get a.ini - ''", {"top"}},
+        {"ini get a.ini 'Video In' rate ''", none},
+        {"ini get b.ini vi", {"Video"}},
+        {"ini get b.ini video ''", {"rate", "size"}},
+        {"ini get b.ini Video R", none},
+        {"ini get -c b.ini VI", {"VIDEO"}},
+        {"ini get -ac b.ini VIDEO ''", {"size"}},
+        {"ini set b.ini video size ''", {"2"}},
+        {"ini get /dev/zero ''", none},
+        {"ini get - ''", none},
+        {"ini check --explain utf", {"utf-16"}},
+        {"ini check --explain output", none},
+        {"pools pool.log --pool ''", {"A: maxInUse 3 <b>", "Frames"}},
+        {"pools --pool ''", none},
+        {"settings get ''", {"-", "My %"}},
+        {"settings show M", {"My %"}},
+        {"settings get 'My %' ''", {"A", "B"}},
+        {"settings set 'My %' A ''", {"X", "x"}},
+        {"inspect lo", {"locks"}},
+        {"nothing ''", none},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(offered(row.words), row.expected) << row.words;
+    fs::remove_all(path("home/.config"));
 }
 
 } // namespace

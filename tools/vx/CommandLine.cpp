@@ -57,11 +57,22 @@ Action parsed(CLI::App& app, int argc, const char* const* argv, const Action& ch
     return [] { return kYes; };
 }
 
+/// complete(), in silence: a message would appear in the middle of the line being typed.
+Status completed(const CLI::App& app, const Completers& completers, int argc,
+                 const char* const* argv)
+{
+    try {
+        return static_cast<Status>(complete(app, completers, argc, argv));
+    } catch (const std::exception&) {
+        return kYes; // nothing fits
+    }
+}
+
 } // namespace
 
 Command Command::add(const char* name, const char* description)
 {
-    return {*app_->add_subcommand(name, description), *chosen_};
+    return {*app_->add_subcommand(name, description), *declared_};
 }
 
 void Command::needsCommand() { app_->require_subcommand(1); }
@@ -111,13 +122,18 @@ void Command::excludes(const char* name, const char* other)
     app_->get_option(name)->excludes(app_->get_option(other));
 }
 
+void Command::completes(const char* name, Completer completer)
+{
+    declared_->completers[app_->get_option(name)] = std::move(completer);
+}
+
 void Command::footer(const char* text) { app_->footer(text); }
 
 void Command::runs(Action action)
 {
-    app_->callback([app = app_, chosen = chosen_, action = std::move(action)] {
+    app_->callback([app = app_, declared = declared_, action = std::move(action)] {
         if (app->get_subcommands().empty())
-            *chosen = action;
+            declared->chosen = action;
     });
 }
 
@@ -130,15 +146,19 @@ Status runCommandLine(int argc, const char* const* argv, const char* description
     app.get_formatter()->label("TEXT", "");
     app.set_version_flag("--version", version);
     std::string colour = "auto";
-    app.add_option("--color", colour, "Colour: auto, always or never")
-        ->type_name("WHEN")
-        ->check(CLI::IsMember({"auto", "always", "never"}).description(""));
+    Declared declared;
+    CLI::Option* const when = app.add_option("--color", colour, "Colour: auto, always or never");
+    declared.completers[when] = [](const Given&) {
+        return Offer{Offer::words, {{"auto"}, {"always"}, {"never"}}};
+    };
+    when->type_name("WHEN")->check(CLI::IsMember({"auto", "always", "never"}).description(""));
     app.require_subcommand(1);
 
-    Action chosen;
-    declare(Command(app, chosen));
+    declare(Command(app, declared));
+    if (argc > 3 && std::string_view(argv[1]) == "__complete")
+        return completed(app, declared.completers, argc - 2, argv + 2);
     return run([&] {
-        const Action action = parsed(app, argc, argv, chosen);
+        const Action action = parsed(app, argc, argv, declared.chosen);
         chooseColour(colour);
         return action();
     });

@@ -1,24 +1,26 @@
-// CommandLine.h - Declares commands and their arguments. CLI11, which compiles slowly, is
-// included in CommandLine.cpp only.
+// CommandLine.h - Declares commands and their arguments. CLI11, which compiles slowly, is included
+// in CommandLine.cpp and Completion.cpp only.
 #pragma once
 
+#include "Completion.h"
 #include "Tool.h"
 
 #include <optional>
 #include <string>
 
-namespace CLI {
-class App;
-}
-
 namespace tool {
+
+/// What commands declare: the one that the command line names, and what completes its words.
+struct Declared {
+    Action chosen;
+    Completers completers;
+};
 
 /// A command being declared. The variables that receive its arguments belong to the caller and
 /// must live until the action has run.
 class Command {
 public:
-    /// \p chosen receives the action of the command that the command line names.
-    Command(CLI::App& app, Action& chosen) : app_(&app), chosen_(&chosen) {}
+    Command(CLI::App& app, Declared& declared) : app_(&app), declared_(&declared) {}
 
     Command add(const char* name, const char* description);
     /// Requires one of the subcommands.
@@ -39,17 +41,20 @@ public:
     void needs(const char* name, const char* other);
     void excludes(const char* name, const char* other);
 
+    /// What the shells offer for an argument or an option. Those named FILE or FOLDER need none.
+    void completes(const char* name, Completer completer);
+
     void footer(const char* text);
     /// \p action runs if the command line names this command and none of its subcommands.
     void runs(Action action);
 
 private:
     CLI::App* app_;
-    Action* chosen_;
+    Declared* declared_;
 };
 
 /// Parses the command line, runs the command and returns the exit status. \p declare adds the
-/// commands.
+/// commands. The hidden command __complete prints what the shells offer, see Completion.h.
 Status runCommandLine(int argc, const char* const* argv, const char* description,
                       const char* version, const std::function<void(Command)>& declare);
 

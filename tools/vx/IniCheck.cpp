@@ -38,6 +38,15 @@ Status explain(const std::string& code)
     return complain("no-such-code", {inQuotes(code)});
 }
 
+Offer codes(const Given&)
+{
+    Offer offer;
+    for (const Message& row : kMessages)
+        if (row.kind >= MessageKind::warning)
+            offer.candidates.push_back({std::string(row.code), kindOf(row)});
+    return offer;
+}
+
 /// Prints findings like a compiler. The remedy follows the first of each kind, and no more than
 /// a few of a kind are printed: a damaged file can have millions.
 class Printer {
@@ -119,6 +128,7 @@ void addIniCheck(Command ini)
     auto options = std::make_shared<Options>();
     command.argument("FILE", options->file, "An INI file; '-': standard input");
     command.option("--explain", options->code, "CODE", "Explain a finding instead");
+    command.completes("--explain", codes);
     command.flag("--for-programmers", options->forProgrammers,
                  "Add what concerns the application's programmers");
     command.caseFlag(options->caseSensitive);

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "IniCompletion.h"
 #include "IniNames.h"
 #include "IniText.h"
 #include "Json.h"
@@ -49,6 +50,7 @@ void addIniGet(Command ini)
     command.argument("FILE", options->file, "An INI file");
     command.argument("SECTION", options->section, "'-': the lines before the first section");
     command.argument("KEY", options->key, "Case and blanks count");
+    completeFromIni(command, /*key=*/true, /*value=*/false);
     command.flag("-a,--all", options->all,
                  "Print every value of a duplicate key, not only the first");
     command.caseFlag(options->caseSensitive);

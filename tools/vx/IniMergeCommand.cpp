@@ -48,6 +48,8 @@ void addIniMerge(Command ini)
     command.argument("BASE", options->base, "The file before both changes");
     command.argument("OURS", options->ours, "One copy; receives the result");
     command.argument("THEIRS", options->theirs, "The other copy");
+    for (const char* file : {"BASE", "OURS", "THEIRS"})
+        command.completes(file, fileNames);
     command.flag("-n,--dry-run", options->dryRun, "Print the result instead of writing it");
     command.caseFlag(options->caseSensitive);
     command.footer(

@@ -1,5 +1,6 @@
 #include "Commands.h"
 #include "Files.h"
+#include "IniCompletion.h"
 #include "IniEdit.h"
 #include "Strings.h"
 #include "Terminal.h"
@@ -39,6 +40,7 @@ void addIniSet(Command ini)
     command.argument("SECTION", options->section, "'-': the lines before the first section");
     command.argument("KEY", options->key, "Used unchanged");
     command.argument("VALUE", options->value, "Used unchanged");
+    completeFromIni(command, /*key=*/true, /*value=*/true);
     command.flag("--create", options->create, "Create the file if it does not exist");
     command.flag("-n,--dry-run", options->dryRun, "Print the result instead of writing it");
     command.caseFlag(options->caseSensitive);

@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "IniCompletion.h"
 #include "IniNames.h"
 #include "IniText.h"
 #include "Json.h"
@@ -102,6 +103,7 @@ void addIniShow(Command ini)
     auto options = std::make_shared<Options>();
     command.argument("FILE", options->file, "An INI file");
     command.argument("SECTION", options->section, "Show only this section");
+    completeFromIni(command, /*key=*/false, /*value=*/false);
     command.caseFlag(options->caseSensitive);
     command.jsonFlag(options->json);
     command.footer("Examples:\n  vx ini show editor.ini\n  vx ini show editor.ini Video --json");

@@ -1,5 +1,6 @@
 #include "Commands.h"
 #include "Files.h"
+#include "IniCompletion.h"
 #include "IniEdit.h"
 #include "IniNames.h"
 #include "Strings.h"
@@ -37,6 +38,7 @@ void addIniUnset(Command ini)
     command.argument("FILE", options->file, "An INI file");
     command.argument("SECTION", options->section, "'-': the lines before the first section");
     command.argument("KEY", options->key, "Case and blanks count");
+    completeFromIni(command, /*key=*/true, /*value=*/false);
     command.flag("-n,--dry-run", options->dryRun, "Print the result instead of writing it");
     command.caseFlag(options->caseSensitive);
     command.footer("Removes every line for the key in the section and keeps every other byte."

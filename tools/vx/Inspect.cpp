@@ -123,6 +123,18 @@ Status inspectOrExplain(const Options& options)
     return status;
 }
 
+Offer sectionsAndProcesses(const Given& given)
+{
+    Offer offer;
+    if (given.count("SECTION") == 0)
+        for (const auto section : kInspectSections)
+            offer.candidates.push_back({section, "section"});
+    if (given.count("--core") == 0)
+        for (const inspect::Candidate& process : inspect::findCandidates())
+            offer.candidates.push_back({fmt::format("{}", process.id), process.name});
+    return offer;
+}
+
 } // namespace
 
 void addInspect(Command top)
@@ -134,6 +146,8 @@ void addInspect(Command top)
                      "without it, all of them");
     command.argument("PID", options->second,
                      "The process. Without it and --core, lists those that use libVx.so");
+    command.completes("SECTION", sectionsAndProcesses);
+    command.completes("PID", sectionsAndProcesses);
     command.option("--core", options->core, "FILE", "Read a core file instead");
     command.option("--sysroot", options->sysroot, "FOLDER",
                    "Where the files of the crashed system are");

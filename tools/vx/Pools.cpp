@@ -60,6 +60,14 @@ void printJsonOf(const PoolLog& log)
     printJson(runs);
 }
 
+Offer poolNames(const Given& given)
+{
+    Offer offer;
+    for (const auto& pool : peaksOf(readPoolLog(readFile(smallFile(valueOf(given, "FILE"))))))
+        offer.candidates.push_back({pool.first, "pool"});
+    return offer;
+}
+
 Status show(const Options& options)
 {
     PoolLog log = readPoolLog(readFile(options.file));
@@ -98,6 +106,7 @@ void addPools(Command top)
     auto options = std::make_shared<Options>();
     command.argument("FILE", options->file, "A PooledObjects.log");
     command.option("--pool", options->pool, "NAME", "Show only this pool");
+    command.completes("--pool", poolNames);
     command.flag("--plot", options->plot, "Draw the peak demand of each run");
     command.option("-o,--output", options->svg, "FILE", "Draw an SVG file instead");
     command.jsonFlag(options->json);

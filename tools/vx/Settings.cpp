@@ -52,8 +52,8 @@ std::string programOf(const std::string& store)
 }
 
 /// Asks the platform for a setting of the process's program.
-std::optional<std::string> valueOf(const SettingsStore& store, const std::string& section,
-                                   const std::string& key)
+std::optional<std::string> settingOf(const SettingsStore& store, const std::string& section,
+                                     const std::string& key)
 {
     // A stored value is the same whatever the default.
     const auto read = [&](const char* fallback) {
@@ -72,7 +72,7 @@ std::optional<std::string> valueOf(const SettingsStore& store, const std::string
 std::optional<bool> endedCleanly(const SettingsStore& store)
 {
     const int answer = runAs(store, [&] {
-        const auto marker = valueOf(store, "Configuration", "Normal Exit");
+        const auto marker = settingOf(store, "Configuration", "Normal Exit");
         return marker == "true" ? 0 : marker == "false" ? 1 : 2;
     });
     if (answer != 0 && answer != 1)
@@ -136,7 +136,7 @@ Status show(const Options& options)
         if (!options.json && inherits)
             fmt::print("{}\n", paint(Colour::dim, "inherits " + shown(store.inherited.string())));
         for (const auto& setting : settingsIn(store)) {
-            const std::string value = valueOf(store, setting.first, setting.second).value_or("");
+            const std::string value = settingOf(store, setting.first, setting.second).value_or("");
             if (options.json) {
                 values.push_back(
                     {{"section", setting.first}, {"key", setting.second}, {"value", value}});
@@ -159,7 +159,7 @@ Status get(const Options& options)
 {
     const SettingsStore store = existingStore(options.program);
     return static_cast<Status>(runAs(store, [&] {
-        const auto value = valueOf(store, options.section, options.key);
+        const auto value = settingOf(store, options.section, options.key);
         if (options.json)
             printJson(
                 {{"file", store.file.string()}, {"value", value ? Json(*value) : Json(nullptr)}});
@@ -185,7 +185,7 @@ Status set(const Options& options)
     });
     // The platform has no result, and a process sees its own values in any case.
     const int stored = runAs(store, [&] {
-        return valueOf(store, options.section, options.key) == options.value ? 0 : 1;
+        return settingOf(store, options.section, options.key) == options.value ? 0 : 1;
     });
     if (stored != 0)
         return complain("setting-not-stored", {inQuotes(store.file.string())});
@@ -194,11 +194,36 @@ Status set(const Options& options)
     return kYes;
 }
 
+Offer programs(const Given&)
+{
+    Offer offer{Offer::words, {{"-", "what all programs share"}}};
+    for (const std::string& name : storesIn(userSettingsFolder() / "programs"))
+        offer.candidates.push_back({programOf(name), "program"});
+    return offer;
+}
+
+Offer sectionsAndKeys(const Given& given)
+{
+    Offer offer;
+    std::set<std::string> seen;
+    const auto section = given.find("SECTION");
+    for (const auto& setting : settingsIn(existingStore(valueOf(given, "PROGRAM")))) {
+        if (section == given.end() && seen.insert(setting.first).second)
+            offer.candidates.push_back({setting.first, "section"});
+        else if (section != given.end() && section->second == setting.first)
+            offer.candidates.push_back({setting.second, "key"});
+    }
+    return offer;
+}
+
 void addPlace(Command& command, Options& options)
 {
     command.argument("PROGRAM", options.program, "As 'vx settings' lists it; '-': all programs");
     command.argument("SECTION", options.section, "Case and blanks count");
     command.argument("KEY", options.key, "Case and blanks count");
+    command.completes("PROGRAM", programs);
+    command.completes("SECTION", sectionsAndKeys);
+    command.completes("KEY", sectionsAndKeys);
 }
 
 } // namespace
@@ -216,6 +241,7 @@ void addSettings(Command top)
 
     Command shows = command.add("show", "Shows the settings of a program and their file");
     shows.argument("PROGRAM", options->program, "As 'vx settings' lists it; '-': all programs");
+    shows.completes("PROGRAM", programs);
     shows.jsonFlag(options->json);
     shows.runs([options] { return show(*options); });
 
