@@ -336,7 +336,7 @@ bool operator>=(const Text& a, const LightweightString<Ch>& b) noexcept
 {
     return b <= a;
 }
-#if defined(__cpp_impl_three_way_comparison) && __cplusplus >= 202002L
+#ifdef __cpp_impl_three_way_comparison
 /// The same order, in C++20.
 template <class Ch, class Text, Vx::detail::IfText<Ch, Text> = 0>
 std::strong_ordering operator<=>(const LightweightString<Ch>& a, const Text& b) noexcept

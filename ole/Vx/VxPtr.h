@@ -94,7 +94,8 @@ public:
     /// Leaves \p other empty.
     Ptr& operator=(Ptr&& other) noexcept
     {
-        Ptr(std::move(other)).swap(*this);
+        Ptr moved(std::move(other));
+        swap(moved);
         return *this;
     }
 

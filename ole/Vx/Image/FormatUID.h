@@ -8,7 +8,7 @@
 #include <functional>
 #include <ostream>
 #include <string_view>
-#if defined(__cpp_impl_three_way_comparison) && __cplusplus >= 202002L
+#ifdef __cpp_impl_three_way_comparison
 #include <compare>
 #endif
 
@@ -78,7 +78,7 @@ inline bool operator!=(const FormatUID& a, const LightweightString<char>& text) 
 inline bool operator>(const FormatUID& a, const FormatUID& b) noexcept { return b < a; }
 inline bool operator<=(const FormatUID& a, const FormatUID& b) noexcept { return !(b < a); }
 inline bool operator>=(const FormatUID& a, const FormatUID& b) noexcept { return !(a < b); }
-#if defined(__cpp_impl_three_way_comparison) && __cplusplus >= 202002L
+#ifdef __cpp_impl_three_way_comparison
 /// Weak, because strings that differ after a NUL are equivalent.
 inline std::weak_ordering operator<=>(const FormatUID& a, const FormatUID& b) noexcept
 {

@@ -10,7 +10,7 @@
 #include <functional>
 #include <ostream>
 #include <string>
-#if defined(__cpp_impl_three_way_comparison) && __cplusplus >= 202002L
+#ifdef __cpp_impl_three_way_comparison
 #include <compare>
 #endif
 
@@ -131,7 +131,7 @@ static_assert(sizeof(UUID) == 16 && alignof(UUID) == 1,
 constexpr bool operator>(const UUID& a, const UUID& b) noexcept { return b < a; }
 constexpr bool operator<=(const UUID& a, const UUID& b) noexcept { return !(b < a); }
 constexpr bool operator>=(const UUID& a, const UUID& b) noexcept { return !(a < b); }
-#if defined(__cpp_impl_three_way_comparison) && __cplusplus >= 202002L
+#ifdef __cpp_impl_three_way_comparison
 constexpr std::strong_ordering operator<=>(const UUID& a, const UUID& b) noexcept
 {
     return a.compare(b) <=> 0;

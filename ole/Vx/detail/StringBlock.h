@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string_view>
 #include <type_traits>
-#if defined(__cpp_impl_three_way_comparison) && __cplusplus >= 202002L
+#ifdef __cpp_impl_three_way_comparison
 #include <compare>
 #endif
 
