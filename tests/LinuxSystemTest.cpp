@@ -12,6 +12,7 @@
 #include "threads/Threading.h"
 
 #include <Vx/Reclaimable.h>
+#include <Vx/detail/Inspect.h>
 #include <Vx/platform/OS.h>
 
 #include <Testing.h>
@@ -55,6 +56,27 @@ extern "C" int madvise(void* block, std::size_t size, int advice) noexcept
 }
 
 namespace {
+
+TEST(ReadMemory, RefusesWhatIsNotThereAndKeepsErrno)
+{
+    const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    char* const mapped = static_cast<char*>(
+        mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_EQ(munmap(mapped + page, page), 0);
+    char* const last = mapped + page - 4;
+    std::strcpy(last, "abc");
+    char copy[8] = "1234567";
+    errno = 7;
+    if (!Vx_readMemory(last, copy, 4))
+        GTEST_SKIP() << "the kernel does not permit process_vm_readv()";
+    EXPECT_STREQ(copy, "abc");
+    for (const void* const missing :
+         {static_cast<const void*>(nullptr), static_cast<const void*>(last + 4),
+          static_cast<const void*>(last)})
+        EXPECT_FALSE(Vx_readMemory(missing, copy, 5)) << missing;
+    EXPECT_EQ(errno, 7);
+    munmap(mapped, page);
+}
 
 TEST(SystemInfo, CountsTheProcessorsThatTheThreadMayUse)
 {

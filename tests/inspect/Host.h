@@ -75,6 +75,15 @@ public:
         return text;
     }
 
+    /// All that the host prints from here on.
+    std::string rest()
+    {
+        std::string text;
+        for (int c = std::fgetc(output_); c != EOF; c = std::fgetc(output_))
+            text += static_cast<char>(c);
+        return text;
+    }
+
     pid_t id() const { return id_; }
     std::string word() const { return std::to_string(id_); }
 

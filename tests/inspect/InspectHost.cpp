@@ -4,11 +4,13 @@
 #include <Vx/VxApplication.h>
 #include <Vx/VxNamedObjects.h>
 #include <Vx/VxPooledObjectDebug.h>
+#include <Vx/VxReport.h>
 #include <Vx/VxShutdown.h>
 #include <Vx/detail/Inspect.h>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -241,6 +243,45 @@ void doEverything()
     Shutdown::executeCallbacks(Shutdown::kOrderlyExit);
 }
 
+void toStandardOutput(void*, const char* bytes, std::size_t count)
+{
+    while (count != 0) {
+        const ssize_t written = write(STDOUT_FILENO, bytes, count);
+        if (written < 0)
+            return;
+        bytes += written;
+        count -= static_cast<std::size_t>(written);
+    }
+}
+
+// Prints a report, and ends the process as if there was no handler.
+void onCrash(int signal)
+{
+    Vx::writeReport(toStandardOutput, nullptr);
+    raise(signal);
+}
+
+void handleCrashes()
+{
+    static char stack[16384];
+    stack_t alternate = {};
+    alternate.ss_sp = stack;
+    alternate.ss_size = sizeof stack;
+    sigaltstack(&alternate, nullptr);
+    struct sigaction action = {};
+    action.sa_handler = onCrash;
+    action.sa_flags = SA_ONSTACK | static_cast<int>(SA_RESETHAND);
+    sigaction(SIGSEGV, &action, nullptr);
+}
+
+// With the lock of the namespace held, under which the factory of a new name runs.
+void stayInFactory()
+{
+    auto& names = *Vx::NamedObjectsNamespace::getGlobalNamespaceInstance();
+    names.lock<MediaCache>("kept");
+    names.findOrCreate<MediaCache>("new", []() -> void* { stay(); });
+}
+
 } // namespace
 
 int main(int argc, char** argv)
@@ -263,7 +304,9 @@ int main(int argc, char** argv)
         {"busy", enterAllTheTime},
         {"scribbled", [number] { scribble(static_cast<unsigned char>(number)); }},
         {"circles", makeCircles},
+        {"factory", stayInFactory},
     };
+    handleCrashes();
     states.at(state)();
     stay();
 }

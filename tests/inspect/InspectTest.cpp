@@ -2,6 +2,7 @@
 #include "ScratchFolder.h"
 
 #include <filesystem>
+#include <regex>
 #include <sys/resource.h>
 
 namespace {
@@ -15,6 +16,33 @@ std::string coreOf(const Host& host, const ScratchFolder& folder)
     const Result result =
         runCommand("gdb -nx -batch -p " + host.word() + " -ex 'gcore " + file + "'");
     return result.output.find("Saved corefile") != std::string::npos ? file : "";
+}
+
+// What a host writes about itself when it crashes, up to its end.
+std::string crashReport(Host& host)
+{
+    kill(host.id(), SIGSEGV);
+    return host.rest();
+}
+
+std::string withoutRuns(const std::string& text)
+{
+    return std::regex_replace(text, std::regex(" +"), " ");
+}
+
+// A section of a report, without what only vx knows: names of threads, which of them have ended or
+// wait, and plain names of types.
+std::string sectionOf(const std::string& report, const std::string& title)
+{
+    const std::size_t start = report.find("\n" + title + "\n");
+    const std::size_t end = report.find("\n\n", start + 1);
+    std::string text = start == std::string::npos ? "" : report.substr(start, end - start);
+    for (const auto& [pattern, by] :
+         {std::pair(" ('InspectHost'|\\(ended\\))", ""),
+          {" (-|unknown)\n", "\n"},
+          {"N12_GLOBAL__N_110MediaCacheE", "(anonymous namespace)::MediaCache"}})
+        text = std::regex_replace(text, std::regex(pattern), by);
+    return withoutRuns(text);
 }
 
 } // namespace
@@ -251,6 +279,47 @@ TEST(Inspect, SurvivesRootsThatWereOverwritten)
         const Host host(state);
         VX_NEED_READABLE(host);
         EXPECT_GT(report(host.word())["notes"].size(), 1u);
+    }
+}
+
+TEST(Inspect, CrashHandlersReportTheSame)
+{
+    const std::vector<std::vector<std::string>> states = {
+        {"held"}, {"ended"}, {"application"}, {"names", "10"}};
+    for (const auto& state : states) {
+        SCOPED_TRACE(state[0]);
+        Host host(state);
+        VX_NEED_READABLE(host);
+        const std::string tool = inspect(host.word()).output;
+        const std::string own = crashReport(host);
+        for (const char* section : {"Locks", "Application", "Named objects", "Pools"})
+            EXPECT_EQ(sectionOf(own, section), sectionOf(tool, section));
+    }
+}
+
+TEST(Inspect, CrashHandlersGetTheWholeReport)
+{
+    struct {
+        std::vector<std::string> state;
+        const char* line;
+    } const cases[] = {
+        {{"factory"}, "'namespace GLOBAL' namespace "}, // whose lock the thread that crashes holds
+        {{"busy"}, "15CriticalSection 'busy' 0x"},      // all the time entered by others
+        {{"first-pass"}, " RUNNING\nfinal 400 0x"},
+        {{"final-pass"}, "final 300 0x"},
+        {{"scribbled", "1"}, "note: the list of named objects is damaged after 0 entries"},
+        {{"scribbled", "127"}, "note: the shutdown list changed at each look, or is damaged"},
+        {{"scribbled", "255"}, "note: the list of pools is damaged"},
+        {{"circles"}, "note: the list of named objects is damaged after 1 entries"},
+    };
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.state.back());
+        Host host(row.state);
+        const std::string text = withoutRuns(crashReport(host));
+        if (text.find("note: addresses cannot be checked") != std::string::npos)
+            GTEST_SKIP() << "the kernel does not permit process_vm_readv()";
+        EXPECT_NE(text.find(row.line), std::string::npos) << text;
+        EXPECT_EQ(text.substr(text.rfind('\n', text.size() - 2) + 1), "end of the report\n");
     }
 }
 

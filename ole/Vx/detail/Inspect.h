@@ -2,11 +2,12 @@
 #pragma once
 
 #include <Vx/VxExport.h>
+#include <cstddef>
 #include <cstdint>
 
 /// libVx.so and libOS.so each export one descriptor: constants that the compiler computed, which
 /// say where a process keeps its locks, names, callbacks and pools, and how they are laid out.
-/// `vx inspect` and the gdb commands read them; the libraries themselves never do.
+/// `vx inspect` and the gdb commands read them, and so does a report of the process on itself.
 ///
 /// Versions: a tool refuses a descriptor of another version. Tables grow at the end only, and
 ///   start with their size, so that a tool knows which members a library has.
@@ -170,3 +171,10 @@ struct Inspect {
 
 extern "C" VX_API const Vx::detail::InspectDescriptor Vx_inspectDescriptor;
 extern "C" VX_API const Vx::detail::InspectPlatform Vx_inspectPlatform;
+
+/// Copies memory of this process, or returns false and leaves \p into unspecified if a part of it
+/// cannot be read. Never faults. Async-signal-safe; keeps errno.
+///
+/// libOS.so exports it. Other platforms may leave it out; a report of the process on itself then
+/// reads directly, and faults where an address is damaged.
+extern "C" VX_API bool Vx_readMemory(const void* from, void* into, std::size_t size) noexcept;
