@@ -1,7 +1,7 @@
 """filter.py FILE: prints a header or a guide in the form that Doxygen expects.
 
-In a guide, code between backticks that has a quote in it gets two backticks, since Doxygen takes
-`'` for the end of a quotation. In a header:
+In a guide, code between backticks that has a quote in it gets two backticks, and a `%`
+before a word is doubled: Doxygen takes the one for the end of a quotation, the other for an escape. In a header:
 - The first comment of a header describes the file.
 - A line of a docstring that starts with a label ("Thread safety: any thread.") becomes a paragraph
   with a title; one that starts with a number ("0: everything.") becomes a list item.
@@ -75,6 +75,7 @@ def print_guide(lines):
     for line in lines:
         fenced ^= line.startswith("```")
         if not fenced and not line.startswith("    "):
+            line = re.sub(r"(?<!`)`([^`]+)`(?!`)", lambda code: re.sub(r"%(?=\w)", "%%", code[0]), line)
             line = re.sub(r"(?<!`)`([^`]*'[^`]*)`(?!`)", r"``\1``", line)
         print(line)
 

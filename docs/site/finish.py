@@ -157,6 +157,8 @@ def main():
                            r'(\s*<div class="caption">\s*([^<]*)</div>)?', lambda match:
                            '<img src="%s" alt="%s"/>%s' % (
                                match[1], (match[3] or "").strip(), match[2] or ""), page.text)
+        page.text = re.sub(r"<code>(.*?)</code>", lambda match: match[0] if len(plain(match[1])) > 24
+                           else f'<code class="short">{match[1]}</code>', page.text, flags=re.S)
         # Doxygen leaves links to a section of another guide as they are in the source.
         page.text = re.sub(r'href="(?:docs/)?([\w-]+)\.md#', lambda match: 'href="md_docs_%s.html#' %
                            match[1].replace("-", "_"), page.text)

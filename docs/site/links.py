@@ -1,7 +1,8 @@
-"""links.py HTML-FOLDER: reports dead links and anchors, summaries that end in a colon, and markup
-that Doxygen did not understand and shows as text.
+"""links.py HTML-FOLDER: reports dead links and anchors, summaries that end in a colon, markup that
+Doxygen shows as text, and code of the guides that it changed.
 """
 
+import html
 import html.parser
 import pathlib
 import re
@@ -29,6 +30,26 @@ class Page(html.parser.HTMLParser):
             self.links.append(address)
 
 
+def visible(markup):
+    return " ".join(html.unescape(re.sub(r"<[^>]+>", "", markup)).split())
+
+
+def changed_code(texts):
+    """Yields each piece of code in a guide that its page does not show."""
+    for source in [*pathlib.Path(".").glob("*.md"), *sorted(pathlib.Path("docs").glob("*.md"))]:
+        name = "md_" + re.sub(r"[/-]", "_", str(source)[:-3]) + ".html"
+        page = texts["index.html" if source.name == "README.md" else name]
+        shown = visible(page)
+        pieces = {visible(code) for code in re.findall(r"<code[^>]*>(.*?)</code>", page, re.S)}
+        text = source.read_text(encoding="utf-8")
+        fences = re.compile(r"^```[^\n]*\n(.*?)^```", re.S | re.M)
+        lines = [line for block in fences.findall(text) for line in block.splitlines()]
+        prose = re.sub(r"^    .*", "", fences.sub("", text), flags=re.M)
+        spans = re.findall(r"(?<!`)`([^`]+)`(?!`)", prose)
+        yield from ((name, code) for code in lines if " ".join(code.split()) not in shown)
+        yield from ((name, code) for code in spans if " ".join(code.split()) not in pieces)
+
+
 def main():
     folder = pathlib.Path(sys.argv[1])
     texts = {p.name: p.read_text(encoding="utf-8") for p in sorted(folder.glob("*.html"))}
@@ -53,12 +74,14 @@ def main():
             faults.append(f"{name}: '{address}' leads to no anchor")
     for name, text in texts.items():
         for summary in SUMMARY.findall(text):
-            words = " ".join(re.sub(r"<[^>]+>", "", summary).replace("&#160;", " ").split())
+            words = visible(summary)
             if words.endswith(":"):
                 faults.append(f"{name}: the summary '{words}' ends in a colon")
         prose = re.sub(r'<(code|pre)\b.*?</\1>|<div class="line">.*?</div>', "", text, flags=re.S)
         for rest in re.findall(r"[^<>]*(?:`|\\ilinebr|&lt;/t[dr]&gt;)[^<>]*", prose):
             faults.append(f"{name}: markup shows in '{rest.strip()[:80]}'")
+    for name, code in changed_code(texts):
+        faults.append(f"{name}: does not show the code '{code}'")
     if count < 1000 or len(found) < 500:
         faults.append(f"only {count} links and {len(found)} rows of the index were found")
     if faults:
