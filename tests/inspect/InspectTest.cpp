@@ -108,19 +108,26 @@ TEST(Inspect, ReadsCoreFilesOfTheKernel)
     if (runCommand("cat /proc/sys/kernel/core_pattern").output != "core\n" ||
         setrlimit(RLIMIT_CORE, &unlimited) != 0)
         GTEST_SKIP() << "the kernel is set up to write core files elsewhere, or not at all";
-    ASSERT_EQ(chdir(folder.path().c_str()), 0);
-    const Host host({"deadlock2"});
-    VX_NEED_READABLE(host);
-    const json live = report(host.word(), 3);
-    kill(host.id(), SIGSEGV);
-    int status = 0;
-    waitpid(host.id(), &status, 0);
-    if (!WCOREDUMP(status))
-        GTEST_SKIP() << "the kernel wrote no core file";
-    const json dead = report("--core core*", 3);
-    EXPECT_EQ(dead["deadlocks"][0]["steps"], live["deadlocks"][0]["steps"]);
-    for (const char* section : {"locks", "shutdown", "names"})
-        EXPECT_EQ(dead[section], live[section]) << section;
+    for (const char* state : {"deadlock2", "ended", "first-pass", "final-pass"}) {
+        SCOPED_TRACE(state);
+        const int expected = std::strcmp(state, "deadlock2") == 0 ? 3 : 0;
+        ASSERT_EQ(chdir(folder.path().c_str()), 0); // where the host writes its core file
+        const Host host({state});
+        ASSERT_EQ(chdir("/"), 0);
+        VX_NEED_READABLE(host);
+        const json live = report(host.word(), expected);
+        kill(host.id(), SIGSEGV);
+        int status = 0;
+        waitpid(host.id(), &status, 0);
+        if (!WCOREDUMP(status))
+            GTEST_SKIP() << "the kernel wrote no core file";
+        const json dead = report("--core " + folder.path() + "/core*", expected);
+        EXPECT_EQ(dead["deadlocks"].size(), live["deadlocks"].size());
+        for (const char* section : {"locks", "shutdown", "names"})
+            EXPECT_EQ(dead[section], live[section]) << section;
+        EXPECT_EQ(dead["notes"], json::array());
+        runCommand("rm " + folder.path() + "/core*");
+    }
 }
 
 TEST(Inspect, DebuggersShowTheSame)
@@ -334,19 +341,29 @@ TEST(Inspect, SurvivesAProcessThatEndsMeanwhile)
     }
 }
 
-TEST(Inspect, NeedsNeitherSymbolsNorDebugFilesForLocks)
+namespace {
+
+// Stripped copies of the libraries, with separate debug files.
+void copyLibraries(const std::string& to)
 {
-    const ScratchFolder folder;
-    const std::string copies = folder.path();
     for (const std::string library : {VX_LIBRARY, OS_LIBRARY}) {
-        const std::string copy = copies + "/$(basename " + library + ")";
+        const std::string copy = to + "/$(basename " + library + ")";
         ASSERT_EQ(runCommand("objcopy --only-keep-debug " + library + " " + copy + ".debug && " +
                              "objcopy --strip-all --add-gnu-debuglink=" + copy + ".debug " +
                              library + " " + copy)
                       .status,
                   0);
     }
-    ASSERT_EQ(runCommand("cd " + copies + " && ln -s libVx.so.17.*[0-9] libVx.so.17").status, 0);
+    ASSERT_EQ(runCommand("cd " + to + " && ln -s libVx.so.17.*[0-9] libVx.so.17").status, 0);
+}
+
+} // namespace
+
+TEST(Inspect, NeedsNeitherSymbolsNorDebugFilesForLocks)
+{
+    const ScratchFolder folder;
+    const std::string copies = folder.path();
+    copyLibraries(copies);
     const Host host({"deadlock2"}, copies + ":" IPP_FOLDER);
     VX_NEED_READABLE(host);
     // The debug file has the name of a function that is not exported.
@@ -357,6 +374,48 @@ TEST(Inspect, NeedsNeitherSymbolsNorDebugFilesForLocks)
     EXPECT_EQ(without.status, 3) << without.output;
     EXPECT_EQ(without.output.find("RecursiveLock"), std::string::npos);
     EXPECT_NE(without.output.find("waits for 'MediaCache'"), std::string::npos);
+}
+
+TEST(Inspect, FindsTheBinariesOfACoreFileBelowTheSysroot)
+{
+    const ScratchFolder ran; // stripped libraries, which are gone when the core file is read
+    copyLibraries(ran.path());
+    const Host host({"deadlock2"}, ran.path() + ":" IPP_FOLDER);
+    VX_NEED_READABLE(host);
+    const ScratchFolder folder;
+    const std::string core = coreOf(host, folder);
+    if (core.empty())
+        GTEST_SKIP() << "gdb may not attach to a child";
+    ASSERT_EQ(runCommand("rm -r " + ran.path() + "/*").status, 0);
+    const std::string without = report("--core " + core, 3)["notes"].dump();
+    EXPECT_NE(without.find("libVx.so"), std::string::npos) << without;
+    EXPECT_NE(without.find("--sysroot"), std::string::npos) << without;
+
+    const std::string libraries = " " VX_LIBRARY " " OS_LIBRARY " "; // not stripped
+    const std::string arrangements[] = {
+        "mkdir -p ." + ran.path() + " && cp" + libraries + "." + ran.path(),
+        "cp" + libraries + ".",
+        "for file in" + libraries +
+            "; do id=$(readelf -n $file | sed -n 's/.*Build ID: //p'); "
+            "to=debug/usr/lib/debug/.build-id/$(echo $id | cut -c -2); mkdir -p $to; "
+            "cp $file $to/$(echo $id | cut -c 3-); done; mv debug/usr .",
+    };
+    for (const std::string& arrangement : arrangements) {
+        SCOPED_TRACE(arrangement);
+        const ScratchFolder sysroot;
+        const Result made = runCommand("cd " + sysroot.path() + " && " + arrangement);
+        ASSERT_EQ(made.status, 0) << made.output;
+        const std::string notes =
+            report("--core " + core + " --sysroot " + sysroot.path(), 3)["notes"].dump();
+        EXPECT_EQ(notes.find("libVx.so"), std::string::npos) << notes;
+        EXPECT_NE(notes.find("libc.so"), std::string::npos) << notes;
+    }
+    // Of another build.
+    const ScratchFolder sysroot;
+    ASSERT_EQ(runCommand("cp /bin/true " + sysroot.path() + "/libOS.so").status, 0);
+    const std::string other = "--core " + core + " --sysroot " + sysroot.path();
+    EXPECT_NE(report(other, 3)["notes"].dump().find("others, or has another build"),
+              std::string::npos);
 }
 
 TEST(Inspect, ExplainsWhatItCannotRead)

@@ -1,4 +1,5 @@
 // Reads a core file, and what it leaves out from the files that were mapped.
+#include "BuildId.h"
 #include "Process.h"
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 #include <fmt/format.h>
 #include <map>
 #include <sys/procfs.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -17,13 +19,19 @@ namespace inspect {
 namespace {
 
 constexpr std::size_t kPage = 4096;
-constexpr std::uint64_t kMostNotes = 1 << 28;
+constexpr std::uint64_t kMostNotes = 1 << 28; // bytes
 constexpr std::size_t kMostSegments = 1 << 20;
+constexpr std::size_t kMostThreads = 1 << 15;
 
+/// A regular file. Others, which a core file may name as well, might block or never end.
 class File {
 public:
-    explicit File(const std::string& path) : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC))
-    {}
+    explicit File(const std::string& path)
+        : descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK))
+    {
+        struct stat status;
+        regular_ = descriptor_ >= 0 && fstat(descriptor_, &status) == 0 && S_ISREG(status.st_mode);
+    }
     ~File()
     {
         if (descriptor_ >= 0)
@@ -33,6 +41,7 @@ public:
     File& operator=(const File&) = delete;
 
     bool isOpen() const { return descriptor_ >= 0; }
+    bool isRegular() const { return regular_; }
 
     /// Reads all of it or returns false.
     bool read(std::uint64_t offset, void* to, std::size_t size) const
@@ -53,6 +62,21 @@ public:
 
 private:
     const int descriptor_;
+    bool regular_;
+};
+
+/// The first page of a program or library.
+struct FirstPage {
+    alignas(Elf64_Ehdr) char bytes[kPage];
+
+    bool isModule() const { return std::memcmp(bytes, ELFMAG, SELFMAG) == 0; }
+
+    /// Whether it is of the same build. Stripping a file changes its first page, but not its ID.
+    bool isOf(FirstPage& other, const std::string& id)
+    {
+        return std::memcmp(bytes, other.bytes, kPage) == 0 ||
+               (!id.empty() && buildIdIn(bytes, kPage) == id);
+    }
 };
 
 /// A part of memory: in the core file, or left out of it.
@@ -104,12 +128,20 @@ public:
     std::string fileOf(const Mapping& mapping) const override
     {
         const auto known = files_.find(mapping.path);
-        if (known != files_.end())
-            return known->second;
-        std::string file = sysroot_ + mapping.path;
-        if (!isSameFile(file, mapping.path))
-            file.clear();
-        return files_[mapping.path] = file;
+        return known != files_.end() ? known->second
+                                     : files_[mapping.path] = findFile(mapping.path);
+    }
+
+    std::vector<std::string> missingModules() const override
+    {
+        std::vector<std::string> missing;
+        for (const Mapping& mapping : mappings_) {
+            FirstPage stored;
+            if (isFirstOfPath(mapping) && readFirstPage(mapping.path, stored) && stored.isModule() &&
+                fileOf(mapping).empty())
+                missing.push_back(mapping.path);
+        }
+        return missing;
     }
 
     bool live() const override { return false; }
@@ -127,7 +159,9 @@ private:
     const Segment* segmentOf(Address address) const;
     std::size_t readPiece(Address from, char* to, std::size_t size) const;
     std::size_t readLeftOut(Address from, char* to, std::size_t size) const;
-    bool isSameFile(const std::string& file, const std::string& mapped) const;
+    bool isFirstOfPath(const Mapping& mapping) const;
+    bool readFirstPage(const std::string& path, FirstPage& page) const;
+    std::string findFile(const std::string& path) const;
 
     [[noreturn]] void refuse(const char* why) const
     {
@@ -143,6 +177,8 @@ private:
     std::vector<Segment> segments_;         // by address
     std::vector<FileMapping> fileMappings_; // by address
     std::vector<Thread> threads_;
+    std::uint64_t notesRead_ = 0;                      // bytes
+    std::map<std::string, std::uint64_t> firstPages_;  // by path: the offset in the core file
     mutable std::map<std::string, std::string> files_; // the files that were mapped, verified
     mutable std::map<std::string, std::unique_ptr<File>> opened_;
 };
@@ -150,7 +186,8 @@ private:
 void CoreFile::readHeaders()
 {
     Elf64_Ehdr header;
-    if (!core_.read(0, &header, sizeof header) || std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0)
+    if (!core_.isRegular() || !core_.read(0, &header, sizeof header) ||
+        std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0)
         refuse("is not a core file");
     if (header.e_ident[EI_CLASS] != ELFCLASS64 || header.e_machine != EM_X86_64)
         refuse("is a core file of another kind of processor");
@@ -185,8 +222,9 @@ std::vector<Elf64_Phdr> CoreFile::programHeaders(const Elf64_Ehdr& header) const
 
 void CoreFile::readNotes(std::uint64_t offset, std::uint64_t size)
 {
-    if (size > kMostNotes)
+    if (size > kMostNotes - notesRead_)
         refuse("is damaged: its notes are too large");
+    notesRead_ += size;
     std::vector<char> notes(size);
     if (!core_.read(offset, notes.data(), size))
         refuse("is truncated: its notes are missing");
@@ -234,6 +272,8 @@ void CoreFile::readStatus(const char* note, std::size_t size)
         thread.futex = status.pr_reg[kFirstArgument];
     if (threads_.empty() && id_ == 0)
         id_ = thread.id;
+    if (threads_.size() == kMostThreads)
+        refuse("is damaged: it has too many threads");
     threads_.push_back(std::move(thread));
 }
 
@@ -261,9 +301,10 @@ void CoreFile::readFiles(const char* note, std::size_t size)
 }
 
 // Segments tell permissions, file mappings tell paths. Debuggers leave out the segments of pages
-// that are as in the file.
+// that are as in the file. Both lists are by address, and are walked side by side.
 void CoreFile::makeMappings()
 {
+    std::size_t next = 0; // the file mapping at or after the segment
     for (const Segment& segment : segments_) {
         Mapping mapping;
         mapping.start = segment.start;
@@ -271,24 +312,29 @@ void CoreFile::makeMappings()
         mapping.readable = (segment.flags & PF_R) != 0;
         mapping.writable = (segment.flags & PF_W) != 0;
         mapping.executable = (segment.flags & PF_X) != 0;
-        for (const FileMapping& file : fileMappings_)
-            if (file.start <= segment.start && segment.start < file.end) {
-                mapping.path = file.path;
-                mapping.offset = file.offset + segment.start - file.start;
-            }
+        while (next < fileMappings_.size() && fileMappings_[next].end <= segment.start)
+            ++next;
+        if (next < fileMappings_.size() && fileMappings_[next].start <= segment.start) {
+            const FileMapping& file = fileMappings_[next];
+            mapping.path = file.path;
+            mapping.offset = file.offset + segment.start - file.start;
+            if (mapping.offset == 0 && segment.stored >= kPage)
+                firstPages_.emplace(file.path, segment.offset);
+        }
         mappings_.push_back(std::move(mapping));
     }
+    auto segment = segments_.begin();
+    Address done = 0;
     for (const FileMapping& file : fileMappings_) {
-        Address at = file.start;
-        for (const Segment& segment : segments_) {
-            if (segment.start >= file.end)
-                break;
-            if (at < segment.start)
-                addLeftOut(file, at, segment.start);
-            at = std::max(at, segment.start + segment.size);
+        done = std::max(done, file.start);
+        for (; segment != segments_.end() && segment->start < file.end; ++segment) {
+            if (done < segment->start)
+                addLeftOut(file, done, segment->start);
+            done = std::max(done, segment->start + segment->size);
         }
-        if (at < file.end)
-            addLeftOut(file, at, file.end);
+        if (done < file.end)
+            addLeftOut(file, done, file.end);
+        done = std::max(done, file.end);
     }
     std::sort(mappings_.begin(), mappings_.end(),
               [](const Mapping& a, const Mapping& b) { return a.start < b.start; });
@@ -314,7 +360,8 @@ bool CoreFile::isCode(const Mapping& mapping) const
         return false;
     const File file(path);
     Elf64_Ehdr header;
-    if (!file.read(0, &header, sizeof header) || header.e_phentsize != sizeof(Elf64_Phdr))
+    if (!file.isRegular() || !file.read(0, &header, sizeof header) ||
+        header.e_phentsize != sizeof(Elf64_Phdr))
         return false;
     for (unsigned int i = 0; i < header.e_phnum; ++i) {
         Elf64_Phdr segment;
@@ -367,24 +414,45 @@ std::size_t CoreFile::readLeftOut(Address from, char* to, std::size_t size) cons
     return opened->read(mapping->offset + (from - mapping->start), to, size) ? size : 0;
 }
 
-// Kernels store the first page of each module, with its build ID: a file with another first page
-// has been replaced since.
-bool CoreFile::isSameFile(const std::string& file, const std::string& mapped) const
+bool CoreFile::isFirstOfPath(const Mapping& mapping) const
 {
-    const File opened(file);
-    if (!opened.isOpen())
-        return false;
-    for (const FileMapping& mapping : fileMappings_) {
-        const Segment* const segment = segmentOf(mapping.start);
-        if (mapping.path != mapped || mapping.offset != 0 || segment == nullptr ||
-            segment->start != mapping.start || segment->stored < kPage)
-            continue;
-        char stored[kPage];
-        char found[kPage];
-        return core_.read(segment->offset, stored, kPage) && opened.read(0, found, kPage) &&
-               std::memcmp(stored, found, kPage) == 0;
+    return mapping.offset == 0 && firstPages_.count(mapping.path) != 0;
+}
+
+// Kernels store the first page of each module, with its build ID.
+bool CoreFile::readFirstPage(const std::string& path, FirstPage& page) const
+{
+    const auto found = firstPages_.find(path);
+    return found != firstPages_.end() && core_.read(found->second, page.bytes, kPage);
+}
+
+// Looks for a mapped file at its own path below the sysroot, in the sysroot itself, where people
+// collect the files of another machine, and by its build ID where debuggers keep such files. A
+// file of another build has been replaced since and is not used.
+std::string CoreFile::findFile(const std::string& path) const
+{
+    FirstPage stored;
+    if (!readFirstPage(path, stored))
+        return {};
+    constexpr std::string_view kDeleted = " (deleted)"; // replaced while the process ran
+    std::string name = path;
+    if (name.size() > kDeleted.size() &&
+        name.compare(name.size() - kDeleted.size(), kDeleted.size(), kDeleted) == 0)
+        name.erase(name.size() - kDeleted.size());
+    const std::string id = stored.isModule() ? buildIdIn(stored.bytes, kPage) : "";
+    std::vector<std::string> candidates = {sysroot_ + name};
+    if (!sysroot_.empty())
+        candidates.push_back(fmt::format("{}/{}", sysroot_, fileName(name)));
+    if (id.size() > 2)
+        candidates.push_back(fmt::format("{}/usr/lib/debug/.build-id/{}/{}", sysroot_,
+                                         id.substr(0, 2), id.substr(2)));
+    for (const std::string& candidate : candidates) {
+        const File opened(candidate);
+        FirstPage found;
+        if (opened.isRegular() && opened.read(0, found.bytes, kPage) && found.isOf(stored, id))
+            return candidate;
     }
-    return false;
+    return {};
 }
 
 } // namespace

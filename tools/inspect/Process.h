@@ -71,6 +71,9 @@ public:
     /// Where this system has a file of the process, or empty if it has another or none.
     virtual std::string fileOf(const Mapping& mapping) const = 0;
 
+    /// The paths of programs and libraries of the process that this system does not have.
+    virtual std::vector<std::string> missingModules() const { return {}; }
+
     virtual bool live() const = 0;
     virtual unsigned int id() const = 0;
     const std::string& name() const { return name_; }

@@ -47,7 +47,7 @@ std::string toUtf8(const std::u32string& wide)
 
 } // namespace
 
-template <class Ch> std::optional<std::basic_string<Ch>> Reader::characters(Address string) const
+template <class Ch> std::optional<std::basic_string<Ch>> Reader::characters(Address string)
 {
     const auto& layout = *roots_.locks;
     const auto block = process_.get<Address>(string + layout.blockInString);
@@ -58,8 +58,10 @@ template <class Ch> std::optional<std::basic_string<Ch>> Reader::characters(Addr
     const auto data = process_.get<Address>(*block + layout.dataInBlock);
     const auto length = process_.get<std::uint32_t>(*block + layout.lengthInBlock);
     const auto capacity = process_.get<std::uint32_t>(*block + layout.capacityInBlock);
-    if (!data || !length || !capacity || *length >= *capacity || *length > kLongestString)
+    if (!data || !length || !capacity || *length >= *capacity || *length > kLongestString ||
+        *length * sizeof(Ch) > bytesLeft_)
         return std::nullopt;
+    bytesLeft_ -= *length * sizeof(Ch);
     std::basic_string<Ch> read(*length + 1, Ch(1));
     if (!process_.read(*data, read.data(), read.size() * sizeof(Ch)) || read.back() != Ch(0))
         return std::nullopt;
@@ -67,26 +69,27 @@ template <class Ch> std::optional<std::basic_string<Ch>> Reader::characters(Addr
     return read;
 }
 
-std::optional<std::string> Reader::string(Address string) const { return characters<char>(string); }
+std::optional<std::string> Reader::string(Address string) { return characters<char>(string); }
 
-std::string Reader::text(Address at) const { return string(at).value_or("<damaged>"); }
+std::string Reader::text(Address at) { return string(at).value_or("<damaged>"); }
 
-std::optional<std::u32string> Reader::wideString(Address string) const
+std::optional<std::u32string> Reader::wideString(Address string)
 {
     return characters<char32_t>(string);
 }
 
-std::optional<std::string> Reader::cString(Address from) const
+std::optional<std::string> Reader::cString(Address from)
 {
     std::string read;
     char piece[64];
-    while (read.size() < 4096) {
+    while (read.size() < 4096 && bytesLeft_ != 0) {
         // Piece by piece up to a multiple of the size, which never crosses a page.
         const std::size_t size = sizeof piece - from % sizeof piece;
         if (!process_.read(from, piece, size))
             return std::nullopt;
         const std::size_t length = strnlen(piece, size);
         read.append(piece, length);
+        bytesLeft_ -= std::min(bytesLeft_, size);
         if (length < size)
             return read;
         from += size;
@@ -251,6 +254,20 @@ void Reader::readMemory()
         }
 }
 
+void Reader::noteMissingModules()
+{
+    const std::vector<std::string> missing = process_.missingModules();
+    if (missing.empty())
+        return;
+    std::string names;
+    for (std::size_t i = 0; i < missing.size() && i < 3; ++i)
+        names += fmt::format("{}'{}'", i == 0 ? "" : ", ", missing[i]);
+    note(fmt::format("this machine does not have {}{}, or has another build, so names of functions "
+                     "and stacks are missing: name a folder that has these files with --sysroot",
+                     names,
+                     missing.size() > 3 ? fmt::format(" and {} others", missing.size() - 3) : ""));
+}
+
 void Reader::readAll()
 {
     snapshot_.libraryVersion = roots_.libraryVersion;
@@ -271,6 +288,7 @@ void Reader::readAll()
         readPools();
     if (roots_.blocks)
         readMemory();
+    noteMissingModules();
     addLocksOfWaiting(before);
     snapshot_.threads = process_.threads();
     noteWaiting(before);

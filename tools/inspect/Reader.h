@@ -31,6 +31,7 @@ private:
     void readPools();
     bool readPool(Address logger);
     void readMemory();
+    void noteMissingModules();
 
     /// Reads a lock and adds it, or finds it among those that have been read.
     std::size_t addLock(Address section, const std::string& name, const char* place);
@@ -39,11 +40,11 @@ private:
     void noteWaiting(const std::vector<Thread>& waiting);
 
     /// The characters of a LightweightString, or nothing if it is damaged.
-    std::optional<std::string> string(Address string) const;
-    std::optional<std::u32string> wideString(Address string) const;
-    std::string text(Address string) const; ///< the same, marked if it is damaged
-    template <class Ch> std::optional<std::basic_string<Ch>> characters(Address string) const;
-    std::optional<std::string> cString(Address from) const;
+    std::optional<std::string> string(Address string);
+    std::optional<std::u32string> wideString(Address string);
+    std::string text(Address string); ///< the same, marked if it is damaged
+    template <class Ch> std::optional<std::basic_string<Ch>> characters(Address string);
+    std::optional<std::string> cString(Address from);
     bool isOfPlatform(Address address) const;
     void note(std::string text) { snapshot_.notes.push_back(std::move(text)); }
 
@@ -51,6 +52,7 @@ private:
     const Roots roots_;
     Snapshot& snapshot_;
     std::unordered_map<Address, std::size_t> lockOfPlatformLock_;
+    std::size_t bytesLeft_ = std::size_t{1} << 28; ///< of strings: damaged lists may repeat one
 };
 
 } // namespace inspect

@@ -33,8 +33,9 @@ Address findIn(const Process& process, const Mapping& mapping, const char (&magi
     std::vector<char> piece(kPiece + sizeof magic);
     for (Address at = mapping.start; at < mapping.end; at += kPiece) {
         const std::size_t size = std::min<Address>(piece.size(), mapping.end - at);
+        // A core file may claim memory that it does not have, up to the whole address space.
         if (!process.read(at, piece.data(), size))
-            continue;
+            break;
         for (std::size_t i = 0; i + sizeof magic <= size; i += 8) {
             if (std::memcmp(piece.data() + i, magic, sizeof magic) != 0)
                 continue;
