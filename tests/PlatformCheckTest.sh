@@ -46,4 +46,5 @@ expect 2 "$tool" "$reference" memory.aligned no.such.check
 expect 2 "$tool" "$reference" disk.links # of another level
 expect 2 "$tool" --level strict "$reference"
 expect 2 "$tool"
+expect 2 bash -c '"$1" --list >/dev/full' - "$tool"
 exit $failures

@@ -40,7 +40,7 @@ constexpr std::pair<const char*, const char*> kFaults[] = {
     {"dead-at-exit", "memory.early-and-late"},
     {"calls-back", "reclaim.registry"},
     {"ascii-signed", "text.ascii"},
-    {"ascii-null", "text.ascii"},
+    {"ascii-null", "text.null"},
     {"length-ignored", "text.lengths"},
     {"surrogate-passes", "text.no-code-points"},
     {"latin1", "text.scalars"},

@@ -31,6 +31,21 @@ Vx::Ptr<iFile> openToReplace(const Wide& path)
     return OS()->fileSystem()->openFile(path, 2, 3, 0, 0);
 }
 
+// As above, for files that must open: an empty pointer would end the check without a reason.
+Vx::Ptr<iFile> reader(const Wide& path)
+{
+    Vx::Ptr<iFile> file = openToRead(path);
+    require(bool(file), "a written file does not open for reading");
+    return file;
+}
+
+Vx::Ptr<iFile> writer(const Wide& path)
+{
+    Vx::Ptr<iFile> file = openToReplace(path);
+    require(bool(file), "a file does not open for writing");
+    return file;
+}
+
 bool writeAll(iFile& file, const std::string& bytes)
 {
     return file.write(bytes.data(), static_cast<unsigned int>(bytes.size()));
@@ -38,16 +53,14 @@ bool writeAll(iFile& file, const std::string& bytes)
 
 void put(const Wide& path, const std::string& bytes)
 {
-    const Vx::Ptr<iFile> file = openToReplace(path);
-    require(bool(file), "a file does not open for writing");
+    const Vx::Ptr<iFile> file = writer(path);
     require(bytes.empty() || writeAll(*file, bytes),
             "a write of " + std::to_string(bytes.size()) + " bytes fails");
 }
 
 std::string content(const Wide& path)
 {
-    const Vx::Ptr<iFile> file = openToRead(path);
-    require(bool(file), "a written file does not open for reading");
+    const Vx::Ptr<iFile> file = reader(path);
     std::string bytes(file->size(), '?');
     require(bytes.empty() || file->read(bytes.data(), file->size()),
             "a file of " + std::to_string(bytes.size()) + " bytes cannot be read");
@@ -65,8 +78,7 @@ void counted()
 {
     put(newPath("counted"), "x");
     for (const bool reads : {false, true}) {
-        const Vx::Ptr<iFile> file =
-            reads ? openToRead(newPath("counted")) : openToReplace(newPath("counted"));
+        const Vx::Ptr<iFile> file = reads ? reader(newPath("counted")) : writer(newPath("counted"));
         const unsigned int count = file.useCount();
         require(count == 1, "one holder of a new file is counted as " + std::to_string(count));
     }
@@ -76,8 +88,7 @@ void reads()
 {
     const Wide path = newPath("read");
     put(path, std::string("a\0\r\nb", 5));
-    const Vx::Ptr<iFile> file = openToRead(path);
-    require(bool(file), "an existing file does not open");
+    const Vx::Ptr<iFile> file = reader(path);
     char bytes[8] = {};
     require(file->read(bytes, 2) && std::string(bytes, 2) == std::string("a\0", 2),
             "the first two bytes are wrong");
@@ -90,18 +101,18 @@ void neverShort()
 {
     put(newPath("short"), "five!");
     char bytes[8] = {};
-    require(!openToRead(newPath("short"))->read(bytes, 6), "6 of 5 bytes are read");
-    require(!openToRead(newPath("short"))->read(bytes, 0x80000000u), "2^31 of 5 bytes are read");
+    require(!reader(newPath("short"))->read(bytes, 6), "6 of 5 bytes are read");
+    require(!reader(newPath("short"))->read(bytes, 0x80000000u), "2^31 of 5 bytes are read");
     put(newPath("empty"), "");
-    require(!openToRead(newPath("empty"))->read(bytes, 1), "1 of 0 bytes is read");
+    require(!reader(newPath("empty"))->read(bytes, 1), "1 of 0 bytes is read");
 }
 
 void size()
 {
     for (const unsigned int expected : {0u, 1u, 255u, 65536u, 70001u}) {
         put(newPath("size"), std::string(expected, 's'));
-        const Vx::Ptr<iFile> file = openToRead(newPath("size"));
-        require(file && file->size() == expected,
+        const Vx::Ptr<iFile> file = reader(newPath("size"));
+        require(file->size() == expected,
                 "wrong for a file of " + std::to_string(expected) + " bytes");
         char byte = 0;
         require(expected == 0 || (file->read(&byte, 1) && file->size() == expected),
@@ -112,8 +123,8 @@ void size()
 void positions()
 {
     put(newPath("positions"), "ab");
-    const Vx::Ptr<iFile> first = openToRead(newPath("positions"));
-    const Vx::Ptr<iFile> second = openToRead(newPath("positions"));
+    const Vx::Ptr<iFile> first = reader(newPath("positions"));
+    const Vx::Ptr<iFile> second = reader(newPath("positions"));
     char bytes[2] = {};
     require(first->read(bytes, 1) && second->read(bytes + 1, 1) && bytes[0] == 'a' &&
                 bytes[1] == 'a',
@@ -123,7 +134,7 @@ void positions()
 void readOnly()
 {
     put(newPath("read-only"), "old");
-    openToRead(newPath("read-only"))->write("new", 3);
+    reader(newPath("read-only"))->write("new", 3);
     requireContent(newPath("read-only"), "old", "after a write to a file open for reading");
 }
 
@@ -142,8 +153,7 @@ void writes()
     for (const std::size_t size :
          {1u, 4095u, 4096u, 4097u, 65535u, 65537u, 1u << 20, (1u << 20) + 1, (24u << 20) + 5}) {
         const std::string bytes = pattern(size);
-        Vx::Ptr<iFile> file = openToReplace(path);
-        require(bool(file), "a file does not open for writing");
+        Vx::Ptr<iFile> file = writer(path);
         if (!writeAll(*file, bytes)) {
             require(size > 1u << 20, "a write of " + std::to_string(size) + " bytes fails");
             break; // a platform may run out of space
@@ -156,7 +166,7 @@ void writes()
     }
     const std::string bytes = pattern(300000);
     {
-        const Vx::Ptr<iFile> file = openToReplace(path);
+        const Vx::Ptr<iFile> file = writer(path);
         for (std::size_t at = 0, n = 1; at < bytes.size(); at += n, n = n * 3 % 20011)
             require(writeAll(*file, bytes.substr(at, n)), "a write fails");
     }
@@ -167,7 +177,7 @@ void publishes()
 {
     const Wide path = newPath("published");
     put(path, "the old content");
-    Vx::Ptr<iFile> file = openToReplace(path);
+    Vx::Ptr<iFile> file = writer(path);
     requireContent(path, "the old content", "after opening for writing");
     require(file->write("new", 3), "a write fails");
     requireContent(path, "the old content", "after a write");
@@ -181,7 +191,7 @@ void lastHolderCloses()
 {
     const Wide path = newPath("holders");
     put(path, "old");
-    Vx::Ptr<iFile> file = openToReplace(path);
+    Vx::Ptr<iFile> file = writer(path);
     Vx::Ptr<iFile> second = file;
     require(file->write("new", 3), "a write fails");
     file.reset();
@@ -195,7 +205,7 @@ void commits()
 {
     const Wide path = newPath("committed");
     put(path, "old");
-    Vx::Ptr<iFile> file = openToReplace(path);
+    Vx::Ptr<iFile> file = writer(path);
     require(file->write("new", 3), "a write fails");
     require(file->write("", 0), "a commit fails for no reason");
     const std::string found = content(path);

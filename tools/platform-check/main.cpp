@@ -252,10 +252,8 @@ bool understand(int argc, char** argv, Options& options)
 
 } // namespace
 
-int main(int argc, char** argv)
+static int run(int argc, char** argv)
 {
-    if (argc == 3 && std::string_view(argv[1]) == "--child")
-        return runOne(argv[2]);
     if (argc == 2 && std::string_view(argv[1]) == "--list") {
         for (const Check& check : allChecks())
             std::printf("%-23s %-9s %s: %s\n", check.name, kLevels[check.level], check.source,
@@ -287,4 +285,15 @@ int main(int argc, char** argv)
     const int status = checkLibrary(options, folder);
     std::filesystem::remove_all(place);
     return status;
+}
+
+int main(int argc, char** argv)
+{
+    if (argc == 3 && std::string_view(argv[1]) == "--child")
+        return runOne(argv[2]);
+    const int status = run(argc, argv);
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0)
+        return status;
+    std::perror("platform-check: cannot write to standard output");
+    return 2;
 }
