@@ -206,6 +206,8 @@ def main():
                     browser.check_dark()
                 browser.check_menu()
                 browser.check_search("sharing", "Guides", "md_docs_strings.html#sharing")
+                browser.check_search("parse number", "Guides",
+                                     "md_docs_recipes.html#parse-a-number-strictly")
                 browser.check_search("substitute", "Reference", "namespaceVx.html#")
         # Every other page once, as narrow as it gets.
         browser.set_view(min(WIDTHS), "dark")
