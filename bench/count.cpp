@@ -6,6 +6,7 @@
 #include <Vx/Image/UUID.h>
 #include <Vx/VxAttribValuePair.h>
 #include <Vx/VxCRC.h>
+#include <Vx/VxNamedObjects.h>
 #include <Vx/VxStringNumbers.h>
 #include <Vx/VxStringSplit.h>
 #include <Vx/VxStringUtils.h>
@@ -72,4 +73,7 @@ int main()
         lock.enter();
         lock.leave();
     });
+    Vx::NamedObjectsNamespace names("bench");
+    names.create<CriticalSection>("PooledObjects.log_1", &lock);
+    count("look up a name", [&] { use(names.find<CriticalSection>("PooledObjects.log_1")); });
 }
