@@ -22,7 +22,7 @@ installed()
 with_cmake()
 {
     cmake -G Ninja -S "$source/tests/consumer" -B "$scratch/build" "$@" >/dev/null
-    cmake --build "$scratch/build" -- --quiet
+    cmake --build "$scratch/build" >"$scratch/log" || { cat "$scratch/log"; exit 1; }
     expect "$scratch/build/consumer"
     "$scratch/build/platform_only"
     "$scratch/build/consumer_test"
@@ -55,6 +55,10 @@ case $way in
         for compiler in g++ clang++; do
             command -v $compiler >/dev/null || { echo "$compiler is not installed"; continue; }
             for standard in 17 20 2b; do
+                $compiler -std=c++$standard -E -x c++ /dev/null >"$scratch/log" 2>&1 || {
+                    echo "$compiler does not know C++$standard"
+                    continue
+                }
                 # shellcheck disable=SC2046
                 $compiler -std=c++$standard -Wall -Wextra -Werror \
                     "$source/tests/consumer/consumer.cpp" $(pkg-config --cflags --libs vx) \
