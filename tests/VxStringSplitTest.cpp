@@ -121,6 +121,23 @@ TYPED_TEST(SplitOf, TakesOtherMatchersAndOutputs)
     EXPECT_EQ(counter.total, 5u);
 }
 
+TYPED_TEST(SplitOf, FindsOneCharacterAsAnyOtherMatcherDoes)
+{
+    using Vx::detail::findMatches;
+    const std::string sources[] = {"", ",", ",,", "a", "a,b,,c,", {"\0,\0", 3}};
+    for (const std::string& source : sources)
+        for (const char separator : {',', 'c', '\0'}) {
+            const auto text = widen<TypeParam>(source);
+            const auto length = static_cast<unsigned int>(text.size());
+            const auto c = static_cast<TypeParam>(separator);
+            std::vector<unsigned int> positions{7}, plain{7};
+            findMatches(text.data(), length, Vx::IsMatchingChar<TypeParam>(c), positions);
+            findMatches(
+                text.data(), length, [c](TypeParam other) { return other == c; }, plain);
+            EXPECT_EQ(positions, plain) << source << " at " << separator;
+        }
+}
+
 TYPED_TEST(SplitOf, BuilderStopsAtTheEndOfTheString)
 {
     using String = LightweightString<TypeParam>;

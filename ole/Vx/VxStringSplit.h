@@ -11,6 +11,7 @@
 #include <Vx/LightweightString.h>
 #include <Vx/VxExport.h>
 #include <Vx/VxMemory.h>
+#include <Vx/detail/FindMatches.h>
 #include <algorithm>
 #include <cstdint>
 #include <vector>
@@ -79,12 +80,8 @@ void findSeparators(const String& text, Matcher matches, std::vector<unsigned in
 {
     const auto* const chars = text.c_str();
     const unsigned int length = text.length();
-    if ((flags & RespectQuotes) == 0) {
-        for (unsigned int i = 0; i < length; ++i)
-            if (matches(chars[i]))
-                positions.push_back(i);
-        return;
-    }
+    if ((flags & RespectQuotes) == 0)
+        return detail::findMatches(chars, length, matches, positions);
     bool inQuotes = false;
     for (unsigned int i = 0; i < length; ++i) {
         const bool isQuote = chars[i] == '"';

@@ -2,12 +2,12 @@
 
 #include "threads/ForkEpoch.h"
 
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <mutex>
 #include <sys/random.h>
 
 namespace {
@@ -32,18 +32,17 @@ void fetchRandom(unsigned char* to, std::size_t count) noexcept
 // Random bytes fetched in advance, since one call for each identifier takes five times as long.
 // Not thread_local: the loader has little storage to spare for a library that is loaded late.
 struct Reserve {
-    std::mutex mutex;
-    std::uint64_t epoch = 0; // of the process that fetched the bytes; guarded by mutex
-    std::size_t left = 0;    // identifiers, the first ones in the array; guarded by mutex
-    unsigned char bytes[64][sizeof(SimpleUUID)] = {};
+    std::atomic_flag inUse = ATOMIC_FLAG_INIT; // guards the other members
+    std::uint64_t epoch = 0;                   // of the process that fetched the bytes
+    std::size_t left = 0;                      // identifiers, the first ones in the array
+    unsigned char bytes[256][sizeof(SimpleUUID)] = {};
 };
 constinit Reserve reserve;
 
 bool takeFromReserve(std::uint64_t epoch, unsigned char* to) noexcept
 {
     // Without waiting, which would never end in a child forked while another thread is here.
-    const std::unique_lock<std::mutex> lock(reserve.mutex, std::try_to_lock);
-    if (!lock.owns_lock())
+    if (reserve.inUse.test_and_set(std::memory_order_acquire))
         return false;
     // The parent is going to use what a child inherits.
     if (reserve.left == 0 || reserve.epoch != epoch) {
@@ -52,6 +51,7 @@ bool takeFromReserve(std::uint64_t epoch, unsigned char* to) noexcept
         reserve.left = std::size(reserve.bytes);
     }
     std::memcpy(to, reserve.bytes[--reserve.left], sizeof(SimpleUUID));
+    reserve.inUse.clear(std::memory_order_release);
     return true;
 }
 
