@@ -137,8 +137,8 @@ public:
         std::vector<std::string> missing;
         for (const Mapping& mapping : mappings_) {
             FirstPage stored;
-            if (isFirstOfPath(mapping) && readFirstPage(mapping.path, stored) && stored.isModule() &&
-                fileOf(mapping).empty())
+            if (isFirstOfPath(mapping) && readFirstPage(mapping.path, stored) &&
+                stored.isModule() && fileOf(mapping).empty())
                 missing.push_back(mapping.path);
         }
         return missing;
