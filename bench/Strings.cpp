@@ -234,16 +234,29 @@ void addNumber(Ours& line, int number) { line += number; }
 void addNumber(QByteArray& line, int number) { line += QByteArray::number(number); }
 #endif
 
-template <class String> String logLine(int frame)
+constexpr unsigned int kKept = 6; // the characters of "frame "
+void shorten(std::string& line) { line.resize(kKept); }
+void shorten(Ours& line) { line.resizeFor(kKept); }
+#if BENCH_QT
+void shorten(QByteArray& line) { line.resize(kKept); }
+#endif
+
+// Appends to "frame ".
+template <class String> void finishLine(String& line, int frame)
 {
-    String line;
-    line += "frame ";
     addNumber(line, frame);
     line += " of reel ";
     addNumber(line, frame % 24);
     line += ": decoded in ";
     addNumber(line, frame * 7 % 1000);
     line += " us";
+}
+
+template <class String> String logLine(int frame)
+{
+    String line;
+    line += "frame ";
+    finishLine(line, frame);
     return line;
 }
 
@@ -252,6 +265,21 @@ template <class String> void logLines(State& state)
     run(state, isText(logLine<String>(9999), "frame 9999 of reel 15: decoded in 993 us"), [] {
         for (int frame = 0; frame < 10000; ++frame)
             keep(chars(logLine<String>(frame)));
+    });
+}
+
+// A host that writes many lines keeps one string and its block.
+template <class String> void logLinesInOneString(State& state)
+{
+    String line = logLine<String>(0);
+    const auto rewrite = [&](int frame) -> const String& {
+        shorten(line);
+        finishLine(line, frame);
+        return line;
+    };
+    run(state, isText(rewrite(9999), "frame 9999 of reel 15: decoded in 993 us"), [&] {
+        for (int frame = 0; frame < 10000; ++frame)
+            keep(chars(rewrite(frame)));
     });
 }
 
@@ -286,8 +314,13 @@ void addWork()
     Row log("strings", "10,000 log lines built with +=", {1.0});
     log.ours(logLines<Ours>).peer("std::string, to_chars", logLines<std::string>);
 
+    Row one("strings", "10,000 log lines in one string", {1.25, "std::string, to_chars"});
+    one.ours(logLinesInOneString<Ours>);
+    one.peer("std::string, to_chars", logLinesInOneString<std::string>);
+
 #if BENCH_QT
     log.peer("QByteArray", logLines<QByteArray>);
+    one.peer("QByteArray", logLinesInOneString<QByteArray>);
 #endif
 
     Row own("strings", "make and drop 64 characters in each of 16 threads");
