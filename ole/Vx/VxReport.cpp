@@ -7,6 +7,7 @@
 #include <Vx/platform/OS.h>
 #include <Vx/platform/iFileSystem.h>
 #include <Vx/platform/iThreading.h>
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <limits>
@@ -32,6 +33,7 @@ using detail::OwnMemory;
 using Progress = detail::InspectShutdownProgress;
 
 constexpr unsigned int kLastOfFirstPass = 200;
+constexpr std::size_t kMostSpaces = 32;
 
 bool isOurCode(Address at) { return at >= addressOf(vxStart) && at < addressOf(vxCodeEnd); }
 
@@ -68,18 +70,25 @@ private:
     void heading(std::string_view title);
     void count(std::size_t number, std::string_view one, std::string_view many);
     void owner(const OwnMemory::Lock& lock);
+    void nameRow(Address space, Address entry);
+    void quoted(Address string)
+    {
+        text_ << "'";
+        memory_.print<char>(text_, string);
+        text_ << "'";
+    }
     void function(Address at);
     void state();
 
-    Address global() const
-    {
-        return memory_.get<Address>(addressOf(Inspect::names.global)).value_or(0);
-    }
+    void addSpace(Address space);
 
     detail::ReportText text_;
     OwnMemory memory_;
     std::size_t freeLocks_ = 0;
     std::size_t shownLocks_ = 0;
+    std::size_t shownNames_ = 0;
+    Address spaces_[kMostSpaces]; // the global namespace, and those that are published in one
+    std::size_t spaceCount_ = 0;
 };
 
 // What comes before is safe whatever the section runs into.
@@ -125,11 +134,20 @@ template <class Name> void Report::lock(Address section, std::string_view place,
           << "unknown\n";
 }
 
+void Report::addSpace(Address space)
+{
+    Address* const end = spaces_ + spaceCount_;
+    if (space != 0 && spaceCount_ < kMostSpaces && std::find(spaces_, end, space) == end)
+        spaces_[spaceCount_++] = space;
+}
+
 void Report::locks()
 {
     heading("Locks");
     const auto& layout = Inspect::names;
-    if (const Address space = global()) {
+    addSpace(memory_.get<Address>(addressOf(layout.global)).value_or(0));
+    for (std::size_t i = 0; i < spaceCount_; ++i) { // more are found meanwhile
+        const Address space = spaces_[i];
         lock(space + layout.namespaceLock, "namespace", [&] {
             text_ << "namespace ";
             memory_.print<char>(text_, space + layout.namespaceName);
@@ -138,8 +156,12 @@ void Report::locks()
             const auto name = [&] { memory_.print<char>(text_, entry + layout.objectName); };
             lock(entry + layout.lock, "named object", name);
             const Address object = memory_.get<Address>(entry + layout.object).value_or(0);
-            if (object != 0 && memory_.isString(entry + layout.typeName, "15CriticalSection"))
+            if (object == 0)
+                return;
+            if (memory_.isString(entry + layout.typeName, "15CriticalSection"))
                 lock(object, "published lock", name);
+            if (memory_.isString(entry + layout.typeName, "N2Vx21NamedObjectsNamespaceE"))
+                addSpace(object);
         });
     }
     lock(addressOf(Inspect::shutdown.list) + Inspect::shutdown.lockInList, "shutdown list",
@@ -305,36 +327,50 @@ void Report::shutdown()
                  "complete\n";
 }
 
+void Report::nameRow(Address space, Address entry)
+{
+    const auto& layout = Inspect::names;
+    const unsigned int indent = spaceCount_ > 1 ? 24 : 0; // for the column of namespaces
+    if (shownNames_++ == 0)
+        text_ << (indent != 0 ? "NAMESPACE               TYPE" : "TYPE") << Column{indent + 40}
+              << "NAME" << Column{indent + 72} << "OBJECT" << Column{indent + 88} << "LOCK\n";
+    if (indent != 0)
+        quoted(space + layout.namespaceName), text_ << Column{indent};
+    memory_.print<char>(text_, entry + layout.typeName);
+    text_ << Column{indent + 40};
+    quoted(entry + layout.objectName);
+    text_ << Column{indent + 72};
+    const auto object = memory_.get<Address>(entry + layout.object);
+    if (object && *object != 0)
+        text_ << Hex{*object} << Column{indent + 88};
+    else
+        text_ << (object ? "none" : "<damaged>") << Column{indent + 88};
+    const OwnMemory::Lock lock = memory_.lock(entry + layout.lock);
+    if (lock.known && lock.owner == 0)
+        text_ << "free";
+    else
+        owner(lock);
+    text_ << "\n";
+}
+
+// The looks at the locks have found the namespaces.
 void Report::names()
 {
     heading("Named objects");
-    const auto& layout = Inspect::names;
-    const Address space = global();
-    std::size_t shown = 0;
-    const auto row = [&](Address entry) {
-        if (shown++ == 0)
-            text_ << "TYPE" << Column{40} << "NAME" << Column{72} << "OBJECT" << Column{88}
-                  << "LOCK\n";
-        memory_.print<char>(text_, entry + layout.typeName);
-        text_ << Column{40} << "'";
-        memory_.print<char>(text_, entry + layout.objectName);
-        text_ << "'" << Column{72};
-        const auto object = memory_.get<Address>(entry + layout.object);
-        if (object && *object != 0)
-            text_ << Hex{*object} << Column{88};
-        else
-            text_ << (object ? "none" : "<damaged>") << Column{88};
-        const OwnMemory::Lock lock = memory_.lock(entry + layout.lock);
-        if (lock.known && lock.owner == 0)
-            text_ << "free";
-        else
-            owner(lock);
-        text_ << "\n";
-    };
-    if (space != 0 && !memory_.visitEntries(space, row))
-        text_ << "note: the list of named objects is damaged after " << shown << " entries\n";
-    else if (shown == 0)
+    bool whole = true;
+    for (std::size_t i = 0; i < spaceCount_; ++i) {
+        const std::size_t before = shownNames_;
+        if (memory_.visitEntries(spaces_[i], [&](Address entry) { nameRow(spaces_[i], entry); }))
+            continue;
+        whole = false;
+        text_ << "note: the list of named objects of namespace ";
+        quoted(spaces_[i] + Inspect::names.namespaceName);
+        text_ << " is damaged after " << shownNames_ - before << " entries\n";
+    }
+    if (whole && shownNames_ == 0)
         text_ << "none\n";
+    if (spaceCount_ == kMostSpaces)
+        text_ << "note: more namespaces may be left out\n";
 }
 
 // Returns false if it cannot be read.
