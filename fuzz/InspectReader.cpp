@@ -5,6 +5,7 @@
 #include <Vx/VxNamedObjects.h>
 #include <Vx/VxPooledObjectDebug.h>
 #include <Vx/VxShutdown.h>
+#include <Vx/detail/Inspect.h>
 #include <algorithm>
 #include <inspect/Snapshot.h>
 #include <thread>
@@ -19,7 +20,7 @@ struct MediaCache {};
 void makeHost()
 {
     auto& names = *Vx::NamedObjectsNamespace::getGlobalNamespaceInstance();
-    static Vx::NamedObjectsNamespace plugin("plugin");
+    static auto& plugin = *new Vx::NamedObjectsNamespace("plugin");
     names.create<Vx::NamedObjectsNamespace>("plugin", &plugin);
     plugin.lock<MediaCache>("inside");
     names.findOrCreate<CriticalSection>("published");
@@ -43,7 +44,11 @@ public:
     DamagedProcess(const inspect::Process& real, const inspect::Snapshot& intact, Input& input)
         : real_(real), intact_(intact), threadChoices_(input.take<std::uint32_t>())
     {
-        mappings_ = real.mappings();
+        // Code, and what has the descriptors: searching all of the program takes too long.
+        for (const inspect::Mapping& mapping : real.mappings())
+            if (mapping.executable || contains(mapping, &Vx_inspectDescriptor) ||
+                contains(mapping, &Vx_inspectPlatform))
+                mappings_.push_back(mapping);
         name_ = real.name();
         while (!input.empty() && edits_.size() < 16)
             edits_.push_back({input.take<std::uint16_t>() % 512u, input.take<std::uint8_t>(),
@@ -112,6 +117,12 @@ public:
 private:
     static constexpr std::size_t kLargest = 4096;
     static constexpr std::size_t kMostReads = 1 << 20; // an intact process takes a few hundred
+
+    static bool contains(const inspect::Mapping& mapping, const void* object)
+    {
+        const auto address = reinterpret_cast<inspect::Address>(object);
+        return mapping.start <= address && address < mapping.end;
+    }
 
     const inspect::Process& real_;
     const inspect::Snapshot& intact_;
