@@ -63,15 +63,14 @@ struct Line {
 // The lines after one header. Names may repeat.
 struct Section {
     std::string_view name; // with a NUL after it
-    std::size_t firstLine;
-    std::size_t endLine;
+    std::vector<Line> lines;
 };
 
 // Notes where the lines of the sections are, and makes the pairs once it has seen them all: made in
 // map order, sections enter the map without a search and lie in memory as they will be visited.
 class SectionReader {
 public:
-    SectionReader(char* data, const Text& firstName) : data_(data), sections_{{firstName, 0, 0}} {}
+    SectionReader(char* data, const Text& firstName) : data_(data), name_(firstName) {}
 
     /// \returns false if the line is too long
     bool take(char* begin, char* end)
@@ -86,13 +85,12 @@ public:
         if (length > kLongestLine)
             return false;
         if (*begin == '[' && end[-1] == ']') {
-            removeEmptySection();
+            finishSection();
             end[-1] = 0; // The order of sections is that of C strings.
-            sections_.push_back({{begin + 1, length - 2}, lines_.size(), lines_.size()});
+            name_ = {begin + 1, length - 2};
         } else {
             lines_.push_back(
                 {static_cast<unsigned int>(begin - data_), static_cast<unsigned int>(length)});
-            sections_.back().endLine = lines_.size();
         }
         return true;
     }
@@ -100,7 +98,7 @@ public:
     /// Makes everything that was read. \p sections is empty.
     void finish(Sections& sections)
     {
-        removeEmptySection();
+        finishSection();
         const auto before = [less = sections.key_comp()](const Section& a, const Section& b) {
             return less.before(a.name.data(), b.name.data());
         };
@@ -108,10 +106,10 @@ public:
         if (!std::is_sorted(sections_.begin(), sections_.end(), before))
             std::stable_sort(sections_.begin(), sections_.end(), before);
         const Pairs* previous = &noPairs_;
-        for (auto first = sections_.cbegin(); first != sections_.cend();) {
-            const auto last =
-                std::find_if(first + 1, sections_.cend(),
-                             [&](const Section& section) { return before(*first, section); });
+        for (auto first = sections_.begin(); first != sections_.end();) {
+            const auto last = std::find_if(first + 1, sections_.end(), [&](const Section& section) {
+                return before(*first, section);
+            });
             Text name;
             copyExactly(first->name.data(), first->name.data() + first->name.size(), name);
             Pairs& pairs = sections.try_emplace(sections.end(), std::move(name))->second;
@@ -122,26 +120,29 @@ public:
     }
 
 private:
-    using Position = std::vector<Section>::const_iterator;
+    using Position = std::vector<Section>::iterator;
 
     // A header without lines creates no section.
-    void removeEmptySection()
+    void finishSection()
     {
-        if (sections_.back().firstLine == lines_.size())
-            sections_.pop_back();
+        if (lines_.empty())
+            return;
+        sections_.push_back({name_, lines_});
+        lines_.clear();
     }
 
-    // Makes the pairs of sections that have one name.
+    // Makes the pairs of sections that have one name. Frees the lines, whose memory then serves
+    // the next sections.
     void makePairs(Position first, Position last, const Pairs& previous, Pairs& pairs) const
     {
         std::size_t count = 0;
         for (auto section = first; section != last; ++section)
-            count += section->endLine - section->firstLine;
+            count += section->lines.size();
         pairs.reserve(count);
-        for (; first != last; ++first)
-            for (std::size_t i = first->firstLine; i != first->endLine; ++i) {
-                const char* const begin = data_ + lines_[i].begin;
-                const char* const end = begin + lines_[i].length;
+        for (; first != last; ++first) {
+            for (const Line& line : first->lines) {
+                const char* const begin = data_ + line.begin;
+                const char* const end = begin + line.length;
                 AttribValuePair& pair = pairs.emplace_back(blank_);
                 copyExactly(begin, end, pair.text);
                 if (const char* const separator = findSeparator(begin, end)) {
@@ -149,6 +150,8 @@ private:
                     copyExactly(separator + 1, end, pair.value);
                 }
             }
+            std::vector<Line>().swap(first->lines);
+        }
     }
 
     // Sections of a list often have the same names in the same lines: those share their block.
@@ -163,8 +166,9 @@ private:
     }
 
     const char* const data_;
-    std::vector<Line> lines_;
-    std::vector<Section> sections_; // in the order of the file
+    std::string_view name_;   // of the section that is being read
+    std::vector<Line> lines_; // of this section
+    std::vector<Section> sections_;
     const AttribValuePair blank_{Text(), '='};
     const Pairs noPairs_;
 };
