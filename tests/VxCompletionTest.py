@@ -79,7 +79,9 @@ class Terminal:
     def line(self, keys):
         """The line after some keys. ^G prints it; the width avoids line breaks."""
         os.write(self.descriptor, (keys + "\x07").encode())
-        return self.wait(r"LINE<([^\r\n]*)>\r").group(1)
+        found = self.wait(r"LINE<([^\r\n]*)>\r").group(1)
+        self.wait("ready> ")  # until then the terminal itself may act on ^U
+        return found
 
     def close(self):
         os.close(self.descriptor)
