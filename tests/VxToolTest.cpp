@@ -262,6 +262,11 @@ TEST_F(VxTool, FormatsWithoutChangingTheMeaning)
     EXPECT_EQ(get("a.ini"), formatted);
     expect("ini fmt --check a.ini", 0, "");
     expect("ini diff a.ini before.ini", 0, "");
+
+    put("blank.ini", "\n\n"); // an empty file would not load
+    expect("ini fmt none.ini blank.ini before.ini", 3, "", "'none.ini' does not exist");
+    EXPECT_EQ(get("blank.ini"), "\n");
+    EXPECT_EQ(get("before.ini"), formatted);
 }
 
 TEST_F(VxTool, AnswersAboutIniFiles)
@@ -640,6 +645,8 @@ TEST_F(VxTool, CompletionOffersWhatTheLineIsAbout)
     } rows[] = {
         {"ini show ''", files},
         {"ini merge a b ''", files},
+        {"ini fmt a b ''", files},
+        {"ini diff a b ''", none},
         {"pools --plot -o ''", files},
         {"pools -ox.svg --plot ''", files},
         {"inspect --core=c --sysroot ''", folders},

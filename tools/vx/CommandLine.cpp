@@ -88,6 +88,11 @@ void Command::argument(const char* name, std::optional<std::string>& value, cons
         name, [&value](const std::string& word) { value = word; }, help);
 }
 
+void Command::arguments(const char* name, std::vector<std::string>& values, const char* help)
+{
+    app_->add_option(name, values, help)->required();
+}
+
 void Command::option(const char* names, std::string& value, const char* what, const char* help)
 {
     app_->add_option(names, value, help)->type_name(what);

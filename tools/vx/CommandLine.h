@@ -29,6 +29,8 @@ public:
     /// Positional arguments, in the order of their declaration; an optional one may be missing.
     void argument(const char* name, std::string& value, const char* help);
     void argument(const char* name, std::optional<std::string>& value, const char* help);
+    /// The last argument, given at least once.
+    void arguments(const char* name, std::vector<std::string>& values, const char* help);
     /// \p what names the option's argument in the help.
     void option(const char* names, std::string& value, const char* what, const char* help);
     /// A number from 1 to \p most.

@@ -115,7 +115,10 @@ private:
     {
         const auto arguments =
             app_->get_options([](const CLI::Option* option) { return !option->nonpositional(); });
-        return taken_ < arguments.size() ? arguments[taken_] : nullptr;
+        if (taken_ < arguments.size())
+            return arguments[taken_];
+        const bool repeats = !arguments.empty() && arguments.back()->get_items_expected_max() > 1;
+        return repeats ? arguments.back() : nullptr;
     }
 
     Offer options() const

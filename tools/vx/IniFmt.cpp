@@ -9,7 +9,7 @@ namespace tool {
 namespace {
 
 struct Options {
-    std::string file;
+    std::vector<std::string> files;
     bool check = false;
     bool dryRun = false;
 };
@@ -66,33 +66,45 @@ std::string formatted(const IniText& text)
     return result;
 }
 
-Status format(const Options& options)
+Status format(const std::string& file, const Options& options)
 {
-    const IniText before = readTextIni(options.file, true);
-    const std::string after = formatted(before);
+    const IniText before = readTextIni(file, true);
+    std::string after = formatted(before);
+    if (after.empty() && !before.lines().empty())
+        after = lineEnd(before); // the library does not load an empty file
     if (!before.loadsAs(IniText(after).sections(true)))
         throw std::logic_error("formatting would change what the file means");
     if (options.check)
-        return after == before.bytes() ? kYes : complain("not-formatted", {inQuotes(options.file)});
-    replaceIni(options.file, before, after, options.dryRun);
+        return after == before.bytes() ? kYes : complain("not-formatted", {inQuotes(file)});
+    replaceIni(file, before, after, options.dryRun);
     return kYes;
+}
+
+/// Goes on after a file that fails. \returns the worst status
+Status formatAll(const Options& options)
+{
+    Status worst = kYes;
+    for (const std::string& file : options.files)
+        worst = std::max(worst, run([&] { return format(file, options); }));
+    return worst;
 }
 
 } // namespace
 
 void addIniFmt(Command ini)
 {
-    Command command = ini.add("fmt", "Lays out a file without changing what it means");
+    Command command = ini.add("fmt", "Lays out files without changing what they mean");
     auto options = std::make_shared<Options>();
-    command.argument("FILE", options->file, "An INI file; '-': from standard input to output");
-    command.flag("--check", options->check, "Only say whether the file is formatted");
+    command.arguments("FILE", options->files, "INI files; '-': from standard input to output");
+    command.flag("--check", options->check, "Only say which files are not formatted");
     command.flag("-n,--dry-run", options->dryRun, "Print the result instead of writing it");
     command.footer(
         "Removes the blanks around lines, gives all lines the line ending of the first, and\n"
         "separates sections by one blank line. Blanks around '=' stay, since they count.\n"
-        "With --check, exit status 1 if the file would change.\n\nExample:\n"
-        "  vx ini fmt editor.ini");
-    command.runs([options] { return format(*options); });
+        "With --check, exit status 1 if a file would change.\n\nExamples:\n"
+        "  vx ini fmt editor.ini\n"
+        "  git diff --cached --name-only -z '*.ini' | xargs -0r vx ini fmt --check");
+    command.runs([options] { return formatAll(*options); });
 }
 
 } // namespace tool

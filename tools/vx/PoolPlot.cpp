@@ -106,9 +106,13 @@ std::string terminalChart(const PoolLog& log, std::size_t columns)
             numberWidth = std::max(numberWidth, displayWidth(numbers));
             labels.emplace_back(name, numbers);
         }
-        const std::size_t used = nameWidth + numberWidth + 6;
+        // In a narrow terminal each bar is below its label.
+        std::size_t used = nameWidth + numberWidth + 6;
+        const bool below = columns < used + 12;
+        if (below)
+            used = 4;
         const std::size_t barColumns =
-            columns > used + 10 ? std::min<std::size_t>(columns - used, 60) : 10;
+            std::min<std::size_t>(std::max<std::size_t>(columns, used + 10) - used, 60);
         for (std::size_t i = 0; i < groups.size(); ++i) {
             const double least = groups[i].least.value_or(0), most = groups[i].most.value_or(0);
             const std::string drawn =
@@ -118,7 +122,7 @@ std::string terminalChart(const PoolLog& log, std::size_t columns)
             if (drawn.empty())
                 chart.erase(chart.find_last_not_of(' ') + 1);
             else
-                chart += "  " + paint(Colour::blue, drawn);
+                chart += (below ? "\n    " : "  ") + paint(Colour::blue, drawn);
             chart += "\n";
         }
     }
