@@ -95,6 +95,9 @@ struct FileMapping {
     std::string path;
 };
 
+constexpr const char* kIncomplete =
+    "Give a complete core file: check 'ulimit -c', and the disk of the machine that wrote it.";
+
 class CoreFile final : public Process {
 public:
     CoreFile(const std::string& path, const std::string& sysroot)
@@ -163,11 +166,9 @@ private:
     bool readFirstPage(const std::string& path, FirstPage& page) const;
     std::string findFile(const std::string& path) const;
 
-    [[noreturn]] void refuse(const char* why) const
+    [[noreturn]] void refuse(const char* why, const char* remedy = kIncomplete) const
     {
-        throw CannotInspect(fmt::format("'{}' {}", path_, why),
-                            "Give a complete core file: check 'ulimit -c', and the disk of the "
-                            "machine that wrote it.");
+        throw CannotInspect(fmt::format("'{}' {}", path_, why), remedy);
     }
 
     const std::string path_;
@@ -188,11 +189,13 @@ void CoreFile::readHeaders()
     Elf64_Ehdr header;
     if (!core_.isRegular() || !core_.read(0, &header, sizeof header) ||
         std::memcmp(header.e_ident, ELFMAG, SELFMAG) != 0)
-        refuse("is not a core file");
+        refuse("is not a core file", "Name the file that the crashed process left; where systemd "
+                                     "keeps them, 'coredumpctl dump PID -o FILE' writes it.");
     if (header.e_ident[EI_CLASS] != ELFCLASS64 || header.e_machine != EM_X86_64)
         refuse("is a core file of another kind of processor");
     if (header.e_type != ET_CORE || header.e_phentsize != sizeof(Elf64_Phdr))
-        refuse("is not a core file but a program or a library");
+        refuse("is not a core file but a program or a library",
+               "Name the core file alone: it says which programs and libraries it needs.");
     for (const Elf64_Phdr& segment : programHeaders(header))
         if (segment.p_type == PT_NOTE)
             readNotes(segment.p_offset, segment.p_filesz);
