@@ -2,6 +2,7 @@
 #pragma once
 
 #include <charconv>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -79,7 +80,7 @@ public:
     {
         if (!(amount.value >= 0 && amount.value < 1e15)) // not a number included
             return *this << "?";
-        const auto hundredths = static_cast<std::uint64_t>(amount.value * 100 + 0.5);
+        const auto hundredths = static_cast<std::uint64_t>(std::lround(amount.value * 100));
         return *this << hundredths / 100 << "." << twoDigits(hundredths % 100);
     }
     ReportText& operator<<(UtcTime time);
