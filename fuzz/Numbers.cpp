@@ -4,14 +4,11 @@
 #include <Reference.h>
 #include <Rounding.h>
 #include <Vx/VxStringNumbers.h>
-#include <bit>
+#include <cstring>
 
 namespace {
 
-bool sameBits(double a, double b)
-{
-    return std::bit_cast<std::uint64_t>(a) == std::bit_cast<std::uint64_t>(b);
-}
+bool sameBits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
 
 void parse(const std::string& text, long def)
 {
@@ -70,7 +67,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     const char precision = input.take<char>();
     const long number = input.take<long>();
     setRounding(kRoundingModes[choice & 3], kRoundingModes[choice >> 4 & 3]);
-    print(std::bit_cast<double>(number), precision, (choice & 4) != 0);
+    double anyBits;
+    std::memcpy(&anyBits, &number, sizeof anyBits);
+    print(anyBits, precision, (choice & 4) != 0);
     print(static_cast<double>(number) / 1024, precision, (choice & 4) != 0);
     print(number);
     Input same = input;

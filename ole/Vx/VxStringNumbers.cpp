@@ -137,19 +137,22 @@ unsigned int printFixed(char* buffer, std::size_t size, int decimals, double val
 LightweightString<char>& operator+=(LightweightString<char>& to, int value)
 {
     char digits[kIntegerSize];
-    return appendDigits(to, digits, writeInteger(digits, value));
+    const unsigned int count = writeInteger(digits, value);
+    return appendDigits(to, digits, count);
 }
 
 LightweightString<char>& operator+=(LightweightString<char>& to, unsigned int value)
 {
     char digits[kIntegerSize];
-    return appendDigits(to, digits, writeInteger(digits, value));
+    const unsigned int count = writeInteger(digits, value);
+    return appendDigits(to, digits, count);
 }
 
 LightweightString<char>& operator+=(LightweightString<char>& to, double value)
 {
     char buffer[kSixDecimalsSize];
-    return appendDigits(to, buffer, printFixed(buffer, sizeof buffer, 6, value));
+    const unsigned int count = printFixed(buffer, sizeof buffer, 6, value);
+    return appendDigits(to, buffer, count);
 }
 
 LightweightString<char> Vx::StringFromInteger(int value)
