@@ -39,8 +39,10 @@ class Debugger(vx_inspect.Debugger):
         return data
 
     def addresses_of(self, symbol):
-        return [found.GetSymbol().GetStartAddress().GetLoadAddress(self.target)
-                for found in self.target.FindSymbols(symbol)]
+        addresses = [found.GetSymbol().GetStartAddress().GetLoadAddress(self.target)
+                     for found in self.target.FindSymbols(symbol)]
+        # A library that only refers to the symbol has no address for it.
+        return [address for address in addresses if address != lldb.LLDB_INVALID_ADDRESS]
 
     def module_of(self, address):
         module = self.target.ResolveLoadAddress(address).GetModule()
