@@ -96,12 +96,17 @@ public:
     template <std::size_t size> bool isString(Address at, const char (&expected)[size]) const
     {
         const auto found = string<char>(at);
-        return found && found->length == size - 1 && isTerminated(found->data, expected);
+        char copy[size];
+        return found && found->length == size - 1 && read(found->data, copy, size) &&
+               std::memcmp(copy, expected, size) == 0;
     }
     template <std::size_t size> bool isTerminated(Address at, const char (&expected)[size]) const
     {
-        char copy[size];
-        return read(at, copy, size) && std::memcmp(copy, expected, size) == 0;
+        // One at a time: a shorter string may end where the readable memory does.
+        std::size_t same = 0;
+        while (same < size && get<char>(at + same) == expected[same])
+            ++same;
+        return same == size;
     }
 
     /// Prints a string.
