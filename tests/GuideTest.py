@@ -94,11 +94,12 @@ class Page:
             raise Wrong("%s: exit status %d\n%s" % (name, done.returncode, done.stderr.decode()))
 
     def debug(self, typed):
-        settings = ("set auto-load safe-path /", "set debuginfod enabled off", "set width 0",
-                    "set disable-randomization off")
+        settings = ("set auto-load safe-path /", "set width 0", "set disable-randomization off")
         commands = [("-iex", line) for line in settings]
         commands += [("-ex", line) for line in typed.splitlines()]
-        self.command = ["gdb", "--batch", "-q", "-nx", *sum(commands, ()), self.program]
+        # Without a server gdb neither asks for one nor says so.
+        self.command = ["env", "-u", "DEBUGINFOD_URLS", "gdb", "--batch", "-q", "-nx",
+                        *sum(commands, ()), self.program]
 
     def shell(self, typed):
         if self.command != [self.program]:
