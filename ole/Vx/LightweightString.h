@@ -89,6 +89,7 @@ public:
     /// The number of characters, embedded zeros included, without the terminator.
     unsigned int length() const noexcept { return impl_ ? impl_->length : 0; }
     unsigned int size() const noexcept { return length(); }
+    /// Whether there are no characters.
     bool empty() const noexcept { return length() == 0; }
 
     /// The slots of the block, including the terminator's; 0 without a block.
@@ -105,7 +106,9 @@ public:
     /// The character at \p index, which must not exceed length(); at length() it is the
     /// terminator.
     const Ch& operator[](unsigned int index) const noexcept { return c_str()[index]; }
+    /// The first character; the terminator if the string is empty.
     const Ch& front() const noexcept { return c_str()[0]; }
+    /// The last character; undefined if the string is empty.
     const Ch& back() const noexcept { return c_str()[length() - 1]; }
 
     /// The characters as a read-only range; valid as long as c_str() is.
