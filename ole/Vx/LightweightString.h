@@ -89,7 +89,7 @@ public:
     /// The number of characters, embedded zeros included, without the terminator.
     unsigned int length() const noexcept { return impl_ ? impl_->length : 0; }
     unsigned int size() const noexcept { return length(); }
-    /// Whether there are no characters.
+    /// Returns whether the string is empty.
     bool empty() const noexcept { return length() == 0; }
 
     /// The slots of the block, including the terminator's; 0 without a block.
