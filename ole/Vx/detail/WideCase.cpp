@@ -7,12 +7,12 @@
 namespace {
 
 struct Lower {
-    static constexpr const char* kMapping = "tolower";
+    [[maybe_unused]] static constexpr const char* kMapping = "tolower";
     static std::wint_t convert(std::wint_t c) { return std::towlower(c); }
 };
 
 struct Upper {
-    static constexpr const char* kMapping = "toupper";
+    [[maybe_unused]] static constexpr const char* kMapping = "toupper";
     static std::wint_t convert(std::wint_t c) { return std::towupper(c); }
 };
 
