@@ -148,6 +148,17 @@ TYPED_TEST(LightweightStringOf, RefusesTooManyCharactersAtOnce)
     }
 }
 
+TYPED_TEST(LightweightStringOf, CreatingDeliberatelyForgetsTheBlockEvenIfItFails)
+{
+    using Block = typename LightweightString<TypeParam>::Impl;
+    LightweightString<TypeParam> text = make<TypeParam>("old");
+    Block* const block = reinterpret_cast<Block*>(text.mutableChars()) - 1;
+    EXPECT_THROW(text.createImpl(0xFFFFFFFFu, false), std::length_error);
+    ASSERT_EQ(text.capacity(), 0u);
+    EXPECT_EQ(block->refCount, 1u) << "not released";
+    Block::DtorTraits::destroy(block);
+}
+
 TEST(WidePrefix, EndsAtTheFirstDifference)
 {
     for (unsigned int count = 0; count <= 40; ++count)

@@ -24,7 +24,8 @@
 ///   Deliberate: appending copies as strncpy does. From the first zero of the appended
 ///   characters on, all of them become zeros; the length still grows by the full count.
 /// Errors: exhausted memory throws what the platform throws, 2^31 characters or more
-///   std::length_error. The string then keeps its value.
+///   std::length_error (a block of exact size holds up to 2^32 - 2). The string then keeps its
+///   value, except in createImpl().
 /// Thread safety: strings that share a block may be used from different threads. A string
 ///   object is a value type: concurrent reads are safe, writes need a lock.
 template <class Ch> class VX_API LightweightString {
@@ -386,8 +387,11 @@ static_assert(sizeof(LightweightString<char>::Impl) == 24 &&
 
 template <class Ch> void LightweightString<Ch>::createImpl(unsigned int length, bool powerOfTwo)
 {
-    // Built in place: a string under construction has no handle to release.
-    new (&impl_) Handle(length != 0 ? newBlock(length, powerOfTwo) : Handle());
+    // Built in place: a string under construction has no handle to release. Empty first, as the
+    // string is if newBlock() throws.
+    new (&impl_) Handle();
+    if (length != 0)
+        new (&impl_) Handle(newBlock(length, powerOfTwo));
 }
 
 template <class Ch> LightweightString<Ch>& LightweightString<Ch>::resizeFor(unsigned int length)
