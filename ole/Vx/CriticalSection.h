@@ -23,7 +23,8 @@ struct Inspect;
 /// Ownership: a shared handle of 16 bytes. Copies share the lock, its owner and its name; the
 ///   last copy destroys them, and no thread may hold the lock then.
 /// Errors: none of its own. attemptEntry() reports a busy lock with -1. Exceptions of the
-///   platform and of memory exhaustion pass through and leave the lock as it was.
+///   platform and of memory exhaustion pass through and leave the lock as it was, except that
+///   leave() has counted the entry as ended before it asks the platform to unlock.
 /// Thread safety: enter(), attemptEntry(), leave() and owner() from any thread. Call init()
 ///   and setName() before the lock is shared; name() is not synchronized with them.
 class VX_API CriticalSection {
@@ -61,8 +62,8 @@ public:
     unsigned int owner() const;
 
     /// Names the lock for diagnostic tools; the library prints the name nowhere. Null and ""
-    /// remove the name. A shorter name overwrites the current one in place unless a copy of
-    /// that string exists.
+    /// remove the name. A name that fits overwrites the current one in place unless a copy of
+    /// that string exists. \p name must not point into the current one.
     void setName(const char* name);
 
     /// Returns the name, empty if there is none.

@@ -3,7 +3,8 @@
 
 #include <Vx/VxExport.h>
 
-/// The operations that the platform's reclaim registry calls when memory runs short.
+/// The operations that a platform's reclaim registry calls when memory runs short, on any thread.
+/// The reference platform only keeps the list of objects: it calls none of them.
 class VX_API iReclaimable {
 public:
     virtual ~iReclaimable() = default;

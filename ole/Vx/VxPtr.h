@@ -32,8 +32,9 @@ public:
     constexpr Ptr() noexcept = default;
     constexpr Ptr(std::nullptr_t) noexcept {}
 
-    /// Holds \p raw, and takes ownership of it if nothing holds it yet. Null gives the empty
-    /// pointer.
+    /// Holds \p raw, and takes ownership of it if nothing holds it yet. With
+    /// ExternalRefCountTraits no other pointer may hold it, because this makes a new counter.
+    /// Null gives the empty pointer.
     explicit Ptr(T* raw)
     {
         if (raw == nullptr)

@@ -22,12 +22,14 @@
 namespace Vx {
 
 /// Returns the number that `sscanf` reads with "%d", or \p def if it reads none. A number that
-/// does not fit loses its upper bits.
+/// does not fit loses its upper bits, after being limited to the range of a long: "4294967297" is
+/// 1, but anything from 2^63 on is -1.
 VX_API int IntFromString(const LightweightString<char>& text, int def);
 VX_API int IntFromWString(const LightweightString<wchar_t>& text, int def);
 
 /// Returns the number that `sscanf` reads with "%u", or \p def if it reads none. A minus sign
-/// wraps: "-1" is 4294967295.
+/// wraps: "-1" is 4294967295. A number that does not fit loses its upper bits, after being limited
+/// to the range of an unsigned long.
 VX_API unsigned int UIntFromString(const LightweightString<char>& text, unsigned int def);
 VX_API unsigned int UIntFromWString(const LightweightString<wchar_t>& text, unsigned int def);
 
@@ -57,7 +59,7 @@ VX_API LightweightString<char> StringFromFloat(double value);
 /// any case: 1.5 with 3 decimals is "1.5" when trimmed, 2 with 2 decimals is "2".
 ///
 /// Deliberate: zeros are trimmed even without a decimal point, so 100 with no decimals becomes
-/// "1". A string that has nothing but zeros stays as it is.
+/// "1" and -0.3 becomes "-". A string that has nothing but zeros stays as it is.
 VX_API LightweightString<wchar_t> WStringFromFloat(double value, char precision, bool trimZeros);
 
 } // namespace Vx

@@ -8,7 +8,7 @@
 //   shared they copy it first, so no other string changes.
 // Errors: only exhausted memory, which throws what the platform throws; the string then keeps
 //   its value.
-// Thread safety: all functions may be called from any thread.
+// Thread safety: any thread, provided that no other thread calls std::setlocale at the same time.
 #pragma once
 
 #include <Vx/LightweightString.h>
@@ -94,5 +94,6 @@ VX_API LightweightString<char> toUTF8(const LightweightString<wchar_t>& text);
 /// Decodes all bytes of \p text, zeros included. The platform replaces malformed sequences.
 VX_API LightweightString<wchar_t> fromUTF8(const LightweightString<char>& text);
 
-/// Decodes \p length bytes, or up to the terminator if it is -1. Null is treated as empty.
+/// Decodes \p length bytes, or up to the terminator if it is -1; it must not be another negative
+/// number. Null is treated as empty.
 VX_API LightweightString<wchar_t> fromUTF8(const char* bytes, int length);

@@ -27,7 +27,8 @@ template <class Bits> bool within99(Bits a, Bits b)
     Bits distance = a - b;
     if ((distance & kSign) != 0)
         distance = Bits(0) - distance;
-    // The most negative number is its own absolute value: still negative, and below the limit.
+    // Deliberate: the most negative number is its own absolute value, still negative, and so below
+    // the limit. Stored results depend on this, too.
     return distance <= 99 || distance == kSign;
 }
 
