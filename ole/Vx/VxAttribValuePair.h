@@ -27,7 +27,8 @@ namespace Vx {
 ///   to the first zero.
 /// Separators: one byte each; joining with the separator 0 inserts none. Nothing is quoted,
 ///   escaped or trimmed.
-/// Errors: only exhausted memory, which throws what the platform throws.
+/// Errors: those of LightweightString: exhausted memory, and texts of 2^31 characters or more. The
+///   pair then keeps its value.
 /// Thread safety: a value type; concurrent reads are safe, writes need a lock.
 class VX_API AttribValuePair {
 public:
@@ -73,7 +74,7 @@ public:
     /// text, so a pair made with ':' still prints with ':'.
     LightweightString<char> asString(char separator) const;
 
-    /// Returns asString('=') widened byte by byte, without decoding UTF-8.
+    /// Returns asString('=') up to its first zero, widened byte by byte without decoding UTF-8.
     ///
     /// Deliberate: ignores the argument.
     LightweightString<wchar_t> asWString(char separator) const;

@@ -25,7 +25,7 @@
 ///   it refuses and a file that it could not replace.
 /// Memory: a loaded pair of 38 characters takes about 250 bytes, a line of one letter about 90,
 ///   which is 45 times its size in the file; see setLoadLimit().
-/// Thread safety: none; also while loading and saving, one thread uses a document at a time.
+/// Thread safety: one thread at a time may use a document, also while it loads or saves.
 class VX_API VxIniFile {
 public:
     /// The pairs of a section, in the order of their lines.
@@ -39,7 +39,7 @@ public:
     ///     for (auto it = ini.getSectionIterator(); it.valid(); ++it) show(it.name(), *it);
     ///
     /// Valid until its section is removed or the document is destroyed.
-    /// \throws Vx::Exception::RuntimeError from everything but valid() at the end
+    /// \throws Vx::Exception::RuntimeError from all operations but valid() if it is not valid()
     class VX_API SectionIterator {
     public:
         /// Constructs an iterator that is not valid().
@@ -157,13 +157,14 @@ public:
     /// all lines but the first, then blanks from both ends; lines that are empty after that are
     /// dropped. CR LF files therefore load as expected.
     /// Deliberate: outside an 8-bit locale, a non-ASCII character at the end or beginning of a
-    /// line is unprintable too, and is lost.
+    /// line is unprintable too, and is lost. A printable \p lineSeparator, such as ';', stays at
+    /// the end of its line.
     /// A line `[name]` starts a section. Blanks inside the brackets belong to the name. A header
     /// without lines creates no section. Every other line becomes a pair, split at the first '='.
     ///
     /// \returns true if the file was read; false if there is no path or no file, if the file is
-    ///   empty, cannot be read, exceeds the load limit, or has a line of 2^31 or more characters.
-    ///   The sections are then unchanged, as they are after an exception.
+    ///   empty (deliberately), cannot be read, exceeds the load limit, or has a line of 2^31 or
+    ///   more characters. The sections are then unchanged, as they are after an exception.
     bool load(LightweightString<wchar_t> path, char lineSeparator);
 
     /// Makes load() refuse files of more than \p maxBytes bytes, in all documents. The initial
@@ -172,9 +173,9 @@ public:
     /// Thread safety: may be called from any thread at any time.
     static void setLoadLimit(unsigned int maxBytes);
 
-    /// Writes the document in pieces, one write() each: a line break between sections, a
-    /// header, a pair. Lines end with CR LF; sections come in map order. The results of the
-    /// writes are ignored, and the file is not committed.
+    /// Writes the document in pieces, one write() each: a line break between sections (none after
+    /// a name that is empty or blank), a header, a pair. Lines end with CR LF; sections come in
+    /// map order. The results of the writes are ignored, and the file is not committed.
     ///
     /// Deliberate: never returns if there is an anonymous section, even an empty one. It writes
     /// the first anonymous pair without a line end, once for that section and once for each

@@ -11,6 +11,8 @@ namespace PooledObjectDebug {
 /// Counts the objects that a pool hands out and takes back, and logs one line about it.
 ///
 ///     class FramePool : private Vx::PooledObjectDebug::LoggingTraitsBase {
+///     public:
+///         FramePool() : LoggingTraitsBase("Frames") {}
 ///         Frame* pop() { ltb_beforePop(size); ...; ltb_afterPop(frame, size); return frame; }
 ///     };
 ///
