@@ -11,9 +11,9 @@
 // Formatting writes '.' as the decimal point. If the process's numeric locale has ',', formatting
 // sets the locale to "C" and tries again: see setNumericLocale().
 //
-// Errors: none of its own. Memory exhaustion throws std::bad_alloc, as in LightweightString.
-// Thread safety: any thread, provided that nobody calls std::setlocale at the same time. Start
-//   threads only after the locale is set: see setNumericLocale().
+// Errors: only exhausted memory, which throws what the platform throws.
+// Thread safety: any thread, provided that no other thread calls std::setlocale at the same time.
+//   Start threads only after the locale is set: see setNumericLocale().
 #pragma once
 
 #include <Vx/LightweightString.h>

@@ -68,12 +68,12 @@ private:
     const String& source_;
 };
 
-/// Appends the indices of the separators in \p text to \p positions, in increasing order: of
-/// the characters for which \p matches(character) is true.
+/// Appends the indices of the separators in \p text to \p positions, in increasing order.
+/// Separators are the characters for which \p matches(character) is true.
 ///
-/// A double quote opens or closes a quoted run, unless the character before it is a backslash;
-/// with RespectQuotes a character in such a run is no separator. A double quote that matches
-/// always is one and does not quote.
+/// With RespectQuotes, those in a quoted run are not separators. A double quote opens or closes
+/// such a run, unless the character before it is a backslash. A double quote that matches is
+/// always a separator and never quotes.
 template <class String, class Matcher>
 void findSeparators(const String& text, Matcher matches, std::vector<unsigned int>& positions,
                     unsigned int flags)

@@ -6,7 +6,7 @@
 
 /// Text conversion by Utf8.h, identifiers by Uuid.h, call stacks by CallStack.h; see there for what
 /// they guarantee. The clock is the kernel's monotonic one: it stops while the machine sleeps,
-/// and nobody can set it.
+/// and it cannot be set.
 ///
 /// Thread safety: any thread.
 class SystemUtils final : public iSystemUtils {

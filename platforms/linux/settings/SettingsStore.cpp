@@ -85,7 +85,7 @@ SettingsStore::State& SettingsStore::loaded()
 void SettingsStore::load(State& state)
 {
     const SettingsPlace& place = state.place;
-    // While the journal is locked, nobody empties it: what is missing in the store is in it.
+    // While the journal is locked, no process empties it: what is missing in the store is in it.
     SettingsJournal journal(place);
     int error = journal.openToRead();
     SettingsFile file(place);
