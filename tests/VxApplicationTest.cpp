@@ -12,6 +12,11 @@ struct Editor : Vx::Application {
         : Application(name, L"1.0"), platform(platform)
     {}
     void run() override { platform.note("run"); }
+    void shutdown() override
+    {
+        platform.note("shutdown");
+        Application::shutdown();
+    }
     ScriptedPlatform& platform;
 };
 
@@ -84,7 +89,7 @@ TEST(Application, StartRunsThenShutsDownThenSaves)
     platform.logCalls();
     editor.start();
     std::string log = platform.takeLog();
-    EXPECT_EQ(log, "run type0 object0 late getSettings(0) setValue(0," + kMarker +
+    EXPECT_EQ(log, "run shutdown type0 object0 late getSettings(0) setValue(0," + kMarker +
                        "=true) getSettings(0) save(0) getSettings(1) save(1)");
 }
 

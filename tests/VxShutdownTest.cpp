@@ -49,14 +49,15 @@ TEST(Shutdown, RunsByPriorityThenByAgeInTwoPasses)
     Shutdown::addCallback(noting("201"), 201);
     Shutdown::addCallback(noting("200"), 200);
     Shutdown::addCallback(noting("5b"), 5);
-    Shutdown::addCallback(noting("last"), 0xFFFFFFFFu);
-    Shutdown::addCallback([](eExitType type) { note("0:" + std::to_string(type)); }, 0);
+    for (unsigned int priority : {0u, 0xFFFFFFFFu})
+        Shutdown::addCallback([](eExitType type) { note("type" + std::to_string(type)); },
+                              priority);
     for (unsigned int priority : {200u, 201u})
         Shutdown::addCallback([] { note("status" + std::to_string(Shutdown::status)); }, priority);
     EXPECT_FALSE(Shutdown::isExiting());
     EXPECT_EQ(Shutdown::status, 0);
     Shutdown::executeCallbacks(static_cast<eExitType>(9));
-    EXPECT_EQ(takeEvents(), "0:9 5a 5b 200 status1 201 status2 300 last");
+    EXPECT_EQ(takeEvents(), "type9 5a 5b 200 status1 201 status2 300 type9");
     EXPECT_TRUE(Shutdown::isExiting());
 
     Shutdown::addCallback(noting("late"), 1);
