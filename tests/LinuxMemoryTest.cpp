@@ -3,9 +3,11 @@
 
 #include <Testing.h>
 #include <Vx/LightweightString.h>
+#include <cerrno>
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <thread>
 
 namespace {
 
@@ -366,5 +368,28 @@ TEST(SmallBlocks, StayWithinALimitOfAddresses)
             block = next;
         }
         return count > 150000 && count < 600000 && makesAndFrees(1000);
+    }));
+}
+
+TEST(MemoryAllocator, FreeingKeepsErrno)
+{
+    if (kSanitized)
+        GTEST_SKIP() << "the sanitizer needs more addresses itself";
+    EXPECT_TRUE(holdsInChild([] {
+        void* const block = operator new(100);
+        int error = 0;
+        std::thread([&] { // has no cache, and finds no addresses for one
+            rlimit original;
+            if (getrlimit(RLIMIT_AS, &original) != 0)
+                return;
+            const rlimit limit = {4096, original.rlim_max};
+            setrlimit(RLIMIT_AS, &limit);
+            errno = EDOM;
+            operator delete(block);
+            error = errno;
+            setrlimit(RLIMIT_AS, &original);
+        })
+            .join();
+        return error == EDOM;
     }));
 }

@@ -2,6 +2,7 @@
 
 #include "memory/SmallBlocks.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <malloc.h>
@@ -39,8 +40,12 @@ void freeToHeap(void* block)
 
 [[gnu::noinline]] void deallocateMore(void* block)
 {
+    // Freeing may make system calls that fail, and memory is often freed between an error and the
+    // report of its errno.
+    const int savedErrno = errno;
     if (!SmallBlocks::deallocateMore(block))
         freeToHeap(block);
+    errno = savedErrno;
 }
 #endif
 
