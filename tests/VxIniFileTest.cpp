@@ -231,6 +231,11 @@ TEST(VxIniFileLoad, MergesIntoTheDocument)
     const VxIniFile twice(L"a.ini", true, false);
     EXPECT_EQ(dump(twice).substr(dump(twice).find("<T>")), "<T>" + expected) << "in file order";
     EXPECT_EQ(twice["s"][9].name.c_str(), twice["t"][9].name.c_str()) << "equal names share";
+
+    platform.addFile(L"a.ini", "[C]\na=1\n[D]\na=1\na=2\n[A]\na=1\nb\n[D]\na=1\n");
+    const VxIniFile alike(L"a.ini", true, true);
+    EXPECT_EQ(dump(alike), "<A>{a=1}{b}<C>{a=1}<D>{a=1}{a=2}{a=1}");
+    EXPECT_EQ(alike["C"][0].text.c_str(), alike["D"][0].text.c_str()) << "equal lines share";
 }
 
 TEST(VxIniFileLoad, ReadsWithOneCallAndClosesTheFile)

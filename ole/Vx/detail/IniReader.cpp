@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <deque>
 #include <iterator>
 #include <string_view>
 #include <type_traits>
@@ -20,6 +21,9 @@ constexpr std::size_t kLongestLine = 0x7FFFFFFF;
 
 bool isPrintable(char byte)
 {
+    // Printable in every locale, and most bytes of most files.
+    if (byte >= 0x20 && byte < 0x7F)
+        return true;
     // Deliberate: passed as a signed char, so the bytes 0x80 to 0xFF are negative numbers, of
     // which 0xFF is EOF.
     return std::isprint(static_cast<signed char>(byte)) != 0;
@@ -35,15 +39,11 @@ void copyExactly(const char* begin, const char* end, Text& text)
     std::memcpy(text.mutableChars(), begin, static_cast<std::size_t>(end - begin));
 }
 
-// Returns the first '=' before the first NUL, or null.
-const char* findSeparator(const char* begin, const char* end)
+// Returns the first \p byte, or null.
+const char* find(const char* begin, const char* end, char byte)
 {
-    const void* const found = std::memchr(begin, '=', static_cast<std::size_t>(end - begin));
-    const char* const separator = static_cast<const char*>(found);
-    if (found == nullptr ||
-        std::memchr(begin, 0, static_cast<std::size_t>(separator - begin)) != nullptr)
-        return nullptr;
-    return separator;
+    return static_cast<const char*>(
+        std::memchr(begin, byte, static_cast<std::size_t>(end - begin)));
 }
 
 // Makes room for \p count more pairs. Doubling keeps sections that grow in many steps linear.
@@ -60,17 +60,23 @@ struct Line {
     unsigned int length;
 };
 
-// The lines after one header. Names may repeat.
+// The lines after one header, in a list of the lines of many. Names may repeat.
 struct Section {
     std::string_view name; // with a NUL after it
-    std::vector<Line> lines;
+    std::size_t firstLine;
+    std::size_t lineCount;
 };
 
-// Notes where the lines of the sections are, and makes the pairs once it has seen them all: made in
-// map order, sections enter the map without a search and lie in memory as they will be visited.
+// Makes the pairs of each section when it ends, while its lines are in the processor's cache, as
+// long as the sections come in map order, as saved files have them. Only notes where the lines of
+// the others are, and makes their pairs once it has seen them all: in map order again, so that
+// sections enter the map without a search and lie in memory as they will be visited.
 class SectionReader {
 public:
-    SectionReader(char* data, const Text& firstName) : data_(data), name_(firstName) {}
+    /// \p sections is empty.
+    SectionReader(char* data, const Text& firstName, Sections& sections)
+        : data_(data), name_(firstName), sections_(sections)
+    {}
 
     /// \returns false if the line is too long
     bool take(char* begin, char* end)
@@ -95,82 +101,100 @@ public:
         return true;
     }
 
-    /// Makes everything that was read. \p sections is empty.
-    void finish(Sections& sections)
+    /// Makes everything that was read and not made yet.
+    void finish()
     {
         finishSection();
-        const auto before = [less = sections.key_comp()](const Section& a, const Section& b) {
-            return less.before(a.name.data(), b.name.data());
-        };
-        // Saved files are in order already.
-        if (!std::is_sorted(sections_.begin(), sections_.end(), before))
-            std::stable_sort(sections_.begin(), sections_.end(), before);
-        const Pairs* previous = &noPairs_;
-        for (auto first = sections_.begin(); first != sections_.end();) {
-            const auto last = std::find_if(first + 1, sections_.end(), [&](const Section& section) {
-                return before(*first, section);
-            });
-            Text name;
-            copyExactly(first->name.data(), first->name.data() + first->name.size(), name);
-            Pairs& pairs = sections.try_emplace(sections.end(), std::move(name))->second;
-            makePairs(first, last, *previous, pairs);
-            previous = &pairs;
-            first = last;
+        std::stable_sort(later_.begin(), later_.end(), [this](const Section& a, const Section& b) {
+            return before(a.name, b.name);
+        });
+        auto position = sections_.begin();
+        for (const Section& section : later_) {
+            while (position != sections_.end() && before(position->first, section.name))
+                ++position;
+            if (position == sections_.end() || before(section.name, position->first))
+                position = addSection(position, section.name);
+            const auto first = laterLines_.begin() + static_cast<std::ptrdiff_t>(section.firstLine);
+            makePairs(first, section.lineCount, position->second);
         }
     }
 
 private:
-    using Position = std::vector<Section>::iterator;
+    // Of names with a NUL after them.
+    bool before(std::string_view a, std::string_view b) const
+    {
+        return sections_.key_comp().before(a.data(), b.data());
+    }
 
     // A header without lines creates no section.
     void finishSection()
     {
         if (lines_.empty())
             return;
-        sections_.push_back({name_, lines_});
+        if (later_.empty() && (sections_.empty() || before(sections_.rbegin()->first, name_)))
+            makePairs(lines_.begin(), lines_.size(), addSection(sections_.end(), name_)->second);
+        else {
+            later_.push_back({name_, laterLines_.size(), lines_.size()});
+            laterLines_.insert(laterLines_.end(), lines_.begin(), lines_.end());
+        }
         lines_.clear();
     }
 
-    // Makes the pairs of sections that have one name. Frees the lines, whose memory then serves
-    // the next sections.
-    void makePairs(Position first, Position last, const Pairs& previous, Pairs& pairs) const
+    Sections::iterator addSection(Sections::iterator position, std::string_view chars)
     {
-        std::size_t count = 0;
-        for (auto section = first; section != last; ++section)
-            count += section->lines.size();
-        pairs.reserve(count);
-        for (; first != last; ++first) {
-            for (const Line& line : first->lines) {
-                const char* const begin = data_ + line.begin;
-                const char* const end = begin + line.length;
-                AttribValuePair& pair = pairs.emplace_back(blank_);
-                copyExactly(begin, end, pair.text);
-                if (const char* const separator = findSeparator(begin, end)) {
-                    takeName(begin, separator, previous, pairs.size() - 1, pair.name);
-                    copyExactly(separator + 1, end, pair.value);
-                }
-            }
-            std::vector<Line>().swap(first->lines);
-        }
+        Text name;
+        copyExactly(chars.data(), chars.data() + chars.size(), name);
+        return sections_.try_emplace(position, std::move(name));
     }
 
-    // Sections of a list often have the same names in the same lines: those share their block.
-    static void takeName(const char* begin, const char* end, const Pairs& previous,
-                         std::size_t line, Text& name)
+    // Appends \p count lines to the section \p pairs.
+    template <class Lines> void makePairs(Lines line, std::size_t count, Pairs& pairs)
     {
-        const std::string_view chars(begin, static_cast<std::size_t>(end - begin));
-        if (line < previous.size() && previous[line].name == chars)
-            name = previous[line].name;
+        if (&pairs != current_)
+            previous_ = std::exchange(current_, &pairs);
+        reserveMore(pairs, count);
+        for (; count != 0; --count, ++line)
+            makePair(data_ + line->begin, line->length, pairs);
+    }
+
+    // Sections of a list often have the same names, and some of the same values, in the same
+    // lines: those share their blocks.
+    void makePair(const char* begin, std::size_t length, Pairs& pairs) const
+    {
+        const std::size_t number = pairs.size();
+        const AttribValuePair& model = number < previous_->size() ? (*previous_)[number] : blank_;
+        if (std::string_view(model.text) == std::string_view(begin, length)) {
+            pairs.push_back(model);
+            return;
+        }
+        AttribValuePair& pair = pairs.emplace_back(blank_);
+        const char* const end = begin + length;
+        copyExactly(begin, end, pair.text);
+        const char* const separator = find(begin, end, '=');
+        if (separator == nullptr)
+            return;
+        if (std::string_view(model.name) ==
+            std::string_view(begin, static_cast<std::size_t>(separator - begin)))
+            pair.name = model.name;
+        else if (find(begin, separator, 0) != nullptr)
+            return; // Pairs are split before their first NUL.
         else
-            copyExactly(begin, end, name);
+            copyExactly(begin, separator, pair.name);
+        copyExactly(separator + 1, end, pair.value);
     }
 
     const char* const data_;
-    std::string_view name_;   // of the section that is being read
-    std::vector<Line> lines_; // of this section
-    std::vector<Section> sections_;
+    std::string_view name_;      // of the section that is being read
+    std::vector<Line> lines_;    // of this section
+    std::vector<Section> later_; // since the first section that came out of order
+    // Of those. In many small parts: a large block raises the limit up to which malloc keeps
+    // memory, so that the memory of the document would not be returned when it is dropped.
+    std::deque<Line> laterLines_;
+    Sections& sections_;
     const AttribValuePair blank_{Text(), '='};
     const Pairs noPairs_;
+    const Pairs* current_ = &noPairs_;  // the section that was made last
+    const Pairs* previous_ = &noPairs_; // the section that was made before it
 };
 
 } // namespace
@@ -178,7 +202,7 @@ private:
 bool readIniSections(char* data, std::size_t size, char separator, const Text& firstName,
                      Sections& sections)
 {
-    SectionReader reader(data, firstName);
+    SectionReader reader(data, firstName, sections);
     char* const dataEnd = data + size;
     for (char* line = data; line != dataEnd;) {
         void* const found = std::memchr(line, separator, static_cast<std::size_t>(dataEnd - line));
@@ -198,7 +222,7 @@ bool readIniSections(char* data, std::size_t size, char separator, const Text& f
         while (line != dataEnd && !isPrintable(*line) && *line != separator)
             ++line;
     }
-    reader.finish(sections);
+    reader.finish();
     return true;
 }
 
