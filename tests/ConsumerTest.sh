@@ -65,6 +65,12 @@ case $way in
                     -o "$scratch/program" -Wl,-rpath,"$(pkg-config --variable=libdir vx)"
                 expect "$scratch/program"
             done
+            # The loader never unloads a plug-in that exports a unique object.
+            # shellcheck disable=SC2046
+            $compiler -std=c++17 -shared -fPIC "$source/tests/consumer/consumer.cpp" \
+                $(pkg-config --cflags --libs vx) -o "$scratch/plugin.so"
+            unique=$(nm -DC "$scratch/plugin.so" | grep ' u ' | grep -v ' u std::' || true)
+            [ -z "$unique" ] || { echo "unique in a plug-in: $unique"; exit 1; }
             # shellcheck disable=SC2046
             $compiler "$source/tests/consumer/platform_only.cpp" -o "$scratch/program" \
                 -Wl,--as-needed $(pkg-config --cflags --libs vx) \

@@ -187,7 +187,8 @@ public:
 private:
     using Handle = Vx::Ptr<Impl, typename Impl::DtorTraits, Vx::InternalRefCountTraits>;
 
-    static const Ch* noCharacters() noexcept
+    // Hidden: the loader never unloads a module that exports a static object of a template.
+    [[gnu::visibility("hidden")]] static const Ch* noCharacters() noexcept
     {
         static constexpr Ch kTerminator[1] = {};
         return kTerminator;

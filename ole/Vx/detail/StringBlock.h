@@ -20,7 +20,7 @@ namespace detail {
     throw std::length_error("LightweightString: too many characters");
 }
 
-/// \p length as a string counts it.
+/// Returns \p length as a string stores it.
 /// \throws std::length_error if it does not fit in 32 bits
 inline unsigned int checkedLength(std::size_t length)
 {
@@ -29,7 +29,7 @@ inline unsigned int checkedLength(std::size_t length)
     return static_cast<unsigned int>(length);
 }
 
-/// The slots of a block for \p length characters: the smallest power of two greater than
+/// Returns the slots of a block for \p length characters: the smallest power of two greater than
 /// \p length, or length + 1.
 /// \throws std::length_error if that does not fit in 32 bits
 inline unsigned int capacityFor(unsigned int length, bool powerOfTwo)
@@ -41,8 +41,8 @@ inline unsigned int capacityFor(unsigned int length, bool powerOfTwo)
     return 1u << (32 - __builtin_clz(length));
 }
 
-// What can stand beside a string of Ch in an expression: a `const Ch*`, a string, and whatever
-// converts to a view, such as a std::basic_string. A literal 0 is none of them.
+// The other operand of an operator of a string of Ch: a `const Ch*`, a string, or a type that
+// converts to a view, such as std::basic_string. A literal 0 is none of these.
 template <class Ch, class T>
 inline constexpr bool kIsPointer = std::is_convertible_v<const T&, const Ch*>;
 template <class Ch, class T>
@@ -57,11 +57,11 @@ template <class Ch, class T>
 using IfPointerOrView = std::enable_if_t<kIsPointer<Ch, T> || kIsView<Ch, T>, int>;
 template <class Ch, class T> using IfView = std::enable_if_t<kIsView<Ch, T>, int>;
 
-/// What a T that is no string is converted to.
+/// The type that a T that is not a string is converted to.
 template <class Ch, class T>
 using Operand = std::conditional_t<kIsPointer<Ch, T>, const Ch*, std::basic_string_view<Ch>>;
 
-/// The characters of \p text, none if it is a null pointer.
+/// Returns the characters of \p text, none if it is a null pointer.
 template <class Ch, class T> std::basic_string_view<Ch> viewOf(const T& text) noexcept
 {
     const Operand<Ch, T> operand = text;
@@ -79,7 +79,8 @@ template <class Ch> bool equal(std::basic_string_view<Ch> a, std::basic_string_v
                                     std::memcmp(a.data(), b.data(), sizeof(Ch) * a.size()) == 0);
 }
 
-/// Negative, 0 or positive: compares characters as unsigned numbers, then lengths.
+/// Compares characters as unsigned numbers, then lengths. \returns a negative number, 0 or a
+/// positive number
 inline int compare(std::string_view a, std::string_view b) noexcept { return a.compare(b); }
 inline int compare(std::wstring_view a, std::wstring_view b) noexcept
 {
