@@ -136,7 +136,7 @@ TEST(SmallBlocksDeathTest, FreeingWhatIsNotAllocatedAborts)
         {"p, 1000 others, p", "this block is already free", [&] { after(1000); }},
         {"not aligned", "this is not the start of a block", [&] { beside(96, 8); }},
         {"inside a block", "this is not the start of a block", [&] { beside(96, 16); }},
-        {"inside a large block", "this is not the start of a block", [&] { beside(16384, 16384); }},
+        {"inside a large block", "this is not the start of a block", [&] { beside(16384, 8192); }},
         {"a block in a thread that has no cache yet", "this is not the start of a block",
          [] {
              char* const block = static_cast<char*>(allocate(96));

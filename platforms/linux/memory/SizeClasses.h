@@ -1,27 +1,54 @@
 // SizeClasses.h - The block sizes that small requests are rounded up to.
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
+#include <iterator>
 
-/// Classes 1 to 66 are multiples of 16 bytes up to 1056. After that each doubling has four
-/// classes, up to 16416. Both ranges end 32 bytes above a power of two, so that a string header
-/// and a power of two of characters fit without waste. Class 0 has no blocks.
+/// Classes 1 to 66 are multiples of 16 bytes up to 1056, which is 32 bytes above a power of two, so
+/// that a string header and a power of two of characters fit without waste. The others, up to 16416,
+/// are the largest sizes of which a number of blocks fit in a span: any smaller block would leave
+/// the rest to nobody. Class 0 has no blocks.
 namespace SizeClasses {
 
+inline constexpr std::size_t kSpan = 1u << 16;
 inline constexpr std::size_t kGranule = 16;
 inline constexpr std::size_t kHeaderSlack = 32;
 inline constexpr std::size_t kLargestFine = 1024 + kHeaderSlack;
 inline constexpr std::size_t kFineClasses = kLargestFine / kGranule + 1;
-inline constexpr std::size_t kClasses = kFineClasses + 16;
 inline constexpr std::size_t kLargest = 16384 + kHeaderSlack;
+
+/// How many blocks of each coarse class a span has.
+inline constexpr std::size_t kBlocksInSpan[] = {55, 49, 44, 39, 35, 31, 28, 25, 23,
+                                                21, 19, 18, 17, 16, 15, 14, 13, 12,
+                                                11, 10, 9,  8,  7,  6,  5,  4,  3};
+inline constexpr std::size_t kClasses = kFineClasses + std::size(kBlocksInSpan);
+
+constexpr std::size_t blockSize(std::size_t sizeClass) noexcept
+{
+    if (sizeClass < kFineClasses)
+        return sizeClass * kGranule;
+    const std::size_t share = kSpan / kBlocksInSpan[sizeClass - kFineClasses];
+    return share < kLargest ? share / kGranule * kGranule : kLargest;
+}
+
+/// The class of each multiple of kGranule above kLargestFine.
+inline constexpr auto kCoarseClasses = [] {
+    std::array<std::uint8_t, (kLargest - kLargestFine) / kGranule> classes{};
+    std::size_t sizeClass = kFineClasses;
+    for (std::size_t i = 0; i < classes.size(); ++i) {
+        if (kLargestFine + (i + 1) * kGranule > blockSize(sizeClass))
+            ++sizeClass;
+        classes[i] = static_cast<std::uint8_t>(sizeClass);
+    }
+    return classes;
+}();
 
 /// Returns the class of a size from kLargestFine + 1 to kLargest.
 inline std::size_t coarseClassOf(std::size_t size) noexcept
 {
-    const std::size_t last = size - kHeaderSlack - 1;
-    const int step = 61 - __builtin_clzl(last); // 2^step bytes are a quarter of the doubling
-    return kFineClasses + static_cast<std::size_t>(step - 8) * 4 + (last >> step) - 4;
+    return kCoarseClasses[(size - kLargestFine - 1) / kGranule];
 }
 
 /// Returns the class of a size from 0 to kLargest. Size 0 is served like size 1.
@@ -30,14 +57,6 @@ inline std::size_t classOf(std::size_t size) noexcept
     if (size > kLargestFine)
         return coarseClassOf(size);
     return size != 0 ? (size + kGranule - 1) / kGranule : 1;
-}
-
-constexpr std::size_t blockSize(std::size_t sizeClass) noexcept
-{
-    if (sizeClass < kFineClasses)
-        return sizeClass * kGranule;
-    const std::size_t coarse = sizeClass - kFineClasses;
-    return ((coarse % 4 + 5) << (coarse / 4 + 8)) + kHeaderSlack;
 }
 
 /// Returns how many blocks move between a thread and a span at once: enough to make that rare,

@@ -95,6 +95,7 @@ public:
     static const Vx::detail::InspectBlocks layout;
 
 private:
+    static_assert(SizeClasses::kSpan == SpanHeap::kSpan, "large blocks fill a span");
     static constexpr std::size_t kClasses = SizeClasses::kClasses;
     static constexpr std::uintptr_t kWord = 64 * SizeClasses::kGranule; // bytes per word of bits
     static constexpr std::size_t kWords = SpanHeap::kSpan / kWord;

@@ -26,8 +26,9 @@ public:
     static constexpr std::uintptr_t kRange = std::uintptr_t{1} << 35;
     static constexpr std::uint32_t kSpans = kRange / kSpan;
 
-    /// 32 MiB. Documents of this size are dropped and loaded again without asking the system.
-    static constexpr int kMostResident = 512;
+    /// 16 MiB. With as much on the lists of the classes, documents of up to 32 MiB are dropped and
+    /// loaded again without asking the system.
+    static constexpr int kMostResident = 256;
 
     /// Bytes per span. Those of a chunk fill whole pages.
 #if VX_HARDENED
