@@ -35,8 +35,33 @@ void appendHeader(std::string& bytes, const Text& name)
     bytes += kLineEnd;
 }
 
+// The size of what the sections become, at most, unless save() repeats an anonymous pair. Reserving
+// it saves copying a buffer that grows. One large block goes back to the system when it is freed,
+// but a series of growing ones makes malloc keep more.
+struct Bound {
+    explicit Bound(const Sections& sections)
+    {
+        for (const auto& [name, pairs] : sections) {
+            bytes += name.length() + std::string_view("\r\n[]\r\n").size();
+            pieces += 2 + pairs.size();
+            for (const AttribValuePair& pair : pairs) {
+                bytes += pair.form != 2 ? pair.text.length()
+                                        : std::size_t{pair.name.length()} + pair.value.length();
+                bytes += std::string_view(" = \r\n").size();
+            }
+        }
+    }
+    std::size_t bytes = 0;
+    std::size_t pieces = 0;
+};
+
 class PieceWriter {
 public:
+    explicit PieceWriter(const Bound& bound)
+    {
+        pieces.bytes.reserve(bound.bytes);
+        pieces.ends.reserve(bound.pieces);
+    }
     void blankLine() { end(kLineEnd); }
     void header(const Text& name)
     {
@@ -69,6 +94,7 @@ private:
 // ASCII is in all of them.
 class TextWriter {
 public:
+    explicit TextWriter(const Bound& bound) { bytes.reserve(bound.bytes); }
     void blankLine() { bytes += kLineEnd; }
     void header(const Text& name) { appendHeader(bytes, name); }
     void pair(const AttribValuePair& pair)
@@ -107,7 +133,7 @@ void writeSection(const Sections::value_type& section, const Text*& previousName
 
 IniPieces iniPiecesOfSave(const Sections& sections, const Text& anonymousName)
 {
-    PieceWriter writer;
+    PieceWriter writer{Bound(sections)};
     const auto anonymous = sections.find(anonymousName);
     if (anonymous != sections.end() && !anonymous->second.empty()) {
         // Deliberate: the loop advances to the next section instead of the next pair, so it
@@ -125,7 +151,7 @@ IniPieces iniPiecesOfSave(const Sections& sections, const Text& anonymousName)
 
 std::string iniTextOfSaveAll(const Sections& sections, const Text& anonymousName)
 {
-    TextWriter writer;
+    TextWriter writer{Bound(sections)};
     const auto anonymous = sections.find(anonymousName);
     const Text* previousName = nullptr;
     if (anonymous != sections.end() && !anonymous->second.empty()) {
