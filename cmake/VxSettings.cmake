@@ -15,7 +15,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION MATCHES "
     # bug 105651).
     target_compile_options(vx_settings INTERFACE -Wno-restrict)
 endif()
-target_compile_definitions(vx_settings INTERFACE VX_PLAIN=$<BOOL:${VX_PLAIN}>)
+target_compile_definitions(vx_settings INTERFACE $<$<BOOL:${VX_PLAIN}>:VX_PLAIN>)
 if(VX_SANITIZE)
     target_compile_options(vx_settings INTERFACE
         -fsanitize=${VX_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

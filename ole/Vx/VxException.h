@@ -44,7 +44,8 @@ protected:
     {}
 };
 static_assert(sizeof(Base) == 64,
-              "a virtual table pointer and five members are part of the binary interface");
+              "a virtual table pointer and five members are part of the binary interface, which "
+              "-D_GLIBCXX_DEBUG changes");
 
 /// A failure at run time: bad input, misuse, a failed check. Carries a call stack.
 class VX_API RuntimeError : public Base {

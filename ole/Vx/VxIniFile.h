@@ -205,4 +205,5 @@ public:
     Sections sections; ///< the content; may be changed like any map of vectors
 };
 static_assert(sizeof(VxIniFile) == 72 && sizeof(VxIniFile::SectionIterator) == 16,
-              "path, flag and map, and two map positions, are part of the binary interface");
+              "path, flag and map, and two map positions, are part of the binary interface, which "
+              "-D_GLIBCXX_DEBUG changes");

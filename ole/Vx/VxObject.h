@@ -7,6 +7,9 @@
 class VX_API iVirtual {
 public:
     virtual ~iVirtual() = default;
+    iVirtual() = default;
+    iVirtual(const iVirtual&) = default;
+    iVirtual& operator=(const iVirtual&) = default;
 };
 
 namespace Vx {
@@ -19,6 +22,7 @@ class VX_API InternalRefCount {
 public:
     InternalRefCount() noexcept {}
     InternalRefCount(const InternalRefCount&) noexcept {}
+    // cppcheck-suppress operatorEqVarError ; the count stays, on purpose
     InternalRefCount& operator=(const InternalRefCount&) noexcept { return *this; }
     virtual ~InternalRefCount() = default;
 

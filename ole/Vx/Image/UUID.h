@@ -162,6 +162,6 @@ template <> struct std::hash<Vx::UUID> {
                               Vx::detail::bigEndian(id.data() + 8) * 0x9E3779B97F4A7C15u;
         mixed = (mixed ^ mixed >> 33) * 0xFF51AFD7ED558CCDu;
         mixed = (mixed ^ mixed >> 33) * 0xC4CEB9FE1A85EC53u;
-        return static_cast<std::size_t>(mixed ^ mixed >> 33);
+        return mixed ^ mixed >> 33;
     }
 };

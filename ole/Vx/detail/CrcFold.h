@@ -47,7 +47,7 @@ inline std::uint32_t crcOfBlockPlain(const unsigned char* bytes, unsigned long l
     return crc;
 }
 
-#if VX_PLAIN
+#ifdef VX_PLAIN
 inline std::uint32_t crcOfBlock(const unsigned char* bytes, unsigned long length)
 {
     return crcOfBlockPlain(bytes, length);

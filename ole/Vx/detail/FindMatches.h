@@ -21,7 +21,7 @@ void findMatches(const Ch* chars, unsigned int length, Matcher matches,
             positions.push_back(i);
 }
 
-#if !VX_PLAIN
+#ifndef VX_PLAIN
 /// The same for a single character, by memchr or wmemchr.
 template <class Ch>
 void findMatches(const Ch* chars, unsigned int length, IsMatchingChar<Ch> matches,

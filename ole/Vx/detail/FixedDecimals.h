@@ -19,7 +19,7 @@ inline unsigned int writeFixedPlain(char* buffer, double value, int decimals)
         std::snprintf(buffer, kFixedDecimalsSize, "%.*f", decimals, value));
 }
 
-#if !VX_PLAIN
+#ifndef VX_PLAIN
 struct FixedDecimals {
     std::uint64_t whole;
     std::uint64_t decimals; // in units of the last one

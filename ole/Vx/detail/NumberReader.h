@@ -26,7 +26,7 @@ template <class Ch> const Ch* skipBlanks(const Ch* chars)
 /// Reads the number at the start of a NUL-terminated string, as "%d" and strtoll do.
 template <class Ch> std::optional<long> readInteger([[maybe_unused]] const Ch* chars)
 {
-#if !VX_PLAIN
+#ifndef VX_PLAIN
     chars = skipBlanks(chars);
     const bool negative = *chars == '-';
     if (negative || *chars == '+')
@@ -46,7 +46,7 @@ template <class Ch> std::optional<long> readInteger([[maybe_unused]] const Ch* c
 /// C++ library of g++ 10 has no std::from_chars for it; there libc answers.
 inline std::optional<double> readDouble([[maybe_unused]] std::string_view text)
 {
-#if !VX_PLAIN && defined(__cpp_lib_to_chars)
+#if !defined(VX_PLAIN) && defined(__cpp_lib_to_chars)
     const char* first = skipBlanks(text.data());
     const char* const last = text.data() + text.size();
     const bool negative = *first == '-';

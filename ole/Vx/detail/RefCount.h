@@ -3,7 +3,7 @@
 
 // ThreadSanitizer sees the atomic operations of code that was compiled for it. The released
 // libraries are not, so they report theirs, if it is in the process.
-#if VX_REPORT_TO_TSAN
+#ifdef VX_REPORT_TO_TSAN
 extern "C" [[gnu::weak]] void __tsan_acquire(void* address);
 extern "C" [[gnu::weak]] void __tsan_release(void* address);
 #endif
@@ -15,7 +15,7 @@ namespace detail {
 inline unsigned int readCount(unsigned int* count) noexcept
 {
     const unsigned int value = __atomic_load_n(count, __ATOMIC_ACQUIRE);
-#if VX_REPORT_TO_TSAN
+#ifdef VX_REPORT_TO_TSAN
     if (__builtin_expect(__tsan_acquire != nullptr, false))
         __tsan_acquire(count);
 #endif
@@ -25,13 +25,13 @@ inline unsigned int readCount(unsigned int* count) noexcept
 /// Decrements \p count. \returns true if it is 0 now
 inline bool dropCount(unsigned int* count) noexcept
 {
-#if VX_REPORT_TO_TSAN
+#ifdef VX_REPORT_TO_TSAN
     if (__builtin_expect(__tsan_release != nullptr, false))
         __tsan_release(count);
 #endif
     if (__atomic_sub_fetch(count, 1u, __ATOMIC_SEQ_CST) != 0)
         return false;
-#if VX_REPORT_TO_TSAN
+#ifdef VX_REPORT_TO_TSAN
     if (__builtin_expect(__tsan_acquire != nullptr, false))
         __tsan_acquire(count);
 #endif

@@ -57,7 +57,7 @@ std::vector<unsigned int> detail::findFromRightPlain(std::wstring_view text,
     return find(text, pattern, [](std::size_t end) { return end; });
 }
 
-#if !VX_PLAIN
+#ifndef VX_PLAIN
 
 std::vector<unsigned int> detail::findFromRight(std::wstring_view text, std::wstring_view pattern)
 {

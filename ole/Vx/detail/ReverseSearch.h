@@ -11,7 +11,7 @@ namespace detail {
 /// found. \p pattern must not be empty. Takes time linear in both lengths, for any input.
 std::vector<unsigned int> findFromRightPlain(std::wstring_view text, std::wstring_view pattern);
 
-#if VX_PLAIN
+#ifdef VX_PLAIN
 inline std::vector<unsigned int> findFromRight(std::wstring_view text, std::wstring_view pattern)
 {
     return findFromRightPlain(text, pattern);

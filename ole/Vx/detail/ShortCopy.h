@@ -20,7 +20,7 @@ inline void copyUpToZeroPlain(Ch* to, const Ch* from, std::size_t count) noexcep
     Traits::assign(to + kept, count - kept, Ch(0));
 }
 
-#if !VX_PLAIN
+#ifndef VX_PLAIN
 /// \p kBytes bytes of characters as one value.
 template <class Ch, std::size_t kBytes> struct Chunk {
     typedef Ch Type __attribute__((vector_size(kBytes)));
@@ -55,7 +55,7 @@ inline bool copyChunks(Ch* to, const Ch* from, std::size_t count) noexcept
 /// the destination.
 template <class Ch> inline void copyUpToZero(Ch* to, const Ch* from, std::size_t count) noexcept
 {
-#if !VX_PLAIN
+#ifndef VX_PLAIN
     const std::size_t bytes = sizeof(Ch) * count;
     if (bytes >= 8 && bytes < 16 && copyChunks<8>(to, from, count))
         return;

@@ -34,7 +34,7 @@ namespace Vx {
 void detail::lowerPlain(wchar_t* chars, std::size_t count) { convertPlain<Lower>(chars, count); }
 void detail::raisePlain(wchar_t* chars, std::size_t count) { convertPlain<Upper>(chars, count); }
 
-#if !VX_PLAIN
+#ifndef VX_PLAIN
 
 namespace {
 

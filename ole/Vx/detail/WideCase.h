@@ -9,7 +9,7 @@ namespace detail {
 void lowerPlain(wchar_t* chars, std::size_t count);
 void raisePlain(wchar_t* chars, std::size_t count);
 
-#if VX_PLAIN
+#ifdef VX_PLAIN
 inline void lower(wchar_t* chars, std::size_t count) { lowerPlain(chars, count); }
 inline void raise(wchar_t* chars, std::size_t count) { raisePlain(chars, count); }
 #else

@@ -2,7 +2,7 @@
 #pragma once
 
 #ifndef VX_UTF8_SSE
-#if defined(__SSE4_1__) && !VX_PLAIN
+#if defined(__SSE4_1__) && !defined(VX_PLAIN)
 #define VX_UTF8_SSE 1
 #else
 #define VX_UTF8_SSE 0

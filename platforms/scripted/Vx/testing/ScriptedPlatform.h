@@ -75,7 +75,11 @@ public:
     // Fixed results.
 
     /// Sets the clock to \p msecs and stops it.
-    void setClock(double msecs) { clock_ = msecs, clockIsSet_ = true; }
+    void setClock(double msecs)
+    {
+        clock_ = msecs;
+        clockIsSet_ = true;
+    }
     /// Advances the clock; one that was never set starts at 0.
     void advanceClock(double msecs) { setClock(clock_ + msecs); }
     /// Makes every reading of a clock that is set advance it by \p msecs.
@@ -85,7 +89,11 @@ public:
     /// Sets the result of currentThreadId() on every thread; 0 forwards.
     void setThreadId(unsigned int id) { threadId_ = id; }
     /// Sets the result of every generateUUID() from now on.
-    void setNextUUID(const SimpleUUID& uuid) { uuid_ = uuid, uuidIsSet_ = true; }
+    void setNextUUID(const SimpleUUID& uuid)
+    {
+        uuid_ = uuid;
+        uuidIsSet_ = true;
+    }
     /// Sets the frames of every call stack, innermost first; none forwards.
     void setCallStack(std::vector<std::string> frames) { callStack_ = std::move(frames); }
     /// Sets the result of getFolder() for every kind; initially "/data/".
