@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
 # CoreFileTest.sh PROGRAM LIBRARY FORMATTERS: gdb and lldb show the last values of
-# GdbPrintersTest.cpp from a core file. Exits with 77 if a debugger is missing.
+# GdbPrintersTest.cpp from a core file. Exits with 77 if a debugger is missing or
+# too old.
 set -euo pipefail
 program=$1 library=$(readlink -f "$2") formatters=$3
 for debugger in gdb lldb; do
     command -v $debugger >/dev/null || { echo "skipped: $debugger is not installed"; exit 77; }
 done
+version=$(lldb --version | sed -n 's/.*version \([0-9]*\).*/\1/p' | head -1)
+[ "$version" -ge 14 ] || { echo "skipped: lldb $version is too old"; exit 77; }
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 export LC_ALL=C.UTF-8

@@ -1,12 +1,13 @@
 """LldbPrintersTest.py PROGRAM FORMATTERS: compares what lldb shows of the values that
 GdbPrintersTest.cpp names. Runs itself in lldb, which has the module that this needs. Exits with 77
-if there is no lldb."""
+if there is no lldb 14 or newer."""
 
 import glob
 import itertools
 import os
 import re
 import shutil
+import subprocess
 import sys
 
 SOURCE = os.path.join(os.path.dirname(os.path.abspath(__file__)), "GdbPrintersTest.cpp")
@@ -87,6 +88,10 @@ def __lldb_init_module(debugger, _):
 if __name__ == "__main__":
     if not shutil.which("lldb"):
         print("skipped: lldb is not installed")
+        sys.exit(77)
+    version = subprocess.run(["lldb", "--version"], capture_output=True, text=True).stdout
+    if int(re.search(r"version (\d+)", version)[1]) < 14:
+        print("skipped: too old: " + version)
         sys.exit(77)
     # Debian's lldb 14 does not find its own module, and searches PATH for its Python.
     modules = ":".join(glob.glob("/usr/lib/llvm-*/lib/python3.*/dist-packages"))
