@@ -139,6 +139,17 @@ TEST(TextFromNumbers, AppendsToSharedAndUnsharedStrings)
     EXPECT_EQ(Vx::WStringFromInteger(LONG_MIN).capacity(), 32u);
 }
 
+TEST(TextFromNumbers, AppendsIntegersOfEveryLength)
+{
+    for (long power = 1; power <= 1'000'000'000; power *= 10)
+        for (const long number : {power - 1, power}) {
+            Narrow text;
+            text += static_cast<unsigned int>(number);
+            text += static_cast<int>(-number);
+            ASSERT_EQ(str(text), std::to_string(number) + std::to_string(-number));
+        }
+}
+
 TEST(TextFromNumbers, LooksAsPrintfWritesItAtTheEndsOfTheRange)
 {
     // Also ties that go up or down to the even digit, and a hair below a tie.

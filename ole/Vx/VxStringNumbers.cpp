@@ -106,11 +106,27 @@ template <class Number> unsigned int writeInteger(char (&buffer)[kIntegerSize], 
     return static_cast<unsigned int>(std::to_chars(buffer, std::end(buffer), value).ptr - buffer);
 }
 
-// append() would look for a zero first.
-LightweightString<char>& appendDigits(LightweightString<char>& to, const char* digits,
-                                      unsigned int count)
+unsigned int countDigits(unsigned int number)
 {
-    std::memcpy(to.extendFor(count), digits, count);
+    for (unsigned int count = 1;; count += 4, number /= 10'000) {
+        if (number < 10)
+            return count;
+        if (number < 100)
+            return count + 1;
+        if (number < 1'000)
+            return count + 2;
+        if (number < 10'000)
+            return count + 3;
+    }
+}
+
+// Counted beforehand, the characters are written into the block, not copied there.
+template <class Number>
+LightweightString<char>& appendInteger(LightweightString<char>& to, unsigned int count,
+                                       Number value)
+{
+    char* const chars = to.extendFor(count);
+    std::to_chars(chars, chars + count, value);
     return to;
 }
 
@@ -136,23 +152,22 @@ unsigned int printFixed(char* buffer, std::size_t size, int decimals, double val
 
 LightweightString<char>& operator+=(LightweightString<char>& to, int value)
 {
-    char digits[kIntegerSize];
-    const unsigned int count = writeInteger(digits, value);
-    return appendDigits(to, digits, count);
+    const unsigned int magnitude = value < 0 ? 0u - unsigned(value) : unsigned(value);
+    return appendInteger(to, countDigits(magnitude) + (value < 0), value);
 }
 
 LightweightString<char>& operator+=(LightweightString<char>& to, unsigned int value)
 {
-    char digits[kIntegerSize];
-    const unsigned int count = writeInteger(digits, value);
-    return appendDigits(to, digits, count);
+    return appendInteger(to, countDigits(value), value);
 }
 
 LightweightString<char>& operator+=(LightweightString<char>& to, double value)
 {
     char buffer[kSixDecimalsSize];
     const unsigned int count = printFixed(buffer, sizeof buffer, 6, value);
-    return appendDigits(to, buffer, count);
+    // append() would look for a zero first.
+    std::memcpy(to.extendFor(count), buffer, count);
+    return to;
 }
 
 LightweightString<char> Vx::StringFromInteger(int value)
