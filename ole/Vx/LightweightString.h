@@ -63,12 +63,12 @@ public:
 
     /// Copies \p count characters, zeros included; null is treated as empty.
     LightweightString(const Ch* chars, unsigned int count)
-        : impl_(newCopy(chars, chars != nullptr ? count : 0))
+        : impl_(adopt(newCopy(chars, chars != nullptr ? count : 0)))
     {}
 
     /// Copies the characters of \p view, zeros included. Takes a std::basic_string, too.
     explicit LightweightString(View view)
-        : impl_(newCopy(view.data(), Vx::detail::checkedLength(view.size())))
+        : impl_(adopt(newCopy(view.data(), Vx::detail::checkedLength(view.size()))))
     {}
 
     /// Shares the block; never allocates.
@@ -193,9 +193,15 @@ private:
         static constexpr Ch kTerminator[1] = {};
         return kTerminator;
     }
-    static Handle newBlock(unsigned int length, bool powerOfTwo);
-    static Handle newCopy(const Ch* chars, unsigned int count);
-    Handle newGrownCopy(unsigned int count) const;
+    // New blocks are plain pointers until they are complete; nothing throws until then.
+    static Handle adopt(Impl* block) noexcept
+    {
+        return block != nullptr ? Handle::adopt(&block->refCount, block) : Handle();
+    }
+    void install(Impl* block) noexcept { adopt(block).swap(impl_); }
+    static Impl* newBlock(unsigned int length, bool powerOfTwo);
+    static Impl* newCopy(const Ch* chars, unsigned int count);
+    Impl* newGrownCopy(unsigned int count) const;
     Impl* blockWithRoomFor(unsigned int count) const noexcept;
     template <class Copy>
     LightweightString& appendBy(Copy copy, const Ch* chars, unsigned int count);
@@ -282,7 +288,7 @@ LightweightString<Ch> operator+(const Text& left, const LightweightString<Ch>& r
 // std::basic_string_view.
 
 template <class Ch, class Text, Vx::detail::IfText<Ch, Text> = 0>
-bool operator==(const LightweightString<Ch>& a, const Text& b) noexcept
+inline bool operator==(const LightweightString<Ch>& a, const Text& b) noexcept
 {
     return Vx::detail::equal<Ch>(a, Vx::detail::viewOf<Ch>(b));
 }
@@ -292,7 +298,7 @@ bool operator!=(const LightweightString<Ch>& a, const Text& b) noexcept
     return !(a == b);
 }
 template <class Ch, class Text, Vx::detail::IfText<Ch, Text> = 0>
-bool operator<(const LightweightString<Ch>& a, const Text& b) noexcept
+inline bool operator<(const LightweightString<Ch>& a, const Text& b) noexcept
 {
     return Vx::detail::compare(a, Vx::detail::viewOf<Ch>(b)) < 0;
 }
@@ -392,7 +398,7 @@ template <class Ch> void LightweightString<Ch>::createImpl(unsigned int length, 
     // string is if newBlock() throws.
     new (&impl_) Handle();
     if (length != 0)
-        new (&impl_) Handle(newBlock(length, powerOfTwo));
+        new (&impl_) Handle(adopt(newBlock(length, powerOfTwo)));
 }
 
 template <class Ch> LightweightString<Ch>& LightweightString<Ch>::resizeFor(unsigned int length)
@@ -403,7 +409,7 @@ template <class Ch> LightweightString<Ch>& LightweightString<Ch>::resizeFor(unsi
         impl_->data[length] = 0;
         impl_->length = length;
     } else {
-        impl_ = newBlock(length, true);
+        install(newBlock(length, true));
     }
     return *this;
 }
@@ -424,9 +430,9 @@ template <class Ch> inline Ch* LightweightString<Ch>::extendFor(unsigned int cou
 
 template <class Ch> auto LightweightString<Ch>::extendInNewBlock(unsigned int count) -> Impl*
 {
-    Handle grown = newGrownCopy(count);
-    impl_.swap(grown);
-    return impl_.get();
+    Impl* const grown = newGrownCopy(count);
+    install(grown);
+    return grown;
 }
 
 template <class Ch>
@@ -449,25 +455,26 @@ inline LightweightString<Ch>& LightweightString<Ch>::appendBy(Copy copy, const C
 template <class Ch>
 LightweightString<Ch>& LightweightString<Ch>::appendInNewBlock(const Ch* chars, unsigned int count)
 {
-    Handle grown = newGrownCopy(count);
+    Impl* const grown = newGrownCopy(count);
+    Ch* const end = grown->data + length();
     if (chars != nullptr)
-        Vx::detail::copyUpToZeroPlain(grown->data + length(), chars, count);
+        Vx::detail::copyUpToZeroPlain(end, chars, count);
     else
-        std::memset(grown->data + length(), 0, sizeof(Ch) * std::size_t(count));
-    impl_.swap(grown);
+        std::memset(end, 0, sizeof(Ch) * std::size_t(count));
+    install(grown);
     return *this;
 }
 
 template <class Ch> Ch* LightweightString<Ch>::mutableChars()
 {
     if (useCount() > 1)
-        impl_ = newCopy(impl_->data, impl_->length);
+        install(newCopy(impl_->data, impl_->length));
     return impl_ ? impl_->data : const_cast<Ch*>(noCharacters());
 }
 
-/// A block with a terminator and unwritten characters.
+/// A block for one string, with a terminator and unwritten characters.
 template <class Ch>
-auto LightweightString<Ch>::newBlock(unsigned int length, bool powerOfTwo) -> Handle
+auto LightweightString<Ch>::newBlock(unsigned int length, bool powerOfTwo) -> Impl*
 {
     const unsigned int capacity = Vx::detail::capacityFor(length, powerOfTwo);
     void* const block =
@@ -478,24 +485,24 @@ auto LightweightString<Ch>::newBlock(unsigned int length, bool powerOfTwo) -> Ha
     impl->capacity = capacity;
     impl->refCount = 1;
     impl->data[length] = 0;
-    return Handle::adopt(&impl->refCount, impl);
+    return impl;
 }
 
 /// A block with these characters; none for no characters.
 template <class Ch>
-auto LightweightString<Ch>::newCopy(const Ch* chars, unsigned int count) -> Handle
+auto LightweightString<Ch>::newCopy(const Ch* chars, unsigned int count) -> Impl*
 {
     if (count == 0)
-        return Handle();
-    Handle copy = newBlock(count, true);
+        return nullptr;
+    Impl* const copy = newBlock(count, true);
     std::memcpy(copy->data, chars, sizeof(Ch) * std::size_t(count));
     return copy;
 }
 
 /// A block with this string's characters and \p count unwritten ones.
-template <class Ch> auto LightweightString<Ch>::newGrownCopy(unsigned int count) const -> Handle
+template <class Ch> auto LightweightString<Ch>::newGrownCopy(unsigned int count) const -> Impl*
 {
-    Handle grown = newBlock(Vx::detail::checkedLength(std::size_t(length()) + count), true);
+    Impl* const grown = newBlock(Vx::detail::checkedLength(std::size_t(length()) + count), true);
     if (!empty())
         std::memcpy(grown->data, impl_->data, sizeof(Ch) * std::size_t(length()));
     return grown;

@@ -72,11 +72,15 @@ template <class Ch, class T> std::basic_string_view<Ch> viewOf(const T& text) no
         return operand;
 }
 
-template <class Ch> bool equal(std::basic_string_view<Ch> a, std::basic_string_view<Ch> b) noexcept
+template <class Ch>
+inline bool equal(std::basic_string_view<Ch> a, std::basic_string_view<Ch> b) noexcept
 {
+    if (a.size() != b.size())
+        return false;
     // Copies of a string are compared often, and share their characters.
-    return a.size() == b.size() && (a.empty() || a.data() == b.data() ||
-                                    std::memcmp(a.data(), b.data(), sizeof(Ch) * a.size()) == 0);
+    if (a.data() == b.data())
+        return true;
+    return std::char_traits<Ch>::compare(a.data(), b.data(), a.size()) == 0;
 }
 
 /// Compares characters as unsigned numbers, then lengths. \returns a negative number, 0 or a
