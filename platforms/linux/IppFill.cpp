@@ -29,14 +29,20 @@ void fillWords(void* destination, std::uint32_t word, std::size_t size)
         std::memcpy(to + words * sizeof word, &word, size % sizeof word);
 }
 
-// Writes a few elements, then copies what is already there, at most as much at once as stays in
+// Writes the first elements, then copies what is already there, at most as much at once as stays in
 // the processor's first cache.
 void fillByCopies(void* destination, std::uint64_t element, std::size_t size)
 {
+    constexpr std::size_t kGroup = 8; // elements; compilers make wide stores of a whole group
+    constexpr std::size_t kFirst = 512;
     constexpr std::size_t kMostAtOnce = 16 * 1024;
     unsigned char* const to = static_cast<unsigned char*>(destination);
+    const std::size_t first = std::min(size, kFirst);
     std::size_t done = 0;
-    for (; done < std::min(size, 8 * sizeof element); done += sizeof element)
+    for (; done + kGroup * sizeof element <= first; done += kGroup * sizeof element)
+        for (std::size_t i = 0; i < kGroup; ++i)
+            std::memcpy(to + done + i * sizeof element, &element, sizeof element);
+    for (; done < first; done += sizeof element)
         std::memcpy(to + done, &element, sizeof element);
     while (done < size) {
         const std::size_t next = std::min({done, kMostAtOnce, size - done});
