@@ -296,7 +296,7 @@ def locks(roots, all_of_them=False):
     if len(rows) > 1:
         yield from table(rows)
     else:
-        yield "%d locks, all free" % len(found)
+        yield "1 lock, free" if len(found) == 1 else "%d locks, all free" % len(found)
 
 
 def names(roots):

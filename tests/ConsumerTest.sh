@@ -38,6 +38,7 @@ case $way in
         [[ $reason == *libvx-test-dev* ]] || { echo "no reason: $reason"; exit 1; } ;;
     source)
         with_cmake -DVX_SOURCE="$source" -DCMAKE_BUILD_TYPE=RelWithDebInfo
+        ! grep -q -e -Werror "$scratch/build/build.ninja" || { echo "warnings are errors"; exit 1; }
         # A build in another folder gives the same bytes. Only a compiler cache that makes paths
         # relative puts the folder into the debug information.
         for library in ole/Vx/libVx.so platforms/linux/libOS.so platforms/linux/libVxIPP.so; do

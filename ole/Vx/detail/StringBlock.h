@@ -61,15 +61,19 @@ template <class Ch, class T> using IfView = std::enable_if_t<kIsView<Ch, T>, int
 template <class Ch, class T>
 using Operand = std::conditional_t<kIsPointer<Ch, T>, const Ch*, std::basic_string_view<Ch>>;
 
+/// Returns the characters up to the NUL, none if \p chars is null.
+template <class Ch> std::basic_string_view<Ch> viewOfPointer(const Ch* chars) noexcept
+{
+    return chars != nullptr ? std::basic_string_view<Ch>(chars) : std::basic_string_view<Ch>();
+}
+
 /// Returns the characters of \p text, none if it is a null pointer.
 template <class Ch, class T> std::basic_string_view<Ch> viewOf(const T& text) noexcept
 {
-    const Operand<Ch, T> operand = text;
     if constexpr (kIsPointer<Ch, T>)
-        return operand != nullptr ? std::basic_string_view<Ch>(operand)
-                                  : std::basic_string_view<Ch>();
+        return viewOfPointer<Ch>(text);
     else
-        return operand;
+        return text;
 }
 
 template <class Ch>
