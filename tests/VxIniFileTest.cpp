@@ -236,6 +236,12 @@ TEST(VxIniFileLoad, MergesIntoTheDocument)
     const VxIniFile alike(L"a.ini", true, true);
     EXPECT_EQ(dump(alike), "<A>{a=1}{b}<C>{a=1}<D>{a=1}{a=2}{a=1}");
     EXPECT_EQ(alike["C"][0].text.c_str(), alike["D"][0].text.c_str()) << "equal lines share";
+
+    platform.addFile(L"a.ini", "[z]\n1\n[sb]\n2\n[s_]\n3\n[sA]\n4\n[s]\n5\n[sb\xE4]\n6\n[Sb]\n7\n");
+    EXPECT_EQ(dump(VxIniFile(L"a.ini", true, true)),
+              "<Sb>{7}<s>{5}<sA>{4}<s_>{3}<sb>{2}<sb\xE4>{6}<z>{1}");
+    EXPECT_EQ(dump(VxIniFile(L"a.ini", true, false)),
+              "<s>{5}<s_>{3}<sA>{4}<sb>{2}{7}<sb\xE4>{6}<z>{1}");
 }
 
 TEST(VxIniFileLoad, ReadsWithOneCallAndClosesTheFile)
