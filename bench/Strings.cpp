@@ -29,6 +29,7 @@ using bench::run;
 using bench::State;
 
 const std::string text64 = bench::letters(64);
+constexpr const char* kLeast = "the least string that shares its block";
 constexpr const char* kText16 = "sixteen letters.";
 
 template <class String> String make(std::string_view text)
@@ -229,6 +230,12 @@ void addNumber(std::string& line, int number)
     char digits[16];
     line.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
+void addNumber(bench::LeastString& line, int number)
+{
+    char digits[16];
+    char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+    line.append(digits, static_cast<unsigned int>(end - digits));
+}
 void addNumber(Ours& line, int number) { line += number; }
 #if BENCH_QT
 void addNumber(QByteArray& line, int number) { line += QByteArray::number(number); }
@@ -311,8 +318,9 @@ void addWork()
     Row paths("strings", "find in a std::map of 1,000 wide paths", {1.2});
     paths.ours(findPath<LightweightString<wchar_t>>).peer("std::wstring", findPath<std::wstring>);
 
-    Row log("strings", "10,000 log lines built with +=", {1.0});
+    Row log("strings", "10,000 log lines built with +=", {1.5, "std::string, to_chars"});
     log.ours(logLines<Ours>).peer("std::string, to_chars", logLines<std::string>);
+    log.floor(kLeast, logLines<bench::LeastString>);
 
     Row one("strings", "10,000 log lines in one string", {1.25, "std::string, to_chars"});
     one.ours(logLinesInOneString<Ours>);
@@ -341,8 +349,9 @@ void bench::addStrings()
     made.peer("std::string, malloc", makeAndDrop<MallocString>);
     made.floor("one block", bench::blocks(1, bench::blockSize(make<Ours>(text64))));
 
-    Row ones("strings", "append 1 character x 1000", {1.0, "std::string"});
+    Row ones("strings", "append 1 character x 1000", {1.5, "std::string"});
     ones.ours(appendOne1000<Ours>).peer("std::string", appendOne1000<std::string>);
+    ones.floor(kLeast, appendOne1000<bench::LeastString>);
 
     Row sixteens("strings", "append 16 characters x 1000", {1.25, "std::string"});
     sixteens.ours(append16x1000<Ours>).peer("std::string", append16x1000<std::string>);
@@ -350,7 +359,7 @@ void bench::addStrings()
     Row literal("strings", "literal + string", {1.0});
     literal.ours(literalPlusString<Ours>).peer("std::string", literalPlusString<std::string>);
     literal.peer("std::string, malloc", literalPlusString<MallocString>);
-    literal.floor("one block", bench::blocks(1, bench::blockSize(make<Ours>(bench::letters(39)))));
+    literal.floor(kLeast, literalPlusString<bench::LeastString>);
 
     Row equal("strings", "equal, 64 characters", {1.0});
     equal.ours(equalApart<Ours>).peer("std::string", equalApart<std::string>);
@@ -361,6 +370,7 @@ void bench::addStrings()
     Row cow("strings", "copy, then append to the shared copy", {1.0});
     cow.ours(copyThenAppend<Ours>).peer("std::string", copyThenAppend<std::string>);
     cow.peer("std::string, malloc", copyThenAppend<MallocString>);
+    cow.floor(kLeast, copyThenAppend<bench::LeastString>);
 
 #if BENCH_QT
     copy.peer("QString", copyAndDrop<QString>).peer("QByteArray", copyAndDrop<QByteArray>);
