@@ -37,8 +37,9 @@ constinit pthread_key_t threadKey = 0;
 // Set when this thread has returned its blocks: it gets no other cache.
 [[gnu::tls_model("initial-exec")]] constinit thread_local bool ended = false;
 
-// 16 MiB. Classes keep its free spans up to here, because it will most likely need them again.
-constexpr std::int32_t kMostFreeSpans = 256;
+// 24 MiB. Classes keep their free spans up to here, because they will most likely need them again:
+// a document of this size is dropped and loaded again without another span.
+constexpr std::int32_t kMostFreeSpans = 384;
 
 constexpr std::uintptr_t kPage = 4096;
 constexpr std::uint64_t kPageNumbers = std::uint64_t{1} << 36; // that user addresses can have

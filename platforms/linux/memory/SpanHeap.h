@@ -26,9 +26,8 @@ public:
     static constexpr std::uintptr_t kRange = std::uintptr_t{1} << 35;
     static constexpr std::uint32_t kSpans = kRange / kSpan;
 
-    /// 16 MiB. With as much on the lists of the classes, documents of up to 32 MiB are dropped and
-    /// loaded again without asking the system.
-    static constexpr int kMostResident = 256;
+    /// 8 MiB.
+    static constexpr int kMostResident = 128;
 
     /// Bytes per span. Those of a chunk fill whole pages.
 #if VX_HARDENED
