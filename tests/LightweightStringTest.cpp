@@ -161,7 +161,7 @@ TYPED_TEST(LightweightStringOf, CreatingDeliberatelyForgetsTheBlockEvenIfItFails
 
 TEST(WidePrefix, EndsAtTheFirstDifference)
 {
-    for (unsigned int count = 0; count <= 40; ++count)
+    for (unsigned int count = 0; count <= 80; ++count)
         for (unsigned int at = 0; at <= count; ++at) {
             const std::wstring a(count, L'a');
             std::wstring b = a;

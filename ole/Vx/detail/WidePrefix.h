@@ -16,8 +16,8 @@ inline std::size_t commonPrefixPlain(const wchar_t* a, const wchar_t* b, std::si
     return i;
 }
 
-/// The same, 16 characters at a time. wmemcmp() is faster still, but orders characters as signed
-/// numbers and does not tell where they differ.
+/// The same, up to 32 characters at a time on processors with AVX2. wmemcmp() is faster still, but
+/// orders characters as signed numbers and does not tell where they differ.
 VX_API std::size_t commonPrefix(const wchar_t* a, const wchar_t* b, std::size_t count) noexcept;
 
 } // namespace detail
