@@ -130,6 +130,8 @@ bool SmallBlocks::gatherFreeSpans() noexcept
             if (free > 0 && free >= classes[i].spans.load(std::memory_order_relaxed) / 8)
                 found = gatherFrom(i) || found;
         }
+    if (found)
+        SpanHeap::limitResident();
     return found;
 }
 

@@ -131,13 +131,14 @@ void SpanHeap::putBack(std::uint32_t span) noexcept
     const std::uint32_t bit = std::uint32_t{1} << span % kChunkSpans;
     chunks[span / kChunkSpans].idle.fetch_or(bit, std::memory_order_release);
     ++idleSpans;
-    if (++residentSpans > kMostResident)
-        trim();
+    ++residentSpans;
 }
 
-// Goes well below the limit, so that the next call is far away.
-void SpanHeap::trim() noexcept
+void SpanHeap::limitResident() noexcept
 {
+    if (residentSpans.load(std::memory_order_relaxed) <= kMostResident)
+        return;
+    // Goes well below the limit, so that the next time is far away.
     for (const bool wholeOnly : {true, false})
         for (std::uint32_t i = chunksTried.load(std::memory_order_relaxed); i > 0; --i) {
             if (residentSpans.load(std::memory_order_relaxed) <= kMostResident / 2)

@@ -68,8 +68,12 @@ public:
     /// \returns false if the system or a limit refuses more memory
     static bool takeNew(std::uint32_t& span) noexcept;
 
-    /// Makes \p span idle, and returns memory to the system if too much is idle.
+    /// Makes \p span idle.
     static void putBack(std::uint32_t span) noexcept;
+
+    /// Returns memory to the system if too much is idle. Call it after a series of putBack(): the
+    /// spans of a huge page, which should go as a whole, are rarely put back one after another.
+    static void limitResident() noexcept;
 
 private:
     friend class SmallBlocks; // for its layout
@@ -84,7 +88,6 @@ private:
     };
 
     static bool mapChunk(std::uint32_t& chunk) noexcept;
-    static void trim() noexcept;
     static void trimChunk(std::uint32_t chunk, bool wholeOnly) noexcept;
 
     /// Above all user addresses until start().
