@@ -23,8 +23,9 @@
 ///   except that memory exhaustion propagates, with the file closed and nothing written to it.
 ///   The library prints nothing; the reference platform reports on standard error a path that
 ///   it refuses and a file that it could not replace.
-/// Memory: a loaded pair of 38 characters takes about 250 bytes, a line of one letter about 90,
-///   which is 45 times its size in the file; see setLoadLimit().
+/// Memory: a loaded pair of 38 characters takes about 250 bytes, or 190 if the section before it
+///   has the same name in the same place. A line of one letter takes about 90, which is 45 times
+///   its size in the file; see setLoadLimit().
 /// Thread safety: one thread at a time may use a document, also while it loads or saves.
 class VX_API VxIniFile {
 public:
