@@ -73,7 +73,7 @@ case $way in
             unique=$(nm -DC "$scratch/plugin.so" | grep ' u ' | grep -v ' u std::' || true)
             [ -z "$unique" ] || { echo "unique in a plug-in: $unique"; exit 1; }
             # shellcheck disable=SC2046
-            $compiler "$source/tests/consumer/platform_only.cpp" -o "$scratch/program" \
+            $compiler -std=c++17 "$source/tests/consumer/platform_only.cpp" -o "$scratch/program" \
                 -Wl,--as-needed $(pkg-config --cflags --libs vx) \
                 -Wl,-rpath,"$(pkg-config --variable=libdir vx)"
             "$scratch/program"
