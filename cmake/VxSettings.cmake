@@ -14,6 +14,9 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION MATCHES "
     # At -O3, g++ 12 takes `"x" + string` for an overlapping copy inside the standard library (its
     # bug 105651).
     target_compile_options(vx_settings INTERFACE -Wno-restrict)
+elseif(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND CMAKE_CXX_COMPILER_VERSION VERSION_GREATER_EQUAL 17)
+    # std::stable_sort of the C++ library of g++ 12 calls what this library declares deprecated.
+    target_compile_options(vx_settings INTERFACE -Wno-deprecated-declarations)
 endif()
 target_compile_definitions(vx_settings INTERFACE $<$<BOOL:${VX_PLAIN}>:VX_PLAIN>)
 if(VX_SANITIZE)
