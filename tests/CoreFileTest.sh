@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # CoreFileTest.sh PROGRAM LIBRARY FORMATTERS: gdb and lldb show the last values of
-# GdbPrintersTest.cpp from a core file. Exits with 77 if a debugger is missing or
-# too old.
+# GdbPrintersTest.cpp from a core file. Exits with 77 if a debugger is missing
+# or too old.
 set -euo pipefail
 program=$1 library=$(readlink -f "$2") formatters=$3
 for debugger in gdb lldb; do

@@ -2,7 +2,7 @@
 
 #include <immintrin.h>
 
-#if VX_PLAIN
+#ifdef VX_PLAIN
 
 std::size_t Vx::detail::commonPrefix(const wchar_t* a, const wchar_t* b, std::size_t count) noexcept
 {

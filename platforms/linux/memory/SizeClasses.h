@@ -8,8 +8,8 @@
 
 /// Classes 1 to 66 are multiples of 16 bytes up to 1056, which is 32 bytes above a power of two, so
 /// that a string header and a power of two of characters fit without waste. The others, up to 16416,
-/// are the largest sizes of which a number of blocks fit in a span: any smaller block would leave
-/// the rest to nobody. Class 0 has no blocks.
+/// divide a span into a whole number of blocks, each as large as that number allows, so that little
+/// of the span is left unused. Class 0 has no blocks.
 namespace SizeClasses {
 
 inline constexpr std::size_t kSpan = 1u << 16;
