@@ -12,8 +12,9 @@
 
 namespace {
 
-void fetchRandom(unsigned char* to, std::size_t count) noexcept
+void fetchRandom(SimpleUUID* ids, std::size_t count) noexcept
 {
+    unsigned char* to = ids->bytes;
     while (count != 0) {
         const ssize_t got = getrandom(to, count, 0);
         if (got > 0) {
@@ -29,24 +30,26 @@ void fetchRandom(unsigned char* to, std::size_t count) noexcept
     }
 }
 
-// Marks the identifiers as random ones: version 4, variant 1. Before they are handed out: reading
-// sixteen bytes right after writing one of them stalls the processor.
-void fetch(SimpleUUID* ids, std::size_t count) noexcept
+// Marks an identifier as a random one: version 4, variant 1. In halves, since reading sixteen bytes
+// right after writing one of them stalls the processor.
+SimpleUUID marked(const SimpleUUID& random) noexcept
 {
-    fetchRandom(ids->bytes, count * sizeof *ids);
-    for (; count != 0; --count, ++ids) {
-        ids->bytes[7] = static_cast<unsigned char>((ids->bytes[7] & 0x0F) | 0x40);
-        ids->bytes[8] = static_cast<unsigned char>((ids->bytes[8] & 0x3F) | 0x80);
-    }
+    std::uint64_t halves[2];
+    std::memcpy(halves, random.bytes, sizeof halves);
+    halves[0] = (halves[0] & ~(std::uint64_t{0xF0} << 56)) | std::uint64_t{0x40} << 56;
+    halves[1] = (halves[1] & ~std::uint64_t{0xC0}) | 0x80;
+    SimpleUUID id;
+    std::memcpy(id.bytes, halves, sizeof halves);
+    return id;
 }
 
-// Identifiers fetched in advance, since one call for each identifier takes five times as long.
+// Random bytes fetched in advance, since one call for each identifier takes five times as long.
 // Not thread_local: the loader has little storage to spare for a library that is loaded late.
 struct Reserve {
     std::atomic_flag inUse = ATOMIC_FLAG_INIT; // guards the other members
     std::uint64_t epoch = 0;                   // of the process that fetched them
     std::size_t left = 0;                      // the first ones in the array
-    SimpleUUID ids[256] = {};
+    SimpleUUID random[512] = {};
 };
 constinit Reserve reserve;
 
@@ -57,11 +60,11 @@ bool takeFromReserve(std::uint64_t epoch, SimpleUUID& to) noexcept
         return false;
     // The parent is going to use what a child inherits.
     if (reserve.left == 0 || reserve.epoch != epoch) {
-        fetch(reserve.ids, std::size(reserve.ids));
+        fetchRandom(reserve.random, sizeof reserve.random);
         reserve.epoch = epoch;
-        reserve.left = std::size(reserve.ids);
+        reserve.left = std::size(reserve.random);
     }
-    to = reserve.ids[--reserve.left];
+    to = reserve.random[--reserve.left];
     reserve.inUse.clear(std::memory_order_release);
     return true;
 }
@@ -70,9 +73,9 @@ bool takeFromReserve(std::uint64_t epoch, SimpleUUID& to) noexcept
 
 SimpleUUID Uuid::generate() noexcept
 {
-    SimpleUUID id;
+    SimpleUUID random;
     const std::uint64_t epoch = forkEpoch();
-    if (epoch == 0 || !takeFromReserve(epoch, id))
-        fetch(&id, 1);
-    return id;
+    if (epoch == 0 || !takeFromReserve(epoch, random))
+        fetchRandom(&random, sizeof random);
+    return marked(random);
 }

@@ -5,6 +5,7 @@
 #include <Vx/platform/OS.h>
 #include <cstdio>
 #include <cwchar>
+#include <new>
 #include <utility>
 
 namespace {
@@ -105,7 +106,9 @@ void Vx::UUID::initFromString(const wchar_t* text, unsigned int length) noexcept
 void Vx::UUID::generate()
 {
     invalidate(); // in case the platform throws
-    *this = OS()->systemUtils()->generateUUID();
+    // In place: a copy of the result would be stored in halves and then read as a whole, which
+    // stalls the processor.
+    new (bytes_) SimpleUUID(OS()->systemUtils()->generateUUID());
 }
 
 int Vx::UUID::asString(char* buffer) const noexcept
