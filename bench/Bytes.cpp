@@ -144,14 +144,6 @@ void addFill(const std::string& operation, std::size_t bytes, Element value, Our
                              std::memset(to, 0xFF, count * sizeof(Element));
                          });
     });
-    // Nor can wmemset repeat eight bytes: they have to be copied.
-    if constexpr (sizeof(Element) > sizeof(wchar_t))
-        row.floor("memcpy", [=](State& state) {
-            const std::vector<Element> source(bytes / sizeof(Element), value);
-            fillAll<Element>(state, bytes, value, [&](Element* to, Element, std::size_t count) {
-                std::memcpy(to, source.data(), count * sizeof(Element));
-            });
-        });
     if constexpr (sizeof(Element) == sizeof(wchar_t))
         row.peer("wmemset", [=](State& state) {
             fillAll<wchar_t>(

@@ -54,7 +54,7 @@ TYPED_TEST(IppFill, WritesExactlyItsElementsAtAnyAddress)
     for (std::size_t offset = 0; offset < 32 && !this->HasFatalFailure(); ++offset) {
         for (int count = 0; count < 70; ++count)
             expectFills<TypeParam>(offset, count);
-        for (int count : {511, 512, 513, 4096, 4100, 65535, -1, INT_MIN})
+        for (int count : {127, 128, 129, 511, 512, 513, 4096, 4100, 65535, -1, INT_MIN})
             expectFills<TypeParam>(offset, count);
     }
 }
