@@ -28,13 +28,15 @@ LightweightString<char>& operator+=(LightweightString<char>& to,
 namespace {
 
 // Both parts in one block, or none if both are empty.
-template <class Ch> LightweightString<Ch> join(const Ch* left, const LightweightString<Ch>& right)
+// Flattened, since a call for each step takes a tenth of the time of joining two names.
+template <class Ch>
+[[gnu::flatten]] LightweightString<Ch> join(const Ch* left, const LightweightString<Ch>& right)
 {
     const std::basic_string_view<Ch> start(left);
     LightweightString<Ch> joined;
     joined.createImpl(Vx::detail::checkedLength(start.size() + right.length()), true);
     if (!joined.empty()) {
-        Ch* const chars = joined.mutableChars();
+        Ch* const chars = const_cast<Ch*>(joined.c_str()); // nothing shares the new block
         std::memcpy(chars, left, sizeof(Ch) * start.size());
         Vx::detail::copyUpToZero(chars + start.size(), right.c_str(), right.length());
     }
