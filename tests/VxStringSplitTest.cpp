@@ -195,6 +195,20 @@ TEST(Unpack, DeliberatelyLosesEmptyItems)
     EXPECT_EQ(show(Vx::unpack(Wide(), L';')), "<>");
 }
 
+TEST(Unpack, SplitsAsSplitIfDoes)
+{
+    for (unsigned int bits = 1; bits < 256; ++bits) {
+        std::string text; // every combination of up to seven characters
+        for (unsigned int rest = bits; rest != 1; rest /= 2)
+            text += rest % 2 != 0 ? ';' : 'a';
+        EXPECT_EQ(show(Vx::unpack(make<wchar_t>(text), L';')),
+                  split<wchar_t>(text, ';', Vx::SkipEmpty))
+            << text;
+    }
+    const Wide whole(L"whole");
+    EXPECT_EQ(Vx::unpack(whole, L';').front().c_str(), whole.c_str()) << "shares its block";
+}
+
 TEST(SplitFilename, IsTheLastPieceThatIsNotEmpty)
 {
     const std::pair<const wchar_t*, const wchar_t*> rows[] = {
