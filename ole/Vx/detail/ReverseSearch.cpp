@@ -1,6 +1,7 @@
 #include <Vx/detail/ReverseSearch.h>
 
 #include <cstddef>
+#include <emmintrin.h>
 
 namespace {
 
@@ -59,24 +60,38 @@ std::vector<unsigned int> detail::findFromRightPlain(std::wstring_view text,
 
 #ifndef VX_PLAIN
 
+namespace {
+
+// Four numbers of 32 bits: all bits are set where the character is the one in \p c.
+__m128i areEqual(const wchar_t* four, __m128i c)
+{
+    return _mm_cmpeq_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(four)), c);
+}
+
+} // namespace
+
 std::vector<unsigned int> detail::findFromRight(std::wstring_view text, std::wstring_view pattern)
 {
     // The last two characters of the pattern are rare together; of one, it is the same twice.
     const std::size_t before = pattern.size() > 1 ? 1 : 0;
     const wchar_t last = pattern.back();
     const wchar_t beforeLast = pattern[pattern.size() - 1 - before];
+    const __m128i lasts = _mm_set1_epi32(last);
+    const __m128i beforeLasts = _mm_set1_epi32(beforeLast);
     return find(text, pattern, [=](std::size_t end) {
         const wchar_t* const chars = text.data();
-        // The compiler makes vector instructions of the inner loop.
-        constexpr std::size_t kStep = 8;
+        constexpr std::size_t kStep = 16;
         for (; end >= kStep + before; end -= kStep) {
-            const wchar_t* const ends = chars + end - kStep;
-            const wchar_t* const others = ends - before;
-            int found = 0;
-            for (std::size_t i = 0; i < kStep; ++i)
-                found |= ((ends[i] ^ last) | (others[i] ^ beforeLast)) == 0;
+            const auto four = [=](std::size_t from) {
+                const wchar_t* const at = chars + end - kStep + from;
+                return _mm_and_si128(areEqual(at, lasts), areEqual(at - before, beforeLasts));
+            };
+            const __m128i bytes = _mm_packs_epi16(_mm_packs_epi32(four(0), four(4)),
+                                                  _mm_packs_epi32(four(8), four(12)));
+            // A bit for each character that may end the pattern, the last one highest.
+            const auto found = static_cast<unsigned int>(_mm_movemask_epi8(bytes));
             if (found != 0)
-                break;
+                return end - static_cast<std::size_t>(__builtin_clz(found) - 16);
         }
         while (end > before && (chars[end - 1] != last || chars[end - 1 - before] != beforeLast))
             --end;

@@ -17,7 +17,7 @@ inline std::vector<unsigned int> findFromRight(std::wstring_view text, std::wstr
     return findFromRightPlain(text, pattern);
 }
 #else
-/// Skips eight characters at a time where the pattern cannot end.
+/// Skips sixteen characters at a time where the pattern cannot end.
 std::vector<unsigned int> findFromRight(std::wstring_view text, std::wstring_view pattern);
 #endif
 
