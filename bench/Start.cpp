@@ -45,16 +45,21 @@ void loadModules(bench::State& state, const std::string& program, const std::str
 void bench::addStart()
 {
     const std::filesystem::path folder = std::filesystem::canonical("/proc/self/exe").parent_path();
-    Row start("start", "start and end a process (wall clock)", {1.2});
+    const auto add = [](const Row& row, const std::string& who, auto body) {
+        benchmark::RegisterBenchmark((row.prefix() + who).c_str(), body)->UseRealTime();
+    };
+    const auto program = [&](const char* suffix) -> std::string {
+        return folder / (std::string("bench-start-") + suffix);
+    };
+    Row start("start", "start and end a process (wall clock)", {1.25});
     Row modules("start", "start, load 200 modules, end (wall clock)", {1.2});
     for (const auto& [who, suffix] :
          {std::pair("Vx", "with"), std::pair("the C++ library alone", "without")}) {
-        const std::string program = folder / (std::string("bench-start-") + suffix);
+        const std::string name = program(suffix);
         const std::string module = folder / (std::string("bench-module-") + suffix + ".so");
-        const auto add = [who = who](const Row& row, auto body) {
-            benchmark::RegisterBenchmark((row.prefix() + who).c_str(), body)->UseRealTime();
-        };
-        add(start, [=](State& state) { startProcess(state, {program}); });
-        add(modules, [=](State& state) { loadModules(state, program, module); });
+        add(start, who, [=](State& state) { startProcess(state, {name}); });
+        add(modules, who, [=](State& state) { loadModules(state, name, module); });
     }
+    add(start, "floor: libraries of the same size",
+        [name = program("sized")](State& state) { startProcess(state, {name}); });
 }
