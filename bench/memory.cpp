@@ -89,6 +89,21 @@ template <class String> void strings(const std::string& who)
     }
 }
 
+// Floors
+
+// Blocks side by side, aligned as allocators must align. They are never freed.
+struct SideBySide {
+    static constexpr std::size_t kRoom = std::size_t{1} << 30;
+    char* next = static_cast<char*>(mmap(nullptr, kRoom, PROT_READ | PROT_WRITE,
+                                         MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
+
+    void* allocate(std::size_t size)
+    {
+        constexpr std::size_t kAlignment = alignof(std::max_align_t);
+        return std::exchange(next, next + (size + kAlignment - 1) / kAlignment * kAlignment);
+    }
+};
+
 // Registered names
 
 struct Object {};
@@ -131,6 +146,32 @@ void namesInMap(const std::string& who)
     std::unordered_map<std::pair<std::type_index, std::string>, Entry, Hash> map;
     names(who, [&](const std::string& name, Object* object) {
         map[{typeid(Object), name}].object = object;
+    });
+}
+
+// The least that a name can be: the documented blocks and a pointer in an index.
+void leastNames(const std::string& who)
+{
+    using Entry = Vx::NamedObjectsNamespace::Entry;
+    struct Link { // of a std::list
+        void* neighbours[2];
+        Entry* entry;
+    };
+    constexpr std::size_t kSection = 48; // what a CriticalSection shares
+    struct Lock {                        // the platform's
+        virtual void lock() { mutex.lock(); }
+        unsigned int count;
+        std::recursive_mutex mutex;
+    };
+    SideBySide source;
+    std::vector<void*> index;
+    names(who, [&](const std::string& name, Object*) {
+        for (const std::size_t size :
+             {sizeof(Entry), sizeof(Link), kSection, sizeof(Lock::count), sizeof(Lock),
+              sizeof(LightweightString<char>::Impl) + name.size() + 1})
+            std::memset(source.allocate(size), 1, size);
+        index.reserve(kNames);
+        index.push_back(source.next);
     });
 }
 
@@ -297,7 +338,7 @@ template <class Peer> void project(const std::string& who, const std::string& fi
     require(peer->get(places(1000).back(), value) && value == "edited" && sizeOf(copy) > bytes / 2,
             "edited values are saved");
     std::filesystem::remove(copy);
-    announce(kDrop, 1.0, "");
+    announce(kDrop, 1.15, "");
     const double start = processorNanoseconds();
     peer.reset();
     report(kDrop, who, processorNanoseconds() - start, "ns");
@@ -373,19 +414,6 @@ private:
     std::vector<Pair*> sections_;
 };
 
-// Blocks side by side, aligned as allocators must align. They are never freed.
-struct SideBySide {
-    static constexpr std::size_t kRoom = std::size_t{1} << 30;
-    char* next = static_cast<char*>(mmap(nullptr, kRoom, PROT_READ | PROT_WRITE,
-                                         MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
-
-    void* allocate(std::size_t size)
-    {
-        constexpr std::size_t kAlignment = alignof(std::max_align_t);
-        return std::exchange(next, next + (size + kAlignment - 1) / kAlignment * kAlignment);
-    }
-};
-
 void leastMemory(const std::string& who, const std::string& file)
 {
     const double before = residentBytes();
@@ -404,7 +432,7 @@ struct Heap {
 void leastDrop(const std::string& who, const std::string& file)
 {
     auto made = std::make_unique<LeastProject<Heap>>(file);
-    announce(kDrop, 1.0, "");
+    announce(kDrop, 1.15, "");
     const double start = processorNanoseconds();
     made.reset();
     report(kDrop, who, processorNanoseconds() - start, "ns");
@@ -431,6 +459,7 @@ constexpr Measurement kMeasurements[] = {
 #endif
     {"names", "Vx", withoutFile<namesOfVx>},
     {"names", "std::unordered_map, a lock each", withoutFile<namesInMap>},
+    {"names", "floor: blocks side by side", withoutFile<leastNames>},
     {"project", "Vx", project<VxProject>},
 #if BENCH_GLIB
     {"project", "GKeyFile", project<GlibProject>},
