@@ -73,6 +73,21 @@ private:
     SimpleUUID random_[kFetched / sizeof(SimpleUUID)] = {};
 };
 
+void addLeastGenerator(Row& row)
+{
+    row.floor("the platform's calls, in batches", [](State& state) {
+        static LeastGenerator generator;
+        LeastGenerator* called = &generator;
+        benchmark::DoNotOptimize(called); // or else the compiler knows which function it calls
+        SimpleUUID id;
+        run(state, generator.usable(), [&] {
+            keep(OS()->systemUtils());
+            new (&id) SimpleUUID(called->generateUUID());
+            keep(id);
+        });
+    });
+}
+
 void addGenerate()
 {
     Row row("identifiers", "UUID, generate", {1.25, "getrandom in batches"});
@@ -112,17 +127,7 @@ void addGenerate()
             left -= 16;
         });
     });
-    row.floor("the platform's calls, in batches", [](State& state) {
-        static LeastGenerator generator;
-        LeastGenerator* called = &generator;
-        benchmark::DoNotOptimize(called); // or else the compiler knows which function it calls
-        SimpleUUID id;
-        run(state, generator.usable(), [&] {
-            keep(OS()->systemUtils());
-            new (&id) SimpleUUID(called->generateUUID());
-            keep(id);
-        });
-    });
+    addLeastGenerator(row);
 #if BENCH_QT
     row.peer("QUuid", [](State& state) {
         run(state, QUuid::createUuid() != QUuid::createUuid(), [] { keep(QUuid::createUuid()); });
