@@ -177,6 +177,8 @@ TEST(Uuid, IsRandomExceptForVersionAndVariant)
     expected[7] = 0x0F;
     expected[8] = 0x3F;
     EXPECT_EQ(changed, expected);
+    EXPECT_EQ(first[7] & 0xF0, 0x40);
+    EXPECT_EQ(first[8] & 0xC0, 0x80);
 }
 
 TEST(Uuid, IsUniqueAmongThreads)
