@@ -69,11 +69,12 @@ inline std::size_t firstSet(unsigned int bits) noexcept
 commonPrefixAvx512(const wchar_t* a, const wchar_t* b, std::size_t count) noexcept
 {
     std::size_t i = 0;
-    for (; count - i >= 32; i += 32) {
+    do {
         const unsigned int differ = differ32(a + i, b + i);
         if (differ != 0)
             return i + firstSet(differ);
-    }
+        i += 32;
+    } while (count - i >= 32);
     // The last 32 characters overlap those before them.
     const unsigned int differ = differ32(a + count - 32, b + count - 32);
     return differ != 0 ? count - 32 + firstSet(differ) : count;
