@@ -8,7 +8,7 @@ install(TARGETS Vx OS IPP EXPORT VxTargets
         COMPONENT runtime NAMELINK_COMPONENT development)
 install(DIRECTORY ole/Vx DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
     FILES_MATCHING PATTERN "*.h" # but not what only the library's sources include:
-    REGEX "detail/(CrcFold|FixedDecimals|MetadataText|NameHash|NumberReader|NumericMode|PlayoutTable|ReverseSearch|WideCase|WidePrefixAvx)[.]h$" EXCLUDE)
+    REGEX "detail/(CrcFold|FixedDecimals|MetadataText|NumberReader|NumericMode|PlayoutTable|ReverseSearch|WideCase|WidePrefixAvx)[.]h$" EXCLUDE)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/Vx)
 install(EXPORT VxTargets NAMESPACE Vx:: DESTINATION ${package_folder} COMPONENT development)

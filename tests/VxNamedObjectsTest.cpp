@@ -1,11 +1,8 @@
 #include <Vx/VxNamedObjects.h>
 
 #include <algorithm>
-#include <set>
-#include <string>
 
 #include <Failures.h>
-#include <Vx/detail/NameHash.h>
 #include <Vx/testing/ScriptedPlatform.h>
 
 using Namespace = Vx::NamedObjectsNamespace;
@@ -188,24 +185,6 @@ TEST(NamedObjects, OldestOfEqualEntriesIsFound)
     EXPECT_EQ(names.find<Cache>("same"), &one);
     EXPECT_EQ(names.addListEntry_(typeid(Cache), nullptr, &two)->objectName, "");
     EXPECT_EQ(names.findInfo<Cache>(nullptr)->object, &two);
-}
-
-// Otherwise look-ups would take the longer the more names there are.
-TEST(NamedObjects, SimilarNamesSpreadOverTheIndex)
-{
-    constexpr std::size_t kBuckets = 4096;
-    for (const std::string before : {"", "a", "PooledObjects.log_", "exactly sixteen "})
-        for (const std::string after : {"", ".thumbnail"}) {
-            std::set<std::size_t> names, types;
-            for (std::size_t i = 0; i < kBuckets; ++i) {
-                const std::string text = before + std::to_string(i) + after;
-                names.insert(Vx::detail::hashNames("Cache", text) % kBuckets);
-                types.insert(Vx::detail::hashNames(text, "") % kBuckets);
-            }
-            // Random hashes fill 63 % of the buckets.
-            EXPECT_GT(names.size(), kBuckets * 6 / 10) << before << "0" << after;
-            EXPECT_GT(types.size(), kBuckets * 6 / 10) << before << "0" << after;
-        }
 }
 
 TEST(NamedObjects, FactoryMayUseTheNamespace)

@@ -3,10 +3,10 @@
 #include <Vx/VxCRC.h>
 #include <Vx/VxException.h>
 #include <Vx/detail/Inspect.h>
-#include <Vx/detail/NameHash.h>
 #include <Vx/detail/NameIndex.h>
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <string_view>
 
@@ -46,7 +46,7 @@ struct NamedObjectsNamespace::Key {
     Key(const std::type_info& typeInfo, const char* objectName)
         : type(typeInfo.name()),
           name(objectName != nullptr ? objectName : ""),
-          hash(detail::hashNames(type, name))
+          hash(31 * std::hash<std::string_view>()(type) + std::hash<std::string_view>()(name))
     {}
 
     std::string_view type;
