@@ -35,9 +35,9 @@ using bench::State;
 constexpr std::size_t kFetched = 64 * 1024;
 constexpr const char* kText = "0123abcd-4567-89ef-0123-456789abcdef";
 
-// The least generator behind the calls to a platform. Any thread may call it, which takes one atomic
-// operation. A forked child must not repeat what its parent generates, which takes a word that the
-// kernel clears in the child.
+// The least code that generates identifiers in a platform. Threads share the fetched bytes, so taking
+// some is an atomic operation. A forked child must not repeat what its parent generates: the kernel
+// clears a word in the child, which then fetches bytes of its own.
 class LeastGenerator {
 public:
     LeastGenerator()
